@@ -1,0 +1,119 @@
+// Error records: how anything that goes wrong is told.
+//
+// A failure is one line where it happens: Fail (number, "text", ...) formats the message,
+// adds a record to the calling thread's list and unwinds to the entry frame of the interface
+// function, which returns its preset failure value.  Warn and Notice add a record and return.
+// Numbers are written positive here and stored negative.
+//
+// Messages are written in a markup: ">-Bnet" stands for a term that each front end words its
+// own way, ">-cr-" for a line break.  The markup is expanded in the format, before the arguments
+// go in, so text that comes from a file never acts as markup.
+//
+// Records belong to the thread that raised them and live until they are cleared or the thread
+// ends.  At most kMaxRecordsPerThread are kept.  Reporting never throws, and reporting that memory
+// is out needs none.
+#pragma once
+
+#include <cstdarg>
+#include <cstdint>
+#include <string>
+
+#include "Basic/Handle.h"
+
+#define TALORA_PRINTF(format_index, first_argument) \
+    __attribute__((format(printf, format_index, first_argument)))
+
+struct environ_vx;
+
+namespace talora {
+
+enum Severity { NULL_SEV, FALSE_ALERT_SEV, REPORT_SEV, NOTICE_SEV, WARNING_SEV, ERROR_SEV, INTERNAL_SEV };
+
+enum Disposition { NOTDISP_ERR, PRINTED_ERR, SOUNDED_ERR, DIALOGED_ERR, NUM_DISPLAY_ERR };
+
+enum FixStatus { ERR_OKAY, FIXED_ERR, PATCHED_ERR, COVERED_ERR, REMAINS_ERR, UNFIXABLE_ERR, NUM_STATUS_ERR };
+
+// Condition flags of a record; the first, third and fourth can be asked for by ErrorCategory_vx.
+enum Condition : uint32_t {
+    OUT_OF_MEMORY_CND = 0x08,
+    ABORTED_CND = 0x20,
+    FROM_FRONT_END_CND = 0x40,
+    FILE_CND = 0x80,
+    INCONSISTENT_FINDING_CND = 0x200
+};
+
+constexpr int kMaxRecordsPerThread = 10000;
+constexpr int kMessageBytes = 512;
+constexpr int64_t kNoPosition = -1;
+
+// Where a reader stands in a file, for records about its contents.
+struct FilePlace {
+    const char* file = nullptr;
+    int64_t position = kNoPosition;  // line number
+};
+
+// Thrown by Fail once its record is in the list, caught only by the entry frame (or by code that
+// turns one failure into another and then calls Fail again).
+struct Unwind {
+    report_vx* record;
+};
+
+// Thrown where memory is out or over the limit; becomes the preallocated record.
+struct OutOfMemory {
+    char message[kMessageBytes];
+};
+
+[[noreturn]] void Fail(int number, const char* format, ...) TALORA_PRINTF(2, 3);
+[[noreturn]] void FailWith(uint32_t conditions, int number, const char* format, ...) TALORA_PRINTF(3, 4);
+[[noreturn]] void FailAt(const FilePlace& place, int number, const char* format, ...) TALORA_PRINTF(3, 4);
+report_vx* Warn(int number, const char* format, ...) TALORA_PRINTF(2, 3);
+report_vx* WarnAt(const FilePlace& place, int number, const char* format, ...) TALORA_PRINTF(3, 4);
+report_vx* Notice(int number, const char* format, ...) TALORA_PRINTF(2, 3);
+
+// An inconsistency of our own: severity "internal error" with the condition and its place.
+[[noreturn]] void FailInternal(const char* condition, const char* file, int line);
+#define TALORA_CHECK(condition) \
+    ((condition) ? void(0) : ::talora::FailInternal(#condition, __FILE__, __LINE__))
+
+// Memory is out: unwinds to the frame without allocating.  The text continues "not enough memory ",
+// for example "to build table for >-node '%s' (see >-LimitMemoryUsage_vx)".
+[[noreturn]] void FailOutOfMemory(const char* format, ...) TALORA_PRINTF(1, 2);
+
+// Everything about one report, for callers that need more than the short forms above.
+struct ReportArgs {
+    Severity severity = ERROR_SEV;
+    int number = 0;
+    uint32_t conditions = 0;
+    FilePlace place;
+    FixStatus fix = ERR_OKAY;
+    report_vx* parent = nullptr;  // becomes a sub-error of this record
+};
+report_vx* ReportV(const ReportArgs& args, const char* format, va_list values);
+report_vx* Report(const ReportArgs& args, const char* format, ...) TALORA_PRINTF(2, 3);
+
+// The message without markup in the flavour of the thread's environment (or the programming
+// interface's), before arguments go in.
+std::string ExpandMarkup(const char* format);
+
+}  // namespace talora
+
+struct report_vx {
+    talora::HandleHeader header;
+    environ_vx* env;
+    uint32_t thread_id;
+    int number;  // negative
+    talora::Severity severity;
+    int display_result;
+    std::string message;  // empty in the preallocated record, which uses fixed_message
+    const char* fixed_message;
+    talora::Disposition disposition;
+    talora::FixStatus fix;
+    uint32_t conditions;
+    report_vx* parent;     // the record this is a sub-error of
+    report_vx* first_sub;  // sub-errors, oldest first, linked by newer
+    std::string file;
+    int64_t position;
+    const char* function;  // static text
+    report_vx* older;
+    report_vx* newer;
+};

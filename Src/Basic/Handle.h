@@ -1,0 +1,138 @@
+// Handles: how the library tells a live object from a deleted or foreign one.
+//
+// Every object that a caller holds begins with a HandleHeader whose low 12 bits give its kind.
+// Records live in slabs that are never given back, so that reading the header of a deleted object
+// is always allowed; a released record is reused first in, first out, and only after kMinReuse
+// other releases, so a stale handle is recognised for long.  The header is not touched by the
+// record's constructor and destructor: only the pool writes it, atomically, because another
+// thread may be looking at a stale handle.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <utility>
+#include <vector>
+
+struct report_vx;
+
+namespace talora {
+
+enum HandleKind : uint16_t {
+    DELETED_TYPE = 0x0DE,
+    ENVIRON_TYPE = 0x101,
+    NET_TYPE = 0x102,
+    NODE_TYPE = 0x103,
+    NODELIST_TYPE = 0x104,
+    STREAM_TYPE = 0x105,
+    ERRLOG_TYPE = 0x106,
+    RANDGEN_TYPE = 0x107,
+    TESTER_TYPE = 0x108,
+    SENSV_TYPE = 0x109,
+    LEARNER_TYPE = 0x10A,
+    CASESET_TYPE = 0x10B,
+    CRITSEC_TYPE = 0x10C,
+    SETTING_TYPE = 0x10D
+};
+
+constexpr uint16_t kKindMask = 0x0FFF;
+constexpr uint16_t kDeletedFlag = 0x1000;  // a node that was deleted but is still known
+constexpr uint16_t kStaticFlag = 0x2000;   // a record that is never freed
+
+class RecursiveLock;
+
+struct HandleHeader {
+    uint16_t tag;
+    RecursiveLock* lock;  // of the net the object belongs to, or null; locks are never freed
+
+    HandleHeader() {}  // leaves both as they are: see above
+
+    uint16_t Tag() const { return std::atomic_ref(const_cast<uint16_t&>(tag)).load(std::memory_order_acquire); }
+    void SetTag(uint16_t value) { std::atomic_ref(tag).store(value, std::memory_order_release); }
+    RecursiveLock* Lock() const
+    {
+        return std::atomic_ref(const_cast<RecursiveLock*&>(lock)).load(std::memory_order_acquire);
+    }
+    void SetLock(RecursiveLock* value) { std::atomic_ref(lock).store(value, std::memory_order_release); }
+};
+
+// True if the pointer can be read as a handle of this kind.  Null and misaligned pointers are not.
+template <class T>
+bool IsLive(const T* object, HandleKind kind)
+{
+    if (object == nullptr || reinterpret_cast<uintptr_t>(object) % alignof(T) != 0) return false;
+    return (reinterpret_cast<const HandleHeader*>(object)->Tag() & (kKindMask | kDeletedFlag)) == kind;
+}
+
+// Makes and releases the records of one type.  One pool per type, shared by all threads.
+template <class T, HandleKind kKind>
+class HandlePool {
+public:
+    static constexpr size_t kSlabRecords = 32;
+    static constexpr size_t kMinReuse = 1024;
+
+    // A new record, its header set to kKind.  Throws std::bad_alloc.
+    template <class... Args>
+    T* New(RecursiveLock* lock, Args&&... args)
+    {
+        void* slot = TakeSlot();
+        T* record;
+        try {
+            record = ::new (slot) T(std::forward<Args>(args)...);
+        } catch (...) {
+            GiveBack(slot);
+            throw;
+        }
+        record->header.SetLock(lock);
+        record->header.SetTag(kKind);
+        return record;
+    }
+
+    void Release(T* record) noexcept
+    {
+        record->header.SetTag(DELETED_TYPE);
+        record->~T();
+        GiveBack(record);
+    }
+
+private:
+    struct alignas(64) Slot {
+        std::byte bytes[sizeof(T)];
+    };
+
+    void* TakeSlot()
+    {
+        std::lock_guard guard(mutex_);
+        if (released_.size() > kMinReuse) {
+            void* slot = released_.front();
+            released_.pop_front();
+            return slot;
+        }
+        if (next_ == kSlabRecords || slabs_.empty()) {
+            slabs_.push_back(std::make_unique<Slot[]>(kSlabRecords));
+            next_ = 0;
+        }
+        return &slabs_.back()[next_++];
+    }
+
+    void GiveBack(void* slot) noexcept
+    {
+        std::lock_guard guard(mutex_);
+        try {
+            released_.push_back(slot);
+        } catch (const std::bad_alloc&) {
+            // The slot is lost, the program goes on.
+        }
+    }
+
+    std::mutex mutex_;
+    std::vector<std::unique_ptr<Slot[]>> slabs_;
+    std::deque<void*> released_;
+    size_t next_ = 0;
+};
+
+}  // namespace talora

@@ -1,0 +1,76 @@
+// Memory for tables and lists, counted against the limit that the caller has set.
+//
+// A TableVector counts what it holds and refuses to grow over the limit by throwing
+// std::bad_alloc; code that can say what the memory is for calls CheckMemory first, which
+// fails with that text.  Entries start on a cache line.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <new>
+#include <vector>
+
+#include "Basic/Error.h"
+
+namespace talora {
+
+constexpr size_t kTableAlignment = 64;
+
+int64_t MemoryInUse();     // bytes in tables and lists now, whole process
+double MemoryLimit();      // bytes
+void SetMemoryLimit(double bytes);
+double MemoryAvailable();  // limit less what is in use, at least 0
+
+// Counts bytes, or throws std::bad_alloc when that would pass the limit.
+void TakeMemory(size_t bytes);
+void ReturnMemory(size_t bytes) noexcept;
+
+// Fails with "not enough memory " and the text when so many bytes are not to be had.
+void CheckMemory(double bytes, const char* format, ...) TALORA_PRINTF(2, 3);
+
+template <class T>
+struct CountedAllocator {
+    using value_type = T;
+    CountedAllocator() = default;
+    template <class U>
+    CountedAllocator(const CountedAllocator<U>&)
+    {
+    }
+    T* allocate(size_t count)
+    {
+        if (count > SIZE_MAX / 2 / sizeof(T)) throw std::bad_alloc();
+        TakeMemory(count * sizeof(T));
+        try {
+            return static_cast<T*>(::operator new(count * sizeof(T), std::align_val_t(kTableAlignment)));
+        } catch (...) {
+            ReturnMemory(count * sizeof(T));
+            throw;
+        }
+    }
+    void deallocate(T* block, size_t count) noexcept
+    {
+        ::operator delete(block, std::align_val_t(kTableAlignment));
+        ReturnMemory(count * sizeof(T));
+    }
+    template <class U>
+    bool operator==(const CountedAllocator<U>&) const
+    {
+        return true;
+    }
+};
+
+template <class T>
+using TableVector = std::vector<T, CountedAllocator<T>>;
+
+// ---- Special values: large finite numbers with fixed bit patterns, compared exactly. ----
+
+double InfinityDbl();
+double UndefDbl();
+float InfinityFlt();
+float MissingProb();     // entry never given
+float ImpossibleProb();  // the row's parent configuration cannot occur
+
+inline bool IsUndef(double value) { return value == UndefDbl(); }
+inline bool IsMarker(float entry) { return entry == MissingProb() || entry == ImpossibleProb(); }
+
+}  // namespace talora
