@@ -1,0 +1,663 @@
+/* Talora: Bayesian belief networks and decision networks.
+ *
+ * This header is the whole programming interface.  Conventions:
+ *
+ * 1. Objects are reached through opaque handles (net_bn*, node_bn*, ...).  What a New... or Copy...
+ *    function returns is freed with the matching Delete... function.  What a Get... function
+ *    returns belongs to the object; unless said otherwise it stays valid until the object changes.
+ * 2. No function throws, prints or exits.  A failure leaves an error record on the calling thread
+ *    (GetError_vx) and the function returns its failure value: NULL for handles and vectors, -1 for
+ *    counts, indices and other integers, UNDEF_STATE for states, the undefined double for reals.
+ *    The object is then as it was before the call.  Records of severity WARNING_ERR and below
+ *    leave the result valid.
+ * 3. Text is narrow: bytes, ASCII or UTF-8.  Where text is passed in, a string that begins with the
+ *    bytes 0xFF 0xFE is taken as UTF-16 (little endian, ended by a 16-bit zero).  Text returned is
+ *    always narrow.
+ * 4. States, list entries and other indices count from 0.
+ * 5. A NULL environment means the default one: the last one made that is still open.
+ * 6. Error numbers in the comments are magnitudes; records hold them negative.  Every function that
+ *    takes a net may give 5104 (NULL net) and 5143 (deleted or damaged); a node 5105, 5144 and 5184
+ *    (deleted); a list 5106 and 5145; an environment 5107 and 5146; a stream 5108 and 5147; a name
+ *    5114 (NULL), 5142 (empty) and 5118 (illegal).  Comments give only what is particular.
+ * 7. Tables are dense arrays over an ordered list of nodes, the last node varying fastest.  In a
+ *    conditional probability table the parents come first and the node's own states are innermost.
+ */
+#ifndef TALORA_H
+#define TALORA_H
+
+#include <stdint.h>
+
+#if defined(TALORA_BUILD)
+#define TALORA_API __attribute__((visibility("default")))
+#else
+#define TALORA_API
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+typedef struct environ_vx environ_vx;
+typedef struct report_vx report_vx;
+typedef struct net_bn net_bn;
+typedef struct node_bn node_bn;
+typedef struct nodelist_bn nodelist_bn;
+typedef struct stream_vx stream_vx;
+
+typedef int bool_vx;     /**< 0 false, anything else true */
+typedef int state_bn;    /**< state index, or one of the indicators below */
+typedef float prob_bn;   /**< probability */
+typedef double util_bn;  /**< utility */
+typedef double level_bn; /**< threshold or value of a state */
+
+enum { UNDEF_STATE = -3, IMPOSS_STATE = -4, EVERY_STATE = -5, UNIFORM_STATE = -7 };
+
+typedef enum {
+    NATURE_NODE = 1,
+    CONSTANT_NODE = 2,
+    DECISION_NODE = 3,
+    UTILITY_NODE = 4,
+    DISCONNECTED_NODE = 5,
+    ADVERSARY_NODE = 6
+} nodekind_bn;
+
+typedef enum { CONTINUOUS_TYPE = 1, DISCRETE_TYPE = 2 } nodetype_bn;
+
+typedef enum {
+    NOTHING_ERR = 0,
+    FALSE_ALERT_ERR = 1,
+    REPORT_ERR = 2,
+    NOTICE_ERR = 3,
+    WARNING_ERR = 4,
+    ERROR_ERR = 5,
+    XXX_ERR = 6 /**< internal error */
+} errseverity_vx;
+
+typedef enum {
+    OUT_OF_MEMORY_COND = 0x08,
+    USER_ABORTED_COND = 0x20,
+    FROM_WRAPPER_COND = 0x40,
+    FILE_COND = 0x80,
+    INCONS_FINDING_COND = 0x200
+} errcond_vx;
+
+typedef enum {
+    QUERY_CHECK = -1,
+    NO_CHECK = 1,      /**< nothing is checked in advance */
+    QUICK_CHECK = 2,   /**< handles, missing arguments */
+    REGULAR_CHECK = 3, /**< values too: names, probability vectors */
+    COMPLETE_CHECK = 4 /**< the whole object is validated before the work starts */
+} checking_vx;
+
+enum {
+    BELIEF_UPDATE = 256,
+    MESG_LEN_vx = 256,     /**< size of the buffers given to InitTalora2_bn and CloseTalora_bn */
+    NO_VISUAL_INFO = 0x10, /**< controls of ReadNet_bn */
+    NO_WINDOW = 0x20,
+    MINIMIZED_WINDOW = 0x30,
+    REGULAR_WINDOW = 0x70
+};
+
+/* ---------------------------------------------------------------------------------------------
+ * Environment
+ * ------------------------------------------------------------------------------------------- */
+
+/** Makes an environment, to be initialised with InitTalora2_bn.
+ *  @param name  what the environment is called in messages, or NULL
+ *  @param locn  NULL, "" or "local"; objects of an environment made with "remote" live elsewhere
+ *               and are refused by the functions that cannot work remotely
+ *  It becomes the default environment. At most 64 may be open at a time. */
+TALORA_API environ_vx* NewTaloraEnviron_vx(const char* name, const char* locn);
+
+/** Initialises an environment.
+ *  @param mesg  buffer of MESG_LEN_vx bytes for a banner, or on failure for the reason; may be NULL
+ *  @return 0 or more; negative on failure */
+TALORA_API int InitTalora2_bn(environ_vx* env, char* mesg);
+
+/** Closes an environment: deletes its nets, lists, streams and error records, then the environment.
+ *  @param mesg  as for InitTalora2_bn
+ *  @return 0 or more; negative on failure */
+TALORA_API int CloseTalora_bn(environ_vx* env, char* mesg);
+
+/** The default environment: the last one made that is still open. NULL when there is none; no error. */
+TALORA_API environ_vx* GetDefaultEnviron_vx(void);
+
+/** The version as a number: 601 for version 6.01.
+ *  @param version  receives the version text (static), if not NULL */
+TALORA_API int GetTaloraVersion_bn(environ_vx* env, const char** version);
+
+/** Sets how thoroughly arguments are checked, for the whole library.
+ *  @param setting  1 to 4 (checking_vx), or -1 to query
+ *  @return the level before the call.  Error 5529: any other value. */
+TALORA_API checking_vx ArgumentChecking_vx(checking_vx setting, environ_vx* env);
+
+/** Limits the memory for tables and lists, for the whole library.
+ *  @param max_mem  bytes, at least 200000, or -1 to query
+ *  @return the limit before the call.  Error 5620: a smaller value.  A limit below what is in use is
+ *          raised to that plus 100000 bytes, with a notice. */
+TALORA_API double LimitMemoryUsage_vx(double max_mem, environ_vx* env);
+
+/** Bytes that tables and lists take now, in the whole library. */
+TALORA_API double GetMemoryUsage_vx(environ_vx* env);
+
+/** Sets or queries how calls from several threads are kept apart, for the whole library.
+ *  @param command  "mode"
+ *  @param value    "0" no locks, the caller keeps calls apart; "1" (the default) a lock per net; "2" one
+ *                  lock for everything; NULL or "" to query.  The change waits until no other call is
+ *                  inside; it is refused from within a callback.
+ *  @return the mode before the call */
+TALORA_API int ControlConcurrency_vx(environ_vx* env, const char* command, const char* value);
+
+/** A pointer of the caller's own, kept with the environment and never looked at. */
+TALORA_API void SetEnvironUserData_vx(environ_vx* env, void* data);
+TALORA_API void* GetEnvironUserData_vx(environ_vx* env);
+
+/** The number that stands for an unknown or absent real value. Compare exactly. */
+TALORA_API double GetUndefDbl_vx(void);
+/** The number that stands for infinity; its negative for minus infinity. */
+TALORA_API double GetInfinityDbl_vx(void);
+
+/** Gives a text to the message handler (see SetMessageHandler_vx). */
+TALORA_API void PrintToMessagesWindow_vx(environ_vx* env, const char* text);
+
+/** The language of messages; this version has "English" only. */
+TALORA_API void SetLanguage_vx(environ_vx* env, const char* language);
+TALORA_API const char* GetLanguage_vx(environ_vx* env);
+
+/** Whose words messages use: "programming" (the default), "interface", "automation" or "managed".
+ *  Holds for records raised from now on. */
+TALORA_API void SetMessageFlavor_vx(environ_vx* env, const char* flavor);
+TALORA_API const char* GetMessageFlavor_vx(environ_vx* env);
+
+/** Runs a script of editor commands. There is no script interpreter in the engine, so every script
+ *  but an empty one is refused. */
+TALORA_API int ExecuteScript_vx(environ_vx* env, const char* script);
+
+/** What the person at the keyboard may do, as a level 1 to 4 kept for the front end; -1 to query.
+ *  @return the level before the call.  Error 5530: another value. */
+TALORA_API int UserAllowed_vx(environ_vx* env, int setting);
+
+/** Where the front end's window should stand. Coordinates 0 to 32000, or -1 to leave one as it is.
+ *  @param status  "Regular", "Hidden", "Minimized", "Maximized"; NULL or "" leaves it */
+TALORA_API void SetAppWindowPosition_vx(environ_vx* env, int left, int top, int width, int height,
+                                        const char* status);
+/** Reads the position back; any pointer may be NULL. @return the status word */
+TALORA_API const char* GetAppWindowPosition_vx(environ_vx* env, int* left, int* top, int* width, int* height);
+
+/** Answers a question that comes up during a long operation.
+ *  @param answers  comma-separated, for example "Yes,Not Now,Cancel"
+ *  @param deflt    the answer taken when there is no handler
+ *  @return one of the answers (0 the first), or -1 for the default */
+typedef int (*question_handler_vx)(environ_vx* env, const char* question, const char* answers,
+                                   const char* deflt, void* data);
+/** Shows how far a long operation is. @param fraction 0 to 1; negative when it has ended.
+ *  @return whether to go on */
+typedef bool_vx (*progress_handler_vx)(environ_vx* env, const char* title, double fraction, void* data);
+/** Shows a report. @param report NULL for plain text.
+ *  @return how it was shown, 0 to 3, or -4 to abort the operation */
+typedef int (*message_handler_vx)(environ_vx* env, const char* text, const report_vx* report, void* data);
+
+/** Handlers that a front end sets; NULL removes one. They may call the interface. */
+TALORA_API void SetQuestionHandler_vx(environ_vx* env, question_handler_vx handler, void* data);
+TALORA_API void SetProgressHandler_vx(environ_vx* env, progress_handler_vx handler, void* data);
+TALORA_API void SetMessageHandler_vx(environ_vx* env, message_handler_vx handler, void* data);
+
+/** Asks long operations to stop, or withdraws the request. It stays set until withdrawn. Takes no lock
+ *  and may be called from any thread or a signal handler. */
+TALORA_API void SetHaltFlag_vx(environ_vx* env, bool_vx halt);
+TALORA_API bool_vx GetHaltFlag_vx(environ_vx* env);
+
+/** Whether a finding is checked against the model when it is entered also in nets that do not update
+ *  automatically. Off by default. */
+TALORA_API void SetFindingChecking_vx(environ_vx* env, bool_vx check);
+TALORA_API bool_vx GetFindingChecking_vx(environ_vx* env);
+
+/** Exercises recovery from extreme conditions.
+ *  @param test  "out of memory", "exception", "foreign exception" or "assertion": the named fault
+ *               happens inside the call, which fails with its record */
+TALORA_API int TestFaultRecovery_vx(environ_vx* env, const char* test);
+
+/* ---------------------------------------------------------------------------------------------
+ * Error records.  A record belongs to the thread that raised it.
+ * ------------------------------------------------------------------------------------------- */
+
+/** The calling thread's records, newest first.
+ *  @param severity  least severity wanted
+ *  @param number    only this error number (sign ignored), or 0 for all
+ *  @param after     the record returned last, or NULL to begin
+ *  @return the next older record, or NULL.  Valid until cleared. */
+TALORA_API report_vx* GetError_vx(environ_vx* env, errseverity_vx severity, int number, const report_vx* after);
+
+TALORA_API int ErrorNumber_vx(const report_vx* error); /**< negative */
+TALORA_API const char* ErrorMessage_vx(const report_vx* error);
+TALORA_API errseverity_vx ErrorSeverity_vx(const report_vx* error);
+/** Whether the record is of this condition (one of errcond_vx). */
+TALORA_API bool_vx ErrorCategory_vx(errcond_vx cond, const report_vx* error);
+/** The interface function that was running, "" if none. */
+TALORA_API const char* ErrorFunction_vx(const report_vx* error);
+/** The file being read, "" if none.
+ *  @param position  receives the line or position, -1 if unknown; may be NULL */
+TALORA_API const char* ErrorFile_vx(const report_vx* error, int64_t* position);
+/** How it was shown: 0 not, 1 printed, 2 printed with a sound, 3 in a dialog box. */
+TALORA_API int ErrorDisposition_vx(const report_vx* error);
+/** What became of the cause: 0 doesn't need fixing ... 5 can't be fixed. */
+TALORA_API int ErrorFixStatus_vx(const report_vx* error);
+/** The sub-errors of a record, by index; NULL beyond the last. */
+TALORA_API report_vx* GetNthSubError_vx(const report_vx* error, int index);
+
+/** Removes one record. */
+TALORA_API void ClearError_vx(report_vx* error);
+/** Removes the calling thread's records up to and including a severity. */
+TALORA_API void ClearErrors_vx(environ_vx* env, errseverity_vx severity);
+/** Adds a record of the caller's own. @param number any magnitude; @return the record */
+TALORA_API report_vx* NewError_vx(environ_vx* env, int number, errseverity_vx severity, const char* message);
+/** Lists the calling thread's records, oldest first, as text.
+ *  @param verbosity  0 to 4
+ *  @param max_records  where to stop
+ *  @return the text; belongs to the thread, valid until its next listing */
+TALORA_API const char* ListErrors_vx(environ_vx* env, int verbosity, int max_records);
+
+/** How many reports are shown per thread before they are only kept. Default 1000. */
+TALORA_API void SetReportLimit_vx(environ_vx* env, int limit);
+TALORA_API int GetReportLimit_vx(environ_vx* env);
+/** What the calling thread does with repeats: 1 not shown again once shown in a dialog, 2 (the default)
+ *  reduced to one "More ..." line, 3 all shown, 0 nothing is shown at all.  @return the mode before */
+TALORA_API int SetRepeatMode_vx(environ_vx* env, int mode);
+TALORA_API int GetRepeatMode_vx(environ_vx* env);
+
+/* ---------------------------------------------------------------------------------------------
+ * Nets
+ * ------------------------------------------------------------------------------------------- */
+
+/** A new net without nodes. Net names need not be unique. */
+TALORA_API net_bn* NewNet_bn(const char* name, environ_vx* env);
+/** Frees a net with its nodes, tables and findings. NULL does nothing. */
+TALORA_API void DeleteNet_bn(net_bn* net);
+/** A copy of a net.
+ *  @param env      the environment for the copy, NULL for the original's
+ *  @param options  words out of "no_nodes", "no_links", "no_tables", "no_visual", "no_window" */
+TALORA_API net_bn* CopyNet_bn(const net_bn* net, const char* new_name, environ_vx* env, const char* options);
+
+/** The nets of an environment, in the order in which they were made; NULL beyond the last. */
+TALORA_API net_bn* GetNthNet_bn(int index, environ_vx* env);
+/** The first net of that name, or NULL. */
+TALORA_API net_bn* GetNetNamed_bn(const char* name, environ_vx* env);
+TALORA_API environ_vx* GetNetEnviron_bn(const net_bn* net);
+
+TALORA_API void SetNetName_bn(net_bn* net, const char* name);
+TALORA_API const char* GetNetName_bn(const net_bn* net);
+TALORA_API void SetNetTitle_bn(net_bn* net, const char* title); /**< NULL or "" removes it */
+TALORA_API const char* GetNetTitle_bn(const net_bn* net);
+TALORA_API void SetNetComment_bn(net_bn* net, const char* comment);
+TALORA_API const char* GetNetComment_bn(const net_bn* net);
+TALORA_API void SetNetAuthor_bn(net_bn* net, const char* author);
+TALORA_API const char* GetNetAuthor_bn(const net_bn* net);
+/** Who changed the net last, and when (seconds since 1970, 0 unknown). Kept in its files. */
+TALORA_API void SetNetLastChange_bn(net_bn* net, const char* who, uint32_t when);
+/** @param when receives the time; may be NULL. @return who, "" if unknown */
+TALORA_API const char* GetNetLastChange_bn(const net_bn* net, uint32_t* when);
+TALORA_API void SetNetUserData_bn(net_bn* net, void* data); /**< a pointer of the caller's own */
+TALORA_API void* GetNetUserData_bn(const net_bn* net);
+
+/** A field of the caller's own, kept in the net and its files.
+ *  @param name    a legal name
+ *  @param value   bytes, copied; NULL removes the field
+ *  @param length  number of bytes, -1 for text ended by a zero
+ *  @param kind    must be 0 */
+TALORA_API void SetNetUserField_bn(net_bn* net, const char* name, const void* value, int length, int kind);
+/** @param length receives the number of bytes; may be NULL. @return the bytes (a zero follows), NULL if
+ *  there is no such field; no error */
+TALORA_API const char* GetNetUserField_bn(const net_bn* net, const char* name, int* length, int kind);
+/** The user fields by index, in the order in which they were made. Beyond the last, name and value are
+ *  set to NULL. Any pointer may be NULL. */
+TALORA_API void GetNetNthUserField_bn(const net_bn* net, int index, const char** name, const char** value,
+                                      int* length, int kind);
+
+/** Whether beliefs are brought up to date at once after each finding.
+ *  @param auto_update  0 or BELIEF_UPDATE; 1 is taken as BELIEF_UPDATE.  Error 5241: another value (the
+ *                      setting then follows its bit 256)
+ *  @return the setting before the call */
+TALORA_API int SetNetAutoUpdate_bn(net_bn* net, int auto_update);
+TALORA_API int GetNetAutoUpdate_bn(const net_bn* net);
+/** Whether the net is compiled when it is read from a file. */
+TALORA_API void SetNetAutoCompile_bn(net_bn* net, bool_vx auto_compile);
+TALORA_API bool_vx GetNetAutoCompile_bn(const net_bn* net);
+/** Number of time dimensions of a net with time delays, 0 to 100. */
+TALORA_API void SetNetNumDimensions_bn(net_bn* net, int num_dimensions);
+TALORA_API int GetNetNumDimensions_bn(const net_bn* net);
+
+/** All nodes, in the order in which they were made. The list belongs to the net and must not be changed.
+ *  @param options  must be NULL or empty */
+TALORA_API const nodelist_bn* GetNetNodes2_bn(const net_bn* net, const char* options);
+/** The node of that name, or NULL. */
+TALORA_API node_bn* GetNodeNamed_bn(const char* name, const net_bn* net);
+
+/* Node sets: named groups of nodes of a net, in the order in which they were made. */
+
+/** Adds a node to a set, making the set when it is new. Does nothing when the node is in it already. */
+TALORA_API void AddNodeToNodeset_bn(node_bn* node, const char* nodeset);
+/** Takes a node out of a set; an empty set stays. */
+TALORA_API void RemoveNodeFromNodeset_bn(node_bn* node, const char* nodeset);
+TALORA_API bool_vx IsNodeInNodeset_bn(const node_bn* node, const char* nodeset);
+/** Makes an empty set. */
+TALORA_API void NewNodeset_bn(const char* nodeset, net_bn* net);
+TALORA_API void DeleteNodeset_bn(const char* nodeset, net_bn* net);
+TALORA_API void RenameNodeset_bn(const char* nodeset, const char* new_name, net_bn* net);
+/** The name of a set by index; NULL beyond the last. */
+TALORA_API const char* GetNthNodeset_bn(const net_bn* net, int index);
+/** A new list of the members, in the order in which they were added; the caller's to delete. NULL with an
+ *  error when there is no such set. */
+TALORA_API nodelist_bn* GetNodesetNodes_bn(const char* nodeset, const net_bn* net);
+
+/* ---------------------------------------------------------------------------------------------
+ * Nodes
+ * ------------------------------------------------------------------------------------------- */
+
+/** A new nature node.
+ *  @param name        legal and not used in the net
+ *  @param num_states  1 or more for a discrete node, 0 for a continuous one
+ *  The node belongs to the net. */
+TALORA_API node_bn* NewNode_bn(const char* name, int num_states, net_bn* net);
+/** Removes a node with its links; the tables of its children lose it as a parent (see DeleteLink_bn). */
+TALORA_API void DeleteNode_bn(node_bn* node);
+/** Copies nodes and the links between them.
+ *  @param nodes    nodes of one net, without NULL entries
+ *  @param net      where to; names already used there get a number appended
+ *  @param options  words out of "no_links", "no_tables", "dont_return_list"
+ *  Links from nodes outside the list are kept when net is the original's, and otherwise disconnected.
+ *  @return a new list of the new nodes in the same order, the caller's to delete; NULL with
+ *          "dont_return_list" or on failure */
+TALORA_API nodelist_bn* CopyNodes_bn(const nodelist_bn* nodes, net_bn* net, const char* options);
+
+TALORA_API net_bn* GetNodeNet_bn(const node_bn* node);
+TALORA_API void SetNodeName_bn(node_bn* node, const char* name);
+TALORA_API const char* GetNodeName_bn(const node_bn* node);
+TALORA_API void SetNodeTitle_bn(node_bn* node, const char* title);
+TALORA_API const char* GetNodeTitle_bn(const node_bn* node);
+TALORA_API void SetNodeComment_bn(node_bn* node, const char* comment);
+TALORA_API const char* GetNodeComment_bn(const node_bn* node);
+TALORA_API void SetNodeUnits_bn(node_bn* node, const char* units);
+TALORA_API const char* GetNodeUnits_bn(const node_bn* node);
+TALORA_API void SetNodeAuthor_bn(node_bn* node, const char* author);
+TALORA_API const char* GetNodeAuthor_bn(const node_bn* node);
+TALORA_API void SetNodeLastChange_bn(node_bn* node, const char* who, uint32_t when);
+TALORA_API const char* GetNodeLastChange_bn(const node_bn* node, uint32_t* when);
+TALORA_API void SetNodeUserData_bn(node_bn* node, void* data);
+TALORA_API void* GetNodeUserData_bn(const node_bn* node);
+TALORA_API void SetNodeUserField_bn(node_bn* node, const char* name, const void* value, int length, int kind);
+TALORA_API const char* GetNodeUserField_bn(const node_bn* node, const char* name, int* length, int kind);
+TALORA_API void GetNodeNthUserField_bn(const node_bn* node, int index, const char** name, const char** value,
+                                       int* length, int kind);
+
+/** What kind of node it is. DISCONNECTED_NODE and ADVERSARY_NODE cannot be set. */
+TALORA_API void SetNodeKind_bn(node_bn* node, nodekind_bn kind);
+TALORA_API nodekind_bn GetNodeKind_bn(const node_bn* node);
+/** DISCRETE_TYPE or CONTINUOUS_TYPE. */
+TALORA_API nodetype_bn GetNodeType_bn(const node_bn* node);
+/** Level of measurement: "UNKNOWN_MEASURE", "NOMINAL", "PROXIMAL", "ORDINAL", "INTERVAL", "RATIO". */
+TALORA_API void SetNodeMeasure_bn(node_bn* node, const char* measure);
+TALORA_API const char* GetNodeMeasure_bn(const node_bn* node);
+/** Relation to the parents: "INVERTABLE", "DETERMIN", "CHANCE", "UNKNOWN_CHANCE". */
+TALORA_API void SetNodeRelation_bn(node_bn* node, const char* relation);
+TALORA_API const char* GetNodeRelation_bn(const node_bn* node);
+/** The node's equation text, "" if it has none. */
+TALORA_API const char* GetNodeEquation_bn(const node_bn* node);
+
+/** Writes a label for people: the title, or the name when there is no title.
+ *  @param options    "multi_line" keeps line breaks, which otherwise become blanks
+ *  @param label      buffer, cut on a character boundary and ended with a zero
+ *  @param max_chars  its size in bytes, 0 to ask for the length only
+ *  @return bytes of the whole label without the zero */
+TALORA_API int GetNodeLabel_bn(const node_bn* node, const char* options, char* label, int max_chars);
+/** The same for a state: title, name, interval of a discretised node, or "#" and its number. */
+TALORA_API int GetNodeStateLabel_bn(const node_bn* node, state_bn state, const char* options, char* label,
+                                    int max_chars);
+
+/* States */
+
+TALORA_API int GetNodeNumberStates_bn(const node_bn* node);
+/** Names one state: a legal name, unique in the node. NULL or "" removes it. */
+TALORA_API void SetNodeStateName_bn(node_bn* node, state_bn state, const char* state_name);
+/** Names all states: comma-separated, as many as there are states. NULL or "" removes all. */
+TALORA_API void SetNodeStateNames_bn(node_bn* node, const char* state_names);
+TALORA_API const char* GetNodeStateName_bn(const node_bn* node, state_bn state); /**< "" if unnamed */
+TALORA_API void SetNodeStateTitle_bn(node_bn* node, state_bn state, const char* title);
+TALORA_API const char* GetNodeStateTitle_bn(const node_bn* node, state_bn state);
+TALORA_API void SetNodeStateComment_bn(node_bn* node, state_bn state, const char* comment);
+TALORA_API const char* GetNodeStateComment_bn(const node_bn* node, state_bn state);
+/** The state of that name, or UNDEF_STATE; no error. */
+TALORA_API state_bn GetStateNamed_bn(const char* name, const node_bn* node);
+/** Adds states at a position.
+ *  @param first_state  where the first new state comes; -1 at the end
+ *  @param state_names  comma-separated names, or NULL; when the states have names and the new ones have
+ *                      none, all names are dropped with a warning
+ *  @param cpt_fill     what the tables get for them: -1 or the undefined double: missing; 0: zero */
+TALORA_API void AddNodeStates_bn(node_bn* node, state_bn first_state, const char* state_names, int num_states,
+                                 double cpt_fill);
+/** Removes a state; the tables of the node and its children lose its entries (rows that summed to 1 are
+ *  rescaled). A finding of the node is dropped. */
+TALORA_API void RemoveNodeState_bn(node_bn* node, state_bn state);
+/** @param new_order  one entry per state: the present index of the state that comes there */
+TALORA_API void ReorderNodeStates_bn(node_bn* node, const state_bn* new_order);
+
+/* Levels */
+
+/** Thresholds of a continuous node (num_states + 1 values, increasing or decreasing; num_states 0: its
+ *  range, 2 values), or the values of a discrete node's states (num_states values). NULL removes them. */
+TALORA_API void SetNodeLevels_bn(node_bn* node, int num_states, const level_bn* levels);
+/** The levels, NULL if there are none: see GetNodeNumberLevels_bn for how many. */
+TALORA_API const level_bn* GetNodeLevels_bn(const node_bn* node);
+TALORA_API int GetNodeNumberLevels_bn(const node_bn* node);
+
+/* Links */
+
+/** Makes parent the last parent of child. The child's tables are repeated for each state of it.
+ *  @return the index of the link in the child's parent list.  Error 3213: nodes of different nets. */
+TALORA_API int AddLink_bn(node_bn* parent, node_bn* child);
+/** Removes a link. The child's tables keep the slice for the removed parent's first state; for the
+ *  average of all, set the table again. */
+TALORA_API void DeleteLink_bn(int parent_index, node_bn* child);
+/** Replaces a parent; NULL disconnects the link, leaving a node of kind DISCONNECTED_NODE in the child's
+ *  parent list that remembers the parent's name and states. The new parent must have as many states as
+ *  the old one for the tables to stay; otherwise they are carried as by DeleteLink_bn and AddLink_bn. */
+TALORA_API void SwitchNodeParent_bn(int parent_index, node_bn* child, node_bn* new_parent);
+/** Whether the link has been disconnected. */
+TALORA_API bool_vx IsLinkDisconnected_bn(int parent_index, const node_bn* child);
+/** Connects the disconnected links of a node to the nodes they came from, found by name. Fails without any
+ *  change when one of them has left the net. @return how many were connected */
+TALORA_API int ReconnectNodeLinks_bn(node_bn* child);
+/** The parents, in order. Belongs to the node, valid until its links change. */
+TALORA_API const nodelist_bn* GetNodeParents_bn(const node_bn* node);
+/** The children, in the order in which they were linked. As above. */
+TALORA_API const nodelist_bn* GetNodeChildren_bn(const node_bn* node);
+/** Whether there is a directed path from one node to another along links without delay. */
+TALORA_API bool_vx IsNodeAncestor_bn(const node_bn* ancestor, const node_bn* descendent);
+TALORA_API void SetNodeInputName_bn(node_bn* node, int parent_index, const char* name); /**< NULL removes */
+TALORA_API const char* GetNodeInputName_bn(const node_bn* node, int parent_index);
+/** Gives a link a time delay: a number as text, one per time dimension separated by commas; NULL, "" or
+ *  zeros remove it. */
+TALORA_API void SetNodeInputDelay_bn(node_bn* node, int parent_index, const char* delay);
+TALORA_API const char* GetNodeInputDelay_bn(const node_bn* node, int parent_index);
+/** How the node persists over time: text as for SetNodeInputDelay_bn. */
+TALORA_API void SetNodePersistance_bn(node_bn* node, const char* persist);
+TALORA_API const char* GetNodePersistance_bn(const node_bn* node);
+
+/* ---------------------------------------------------------------------------------------------
+ * Node lists: ordered lists of nodes that may hold NULL entries.
+ * ------------------------------------------------------------------------------------------- */
+
+/** A new list with that many NULL entries, the caller's to delete. @param net any net of the environment */
+TALORA_API nodelist_bn* NewNodeList2_bn(int length, const net_bn* net);
+TALORA_API nodelist_bn* DupNodeList_bn(const nodelist_bn* list);
+TALORA_API void DeleteNodeList_bn(nodelist_bn* list); /**< not the nodes; NULL does nothing */
+TALORA_API void ClearNodeList_bn(nodelist_bn* list);
+TALORA_API int LengthNodeList_bn(const nodelist_bn* list);
+TALORA_API node_bn* NthNode_bn(const nodelist_bn* list, int index);
+TALORA_API void SetNthNode_bn(nodelist_bn* list, int index, node_bn* node);
+/** Inserts a node before the entry at index; -1 at the end. */
+TALORA_API void AddNodeToList_bn(node_bn* node, nodelist_bn* list, int index);
+/** Removes and returns the entry at index; -1 the last. */
+TALORA_API node_bn* RemoveNthNode_bn(nodelist_bn* list, int index);
+/** @return the position of the node from start_index on, -1 if it is not there */
+TALORA_API int IndexOfNodeInList_bn(const node_bn* node, const nodelist_bn* list, int start_index);
+
+/* ---------------------------------------------------------------------------------------------
+ * Tables.  parent_states: one state per parent in parent order; NULL for a node without parents.
+ * ------------------------------------------------------------------------------------------- */
+
+/** Sets one row. @param probs one entry per state, sum 1 within 2e-6; all zeros: the parent states cannot
+ *  occur together.  EVERY_STATE among the parent states sets all their rows.
+ *  Errors 5113 (NULL), 5133 (bad vector), 3081 and 3082 (cannot have a table), 3615 (too large). */
+TALORA_API void SetNodeProbs_bn(node_bn* node, const state_bn* parent_states, const prob_bn* probs);
+/** One row, or NULL if there is no table. Missing entries hold the missing marker (see IsMissingProb_bn). */
+TALORA_API const prob_bn* GetNodeProbs_bn(const node_bn* node, const state_bn* parent_states);
+/** Sets the whole table: rows in table order. @param num_entries must be the table's size */
+TALORA_API void SetNodeTable_bn(node_bn* node, const prob_bn* probs, int64_t num_entries);
+/** The whole table, NULL if there is none. @param num_entries receives the size; may be NULL */
+TALORA_API const prob_bn* GetNodeTable_bn(const node_bn* node, int64_t* num_entries);
+TALORA_API bool_vx IsMissingProb_bn(prob_bn entry);    /**< not yet given */
+TALORA_API bool_vx IsImpossibleProb_bn(prob_bn entry); /**< parent states cannot occur together */
+/** Product of the state counts of the node and its parents (saturating at 1.8e305). */
+TALORA_API double SizeNodeTable_bn(const node_bn* node);
+
+/** For a deterministic node: its state under the parent states. */
+TALORA_API void SetNodeFuncState_bn(node_bn* node, const state_bn* parent_states, state_bn state);
+TALORA_API state_bn GetNodeFuncState_bn(const node_bn* node, const state_bn* parent_states);
+/** For a deterministic continuous node (or a utility node): its value under the parent states. */
+TALORA_API void SetNodeFuncReal_bn(node_bn* node, const state_bn* parent_states, double value);
+TALORA_API double GetNodeFuncReal_bn(const node_bn* node, const state_bn* parent_states);
+/** How many cases are behind a row, 0 or more. */
+TALORA_API void SetNodeExperience_bn(node_bn* node, const state_bn* parent_states, double experience);
+TALORA_API double GetNodeExperience_bn(const node_bn* node, const state_bn* parent_states);
+/** Removes the probability, function and experience tables. */
+TALORA_API void DeleteNodeTables_bn(node_bn* node);
+/** @param complete receives whether no entry is missing; may be NULL.  @return whether there is a
+ *  probability or function table */
+TALORA_API bool_vx HasNodeTable_bn(const node_bn* node, bool_vx* complete);
+/** Whether every row of the table gives one state probability 1. */
+TALORA_API bool_vx IsNodeDeterministic_bn(const node_bn* node);
+
+/* ---------------------------------------------------------------------------------------------
+ * Compiling
+ * ------------------------------------------------------------------------------------------- */
+
+/** Builds the junction tree, finding an elimination order first when none is stored. Beliefs are then found
+ *  when they are asked for, or at once if the net auto-updates. */
+TALORA_API void CompileNet_bn(net_bn* net);
+/** Searches for a better elimination order, stores it and compiles. Never worse than before.
+ *  @param seconds  how long, at most; ends earlier when the order is proven best or the halt flag is set
+ *  @param options  must be NULL or empty.  Not for nets with decision nodes. */
+TALORA_API void OptimizeNetElimOrder_bn(net_bn* net, double seconds, const char* options);
+/** Discards the junction tree. */
+TALORA_API void UncompileNet_bn(net_bn* net);
+TALORA_API bool_vx IsNetCompiled_bn(const net_bn* net);
+/** Stores an elimination order: every nature and decision node once. NULL removes it. The list is copied.
+ *  Errors 3556 (a NULL entry), 3277. */
+TALORA_API void SetNetElimOrder_bn(net_bn* net, const nodelist_bn* order);
+/** The stored order, belonging to the net; NULL if none. */
+TALORA_API const nodelist_bn* GetNetElimOrder_bn(const net_bn* net);
+/** The sum over the stored order's steps of the table sizes, as the search counts it; undefined without one. */
+TALORA_API double GetNetElimCost_bn(const net_bn* net);
+
+/** Table entries of the junction tree under the current findings, cliques and separators.
+ *  @param method must be 0 */
+TALORA_API double SizeCompiledNet_bn(const net_bn* net, int method);
+/** The junction tree as a table in text. Belongs to the net, valid until the next report. */
+TALORA_API const char* ReportJunctionTree_bn(const net_bn* net);
+/** Walking the tree. Clique 0 is the root. */
+TALORA_API int GetNetNumCliques_bn(const net_bn* net);
+TALORA_API const nodelist_bn* GetCliqueNodes_bn(const net_bn* net, int clique); /**< elimination order */
+TALORA_API int GetCliqueNumNeighbors_bn(const net_bn* net, int clique);
+TALORA_API int GetCliqueNeighbor_bn(const net_bn* net, int clique, int index); /**< a clique's number */
+TALORA_API double GetCliqueSize_bn(const net_bn* net, int clique);
+/** Totals of table entries; any pointer may be NULL. */
+TALORA_API void GetCompiledNetSizes_bn(const net_bn* net, double* sum_cliques, double* sum_with_separators,
+                                       double* sum_under_findings);
+/** The clique that holds the node's table, -1 if none. */
+TALORA_API int GetNodeHomeClique_bn(const node_bn* node);
+
+/* ---------------------------------------------------------------------------------------------
+ * Findings and beliefs
+ * ------------------------------------------------------------------------------------------- */
+
+/** Enters that the node is in a state. Must agree with what is entered already (errors 3300 to 3319). */
+TALORA_API void EnterFinding_bn(node_bn* node, state_bn state);
+/** Enters that the node is not in a state. */
+TALORA_API void EnterFindingNot_bn(node_bn* node, state_bn state);
+/** Enters how probable the observation is in each state: entries of 0 or more, only their ratios matter.
+ *  Multiplies into a likelihood entered before. */
+TALORA_API void EnterNodeLikelihood_bn(node_bn* node, const prob_bn* likelihood);
+/** Enters a real value. On a discretised node it is the state whose interval holds it; on a discrete node
+ *  with levels, the state that has exactly that value. */
+TALORA_API void EnterNodeValue_bn(node_bn* node, double value);
+/** Enters what the beliefs of the node are to become (sum 1): a likelihood is found that makes them so. */
+TALORA_API void EnterNodeCalibration_bn(node_bn* node, const prob_bn* calibration);
+/** Enters a measurement of a discretised node: normally distributed error, standard deviation above 0. */
+TALORA_API void EnterGaussianFinding_bn(node_bn* node, double mean, double std_dev);
+/** Enters that the value of a discretised node lies between two values. */
+TALORA_API void EnterIntervalFinding_bn(node_bn* node, double low, double high);
+TALORA_API void RetractNodeFindings_bn(node_bn* node);
+TALORA_API void RetractNetFindings_bn(net_bn* net);
+
+/** The state entered; UNDEF_STATE if none, or if the finding is a likelihood. */
+TALORA_API state_bn GetNodeFinding_bn(const node_bn* node);
+/** The likelihood over the states that the findings amount to, all 1 without a finding. NULL for a node
+ *  without states. Belongs to the node. */
+TALORA_API const prob_bn* GetNodeLikelihood_bn(const node_bn* node);
+/** The value entered; undefined if none. */
+TALORA_API double GetNodeValueEntered_bn(const node_bn* node);
+TALORA_API bool_vx HasNodeFinding_bn(const node_bn* node);
+
+/** The beliefs of a node, after updating if need be: one entry per state, sum 1. Belongs to the node, valid
+ *  until findings, tables or structure change. Error 2364: not a nature, decision or disconnected node. */
+TALORA_API const prob_bn* GetNodeBeliefs_bn(node_bn* node);
+/** The mean of the node's numeric value under its beliefs: state values, or midpoints of intervals.
+ *  @param std_dev  receives the standard deviation; may be NULL.  Undefined without levels. */
+TALORA_API double GetNodeExpectedValue_bn(node_bn* node, double* std_dev);
+/** The numeric value that a state stands for; undefined without levels. */
+TALORA_API double GetNodeStateValue_bn(const node_bn* node, state_bn state);
+/** Probability of all findings: 1 without any, 0 if they contradict one another, -1 on another failure. */
+TALORA_API double FindingsProbability_bn(net_bn* net);
+/** Its natural logarithm, which does not underflow; minus infinity (the system's) where it is 0. */
+TALORA_API double LogFindingsProbability_bn(net_bn* net);
+/** Whether the beliefs are up to date; does not update. */
+TALORA_API bool_vx IsBeliefUpdated_bn(const node_bn* node);
+/** Brings all beliefs up to date now. */
+TALORA_API void UpdateNetBeliefs_bn(net_bn* net);
+
+/* ---------------------------------------------------------------------------------------------
+ * Streams and net files
+ * ------------------------------------------------------------------------------------------- */
+
+/** A stream for a file on disk; nothing is opened yet. @param access must be NULL */
+TALORA_API stream_vx* NewFileStream_vx(const char* filename, environ_vx* env, const char* access);
+/** A stream whose contents live in memory. @param name used in messages, and its extension for the type of
+ *  file when writing; may be NULL */
+TALORA_API stream_vx* NewMemoryStream_vx(const char* name, environ_vx* env, const char* access);
+/** Frees a stream and its contents, never the file. NULL does nothing. */
+TALORA_API void DeleteStream_vx(stream_vx* stream);
+/** Password for what is written encrypted and read encrypted; NULL removes it. Text files do not use it. */
+TALORA_API void SetStreamEncryption_vx(stream_vx* stream, const char* password);
+/** The same under the name of the object interfaces. */
+TALORA_API void SetStreamPassword_vx(stream_vx* stream, const char* password);
+/** Whether a password is set; the password itself is not given out. */
+TALORA_API bool_vx HasStreamPassword_vx(const stream_vx* stream);
+/** Sets the contents of a memory stream; the bytes are copied. */
+TALORA_API void SetStreamContents_vx(stream_vx* stream, const void* buffer, int64_t length);
+/** The contents of a memory stream; a zero byte follows them.
+ *  @param length  receives their length; may be NULL only if they are text */
+TALORA_API const char* GetStreamContents_vx(const stream_vx* stream, int64_t* length);
+TALORA_API const char* GetStreamName_vx(const stream_vx* stream);
+
+/** Reads a net.
+ *  @param control  NO_VISUAL_INFO, NO_WINDOW, MINIMIZED_WINDOW or REGULAR_WINDOW
+ *  @return the new net; NULL with error records if the file cannot be read as a net.  Warnings name what
+ *          was skipped. */
+TALORA_API net_bn* ReadNet_bn(stream_vx* stream, int control);
+/** Writes a net as text (.dne). A file is replaced as a whole or not at all. */
+TALORA_API void WriteNet_bn(const net_bn* net, stream_vx* stream);
+
+#ifdef __cplusplus
+}
+#endif
+#endif
