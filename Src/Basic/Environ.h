@@ -1,0 +1,66 @@
+// The environment: the settings that govern calls, the handlers of the front end, and the nets.
+//
+// It owns its nets, node lists, streams and error records; closing it frees them.  Settings that
+// hold for the whole process (checking level, memory limit, concurrency) are not here.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "Basic/Handle.h"
+#include "Talora.h"
+
+namespace talora {
+
+constexpr int MAX_NUM_ENVIROS = 64;
+
+enum EnvironState { CREATED_ENV, PARTIAL_ENV, READY_ENV, CLOSED_ENV };
+
+// Whose words messages use.
+enum Flavor { INTERFACE_FLAVOR, PROGRAMMING_FLAVOR, AUTOMATION_FLAVOR, MANAGED_FLAVOR };
+
+struct WindowPosition {
+    int left = -1, top = -1, width = -1, height = -1;
+    const char* status = "Regular";
+};
+
+}  // namespace talora
+
+struct environ_vx {
+    talora::HandleHeader header;
+    talora::EnvironState state = talora::CREATED_ENV;
+    void* user_data = nullptr;
+    int report_limit = 1000;  // reports shown per thread
+    std::vector<net_bn*> nets;
+    std::vector<nodelist_bn*> lists;  // made for callers
+    std::vector<stream_vx*> streams;
+
+    std::string name;
+    bool remote = false;
+    talora::Flavor flavor = talora::PROGRAMMING_FLAVOR;
+    bool check_findings = false;
+    int user_allowed = 4;
+    talora::WindowPosition window;
+    std::atomic<bool> halt{false};
+
+    question_handler_vx question_handler = nullptr;
+    void* question_data = nullptr;
+    progress_handler_vx progress_handler = nullptr;
+    void* progress_data = nullptr;
+    message_handler_vx message_handler = nullptr;
+    void* message_data = nullptr;
+};
+
+namespace talora {
+
+environ_vx* DefaultEnviron();  // null when none is open
+
+int CheckingLevel();  // 1 to 4, whole library
+void SetCheckingLevel(int level);
+
+// Puts a question to the front end; the index of the answer, that of the default without a handler.
+int AskQuestion(const char* question, const char* answers, const char* deflt);
+
+}  // namespace talora

@@ -1,0 +1,190 @@
+// The entry frame: what every interface function runs around its work, and the argument checks.
+//
+//   int LengthNodeList_bn(const nodelist_bn* list)
+//   {
+//       return CallApi(__func__, list, -1, [&] { return Length(*list); });
+//   }
+//
+// CallApi takes the lock of the concurrency mode, makes the function current for the thread, checks
+// the handle to the current level, runs the body with denormals off and turns every failure into an
+// error record and the preset failure value.  Nothing leaves it as an exception.  Handles beyond the
+// first, names and options are checked inside the body with the functions below.
+//
+// Functions without a handle, or with an environment that may be NULL, use CallEnviron; functions
+// on two nets use CallApi2, which takes both locks in order of address.
+#pragma once
+
+#include <string>
+#include <type_traits>
+
+#include "Basic/Environ.h"
+#include "Basic/Error.h"
+#include "Basic/FloatMode.h"
+#include "Basic/MultiThread.h"
+#include "Talora.h"
+
+namespace talora {
+
+// ---- Handles.  Each fails with the stated error from checking level 2 on. ----
+void CheckHandle(const environ_vx* env);
+void CheckHandle(const net_bn* net);
+void CheckHandle(const node_bn* node);
+void CheckHandle(const nodelist_bn* list);  // entry by entry
+void CheckHandle(const stream_vx* stream);
+void CheckHandle(const report_vx* report);
+
+// Full consistency of the object, run at level 4.
+void ValidateHandle(const environ_vx* env);
+void ValidateHandle(const net_bn* net);
+void ValidateHandle(const node_bn* node);
+void ValidateHandle(const nodelist_bn* list);
+void ValidateHandle(const stream_vx* stream);
+void ValidateHandle(const report_vx* report);
+
+// The environment an object belongs to; null if the handle is null or damaged.
+environ_vx* EnvironOf(const environ_vx* env);
+environ_vx* EnvironOf(const net_bn* net);
+environ_vx* EnvironOf(const node_bn* node);
+environ_vx* EnvironOf(const nodelist_bn* list);
+environ_vx* EnvironOf(const stream_vx* stream);
+environ_vx* EnvironOf(const report_vx* report);
+
+// The lock kept with a handle's net; null for handles without one and for bad handles.
+RecursiveLock* LockOf(const environ_vx*);
+RecursiveLock* LockOf(const net_bn* net);
+RecursiveLock* LockOf(const node_bn* node);
+RecursiveLock* LockOf(const nodelist_bn* list);
+RecursiveLock* LockOf(const stream_vx*);
+RecursiveLock* LockOf(const report_vx*);
+
+// Whether calls on functions without a net take the process-wide lock: true for these handles.
+template <class H>
+constexpr bool kHasNet = std::is_same_v<H, net_bn> || std::is_same_v<H, node_bn> ||
+                         std::is_same_v<H, nodelist_bn>;
+
+// ---- Other arguments ----
+
+// A name passed: NULL 5114, empty 5142; from level 3 on illegal 5118.  @return it as narrow text
+std::string NameArgument(const char* name, const char* argument, bool allow_star = false);
+// A text passed: NULL gives "", wide is converted.
+std::string TextArgument(const char* text);
+// 'options' must be empty or NULL.
+void CheckNoOptions(const char* options);
+// Splits an options string; a word that is not among those allowed fails "in argument 'options',".
+// @return one bit per allowed word present
+uint32_t OptionsArgument(const char* options, std::initializer_list<const char*> allowed);
+
+// ---- The frame ----
+
+class EntryFrame {
+public:
+    EntryFrame(const char* function, environ_vx* env, RecursiveLock* lock, RecursiveLock* second,
+               bool has_net) noexcept;
+    ~EntryFrame();
+    EntryFrame(const EntryFrame&) = delete;
+    EntryFrame& operator=(const EntryFrame&) = delete;
+
+    void CheckReady();             // environment initialised, enough memory to start
+    bool Failed() const noexcept;  // an error was raised since the frame was entered
+    // Turns the exception being handled into a record.
+    void RecordException() noexcept;
+
+private:
+    FloatMode float_mode_;
+    ThreadState saved_;
+    RecursiveLock* first_;
+    RecursiveLock* second_;
+    bool counted_;
+};
+
+template <class R, class Body>
+R RunFramed(EntryFrame& frame, R failure, Body&& body) noexcept
+{
+    try {
+        frame.CheckReady();
+        R result = body();
+        return frame.Failed() ? failure : result;
+    } catch (...) {
+        frame.RecordException();
+        return failure;
+    }
+}
+
+struct NoResult {};
+
+// The body of a function on one handle; R is the type of the failure value.
+template <class H, class R, class Body>
+R CallApi(const char* function, const H* handle, R failure, Body&& body) noexcept
+{
+    EntryFrame frame(function, EnvironOf(handle), LockOf(handle), nullptr, kHasNet<H>);
+    return RunFramed(frame, failure, [&]() -> R {
+        CheckHandle(handle);
+        if (CheckingLevel() >= COMPLETE_CHECK) ValidateHandle(handle);
+        return static_cast<R>(body());
+    });
+}
+
+// The same for functions that return nothing.
+template <class H, class Body>
+void CallApi(const char* function, const H* handle, Body&& body) noexcept
+{
+    CallApi(function, handle, NoResult{}, [&] {
+        body();
+        return NoResult{};
+    });
+}
+
+// Two handles, possibly of different nets: both are checked, both nets locked.
+template <class H1, class H2, class R, class Body>
+R CallApi2(const char* function, const H1* first, const H2* second, R failure, Body&& body) noexcept
+{
+    EntryFrame frame(function, EnvironOf(first), LockOf(first), LockOf(second), kHasNet<H1>);
+    return RunFramed(frame, failure, [&]() -> R {
+        CheckHandle(first);
+        CheckHandle(second);
+        if (CheckingLevel() >= COMPLETE_CHECK) {
+            ValidateHandle(first);
+            ValidateHandle(second);
+        }
+        return static_cast<R>(body());
+    });
+}
+
+template <class H1, class H2, class Body>
+void CallApi2(const char* function, const H1* first, const H2* second, Body&& body) noexcept
+{
+    CallApi2(function, first, second, NoResult{}, [&] {
+        body();
+        return NoResult{};
+    });
+}
+
+// A function that takes an environment, NULL meaning the default one; the body gets it.
+template <class R, class Body>
+R CallEnviron(const char* function, environ_vx* env, R failure, Body&& body) noexcept
+{
+    if (env == nullptr) env = DefaultEnviron();
+    return CallApi(function, env, failure, [&] { return body(*env); });
+}
+
+template <class Body>
+void CallEnviron(const char* function, environ_vx* env, Body&& body) noexcept
+{
+    if (env == nullptr) env = DefaultEnviron();
+    CallApi(function, env, NoResult{}, [&] {
+        body(*env);
+        return NoResult{};
+    });
+}
+
+// Around a call of the caller's own code: restores his floating-point mode meanwhile.
+class CallbackScope {
+public:
+    CallbackScope();
+    ~CallbackScope();
+
+private:
+    FloatMode float_mode_;
+};
+
+}  // namespace talora
