@@ -1,0 +1,62 @@
+// The primitives through which every change of a net goes.
+//
+// An operation first computes all new values (which may fail), then applies them with these
+// primitives, which do not fail half way: a failed operation leaves the net as it was.  Each
+// primitive exchanges a part of a record with a new value and then brings what depends on it
+// into step (name index, children lists, junction tree, beliefs).  A change to the value that is
+// there already does nothing.  `what` says for people what the operation does ("rename node").
+#pragma once
+
+#include <utility>
+
+#include "BN/Bnet.h"
+
+namespace talora {
+
+// What depends on the part that is changed.
+enum Effect : unsigned {
+    NO_EFFECT = 0,
+    RENAMES_NODE = 1,   // the net's name index
+    RELINKS = 2,        // children lists of old and new parents, the parents list
+    RESTRUCTURES = 4,   // the junction tree is discarded
+    RETABLES = 8,       // the node's potential is filled again before the next update
+    REFINDS = 16        // the node's finding changed: beliefs are stale
+};
+
+// Brackets around one exchange; used by Change and by nothing else.
+void BeforeChange(Net& net, Node* node, unsigned effects) noexcept;
+void AfterChange(Net& net, Node* node, unsigned effects) noexcept;
+
+// Gives a field of a net (or node) a new value.
+template <class T>
+void Change(Net& net, Node* node, T& field, T value, unsigned effects, const char* what)
+{
+    if (field == value) return;
+    (void)what;
+    BeforeChange(net, node, effects);
+    std::swap(field, value);
+    AfterChange(net, node, effects);
+}
+template <class T>
+void Change(Net& net, T& field, T value, unsigned effects, const char* what)
+{
+    Change(net, nullptr, field, std::move(value), effects, what);
+}
+template <class T>
+void Change(Node& node, T& field, T value, unsigned effects, const char* what)
+{
+    Change(*node.net, &node, field, std::move(value), effects, what);
+}
+
+// Overwrites rows of the CPT: count entries from first on.  The table exists.
+void ChangeProbs(Node& node, int64_t first, const float* values, int64_t count, const char* what);
+void ChangeExperience(Node& node, int64_t row, double value, const char* what);
+void ChangeFuncState(Node& node, int64_t row, int32_t state, const char* what);
+void ChangeFuncReal(Node& node, int64_t row, double value, const char* what);
+
+// A new record at the end of the net's nodes; the name is legal and unused.
+Node* InsertNode(Net& net, std::string_view name, const char* what);
+// Takes a node without links or children out of the net and releases it.
+void RemoveNode(Node& node, const char* what) noexcept;
+
+}  // namespace talora
