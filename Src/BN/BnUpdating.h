@@ -1,0 +1,70 @@
+// Belief updating of a net: what is kept while a net is compiled, and the results read from it.
+//
+// A net owns one CompiledNet while it is compiled.  A change of structure, states or kinds discards
+// it; a change of a table only has that potential filled again, and a change of findings only marks
+// what has to be propagated.  The tables of the junction tree are taken when beliefs are first needed,
+// under the findings of that moment.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <unordered_map>
+#include <vector>
+
+#include "BN/Bnet.h"
+#include "BN/Junction.h"
+#include "BN/Propagate.h"
+#include "BN/Triangulation.h"
+
+namespace talora {
+
+struct CompiledNet {
+    std::vector<Node*> nodes;      // by variable: nature and decision nodes in net order
+    std::vector<int> variable_of;  // by node index, -1 for nodes outside the tree
+    std::vector<Node*> utilities;  // in the order of graph.utility_parents
+    ModelGraph graph;
+    JunctionTree tree;
+    bool has_decisions = false;    // or utility nodes
+
+    // The graph as propagation takes it: a node without states counts as having one.
+    ModelGraph propagation_graph;
+    std::unique_ptr<Propagation> propagation;  // null until beliefs are first needed
+    // Tables that are not stored in this form: made from a function table or cut at constant parents.
+    std::unordered_map<int, TableVector<float>> made_tables;
+
+    std::vector<int> stale_findings;     // variables whose finding the propagation does not know yet
+    std::vector<char> finding_is_stale;  // by variable
+    std::vector<NodeList> clique_lists;  // for callers, made when asked for
+};
+
+// ---- Notices from BnEdit.h ----
+void DiscardTree(Net& net) noexcept;
+void TableChanged(Node& node) noexcept;
+void FindingChanged(Node& node) noexcept;
+// One counter for all nets, so that a result cached for a net is recognised as stale.
+uint64_t NewUpdateCount() noexcept;
+
+// ---- Updating ----
+
+// Brings all beliefs up to date, compiling first if the net auto-updates.  Fails when the net is not
+// compiled, the tables are too large, or the findings contradict one another.
+void UpdateBeliefs(Net& net);
+// After a change of findings: updates at once if the net is compiled and auto-updates.
+void AutoUpdate(Net& net);
+bool AreBeliefsUpdated(const Net& net);
+
+// ---- Results; each brings beliefs up to date first ----
+
+// num_states entries, kept in the node; null for a node without states.
+const float* GetBeliefs(Node& node);
+double ExpectedValue(Node& node, double* std_dev);
+// Natural log of the probability of findings; 0 without findings, minus infinity if they conflict.
+// The failed update that finds the conflict leaves its error on record.
+double LogFindingsProbability(Net& net);
+
+bool HasFindings(const Net& net);
+
+// Whether a record says that findings contradict one another or the model.
+bool IsInconsistency(const report_vx& report);
+
+}  // namespace talora
