@@ -18,9 +18,10 @@ enum Effect : unsigned {
     NO_EFFECT = 0,
     RENAMES_NODE = 1,   // the net's name index
     RELINKS = 2,        // children lists of old and new parents, the parents list
-    RESTRUCTURES = 4,   // the junction tree is discarded
+    RESTRUCTURES = 4,   // the junction tree is discarded, with an order that the compiler found
     RETABLES = 8,       // the node's potential is filled again before the next update
-    REFINDS = 16        // the node's finding changed: beliefs are stale
+    REFINDS = 16,       // the node's finding changed: beliefs are stale
+    UNCOMPILES = 32     // the junction tree is discarded, the elimination order stays
 };
 
 // Brackets around one exchange; used by Change and by nothing else.

@@ -44,6 +44,9 @@ void FindingChanged(Node& node) noexcept;
 // One counter for all nets, so that a result cached for a net is recognised as stale.
 uint64_t NewUpdateCount() noexcept;
 
+// The state of a constant node: its finding, else what its table says for sure; -1 if neither tells.
+int ConstantState(const Node& node);
+
 // ---- Updating ----
 
 // Brings all beliefs up to date, compiling first if the net auto-updates.  Fails when the net is not

@@ -159,6 +159,7 @@ struct net_bn {
     bool auto_compile = false;
     int num_dimensions = 0;
     bool has_elim_order = false;
+    bool elim_order_found = false;  // by the compiler, so a change of structure may drop it silently
     nodelist_bn elim_order;
 
     std::unique_ptr<talora::CompiledNet, talora::CompiledNetDeleter> compiled;

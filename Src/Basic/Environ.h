@@ -41,6 +41,7 @@ struct environ_vx {
     bool remote = false;
     talora::Flavor flavor = talora::PROGRAMMING_FLAVOR;
     bool check_findings = false;
+    bool always_try_large = false;  // the person wants large tables tried without being asked
     int user_allowed = 4;
     talora::WindowPosition window;
     std::atomic<bool> halt{false};
