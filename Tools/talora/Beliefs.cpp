@@ -1,0 +1,165 @@
+// talora beliefs: how probable each state is, given findings.
+#include <algorithm>
+#include <cmath>
+#include <nlohmann/json.hpp>
+
+#include "talora/Findings.h"
+#include "talora/NetFile.h"
+#include "talora/Text.h"
+#include "talora/Values.h"
+
+namespace command {
+
+namespace {
+
+constexpr int kLongestBar = 50;
+
+// Nodes that have beliefs; one named on the command line is asked for whatever it is.
+bool HasBeliefs(const node_bn* node)
+{
+    const nodekind_bn kind = GetNodeKind_bn(node);
+    return (kind == NATURE_NODE || kind == DECISION_NODE) && GetNodeNumberStates_bn(node) > 0;
+}
+
+std::string Percent(double probability)
+{
+    char text[32];
+    const bool is_tiny = probability > 0 && probability < 0.00005;
+    snprintf(text, sizeof text, is_tiny ? "%.1e %%" : "%.2f %%", 100 * probability);
+    return text;
+}
+
+std::string StateLabel(const node_bn* node, state_bn state)
+{
+    char label[256] = "";
+    GetNodeStateLabel_bn(node, state, nullptr, label, sizeof label);
+    return Printable(label);
+}
+
+// A node with a line for each state: label, percentage, bar.
+std::string Bars(const node_bn* node, const prob_bn* beliefs, const Json& expected)
+{
+    const int num_states = GetNodeNumberStates_bn(node);
+    int label_width = 0;
+    std::vector<std::string> labels;
+    for (state_bn state = 0; state < num_states; ++state) {
+        labels.push_back(StateLabel(node, state));
+        label_width = std::max(label_width, DisplayWidth(labels.back()));
+    }
+    const std::string name = GetNodeName_bn(node), title = Printable(GetNodeTitle_bn(node));
+    std::string text = name + (title.empty() || title == name ? "" : ": " + title);
+    if (!expected.is_null() && !expected["mean"].is_null())
+        text += "   mean " + Number(expected["mean"]) + ", standard deviation " + Number(expected["sd"]);
+    if (HasNodeFinding_bn(node)) text += "   [finding]";
+    text += "\n";
+    const int bar_width = std::clamp(TerminalColumns() - label_width - 16, 10, kLongestBar);
+    for (state_bn state = 0; state < num_states; ++state) {
+        std::string line = "  " + PadRight(labels[state], label_width) + "  " +
+                           PadLeft(Percent(beliefs[state]), 9) + "  " + Bar(beliefs[state], bar_width);
+        line.erase(line.find_last_not_of(' ') + 1);
+        text += line + "\n";
+    }
+    return text + "\n";
+}
+
+class Beliefs : public Command {
+public:
+    void DefineOptions(CLI::App& app) override
+    {
+        app.add_option("NET", path_, "Net file, or - for standard input")->required()->type_name("");
+        app.add_option("--node", node_names_, "Only this node; may be repeated")
+            ->allow_extra_args(false)
+            ->type_name("NODE");
+        compile_.Define(app);
+        findings_.Define(app);
+    }
+
+    void Run(Session& session) override
+    {
+        net_bn* net = ReadNetForQuery(session, path_);
+        const std::vector<node_bn*> nodes = ChooseNodes(net);
+        findings_.Enter(session, net);
+        compile_.Compile(session, net);
+        AddProbability(session, net);
+        Json& beliefs = session.Field("beliefs") = Json::object();
+        Json& expected = session.Field("expected_values") = Json::object();
+        for (node_bn* node : nodes) {
+            const prob_bn* vector = GetNodeBeliefs_bn(node);
+            session.Check();
+            if (!vector)
+                throw CommandFailed("node '" + std::string(GetNodeName_bn(node)) + "' has no beliefs");
+            AddNode(beliefs, expected, node, vector);
+        }
+        session.Check();
+        Show(session, net, nodes);
+    }
+
+private:
+    std::vector<node_bn*> ChooseNodes(const net_bn* net) const
+    {
+        std::vector<node_bn*> nodes;
+        for (const std::string& name : node_names_) nodes.push_back(FindNode(net, name));
+        if (!node_names_.empty()) return nodes;
+        nodes = ToVector(GetNetNodes2_bn(net, nullptr));
+        std::erase_if(nodes, [](const node_bn* node) { return !HasBeliefs(node); });
+        return nodes;
+    }
+
+    // Findings that contradict one another still have a probability, 0, so it comes first.
+    static void AddProbability(Session& session, net_bn* net)
+    {
+        const double probability = FindingsProbability_bn(net);
+        session.Field("probability_of_findings") = probability >= 0 ? RealOrNull(probability) : Json(nullptr);
+        session.Field("log_probability_of_findings") = nullptr;
+        // A probability of 0 may be an underflow; the logarithm tells it from a contradiction.
+        const double log_probability = LogFindingsProbability_bn(net);
+        session.Check();
+        session.Field("log_probability_of_findings") = RealOrNull(log_probability);
+        if (log_probability == -HUGE_VAL)
+            throw CommandFailed("the findings contradict one another: their probability is 0");
+    }
+
+    static void AddNode(Json& beliefs, Json& expected, node_bn* node, const prob_bn* vector)
+    {
+        const char* name = GetNodeName_bn(node);
+        Json& states = beliefs[name] = Json::object();
+        const int num_states = GetNodeNumberStates_bn(node);
+        for (state_bn state = 0; state < num_states; ++state)
+            states[StateName(node, state)] = Probability(vector[state]);
+        if (!GetNodeLevels_bn(node)) return;
+        double sd = 0;
+        const double mean = GetNodeExpectedValue_bn(node, &sd);
+        const bool exists = !RealOrNull(mean).is_null();
+        expected[name] = {{"mean", RealOrNull(mean)}, {"sd", exists ? RealOrNull(sd) : Json(nullptr)}};
+    }
+
+    static void Show(Session& session, net_bn* net, const std::vector<node_bn*>& nodes)
+    {
+        if (session.options.json) return;
+        const std::string findings = DescribeFindings(net);
+        session.Print(NetHeading(net));
+        session.Print(findings.empty() ? "No findings\n\n"
+                                       : "Findings: " + findings + "\nTheir probability: " +
+                                             Number(FindingsProbability_bn(net)) + ", its logarithm " +
+                                             Number(LogFindingsProbability_bn(net)) + "\n\n");
+        const Json& expected = session.Field("expected_values");
+        for (node_bn* node : nodes) {
+            const auto found = expected.find(GetNodeName_bn(node));
+            session.Print(Bars(node, GetNodeBeliefs_bn(node), found == expected.end() ? Json() : *found));
+        }
+    }
+
+    std::string path_;
+    std::vector<std::string> node_names_;
+    CompileOptions compile_;
+    FindingOptions findings_;
+};
+
+}  // namespace
+
+std::unique_ptr<Command> MakeBeliefs()
+{
+    return std::make_unique<Beliefs>();
+}
+
+}  // namespace command

@@ -1,0 +1,176 @@
+// talora: queries and converts belief networks from the command line.
+//
+// Subcommands are the rows of kCommands.  Exit status 0 done, 1 failed, 2 wrong usage.
+#include <cstdio>
+#include <cstring>
+#include <new>
+#include <sstream>
+
+#include "talora/Command.h"
+
+namespace command {
+
+namespace {
+
+struct CommandDef {
+    const char* name;
+    const char* summary;
+    std::unique_ptr<Command> (*make)();
+    const char* examples;
+};
+
+constexpr CommandDef kCommands[] = {
+    {"info", "Shows what is in a net: nodes, states, parents, tables", MakeInfo,
+     "  talora info Examples/chest-clinic.dne\n"
+     "  talora info --json - < net.dne"},
+    {"compile", "Shows the junction tree that queries run on", MakeCompile,
+     "  talora compile net.dne --report\n"
+     "  talora compile net.dne --optimize 10     after a search of 10 seconds\n"
+     "  talora compile net.dne -f XRay=Abnormal  how much a finding saves"},
+    {"beliefs", "Shows how probable each state is, given findings", MakeBeliefs,
+     "  talora beliefs Examples/chest-clinic.dne\n"
+     "  talora beliefs Examples/chest-clinic.dne -f Dyspnoea=Yes --not Smoker=Yes\n"
+     "  talora beliefs net.dne --likelihood XRay=0.8,0.2 --node LungCancer --json"},
+    {"table", "Prints the table of a node", MakeTable, "  talora table Examples/chest-clinic.dne Dyspnoea"},
+    {"convert", "Writes a net to another file; the extension says in which format", MakeConvert,
+     "  talora convert old.dne new.dne\n"
+     "  talora convert net.dne - | diff net.dne -"},
+};
+
+constexpr const char* kExamples =
+    "A net says how things depend on one another; findings say what has been observed.\n"
+    "\n"
+    "Examples:\n"
+    "  talora info Examples/chest-clinic.dne                     what is in the net\n"
+    "  talora beliefs Examples/chest-clinic.dne                  before anything is known\n"
+    "  talora beliefs Examples/chest-clinic.dne -f Dyspnoea=Yes  after a finding\n"
+    "  talora beliefs Examples/chest-clinic.dne --json           for programs\n"
+    "\n"
+    "talora COMMAND --help tells more.  '-' as a file name is standard input or output.\n"
+    "Exit status: 0 done, 1 failed, 2 wrong usage.";
+
+constexpr size_t kHelpColumn = 36;
+
+bool Mentions(int argc, char** argv, const char* word)
+{
+    for (int i = 1; i < argc; ++i)
+        if (strcmp(argv[i], word) == 0) return true;
+    return false;
+}
+
+void DefineCommonOptions(CLI::App& app, CommonOptions& options)
+{
+    app.add_flag("--json", options.json, "Print one JSON document, and nothing else, on standard output");
+    app.add_flag("--quiet", options.quiet, "No progress, no warnings: only answers and errors");
+    app.add_option("--password-file", options.password_file, "Password of encrypted files: its first line")
+        ->type_name("FILE");
+    app.add_option("--seed", options.seed, "Start of the random numbers, where any are drawn")
+        ->type_name("TEXT");
+}
+
+// The library takes text that begins with the mark of UTF-16 as UTF-16, whose end an argument
+// from the command line need not have.
+void RefuseWideText(int argc, char** argv)
+{
+    for (int i = 1; i < argc; ++i)
+        if (strstr(argv[i], "\xFF\xFE")) throw WrongUsage("argument " + std::to_string(i) + " is not text");
+}
+
+std::string CommandNames()
+{
+    std::string names;
+    for (const CommandDef& def : kCommands) names += std::string(names.empty() ? "" : ", ") + def.name;
+    return names;
+}
+
+// The parser would only say that an argument was not expected.
+void RefuseUnknownCommand(int argc, char** argv)
+{
+    for (int i = 1; i < argc; ++i) {
+        if (strcmp(argv[i], "--password-file") == 0 || strcmp(argv[i], "--seed") == 0) ++i;
+        if (i >= argc || argv[i][0] == '-') continue;
+        for (const CommandDef& def : kCommands)
+            if (strcmp(argv[i], def.name) == 0) return;
+        throw WrongUsage("there is no command '" + std::string(argv[i]) + "' (the commands are " +
+                         CommandNames() + ")");
+    }
+}
+
+std::string VersionText(environ_vx* env)
+{
+    const char* version = "";
+    GetTaloraVersion_bn(env, &version);
+    return std::string("talora ") + version;
+}
+
+// Parses and runs.  Help and version are answered by the parser with an exception of status 0.
+int RunArguments(Session& session, int argc, char** argv)
+{
+    CLI::App app("Talora answers questions from Bayesian belief networks.", "talora");
+    app.set_version_flag("--version", VersionText(session.env));
+    app.footer(kExamples);
+    app.require_subcommand(1);
+    app.get_formatter()->column_width(kHelpColumn);
+    DefineCommonOptions(app, session.options);
+    Command* chosen = nullptr;
+    std::vector<std::unique_ptr<Command>> commands;
+    for (const CommandDef& def : kCommands) {
+        CLI::App* sub = app.add_subcommand(def.name, def.summary);
+        sub->fallthrough();
+        sub->footer(std::string("Examples:\n") + def.examples +
+                    "\n\nBesides: --json, --quiet, --password-file FILE, --seed TEXT (talora --help).");
+        commands.push_back(def.make());
+        Command* command = commands.back().get();
+        command->DefineOptions(*sub);
+        sub->callback([&chosen, command] { chosen = command; });
+    }
+    if (argc < 2) {
+        fputs(app.help().c_str(), stderr);
+        throw WrongUsage("a command is required");
+    }
+    try {
+        RefuseWideText(argc, argv);
+        RefuseUnknownCommand(argc, argv);
+        app.parse(argc, argv);
+    } catch (const CLI::Success& request) {
+        std::ostringstream text;
+        app.exit(request, text, text);
+        session.options.json = false;
+        session.PrintRaw(text.str());
+        return session.Finish(kDone, "");
+    } catch (const CLI::ParseError& error) {
+        throw WrongUsage(std::string(error.what()) + " (see talora --help)");
+    }
+    session.Begin();
+    chosen->Run(session);
+    return session.Finish(kDone, "");
+}
+
+int RunSession(Session& session, int argc, char** argv)
+{
+    try {
+        return RunArguments(session, argc, argv);
+    } catch (const WrongUsage& error) {
+        return session.Finish(kWrongUsage, error.what());
+    } catch (const CommandFailed& error) {
+        return session.Finish(kFailed, error.what());
+    } catch (const std::bad_alloc&) {
+        return session.Finish(kFailed, "out of memory");
+    }
+}
+
+}  // namespace
+
+}  // namespace command
+
+int main(int argc, char** argv)
+{
+    try {
+        command::Session session;
+        session.options.json = command::Mentions(argc, argv, "--json");
+        return command::RunSession(session, argc, argv);
+    } catch (const std::exception& error) {
+        fprintf(stderr, "talora: error: %s\n", error.what());
+        return command::kFailed;
+    }
+}

@@ -1,0 +1,200 @@
+#include "talora/NetFile.h"
+
+#include <errno.h>
+#include <string.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cstdio>
+#include <memory>
+
+#include "talora/Text.h"
+
+namespace command {
+
+namespace {
+
+constexpr size_t kChunk = 1 << 16;
+constexpr size_t kLongestPassword = 4096;
+
+struct StreamCloser {
+    void operator()(stream_vx* stream) const { DeleteStream_vx(stream); }
+};
+using Stream = std::unique_ptr<stream_vx, StreamCloser>;
+
+struct FileCloser {
+    void operator()(FILE* file) const { fclose(file); }
+};
+
+std::string ReadStandardInput()
+{
+    std::string contents;
+    size_t got = 0;
+    do {
+        const size_t end = contents.size();
+        contents.resize(end + kChunk);
+        got = fread(contents.data() + end, 1, kChunk, stdin);
+        contents.resize(end + got);
+    } while (got > 0);
+    if (ferror(stdin)) throw CommandFailed(std::string("could not read standard input: ") + strerror(errno));
+    return contents;
+}
+
+// The first line of the password file; wiped before it is given back to the system.
+void SetPassword(Session& session, stream_vx* stream)
+{
+    const std::string& path = session.options.password_file;
+    if (path.empty()) return;
+    const std::unique_ptr<FILE, FileCloser> file(fopen(path.c_str(), "rb"));
+    if (!file) throw CommandFailed("could not open password file '" + path + "': " + strerror(errno));
+    setvbuf(file.get(), nullptr, _IONBF, 0);
+    char password[kLongestPassword + 1];
+    const bool read = fgets(password, sizeof password, file.get()) != nullptr;
+    if (read) password[strcspn(password, "\r\n")] = '\0';
+    if (read && *password) SetStreamPassword_vx(stream, password);
+    const bool is_empty = !read || !*password;
+    explicit_bzero(password, sizeof password);
+    if (is_empty) throw CommandFailed("there is no password in file '" + path + "'");
+    session.Check();
+}
+
+Stream OpenInput(Session& session, const std::string& path)
+{
+    Stream stream(path == "-" ? NewMemoryStream_vx("standard input", session.env, nullptr)
+                              : NewFileStream_vx(path.c_str(), session.env, nullptr));
+    session.Check();
+    if (path == "-") {
+        const std::string contents = ReadStandardInput();
+        SetStreamContents_vx(stream.get(), contents.data(), static_cast<int64_t>(contents.size()));
+    }
+    SetPassword(session, stream.get());
+    session.Check();
+    return stream;
+}
+
+// Letters that must change to get from one name to the other (Levenshtein 1966), without case.
+size_t EditDistance(const std::string& a, const std::string& b)
+{
+    std::vector<size_t> row(b.size() + 1);
+    for (size_t j = 0; j <= b.size(); ++j) row[j] = j;
+    for (size_t i = 1; i <= a.size(); ++i) {
+        size_t diagonal = row[0];
+        row[0] = i;
+        for (size_t j = 1; j <= b.size(); ++j) {
+            const size_t replaced = diagonal + (tolower(a[i - 1]) != tolower(b[j - 1]));
+            diagonal = row[j];
+            row[j] = std::min({replaced, row[j] + 1, row[j - 1] + 1});
+        }
+    }
+    return row[b.size()];
+}
+
+std::string NearestNode(const net_bn* net, const std::string& name)
+{
+    constexpr size_t kLongestName = 30;
+    std::string nearest;
+    if (name.size() > 2 * kLongestName) return nearest;
+    size_t best = name.size() / 3 + 1;
+    for (const std::string& candidate : NodeNames(GetNetNodes2_bn(net, nullptr))) {
+        const size_t distance = EditDistance(name, candidate);
+        if (distance > best || (distance == best && !nearest.empty())) continue;
+        best = distance;
+        nearest = candidate;
+    }
+    return nearest;
+}
+
+}  // namespace
+
+net_bn* ReadNet(Session& session, const std::string& path)
+{
+    const Stream stream = OpenInput(session, path);
+    net_bn* net = ReadNet_bn(stream.get(), NO_WINDOW);
+    if (!net) {
+        session.Check();
+        throw CommandFailed("could not read a net from '" + path + "'");
+    }
+    // A net that asks to be compiled and cannot be is still a net to look at and to convert.
+    session.AcceptErrors();
+    session.Check();
+    return net;
+}
+
+net_bn* ReadNetForQuery(Session& session, const std::string& path)
+{
+    net_bn* net = ReadNet(session, path);
+    SetNetAutoUpdate_bn(net, 0);
+    session.Check();
+    return net;
+}
+
+void WriteNet(Session& session, net_bn* net, const std::string& path)
+{
+    const bool to_output = path == "-";
+    const Stream stream(to_output ? NewMemoryStream_vx("standard_output.dne", session.env, nullptr)
+                                  : NewFileStream_vx(path.c_str(), session.env, nullptr));
+    session.Check();
+    SetPassword(session, stream.get());
+    WriteNet_bn(net, stream.get());
+    session.Check();
+    if (!to_output) return;
+    int64_t length = 0;
+    const char* contents = GetStreamContents_vx(stream.get(), &length);
+    session.Check();
+    session.PrintRaw({contents, static_cast<size_t>(length)});
+}
+
+node_bn* FindNode(const net_bn* net, const std::string& name)
+{
+    // Looked up in the list: a text that is no legal name would be an error of the library's.
+    for (node_bn* node : ToVector(GetNetNodes2_bn(net, nullptr)))
+        if (name == GetNodeName_bn(node)) return node;
+    const std::string nearest = NearestNode(net, name);
+    throw CommandFailed("there is no node '" + name + "' in net '" + GetNetName_bn(net) + "'" +
+                        (nearest.empty() ? "" : "; did you mean '" + nearest + "'?"));
+}
+
+state_bn FindState(const node_bn* node, const std::string& name)
+{
+    const int num_states = GetNodeNumberStates_bn(node);
+    std::string known;
+    for (state_bn state = 0; state < num_states; ++state) {
+        const std::string state_name = StateName(node, state);
+        if (name == state_name) return state;
+        if (state < 20) known += (state ? ", " : "") + state_name;
+    }
+    if (name.starts_with('#')) {
+        int index = -1;
+        const char* end = name.data() + name.size();
+        const auto [rest, error] = std::from_chars(name.data() + 1, end, index);
+        if (error == std::errc() && rest == end && index >= 0 && index < num_states) return index;
+        throw CommandFailed("node '" + std::string(GetNodeName_bn(node)) + "' has no state '" + name +
+                            "' (its " + std::to_string(num_states) + " states count from #0)");
+    }
+    if (num_states > 20) known += ", ...";
+    throw CommandFailed("node '" + std::string(GetNodeName_bn(node)) + "' has no state '" + name + "'" +
+                        (known.empty() ? "" : " (its states are " + known + ")"));
+}
+
+std::string StateName(const node_bn* node, state_bn state)
+{
+    const char* name = GetNodeStateName_bn(node, state);
+    return name && *name ? name : "#" + std::to_string(state);
+}
+
+std::vector<node_bn*> ToVector(const nodelist_bn* list)
+{
+    std::vector<node_bn*> nodes;
+    const int length = list ? LengthNodeList_bn(list) : 0;
+    for (int i = 0; i < length; ++i) nodes.push_back(NthNode_bn(list, i));
+    return nodes;
+}
+
+std::vector<std::string> NodeNames(const nodelist_bn* list)
+{
+    std::vector<std::string> names;
+    for (const node_bn* node : ToVector(list)) names.emplace_back(node ? GetNodeName_bn(node) : "");
+    return names;
+}
+
+}  // namespace command

@@ -1,0 +1,30 @@
+// Nets in files, on standard input and on standard output ("-"), and looking things up in them.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "talora/Session.h"
+
+namespace command {
+
+// Reads a net; it lives until the session ends.  Throws CommandFailed.
+net_bn* ReadNet(Session& session, const std::string& path);
+
+// The same for a net that is only queried: it does not update its beliefs after each finding.
+net_bn* ReadNetForQuery(Session& session, const std::string& path);
+
+void WriteNet(Session& session, net_bn* net, const std::string& path);
+
+// Throws CommandFailed, with the nearest names, when there is no such node.
+node_bn* FindNode(const net_bn* net, const std::string& name);
+// "name" or "#index".  Throws CommandFailed with the states that there are.
+state_bn FindState(const node_bn* node, const std::string& name);
+
+// The name of a state, "#index" if it has none.
+std::string StateName(const node_bn* node, state_bn state);
+
+std::vector<node_bn*> ToVector(const nodelist_bn* list);
+std::vector<std::string> NodeNames(const nodelist_bn* list);
+
+}  // namespace command
