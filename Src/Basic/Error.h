@@ -50,6 +50,7 @@ constexpr int64_t kNoPosition = -1;
 struct FilePlace {
     const char* file = nullptr;
     int64_t position = kNoPosition;  // line number
+    const char* context = nullptr;  // ends the message: ", while reading field `x` of node 'A'"
 };
 
 // Thrown by Fail once its record is in the list, caught only by the entry frame (or by code that

@@ -1,0 +1,183 @@
+#include "Basic/SafeFile.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+
+#include "Basic/Error.h"
+
+namespace talora {
+
+FileOps file_ops = {
+    [](const char* path, int flags, mode_t mode) { return ::open(path, flags, mode); },
+    ::read,
+    ::write,
+    ::fsync,
+    ::close,
+    ::rename,
+};
+
+namespace {
+
+constexpr int kMaxLinks = 40;
+constexpr int kMaxTemporaryNames = 100;
+constexpr size_t kMaxCallBytes = 1 << 30;  // systems refuse or cut longer calls
+
+std::string FolderOf(const std::string& path)
+{
+    const size_t slash = path.rfind('/');
+    if (slash == std::string::npos) return ".";
+    return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+// The file that a chain of symbolic links ends at, whether it exists or not.
+std::string FollowLinks(std::string path)
+{
+    char target[PATH_MAX];
+    for (int i = 0; i < kMaxLinks; ++i) {
+        const ssize_t length = ::readlink(path.c_str(), target, sizeof target);
+        if (length < 0) break;
+        const std::string_view link(target, static_cast<size_t>(length));
+        if (link.empty() || link[0] == '/')
+            path = link;
+        else
+            path = FolderOf(path) + "/" + std::string(link);
+    }
+    return path;
+}
+
+void WriteFully(int file, std::string_view bytes, bool& failed)
+{
+    while (!bytes.empty() && !failed) {
+        const ssize_t count = file_ops.write(file, bytes.data(), std::min(bytes.size(), kMaxCallBytes));
+        if (count > 0)
+            bytes.remove_prefix(static_cast<size_t>(count));
+        else if (count == 0 || errno != EINTR)
+            failed = true;
+    }
+}
+
+[[noreturn]] void FailOpening(const std::string& path)
+{
+    FailWith(FILE_CND, 4031, "couldn't open file '%s' for writing", path.c_str());
+}
+
+// A rename is only sure to last once its folder is synced.  Some file systems cannot sync a folder.
+bool SyncFolder(const std::string& folder)
+{
+    const int file = file_ops.open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0);
+    if (file < 0) return false;
+    const bool synced = file_ops.fsync(file) == 0 || errno == EINVAL || errno == ENOTSUP;
+    return (file_ops.close(file) == 0) && synced;
+}
+
+}  // namespace
+
+SafeFile::SafeFile(std::string path, bool keep_private) : path_(std::move(path)), target_(FollowLinks(path_))
+{
+    struct stat old;
+    const bool exists = ::stat(target_.c_str(), &old) == 0;
+    if (exists && S_ISDIR(old.st_mode)) FailOpening(path_);
+    if (exists && ::access(target_.c_str(), W_OK) != 0) FailOpening(path_);
+    if (exists && !S_ISREG(old.st_mode)) {
+        file_ = file_ops.open(target_.c_str(), O_WRONLY | O_CLOEXEC, 0);
+        if (file_ < 0) FailOpening(path_);
+        return;
+    }
+    OpenTemporary(keep_private || exists);
+    if (!exists || keep_private) return;
+    // Another owner's file can be replaced where the folder allows it; then the special bits go.
+    const bool owned = ::fchown(file_, old.st_uid, old.st_gid) == 0;
+    if (::fchmod(file_, old.st_mode & (owned ? 07777 : 0777)) != 0) FailWriting();
+}
+
+void SafeFile::OpenTemporary(bool keep_private)
+{
+    static std::atomic<unsigned> counter{0};
+    const std::string folder = FolderOf(target_);
+    const size_t slash = target_.rfind('/');
+    const std::string base = slash == std::string::npos ? target_ : target_.substr(slash + 1);
+    for (int i = 0; i < kMaxTemporaryNames && file_ < 0; ++i) {
+        char suffix[48];
+        std::snprintf(suffix, sizeof suffix, ".%lx-%x.tmp", static_cast<unsigned long>(::getpid()),
+                      counter.fetch_add(1));
+        temporary_ = folder + "/." + base.substr(0, 200) + suffix;
+        file_ = file_ops.open(temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC,
+                              keep_private ? 0600 : 0666);
+        if (file_ < 0 && errno != EEXIST && errno != EINTR) break;
+    }
+    if (file_ >= 0) return;
+    temporary_.clear();
+    FailOpening(path_);
+}
+
+SafeFile::~SafeFile()
+{
+    if (file_ >= 0) file_ops.close(file_);
+    if (!temporary_.empty()) ::unlink(temporary_.c_str());
+}
+
+void SafeFile::FailWriting()
+{
+    if (file_ >= 0) file_ops.close(file_);
+    file_ = -1;
+    if (!temporary_.empty()) ::unlink(temporary_.c_str());
+    temporary_.clear();
+    FailWith(FILE_CND, 4032, "disk error writing to file '%s' (is disk full or write protected?)",
+             path_.c_str());
+}
+
+void SafeFile::Write(std::string_view bytes)
+{
+    bool failed = false;
+    WriteFully(file_, bytes, failed);
+    if (failed) FailWriting();
+}
+
+void SafeFile::Commit()
+{
+    // A failed sync is never tried again: the system may have dropped the data and forgotten it.
+    if (!temporary_.empty() && file_ops.fsync(file_) != 0) FailWriting();
+    const int closed = file_ops.close(file_);
+    file_ = -1;
+    if (closed != 0) FailWriting();
+    if (temporary_.empty()) return;
+    if (file_ops.rename(temporary_.c_str(), target_.c_str()) != 0) FailWriting();
+    temporary_.clear();
+    if (!SyncFolder(FolderOf(target_))) FailWriting();
+}
+
+InputFile::InputFile(const std::string& path) : path_(path)
+{
+    do {
+        file_ = file_ops.open(path.c_str(), O_RDONLY | O_CLOEXEC, 0);
+    } while (file_ < 0 && errno == EINTR);
+    if (file_ < 0)
+        FailWith(FILE_CND, 4030, "file '%s' does not exist, or could not be opened for reading",
+                 path.c_str());
+    struct stat info;
+    if (::fstat(file_, &info) == 0 && S_ISREG(info.st_mode)) size_hint_ = info.st_size;
+}
+
+InputFile::~InputFile()
+{
+    file_ops.close(file_);
+}
+
+size_t InputFile::Read(char* bytes, size_t count)
+{
+    for (;;) {
+        const ssize_t got = file_ops.read(file_, bytes, std::min(count, kMaxCallBytes));
+        if (got >= 0) return static_cast<size_t>(got);
+        if (errno == EINTR) continue;
+        if (errno == EIO) FailWith(FILE_CND, 4035, "disk error trying to read file '%s'", path_.c_str());
+        FailWith(FILE_CND, 4114, "couldn't read from file %s (OS error %d)", path_.c_str(), errno);
+    }
+}
+
+}  // namespace talora

@@ -1,0 +1,179 @@
+#include "Basic/Stream.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace talora {
+
+namespace {
+
+constexpr size_t kBlock = 1 << 20;
+
+HandlePool<Stream, STREAM_TYPE>& Pool()
+{
+    static auto* pool = new HandlePool<Stream, STREAM_TYPE>;  // never freed: handles may be looked at late
+    return *pool;
+}
+
+Stream* NewStream(environ_vx& env, std::string_view name, bool in_memory)
+{
+    env.streams.reserve(env.streams.size() + 1);
+    Stream* stream = Pool().New(nullptr);
+    try {
+        stream->name = name;
+    } catch (...) {
+        Pool().Release(stream);
+        throw;
+    }
+    stream->env = &env;
+    stream->in_memory = in_memory;
+    env.streams.push_back(stream);
+    return stream;
+}
+
+void Wipe(std::string& secret) noexcept
+{
+    volatile char* bytes = secret.data();
+    for (size_t i = 0; i < secret.size(); ++i) bytes[i] = 0;
+    secret.clear();
+}
+
+}  // namespace
+
+Stream* NewFileStream(environ_vx& env, std::string_view path)
+{
+    return NewStream(env, path, false);
+}
+
+Stream* NewMemoryStream(environ_vx& env, std::string_view name)
+{
+    return NewStream(env, name, true);
+}
+
+void DeleteStream(Stream* stream) noexcept
+{
+    if (stream == nullptr) return;
+    Wipe(stream->password);
+    std::erase(stream->env->streams, stream);
+    Pool().Release(stream);
+}
+
+void DeleteStreams(environ_vx& env) noexcept
+{
+    while (!env.streams.empty()) DeleteStream(env.streams.back());
+}
+
+const char* FileNameProblem(std::string_view path)
+{
+    if (path.empty()) return "is empty";
+    if (path.size() >= 4096) return "is too long";
+    if (path.back() == '/') return "names a folder";
+    return nullptr;
+}
+
+void SetPassword(Stream& stream, std::string_view password)
+{
+    Wipe(stream.password);
+    stream.password.assign(password);
+    stream.has_password = true;
+}
+
+void RemovePassword(Stream& stream) noexcept
+{
+    Wipe(stream.password);
+    stream.has_password = false;
+}
+
+void SetContents(Stream& stream, std::string_view bytes)
+{
+    CheckMemory(static_cast<double>(bytes.size()), "to set the contents of >-FileSpec %s",
+                stream.name.c_str());
+    stream.contents.assign(bytes);
+    stream.has_contents = true;
+}
+
+bool IsPlainText(std::string_view bytes)
+{
+    size_t i = 0;
+    while (i < bytes.size()) {
+        const auto lead = static_cast<unsigned char>(bytes[i]);
+        if (lead == 0) return false;
+        const size_t length = lead < 0x80   ? 1
+                              : lead < 0xC2 ? 0
+                              : lead < 0xE0 ? 2
+                              : lead < 0xF0 ? 3
+                              : lead < 0xF5 ? 4
+                                            : 0;
+        if (length == 0 || i + length > bytes.size()) return false;
+        for (size_t k = 1; k < length; ++k)
+            if ((static_cast<unsigned char>(bytes[i + k]) & 0xC0) != 0x80) return false;
+        i += length;
+    }
+    return true;
+}
+
+ByteSource::ByteSource(const Stream& stream)
+{
+    if (stream.in_memory)
+        rest_ = stream.contents;
+    else
+        file_ = std::make_unique<InputFile>(stream.name);
+}
+
+size_t ByteSource::Read(char* bytes, size_t count)
+{
+    if (file_) return file_->Read(bytes, count);
+    const size_t taken = std::min(count, rest_.size());
+    std::memcpy(bytes, rest_.data(), taken);
+    rest_.remove_prefix(taken);
+    return taken;
+}
+
+int64_t ByteSource::SizeHint() const
+{
+    return file_ ? file_->SizeHint() : static_cast<int64_t>(rest_.size());
+}
+
+StreamBytes::StreamBytes(const Stream& stream)
+{
+    if (stream.in_memory) {
+        view_ = stream.contents;  // a std::string ends with a zero byte
+        return;
+    }
+    ByteSource source(stream);
+    CheckMemory(static_cast<double>(source.SizeHint()), "to read file '%s'", stream.name.c_str());
+    // Room for the size that the file has now, and one byte by which its end is seen without growing.
+    size_t used = 0;
+    bytes_.resize(std::max<size_t>(static_cast<size_t>(source.SizeHint()), kBlock) + 2);
+    while (const size_t got = source.Read(bytes_.data() + used, bytes_.size() - used - 1)) {
+        used += got;
+        if (bytes_.size() - used < 2) bytes_.resize(bytes_.size() * 2);
+    }
+    bytes_[used] = 0;
+    view_ = std::string_view(bytes_.data(), used);
+}
+
+ByteSink::ByteSink(Stream& stream, bool keep_private) : stream_(stream)
+{
+    if (!stream.in_memory) file_ = std::make_unique<SafeFile>(stream.name, keep_private);
+}
+
+void ByteSink::Write(std::string_view bytes)
+{
+    if (file_)
+        file_->Write(bytes);
+    else
+        contents_.append(bytes);
+}
+
+void ByteSink::Commit()
+{
+    if (file_) {
+        file_->Commit();
+        return;
+    }
+    stream_.contents.swap(contents_);
+    stream_.has_contents = true;
+}
+
+}  // namespace talora

@@ -1,0 +1,81 @@
+// Streams: where a net or a set of cases is read from or written to, a file or bytes in memory.
+//
+// A stream belongs to its environment and is deleted with it.  A file stream only holds a name:
+// the file is opened when something is read or written.  A memory stream owns its contents; they
+// stay until they are replaced or the stream is deleted.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "Basic/Environ.h"
+#include "Basic/Handle.h"
+#include "Basic/Memory.h"
+#include "Basic/SafeFile.h"
+
+struct stream_vx {
+    talora::HandleHeader header;
+    environ_vx* env = nullptr;
+    bool in_memory = false;
+    std::string name;      // path of a file; of memory: a name for messages, and for the type when writing
+    std::string contents;  // of a memory stream
+    bool has_contents = false;
+    std::string password;
+    bool has_password = false;
+};
+
+namespace talora {
+
+using Stream = stream_vx;
+
+Stream* NewFileStream(environ_vx& env, std::string_view path);
+Stream* NewMemoryStream(environ_vx& env, std::string_view name);
+void DeleteStream(Stream* stream) noexcept;    // null does nothing
+void DeleteStreams(environ_vx& env) noexcept;  // all of an environment
+
+// What is wrong with a file name, as a phrase ("is empty"); null if nothing is.
+const char* FileNameProblem(std::string_view path);
+
+void SetPassword(Stream& stream, std::string_view password);
+void RemovePassword(Stream& stream) noexcept;  // wipes it
+void SetContents(Stream& stream, std::string_view bytes);
+bool IsPlainText(std::string_view bytes);  // ASCII or UTF-8 without zero bytes
+
+// The bytes of a stream, block by block.  The stream outlives it and is not changed meanwhile.
+class ByteSource {
+public:
+    explicit ByteSource(const Stream& stream);
+    size_t Read(char* bytes, size_t count);  // 0 at the end
+    int64_t SizeHint() const;
+
+private:
+    std::unique_ptr<InputFile> file_;  // null for memory
+    std::string_view rest_;
+};
+
+// The whole of a stream, followed by a zero byte.  A memory stream is not copied.
+class StreamBytes {
+public:
+    explicit StreamBytes(const Stream& stream);
+    std::string_view View() const { return view_; }
+
+private:
+    TableVector<char> bytes_;
+    std::string_view view_;
+};
+
+// Bytes on their way into a stream.  A file is replaced, and memory filled, only by Commit.
+class ByteSink {
+public:
+    explicit ByteSink(Stream& stream, bool keep_private = false);
+    void Write(std::string_view bytes);
+    void Commit();
+
+private:
+    Stream& stream_;
+    std::unique_ptr<SafeFile> file_;  // null for memory
+    std::string contents_;
+};
+
+}  // namespace talora
