@@ -47,7 +47,8 @@ struct CountedAllocator {
             throw;
         }
     }
-    void deallocate(T* block, size_t count) noexcept
+    // Not inlined: GCC 12 would take the subtraction of freed pointers inside std::vector for a use.
+    [[gnu::noinline]] void deallocate(T* block, size_t count) noexcept
     {
         ::operator delete(block, std::align_val_t(kTableAlignment));
         ReturnMemory(count * sizeof(T));
