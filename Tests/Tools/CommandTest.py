@@ -1,0 +1,356 @@
+#!/usr/bin/env python3
+"""Tests of the talora command, as a user runs it.
+
+    CommandTest.py COMMAND [unittest options]
+
+Beliefs are compared with an enumeration of the joint distribution, made here from what the info
+and table commands print, so the three commands vouch for one another.  With TALORA_CORPUS set,
+published nets are compared with the results stored beside them.
+"""
+import itertools
+import json
+import math
+import os
+import pathlib
+import signal
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+
+COMMAND = str(pathlib.Path(sys.argv.pop(1)).resolve())
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+EXAMPLES = ROOT / "Examples"
+CLINIC = EXAMPLES / "chest-clinic.dne"
+CORPUS = os.environ.get("TALORA_CORPUS", "")
+ENVIRONMENT = dict(os.environ, LC_ALL="C.UTF-8")
+
+
+def talora(*arguments, stdin=b"", environment=ENVIRONMENT):
+    return subprocess.run([COMMAND, *map(str, arguments)], input=stdin, capture_output=True, env=environment,
+                          timeout=300)
+
+
+def answer(*arguments, stdin=b""):
+    """The JSON document of a command that is expected to succeed."""
+    done = talora(*arguments, "--json", stdin=stdin)
+    assert done.returncode == 0, f"{arguments}: {done.returncode} {done.stderr.decode(errors='replace')}"
+    document = json.loads(done.stdout)
+    assert document["ok"] is True
+    return document
+
+
+def net_text(body, head=""):
+    return f"// ~->[DNET-1]->~\n\nbnet Trial {{\n{head}{body}}};\n".encode()
+
+
+NODE_A = "node A {discrete = TRUE; states = (u, v); kind = NATURE; probs = (0.25, 0.75);};\n"
+
+
+class Model:
+    """A net as the command describes it, with its joint distribution by enumeration."""
+
+    def __init__(self, path):
+        self.nodes = {node["name"]: node for node in answer("info", path)["nodes"]}
+        self.tables = {}
+        for name in self.nodes:
+            rows = answer("table", path, name)["rows"]
+            self.tables[name] = {tuple(row["parent_states"]): row["probs"] for row in rows}
+
+    def query(self, weights):
+        """Beliefs and probability of findings; weights: node to one weight per state."""
+        total = 0.0
+        beliefs = {name: dict.fromkeys(node["states"], 0.0) for name, node in self.nodes.items()}
+        for states in itertools.product(*(node["states"] for node in self.nodes.values())):
+            configuration = dict(zip(self.nodes, states))
+            p = 1.0
+            for name, node in self.nodes.items():
+                index = node["states"].index(configuration[name])
+                p *= self.tables[name][tuple(configuration[parent] for parent in node["parents"])][index]
+                p *= weights.get(name, {}).get(index, 1.0) if name in weights else 1.0
+            total += p
+            for name, state in configuration.items():
+                beliefs[name][state] += p
+        return {name: {s: p / total for s, p in row.items()} for name, row in beliefs.items()}, total
+
+
+class BeliefsTest(unittest.TestCase):
+    CASES = [
+        # net, options, weights by state index (a state that is not named has weight 1)
+        ("chest-clinic", [], {}),
+        ("chest-clinic", ["-f", "Dyspnoea=Yes"], {"Dyspnoea": {1: 0}}),
+        ("chest-clinic", ["-f", "XRay=#0", "-f", "Smoker=No"], {"XRay": {1: 0}, "Smoker": {0: 0}}),
+        ("chest-clinic", ["--not", "TbOrCancer=No"], {"TbOrCancer": {1: 0}}),
+        ("chest-clinic", ["--likelihood", "XRay=0.8,0.2"], {"XRay": {0: 0.8, 1: 0.2}}),
+        ("chest-clinic", ["--likelihood=XRay=3,1", "-f", "Dyspnoea=Yes", "--not=Smoker=Yes"],
+         {"XRay": {0: 3, 1: 1}, "Dyspnoea": {1: 0}, "Smoker": {0: 0}}),
+        ("metastatic-cancer", ["-f", "SevereHeadaches=Present", "-f", "Coma=Absent"],
+         {"SevereHeadaches": {1: 0}, "Coma": {0: 0}}),
+        ("car-start", ["-f", "Start=No", "--not", "FuelMeter=Full"], {"Start": {0: 0}, "FuelMeter": {0: 0}}),
+        ("car-start", ["-f", "Start=No", "--optimize", "0.1"], {"Start": {0: 0}}),
+    ]
+
+    def test_agree_with_enumeration(self):
+        models = {}
+        for net, options, weights in self.CASES:
+            path = EXAMPLES / f"{net}.dne"
+            with self.subTest(net=net, options=options):
+                model = models.setdefault(net, Model(path))
+                beliefs, probability = model.query(weights)
+                document = answer("beliefs", path, *options)
+                self.assertEqual(list(document["beliefs"]), list(model.nodes))
+                self.assertAlmostEqual(document["probability_of_findings"], probability, delta=1e-5 * probability)
+                self.assertAlmostEqual(document["log_probability_of_findings"], math.log(probability), delta=1e-5)
+                for name, row in beliefs.items():
+                    self.assertEqual(list(document["beliefs"][name]), list(row))
+                    for state, p in row.items():
+                        self.assertAlmostEqual(document["beliefs"][name][state], p, delta=1e-5, msg=name)
+
+    def test_agree_with_the_publications(self):
+        for net, options, node, state, published in [
+                ("chest-clinic", [], "Dyspnoea", "Yes", 0.436),
+                ("car-start", ["-f", "Start=No"], "CleanSparkPlugs", "No", 0.58),
+                ("car-start", ["-f", "Start=No"], "Fuel", "No", 0.29)]:
+            with self.subTest(net=net, node=node):
+                document = answer("beliefs", EXAMPLES / f"{net}.dne", "--node", node, *options)
+                self.assertEqual(list(document["beliefs"]), [node])
+                self.assertAlmostEqual(document["beliefs"][node][state], published, delta=0.005)
+
+    def test_expected_values(self):
+        body = ("node Dice {discrete = TRUE; states = (low, high); levels = (2, 10); kind = NATURE; "
+                "probs = (0.25, 0.75);};\n" + NODE_A)
+        document = answer("beliefs", "-", stdin=net_text(body))
+        self.assertEqual(list(document["expected_values"]), ["Dice"])
+        self.assertAlmostEqual(document["expected_values"]["Dice"]["mean"], 8, delta=1e-5)
+        self.assertAlmostEqual(document["expected_values"]["Dice"]["sd"], math.sqrt(12), delta=1e-5)
+        document = answer("beliefs", "-", "--value", "Dice=10", stdin=net_text(body))
+        self.assertEqual(document["beliefs"]["Dice"], {"low": 0, "high": 1})
+
+    def test_saved_findings_stand_unless_told_otherwise(self):
+        body = NODE_A.replace("};", "evidence = v;};")
+        for options, expected in [([], 1.0), (["--no-saved-findings"], 0.75)]:
+            document = answer("beliefs", "-", *options, stdin=net_text(body))
+            self.assertAlmostEqual(document["beliefs"]["A"]["v"], expected, delta=1e-6)
+
+    def test_findings_that_contradict_one_another(self):
+        done = talora("beliefs", CLINIC, "-f", "Tuberculosis=Yes", "-f", "TbOrCancer=No", "--json")
+        document = json.loads(done.stdout)
+        self.assertEqual(done.returncode, 1)
+        self.assertIs(document["ok"], False)
+        self.assertTrue(document["messages"])
+        self.assertIsNone(document.get("log_probability_of_findings"))
+
+    def test_bars(self):
+        text = talora("beliefs", CLINIC, "-f", "Smoker=Yes").stdout.decode()
+        self.assertIn("Findings: Smoker = Yes", text)
+        self.assertIn("█", text)
+        plain = talora("beliefs", CLINIC, environment=dict(ENVIRONMENT, LC_ALL="C")).stdout.decode()
+        self.assertTrue(plain.isascii())
+        self.assertRegex(plain, r"No +99\.00 %  #{40,}\n")
+
+
+class CompileTest(unittest.TestCase):
+    def test_tree_is_consistent(self):
+        for net in ["chest-clinic", "metastatic-cancer", "car-start"]:
+            with self.subTest(net=net):
+                path = EXAMPLES / f"{net}.dne"
+                nodes = {node["name"]: node for node in answer("info", path)["nodes"]}
+                document = answer("compile", path, "--report")
+                cliques = document["cliques"]
+                self.assertEqual(sorted(document["elimination_order"]), sorted(nodes))
+                self.assertTrue(document["report"])
+                for index, clique in enumerate(cliques):
+                    size = math.prod(len(nodes[name]["states"]) for name in clique["members"])
+                    self.assertEqual((clique["index"], clique["size"]), (index, size))
+                    self.assertEqual(clique["joined_to"] is None, index == 0)
+                    for name in clique["home_of"]:
+                        self.assertLessEqual({name, *nodes[name]["parents"]}, set(clique["members"]))
+                homes = [name for clique in cliques for name in clique["home_of"]]
+                self.assertEqual(sorted(homes), sorted(nodes))
+                self.assertEqual(document["sum_clique_sizes"], sum(clique["size"] for clique in cliques))
+
+    def test_findings_make_it_smaller(self):
+        before, after = (answer("compile", CLINIC, *options) for options in ([], ["-f", "Smoker=Yes"]))
+        self.assertLess(after["sum_under_findings"], before["sum_under_findings"])
+
+
+class TableTest(unittest.TestCase):
+    def test_rows(self):
+        document = answer("table", CLINIC, "Dyspnoea")
+        self.assertEqual(document["parents"], ["TbOrCancer", "Bronchitis"])
+        self.assertEqual(document["rows"][1], {"parent_states": ["Yes", "No"], "probs": [0.7, 0.3]})
+        self.assertRegex(talora("table", CLINIC, "XRay").stdout.decode(), r"\nYes +0\.98 +0\.02\nNo ")
+
+    def test_rows_that_are_not_numbers(self):
+        body = NODE_A + ("node B {discrete = TRUE; states = (x, y); kind = NATURE; parents = (A); "
+                         "probs = ((@undef, @undef), (0.5, 0.5));};\n"
+                         "node C {discrete = TRUE; states = (x, y); kind = NATURE;};\n")
+        rows = answer("table", "-", "B", stdin=net_text(body))["rows"]
+        self.assertEqual([row["probs"] for row in rows], [[None, None], [0.5, 0.5]])
+        self.assertIsNone(answer("table", "-", "C", stdin=net_text(body))["rows"])
+
+
+class ConvertTest(unittest.TestCase):
+    def test_examples_stay_byte_for_byte(self):
+        for path in sorted(EXAMPLES.glob("*.dne")):
+            with self.subTest(net=path.name), tempfile.TemporaryDirectory() as folder:
+                original = path.read_bytes()
+                self.assertEqual(talora("convert", "-", "-", stdin=original).stdout, original)
+                copy = pathlib.Path(folder) / "copy.dne"
+                self.assertEqual(talora("convert", path, copy).returncode, 0)
+                self.assertEqual(copy.read_bytes(), original)
+                self.assertEqual(os.listdir(folder), ["copy.dne"])
+
+    def test_failure_leaves_nothing_behind(self):
+        with tempfile.TemporaryDirectory() as folder:
+            self.assertEqual(talora("convert", CLINIC, f"{folder}/none/x.dne").returncode, 1)
+            self.assertEqual(talora("convert", f"{folder}/missing.dne", f"{folder}/x.dne").returncode, 1)
+            self.assertEqual(os.listdir(folder), [])
+
+
+class UsageTest(unittest.TestCase):
+    CASES = [
+        # arguments, exit status, what standard error must mention
+        ([], 2, "Usage"),
+        (["belief", CLINIC], 2, "no command 'belief'"),
+        (["beliefs"], 2, "NET"),
+        (["beliefs", CLINIC, "extra"], 2, "extra"),
+        (["beliefs", CLINIC, "--frobnicate"], 2, "--frobnicate"),
+        (["beliefs", CLINIC, "-f"], 2, "NODE=STATE"),
+        (["beliefs", CLINIC, "-f", "Smoker"], 2, "NODE=STATE"),
+        (["beliefs", CLINIC, "-f", "=Yes"], 2, "NODE=STATE"),
+        (["beliefs", CLINIC, "--likelihood", "XRay=0.5,much"], 2, "'much' is not a number"),
+        (["beliefs", CLINIC, "--likelihood", "XRay=0.5,"], 2, "not a number"),
+        (["beliefs", CLINIC, "--optimize", "-1"], 2, "--optimize"),
+        (["beliefs", CLINIC, "-f", b"\xff\xfeX=Yes"], 2, "not text"),
+        (["convert", CLINIC, "-", "--json"], 2, "standard output"),
+        (["beliefs", "no-such-file.dne"], 1, "no-such-file.dne"),
+        (["beliefs", CLINIC, "-f", "Smokr=Yes"], 1, "did you mean 'Smoker'"),
+        (["beliefs", CLINIC, "-f", "Smoker=Maybe"], 1, "Yes, No"),
+        (["beliefs", CLINIC, "-f", "Smoker=#2"], 1, "#2"),
+        (["beliefs", CLINIC, "-f", "Smoker=#-3"], 1, "#-3"),
+        (["beliefs", CLINIC, "-f", "Smoker=#99999999999"], 1, "99999999999"),
+        (["beliefs", CLINIC, "--likelihood", "XRay=1,2,3"], 1, "2 states"),
+        (["beliefs", CLINIC, "-f", "Smoker=Yes", "-f", "Smoker=No"], 1, "error -"),
+        (["beliefs", CLINIC, "--findings", "x.cas"], 1, "case files"),
+        (["beliefs", CLINIC, "--node", "Nobody"], 1, "Nobody"),
+        (["table", CLINIC, "Nobody"], 1, "Nobody"),
+        (["info", ROOT / "README.md"], 1, "error -"),
+        (["info", CLINIC, "--password-file", "no-such-file"], 1, "no-such-file"),
+    ]
+
+    def test_exit_status_and_reason(self):
+        for arguments, status, mention in self.CASES:
+            with self.subTest(arguments=arguments):
+                command = [COMMAND, *(a if isinstance(a, bytes) else str(a) for a in arguments)]
+                done = subprocess.run(command, capture_output=True, env=ENVIRONMENT)
+                text = done.stderr.decode(errors="replace")
+                self.assertEqual(done.returncode, status, text)
+                self.assertIn(mention, text)
+                self.assertIn("talora: error", text)
+                self.assertEqual(done.stdout, b"")
+                if arguments and "-" not in arguments:
+                    document = json.loads(subprocess.run([*command, "--json"], capture_output=True).stdout)
+                    self.assertIs(document["ok"], False)
+                    self.assertEqual(document["messages"][-1]["severity"], "error")
+
+    def test_help_and_version(self):
+        for arguments, mention in [(["--help"], "Examples:"), (["beliefs", "--help"], "--likelihood"),
+                                   (["--version"], "talora 6.01")]:
+            done = talora(*arguments)
+            self.assertEqual((done.returncode, done.stderr), (0, b""))
+            self.assertIn(mention, done.stdout.decode())
+
+    def test_full_disk_is_a_failure(self):
+        with open("/dev/full", "wb") as full:
+            done = subprocess.run([COMMAND, "info", CLINIC], stdout=full, stderr=subprocess.PIPE)
+        self.assertEqual(done.returncode, 1)
+        self.assertIn(b"could not write to standard output", done.stderr)
+
+
+class MessagesTest(unittest.TestCase):
+    def test_warnings_say_where(self):
+        text = net_text(NODE_A, head="foo = 3;\n")
+        with tempfile.NamedTemporaryFile(suffix=".dne") as file:
+            file.write(text)
+            file.flush()
+            done = talora("info", file.name)
+            self.assertEqual(done.returncode, 0)
+            lines = done.stderr.decode().splitlines()
+            self.assertEqual(len(lines), 1)
+            self.assertTrue(lines[0].startswith("talora: warning -3291: "), lines)
+            self.assertIn("foo", lines[0])
+            self.assertIn(f", on line 4, in file '{file.name}'", lines[0])
+            message = answer("info", file.name)["messages"][0]
+            self.assertEqual({key: message[key] for key in ("number", "severity", "function", "file", "line")},
+                             {"number": -3291, "severity": "warning", "function": "ReadNet_bn",
+                              "file": file.name, "line": 4})
+            self.assertEqual(talora("info", file.name, "--quiet").stderr, b"")
+
+    def test_hostile_text_does_not_reach_the_terminal(self):
+        titles = [b"\x1b]0;owned\x07", b"\x1b[2J", b"\xff\xc3\x28", b"\xc2\x9b31m", b"\xe2\x80\xae"]
+        for title in titles:
+            with self.subTest(title=title):
+                text = net_text(NODE_A, head='title = "TITLE";\n\x01\n').replace(b"TITLE", title)
+                for arguments in (["info", "-"], ["beliefs", "-"]):
+                    done = talora(*arguments, stdin=text)
+                    shown = (done.stdout + done.stderr).decode()
+                    self.assertFalse(any(ord(c) < 32 and c != "\n" or 0x7f <= ord(c) < 0xa0 or ord(c) == 0x202e
+                                         for c in shown), shown)
+                    json.loads(talora(*arguments, "--json", stdin=text).stdout.decode())
+
+    def test_interrupt_halts(self):
+        net = pathlib.Path(CORPUS or "none") / "nets" / "andes.dne"
+        if not net.exists():
+            self.skipTest("TALORA_CORPUS has no net large enough")
+        job = subprocess.Popen([COMMAND, "compile", net, "--optimize", "300", "--json"], stdout=subprocess.PIPE,
+                               stderr=subprocess.PIPE)
+        time.sleep(1.5)
+        job.send_signal(signal.SIGINT)
+        output, _ = job.communicate(timeout=60)
+        self.assertEqual(job.returncode, 1)
+        self.assertIs(json.loads(output)["ok"], False)
+
+
+class CorpusTest(unittest.TestCase):
+    NETS = ["asia", "cancer", "earthquake", "survey", "sachs", "child", "insurance", "alarm", "win95pts", "hepar2"]
+
+    def test_beliefs_of_published_nets(self):
+        if not CORPUS:
+            self.skipTest("TALORA_CORPUS is not set")
+        largest = 0.0
+        for name in self.NETS:
+            stored = json.loads((pathlib.Path(CORPUS) / "oracles" / f"{name}.beliefs.json").read_text())
+            # One query of each kind.
+            queries = {query["id"].split("_")[0]: query for query in stored["queries"]}
+            for query in queries.values():
+                with self.subTest(net=name, query=query["id"]):
+                    largest = max(largest, self.compare(name, query))
+        print(f"largest error of a belief: {largest:.1e}", file=sys.stderr)
+
+    def compare(self, name, query):
+        options = [f"-f{node}={state}" for node, state in query.get("findings", {}).items()]
+        for node, weights in query.get("likelihood", {}).items():
+            options.append(f"--likelihood={node}=" + ",".join(map(repr, weights)))
+        for node, states in query.get("not", {}).items():
+            options += [f"--not={node}={state}" for state in states]
+        done = talora("beliefs", pathlib.Path(CORPUS) / "nets" / f"{name}.dne", *options, "--json")
+        document = json.loads(done.stdout)
+        if query.get("impossible"):
+            self.assertEqual(done.returncode, 1)
+            return 0.0
+        self.assertEqual(done.returncode, 0, done.stderr)
+        self.assertAlmostEqual(document["log_probability_of_findings"], query["log_prob"],
+                               delta=1e-4 * max(1, abs(query["log_prob"])))
+        largest = 0.0
+        for node, stored in query["beliefs"].items():
+            found = list(document["beliefs"][node].values())
+            expected = list(stored.values()) if isinstance(stored, dict) else stored
+            self.assertEqual(len(found), len(expected))
+            largest = max([largest, *(abs(p - q) for p, q in zip(found, expected))])
+        self.assertLess(largest, 1e-4)
+        return largest
+
+
+unittest.main()
