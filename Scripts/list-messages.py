@@ -3,7 +3,7 @@
 place.  Complains when one number has two texts.
 
     Scripts/list-messages.py           writes Docs/messages.md
-    Scripts/list-messages.py --check   only looks whether the numbers are sound
+    Scripts/list-messages.py --check   only looks whether the numbers are sound and the page is current
 """
 import pathlib
 import re
@@ -17,7 +17,7 @@ LITERALS = re.compile(r'"(?:[^"\\]|\\.)*"(?:\s*(?:PRI\w+\s*)?"(?:[^"\\]|\\.)*")*
 
 
 def messages(source):
-    """Yields number, severity, text and line of each raising line of a file."""
+    """Yields number, severity, text and line of each place in a file that raises a message."""
     text = source.read_text(encoding="utf-8")
     for call in CALL.finditer(text):
         line_start = text.rfind("\n", 0, call.start()) + 1
@@ -39,31 +39,39 @@ def cell(text):
 
 
 def main():
-    rows, texts = [], {}
+    texts = {}  # number: text: where it is raised
     for source in sorted((ROOT / "Src").rglob("*.cpp")) + sorted((ROOT / "Src").rglob("*.h")):
         for number, severity, text, line in messages(source):
-            place = f"{source.relative_to(ROOT / 'Src')}:{line}"
-            rows.append((number, severity, text, place))
-            texts.setdefault(number, {}).setdefault(text, place)
+            places = texts.setdefault(number, {}).setdefault(text, [])
+            places.append((severity, str(source.relative_to(ROOT)), line))
     clashes = {number: found for number, found in texts.items() if len(found) > 1}
     for number, found in sorted(clashes.items()):
         print(f"message {number} has {len(found)} texts:")
-        for text, place in found.items():
-            print(f"    {place}: {text}")
+        for text, places in found.items():
+            print(f"    {places[0][1]}:{places[0][2]}: {text}")
+    page = render(texts)
+    path = ROOT / "Docs" / "messages.md"
+    print(f"{len(texts)} messages")
     if "--check" not in sys.argv:
-        write(sorted(rows))
-    print(f"{len(texts)} messages, raised at {len(rows)} places")
+        path.write_text(page, encoding="utf-8")
+    elif path.read_text(encoding="utf-8") != page:
+        print("Docs/messages.md is out of date: run Scripts/list-messages.py")
+        return 1
     return 1 if clashes else 0
 
 
-def write(rows):
+def render(texts):
     lines = ["# Messages", "",
              "Every message that the library can raise, by number (stored negative).  A term such as",
              "`>-node` is worded for the program that shows it; `%d`, `%s` and the like stand for what",
              "the message is about.  Written by `Scripts/list-messages.py`; do not edit.", "",
              "| number | severity | text | raised in |", "|---|---|---|---|"]
-    lines += [f"| {-number} | {severity} | {cell(text)} | {place} |" for number, severity, text, place in rows]
-    (ROOT / "Docs" / "messages.md").write_text("\n".join(lines) + "\n", encoding="utf-8")
+    for number, found in sorted(texts.items()):
+        for text, places in sorted(found.items()):
+            severities = ", ".join(sorted({severity for severity, _, _ in places}))
+            files = ", ".join(sorted({file.split("/")[-1] for _, file, _ in places}))
+            lines.append(f"| {-number} | {severities} | {cell(text)} | {files} |")
+    return "\n".join(lines) + "\n"
 
 
 sys.exit(main())
