@@ -12,6 +12,7 @@ import json
 import math
 import os
 import pathlib
+import re
 import signal
 import subprocess
 import sys
@@ -311,6 +312,26 @@ class MessagesTest(unittest.TestCase):
         output, _ = job.communicate(timeout=60)
         self.assertEqual(job.returncode, 1)
         self.assertIs(json.loads(output)["ok"], False)
+
+
+class DocumentsTest(unittest.TestCase):
+    def test_commands_of_the_read_me_work(self):
+        lines = [line.split("./run ", 1)[1] for line in (ROOT / "README.md").read_text().splitlines()
+                 if re.match(r"    (\$ )?\./run [a-z]", line)]
+        lines = [line for line in lines if not line.startswith("installs")]
+        self.assertGreater(len(lines), 5)
+        for line in lines:
+            with self.subTest(line=line):
+                done = subprocess.run([COMMAND, *line.split()], cwd=ROOT, capture_output=True)
+                self.assertEqual((done.returncode, done.stderr), (0, b""))
+
+    def test_files_named_are_there(self):
+        for page in [ROOT / "README.md", ROOT / "CONTRIBUTING.md", *(ROOT / "Docs").glob("*.md")]:
+            text = page.read_text()
+            names = [page.parent / link for link in re.findall(r"\]\(([^):]+)\)", text)]
+            names += [ROOT / name for name in re.findall(r"`((?:Src|Include|Tools|Tests|Scripts|Docs)/[\w./-]+)`", text)]
+            for name in names:
+                self.assertTrue(name.exists(), f"{page.name}: {name}")
 
 
 class CorpusTest(unittest.TestCase):
