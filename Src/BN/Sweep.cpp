@@ -1,0 +1,392 @@
+#include "BN/Sweep.h"
+
+#include <algorithm>
+#include <cmath>
+#include <numeric>
+
+namespace talora {
+
+namespace {
+
+constexpr int kUsualBlock = 2048;    // entries: a few buffers of them fit the first-level cache
+constexpr int kLargestBlock = 8192;  // where the usual size would leave a very small block
+constexpr int kSmallBlock = 256;
+constexpr int kShortRun = 8;  // shorter runs go entry by entry through a map
+constexpr int kSingleAdditions = 256;
+constexpr int kNoBuffer = -1;
+
+// How a table lies to the block and the loops.
+struct Layout {
+    SweepShape shape = SweepShape::kScalar;
+    int run = 1;
+    int part = 1;   // entries that belong to a block
+    int level = 0;  // innermost loop that moves the part
+    int64_t map = -1;
+    int64_t size = 1;
+    std::vector<int64_t> strides;  // per axis, 0 where the table does not cover it
+};
+
+class Builder {
+public:
+    Builder(std::span<const int> sizes, std::span<const SweepScope> factors,
+            std::span<const SweepScope> outputs)
+        : sizes_(sizes), factors_(factors), outputs_(outputs)
+    {}
+
+    SweepPlan Build()
+    {
+        ChooseBlock();
+        for (const SweepScope& factor : factors_) layouts_.push_back(LayOut(factor, false));
+        for (const SweepScope& output : outputs_) layouts_.push_back(LayOut(output, true));
+        OrderLoops();
+        WriteLoops();
+        WriteOutputs();
+        WriteOps();
+        return std::move(plan_);
+    }
+
+private:
+    void ChooseBlock()
+    {
+        first_inner_ = int(sizes_.size());
+        int64_t block = 1;
+        while (first_inner_ > 0) {
+            const int64_t larger = block * sizes_[size_t(first_inner_) - 1];
+            const bool fits = larger <= kUsualBlock || (block < kSmallBlock && larger <= kLargestBlock);
+            if (!fits && block > 1) break;
+            block = larger;
+            --first_inner_;
+        }
+        plan_.block = int(block);
+        plan_.num_factors = int(factors_.size());
+        plan_.num_outputs = int(outputs_.size());
+    }
+
+    Layout LayOut(const SweepScope& scope, bool is_output)
+    {
+        Layout layout;
+        layout.strides.assign(sizes_.size(), 0);
+        std::vector<char> covers(sizes_.size());
+        for (int axis : scope.axes) covers[size_t(axis)] = 1;
+        for (size_t axis = sizes_.size(); axis-- > 0;) {
+            if (!covers[axis]) continue;
+            layout.strides[axis] = layout.size;
+            layout.size *= sizes_[axis];
+            if (int(axis) >= first_inner_) layout.part = int(layout.size);
+        }
+        ChooseShape(layout, covers, is_output);
+        return layout;
+    }
+
+    // Looks at the innermost axes that are alike (all covered, or none).
+    void ChooseShape(Layout& layout, const std::vector<char>& covers, bool is_output)
+    {
+        const int num_axes = int(sizes_.size());
+        int axis = num_axes;
+        while (axis > first_inner_ && covers[size_t(axis) - 1] == covers[size_t(num_axes) - 1])
+            layout.run *= sizes_[size_t(--axis)];
+        const bool covered = axis < num_axes && covers[size_t(num_axes) - 1];
+        if (layout.part == 1) {
+            layout.shape = SweepShape::kScalar;
+        } else if (axis == first_inner_) {
+            layout.shape = SweepShape::kFull;
+        } else if (layout.run < kShortRun) {
+            layout.shape = SweepShape::kMap;
+            layout.run = 1;
+        } else if (covered && layout.part == layout.run) {
+            layout.shape = SweepShape::kTail;
+        } else {
+            layout.shape = covered ? SweepShape::kRunsIn : SweepShape::kRunsOut;
+        }
+        if (layout.shape < SweepShape::kRunsIn) return;
+        layout.map = int64_t(plan_.maps.size());
+        WriteMap(layout);
+        if (is_output && layout.shape == SweepShape::kMap) SortMap(layout);
+    }
+
+    // Where in the part each run of the block lies.
+    void WriteMap(Layout& layout)
+    {
+        std::vector<int> index(sizes_.size());
+        int64_t place = 0;
+        for (int entry = 0; entry < plan_.block; ++entry) {
+            if (entry % layout.run == 0) plan_.maps.push_back(uint16_t(place));
+            for (size_t axis = sizes_.size(); int(axis) > first_inner_;) {
+                --axis;
+                place += layout.strides[axis];
+                if (++index[axis] < sizes_[axis]) break;
+                place -= layout.strides[axis] * sizes_[axis];
+                index[axis] = 0;
+            }
+        }
+    }
+
+    // For sums: in place of the map, the entries of the block that belong to each entry of the part.
+    void SortMap(const Layout& layout)
+    {
+        const auto map = plan_.maps.begin() + layout.map;
+        std::vector<uint16_t> order(size_t(plan_.block));
+        const int per_entry = plan_.block / layout.part;
+        std::vector<int> next(static_cast<size_t>(layout.part));
+        for (int e = 0; e < layout.part; ++e) next[size_t(e)] = e * per_entry;
+        for (int i = 0; i < plan_.block; ++i) order[size_t(next[map[i]]++)] = uint16_t(i);
+        std::copy(order.begin(), order.end(), map);
+    }
+
+    // What it costs, in units of one pass over a block, when a table moves to another part.
+    double MoveCost(size_t table) const
+    {
+        const Layout& layout = layouts_[table];
+        if (table >= factors_.size()) return 6.0 * layout.part / plan_.block;
+        return layout.shape == SweepShape::kMap ? 6 : 1;
+    }
+
+    // Innermost the loop that spares most moves, then the next among the tables that are still.
+    void OrderLoops()
+    {
+        std::vector<int> axes(static_cast<size_t>(first_inner_));
+        std::iota(axes.begin(), axes.end(), 0);
+        std::vector<char> moves(layouts_.size());
+        while (!axes.empty()) {
+            size_t best = axes.size() - 1;
+            double best_saving = 0;
+            for (size_t k = axes.size(); k-- > 0;) {
+                double saving = 0;
+                for (size_t t = 0; t < layouts_.size(); ++t)
+                    if (!moves[t] && layouts_[t].strides[size_t(axes[k])] == 0) saving += MoveCost(t);
+                saving *= 1 - 1.0 / sizes_[size_t(axes[k])];
+                if (saving > best_saving) best_saving = saving, best = k;
+            }
+            for (size_t t = 0; t < layouts_.size(); ++t)
+                moves[t] |= layouts_[t].strides[size_t(axes[best])] != 0;
+            loops_.push_back(axes[best]);
+            axes.erase(axes.begin() + ptrdiff_t(best));
+        }
+        std::reverse(loops_.begin(), loops_.end());
+        for (Layout& layout : layouts_)
+            for (size_t l = 0; l < loops_.size(); ++l)
+                if (layout.strides[size_t(loops_[l])] != 0) layout.level = int(l) + 1;
+    }
+
+    void WriteLoops()
+    {
+        for (int axis : loops_) {
+            plan_.loop_sizes.push_back(sizes_[size_t(axis)]);
+            plan_.num_steps *= sizes_[size_t(axis)];
+        }
+        plan_.deltas.resize(loops_.size() * layouts_.size());
+        for (size_t t = 0; t < layouts_.size(); ++t) {
+            int64_t rewind = 0;  // of the loops further in
+            for (size_t l = loops_.size(); l-- > 0;) {
+                const int64_t stride = layouts_[t].strides[size_t(loops_[l])];
+                plan_.deltas[l * layouts_.size() + t] = stride - rewind;
+                rewind += stride * (plan_.loop_sizes[l] - 1);
+            }
+        }
+    }
+
+    // Additions in single precision that one block makes to an entry of an output.
+    int AdditionsPerBlock(const Layout& layout) const
+    {
+        const int per_entry = plan_.block / layout.part;
+        switch (layout.shape) {
+            case SweepShape::kScalar:
+                return per_entry / 16 + 5;
+            case SweepShape::kRunsOut:
+                return per_entry / 16 + 5 * (per_entry / layout.run);
+            case SweepShape::kTail:
+                return per_entry / 4 + 1;
+            case SweepShape::kMap:
+                return 1;
+            default:
+                return per_entry;
+        }
+    }
+
+    void WriteOutputs()
+    {
+        for (size_t o = 0; o < outputs_.size(); ++o) {
+            const Layout& layout = layouts_[factors_.size() + o];
+            int64_t still = 1, moving = 1;  // blocks in a row with the same part; all others
+            for (int l = 0; l < int(loops_.size()); ++l)
+                (l < layout.level ? moving : still) *= plan_.loop_sizes[size_t(l)];
+            const int64_t most = std::max(1, kSingleAdditions / AdditionsPerBlock(layout));
+            const bool once = moving * layout.part == layout.size && still <= most;
+            plan_.output_level.push_back(layout.level);
+            plan_.output_size.push_back(layout.size);
+            plan_.output_part.push_back(layout.part);
+            plan_.flush_steps.push_back(once ? 0 : int(std::min<int64_t>(most, still)));
+        }
+    }
+
+    // ---- The products. ----
+
+    struct Buffer {
+        int number = kNoBuffer;
+        int level = 0;
+        bool is_part = false;  // shows a part of a factor, which must not be written
+    };
+
+    int InnermostLevel() const { return int(loops_.size()); }
+
+    Buffer NewBuffer(int level)
+    {
+        if (level == InnermostLevel() && !free_.empty()) {
+            const int number = free_.back();
+            free_.pop_back();
+            return {number, level, false};
+        }
+        return {plan_.num_buffers++, level, false};
+    }
+
+    // Contents that outlive a step must stay, so only buffers that are made new at every step go back.
+    void Release(const Buffer& buffer)
+    {
+        if (buffer.number != kNoBuffer && buffer.level == InnermostLevel()) free_.push_back(buffer.number);
+    }
+
+    void Emit(SweepAction action, int table, const Buffer& source, const Buffer& target, int first, int end)
+    {
+        SweepOp op{action,
+                   SweepShape::kScalar,
+                   int16_t(action == SweepAction::kReduce ? InnermostLevel() : target.level),
+                   int16_t(source.number),
+                   int16_t(target.number),
+                   table,
+                   1,
+                   1,
+                   0,
+                   first,
+                   end};
+        if (action != SweepAction::kOnes) {
+            const Layout& layout = layouts_[size_t(table)];
+            op.shape = layout.shape;
+            op.run = layout.run;
+            op.count = layout.part;
+            op.map = layout.map;
+        }
+        plan_.ops.push_back(op);
+    }
+
+    // The product of a buffer and a factor; the buffer's own place may be used when it is not needed.
+    Buffer Multiply(const Buffer& source, int factor, bool keep_source, int first, int end)
+    {
+        const Layout& layout = layouts_[size_t(factor)];
+        const int level = std::max(source.level, layout.level);
+        if (source.number == kNoBuffer) {
+            const bool point = layout.shape == SweepShape::kFull;
+            Buffer target = NewBuffer(level);
+            target.is_part = point;
+            Emit(point ? SweepAction::kPoint : SweepAction::kExpand, factor, source, target, first, end);
+            return target;
+        }
+        const bool in_place = !keep_source && source.level == level && !source.is_part;
+        Buffer target = in_place ? source : NewBuffer(level);
+        Emit(SweepAction::kMultiply, factor, source, target, first, end);
+        if (!in_place && !keep_source) Release(source);
+        return target;
+    }
+
+    void Reduce(int output, Buffer source)
+    {
+        if (source.number == kNoBuffer) {
+            source = NewBuffer(0);
+            Emit(SweepAction::kOnes, 0, {}, source, output, output + 1);
+        }
+        Emit(SweepAction::kReduce, int(factors_.size()) + output, source, {}, output, output + 1);
+    }
+
+    void WriteOps()
+    {
+        std::vector<char> is_excluded(factors_.size());
+        std::vector<int> excluding, whole;  // outputs
+        for (int o = 0; o < int(outputs_.size()); ++o) {
+            const int excluded = outputs_[size_t(o)].excluded;
+            (excluded >= 0 ? excluding : whole).push_back(o);
+            if (excluded >= 0) is_excluded[size_t(excluded)] = 1;
+        }
+        const int all = int(outputs_.size());
+        Buffer product;
+        for (int factor : CommonFactors(is_excluded)) product = Multiply(product, factor, false, 0, all);
+        if (!excluding.empty()) Halve(excluding, 0, excluding.size(), product, whole.empty());
+        if (whole.empty()) return;
+        for (int o : excluding) product = Multiply(product, outputs_[size_t(o)].excluded, false, 0, all);
+        for (int o : whole) Reduce(o, product);
+    }
+
+    // Factors that move least come first, so that their product is kept longest.
+    std::vector<int> CommonFactors(const std::vector<char>& is_excluded) const
+    {
+        std::vector<int> common;
+        for (int f = 0; f < int(factors_.size()); ++f)
+            if (!is_excluded[size_t(f)]) common.push_back(f);
+        std::stable_sort(common.begin(), common.end(), [&](int a, int b) {
+            const Layout &x = layouts_[size_t(a)], &y = layouts_[size_t(b)];
+            if (x.level != y.level) return x.level < y.level;
+            return (x.shape == SweepShape::kFull) > (y.shape == SweepShape::kFull);
+        });
+        return common;
+    }
+
+    // Outputs first .. end, each leaving out its factor; `product` holds all factors not in that range.
+    void Halve(const std::vector<int>& outputs, size_t first, size_t end, const Buffer& product,
+               bool last_use)
+    {
+        if (end - first == 1) {
+            Reduce(outputs[first], product);
+            if (last_use) Release(product);
+            return;
+        }
+        const size_t middle = first + (end - first) / 2;
+        HalveInto(outputs, first, middle, middle, end, product, true);
+        HalveInto(outputs, middle, end, first, middle, product, !last_use);
+    }
+
+    // Multiplies by the factors of [from, to) and goes on with the outputs [first, end).
+    void HalveInto(const std::vector<int>& outputs, size_t first, size_t end, size_t from, size_t to,
+                   Buffer product, bool keep)
+    {
+        for (size_t k = from; k < to; ++k) {
+            const int factor = outputs_[size_t(outputs[k])].excluded;
+            product = Multiply(product, factor, keep, outputs[first], outputs[end - 1] + 1);
+            keep = false;
+        }
+        Halve(outputs, first, end, product, true);
+    }
+
+    std::span<const int> sizes_;
+    std::span<const SweepScope> factors_;
+    std::span<const SweepScope> outputs_;
+    SweepPlan plan_;
+    std::vector<Layout> layouts_;  // factors, then outputs
+    std::vector<int> loops_;       // axes, outermost loop first
+    int first_inner_ = 0;          // first axis of the block
+    std::vector<int> free_;
+};
+
+}  // namespace
+
+SweepPlan BuildSweep(std::span<const int> sizes, std::span<const SweepScope> factors,
+                     std::span<const SweepScope> outputs)
+{
+    return Builder(sizes, factors, outputs).Build();
+}
+
+int ScaleByExponent(float* entries, int64_t count)
+{
+    constexpr int kLargeExponent = 120;  // beyond it the factor would be a denormal number
+    float largest = 0;
+    for (int64_t i = 0; i < count; ++i) largest = std::max(largest, entries[i]);
+    if (!(largest > 0)) return kVanished;
+    int exponent;
+    std::frexp(largest, &exponent);
+    if (exponent > kLargeExponent) {
+        for (int64_t i = 0; i < count; ++i) entries[i] *= 0x1p-64f;
+        return 64 + ScaleByExponent(entries, count);
+    }
+    const float factor = std::ldexp(1.0f, -exponent);
+    for (int64_t i = 0; i < count; ++i) entries[i] *= factor;
+    return exponent;
+}
+
+}  // namespace talora

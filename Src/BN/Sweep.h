@@ -1,0 +1,113 @@
+// Sweeps: the product of several tables over the variables of a clique, summed onto one or more of
+// its subsets, without ever writing a table of the size of the clique.
+//
+// The axes of a clique are its unobserved variables in member order.  The last axes, together a few
+// thousand entries at most, form the block: products are formed in block buffers that stay in the
+// first-level cache.  The other axes are loops around the block.  A table covers some of the axes, in
+// the same order, last fastest; so the part of it that a block needs is contiguous, and how that
+// part spreads over the block (its shape) is the same for every block.  All of it is worked out once,
+// when the plan is built; running a plan divides, allocates and decides nothing per entry.
+//
+// A product is kept as long as none of its factors moves to another part: the loops are ordered so
+// that the innermost one touches as few tables as possible.
+//
+// An output may exclude one factor: the message to a neighbour leaves out the message from it.  The
+// products for k such outputs are found by halving: multiply by all factors of the right half, go
+// on with the left half, and the other way round.
+//
+// Sums: at most some 256 additions in single precision, then double.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "Basic/Memory.h"
+
+namespace talora {
+
+// How the part of a table that belongs to a block spreads over the block.
+enum class SweepShape : uint8_t {
+    kScalar,   // one entry for the whole block
+    kFull,     // entry by entry
+    kTail,     // the same run of entries again and again
+    kRunsIn,   // runs of entries, each from its own place
+    kRunsOut,  // runs of one and the same entry, each from its own place
+    kMap       // entry by entry through a map
+};
+
+enum class SweepAction : uint8_t {
+    kOnes,      // target = 1
+    kPoint,     // target is the table's own part (full shape)
+    kExpand,    // target = table
+    kMultiply,  // target = source * table
+    kReduce     // output += source
+};
+
+struct SweepOp {
+    SweepAction action;
+    SweepShape shape;
+    int16_t level;   // runs when a loop of this depth or further out has moved
+    int16_t source;  // buffers
+    int16_t target;
+    int table;         // factor, or number of factors + output
+    int run;           // length of a run
+    int count;         // entries of the table's part
+    int64_t map;       // place in SweepPlan::maps
+    int first_output;  // the outputs this serves, so that others can be left out
+    int end_output;
+};
+
+struct SweepPlan {
+    int num_factors = 0;
+    int num_outputs = 0;
+    int num_buffers = 0;
+    int block = 1;                // entries
+    int64_t num_steps = 1;        // blocks
+    std::vector<int> loop_sizes;  // outermost first
+    std::vector<int64_t> deltas;  // per loop and table: how far the table's part moves
+    std::vector<SweepOp> ops;
+    std::vector<uint16_t> maps;        // runs: place in the part per run; maps: per entry
+    std::vector<int> output_level;     // per output: the innermost loop that moves its part
+    std::vector<int64_t> output_size;  // per output: entries
+    std::vector<int> output_part;      // per output: entries that belong to a block
+    std::vector<int> flush_steps;      // per output: blocks to be summed in single precision, 0: all
+};
+
+struct SweepScope {
+    std::vector<int> axes;  // ascending
+    int excluded = -1;      // of an output: factor left out of its product
+};
+
+SweepPlan BuildSweep(std::span<const int> sizes, std::span<const SweepScope> factors,
+                     std::span<const SweepScope> outputs);
+
+// Working memory of sweeps, kept from one to the next.
+struct SweepScratch {
+    TableVector<float> buffers;
+    std::vector<const float*> views;  // per buffer where its contents are
+    TableVector<float> results;       // all outputs, one after another
+    TableVector<double> wide;         // sums of outputs that take part in many blocks
+    std::vector<float*> output;       // per output its place in results
+    std::vector<double*> wide_output;
+    std::vector<int64_t> offsets;  // per table: where its part begins
+    struct Sum {
+        int64_t offset = 0;
+        int count = 0;  // blocks in it
+    };
+    std::vector<Sum> sums;  // per output: what stands in its block sum
+    std::vector<int> indexes;
+};
+
+// Runs a plan; `factors` are the tables, `wanted` says which outputs are asked for (empty: all).
+// Results stand in scratch.output, as they come, not scaled.  All products are multiplied by `boost`.
+// False: halted.
+bool RunSweep(const SweepPlan& plan, std::span<const float* const> factors, std::span<const char> wanted,
+              float boost, SweepScratch& scratch);
+
+// Scales entries by a power of two so that the largest is in [0.5, 1).  Returns the exponent to be
+// added to that of the table, or kVanished if all are 0.
+constexpr int kVanished = INT32_MIN;
+int ScaleByExponent(float* entries, int64_t count);
+
+}  // namespace talora
