@@ -2,16 +2,12 @@
 
 #include <algorithm>
 
+#include "BN/TableSize.h"
 #include "Basic/Error.h"
 
 namespace talora {
 
 namespace {
-
-double Saturated(double size)
-{
-    return std::min(size, kSaturatedSize);
-}
 
 // Groups keys: list k holds the indexes i, ascending, with keys[i] == k; negative keys are left out.
 NumberLists GroupBy(const std::vector<int>& keys, int num_groups)
@@ -161,13 +157,14 @@ JunctionTree JoinTree(const ModelGraph& graph, const Triangulation& triangulatio
     return tree;
 }
 
-double TableSize(const ModelGraph& graph, std::span<const int> variables, std::span<const int> positive)
+double SizeUnderFindings(const ModelGraph& graph, std::span<const int> variables,
+                         std::span<const int> positive)
 {
     double size = 1;
     for (int variable : variables) {
         const int num_states = graph.variables[size_t(variable)].num_states;
-        if (num_states == 0) return 0;
-        if (positive.empty() || positive[size_t(variable)] < 0) size = Saturated(size * num_states);
+        const bool observed = num_states > 0 && !positive.empty() && positive[size_t(variable)] >= 0;
+        size = MultiplySize(size, observed ? 1 : num_states);
     }
     return size;
 }
@@ -176,10 +173,10 @@ double TotalSize(const ModelGraph& graph, const JunctionTree& tree, std::span<co
 {
     double total = 0;
     for (int i = 0; i < tree.num_cliques(); ++i) {
-        total += TableSize(graph, tree.members[i], positive);
-        if (i > 0) total += TableSize(graph, tree.separators[i], positive);
+        total += SizeUnderFindings(graph, tree.members[i], positive);
+        if (i > 0) total += SizeUnderFindings(graph, tree.separators[i], positive);
     }
-    return Saturated(total);
+    return std::min(total, kMaxTableSize);
 }
 
 std::vector<int> JoinedTo(const JunctionTree& tree, int clique)

@@ -50,16 +50,14 @@ struct JunctionTree {
     int num_cliques() const { return int(mate.size()); }
 };
 
-constexpr double kSaturatedSize = 1.7976931348623156e305;
-
 // Joins the cliques of a triangulation, the clique formed last first.  With decisions (the net has
 // a decision or utility node) a clique joins the earliest clique that holds what it shares with
 // those before it, otherwise the nearest preceding one.  Near linear in the sum of clique lengths.
 JunctionTree JoinTree(const ModelGraph& graph, const Triangulation& triangulation, bool has_decisions);
 
-// Product of state counts, a variable with a state >= 0 in `positive` counting as 1; 0 if one has
-// no states.  An empty `positive` means no findings.
-double TableSize(const ModelGraph& graph, std::span<const int> variables, std::span<const int> positive = {});
+// Entries of a table over the variables when those with a state >= 0 in `positive` count as 1; 0 if
+// one has no states.  An empty `positive` means no findings.
+double SizeUnderFindings(const ModelGraph& graph, std::span<const int> variables, std::span<const int> positive);
 
 // Entries of all cliques and separators with the positive findings (per variable a state or -1).
 double TotalSize(const ModelGraph& graph, const JunctionTree& tree, std::span<const int> positive);

@@ -10,7 +10,8 @@
 // after any sequence of changes all results have the same bits as after a fresh start.
 //
 // Messages are scaled by a power of two so that their largest entry is in [0.5, 1); the exponents
-// add up beside them, so thousands of findings do not underflow.
+// add up beside them, so thousands of findings do not underflow, and a finding that only changes
+// how probable all findings are sends nothing.
 //
 // A variable with a positive finding is left out of every potential and message: the tables shrink.
 //

@@ -88,7 +88,7 @@ bool RunSweep(const SweepPlan& plan, std::span<const float* const> factors, std:
     scratch.sums.assign(size_t(plan.num_outputs), {});
     if (!run(plan, factors.data(), wanted.empty() ? nullptr : wanted.data(), boost, scratch)) return false;
     for (size_t o = 0; o < size_t(plan.num_outputs); ++o)
-        if (plan.flush_steps[o] != 0)
+        if (plan.flush_steps[o] != 0 && (wanted.empty() || wanted[o]))
             std::copy_n(scratch.wide_output[o], plan.output_size[o], scratch.output[o]);
     return true;
 }

@@ -1,0 +1,1087 @@
+#include "BN/Propagate.h"
+
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <string>
+#include <unordered_map>
+
+#include "BN/PotTable0.h"
+#include "BN/Sweep.h"
+#include "BN/TableSize.h"
+#include "Basic/Error.h"
+#include "Basic/FloatMode.h"
+#include "Basic/Memory.h"
+#include "Basic/Progress.h"
+
+namespace talora {
+
+namespace {
+
+constexpr int64_t kSmallTable = 1024;      // entries; smaller ones lie in one arena at their full size
+constexpr double kAlwaysMerged = 4096;     // entries up to which potentials of a clique become one
+constexpr int64_t kPollEntries = 1 << 20;  // between two looks at the halt flag
+constexpr int kWeakExponent = -60;         // a largest entry below 2 to this: products may have underflowed
+constexpr int kBoostExponent = 80;         // then they are formed again, larger by 2 to this
+constexpr size_t kMostPlans = 50000;
+
+// Scales are added up as whole numbers, so that sums do not depend on the order of changes.
+constexpr int kLogUnitsExponent = 36;
+constexpr int64_t kLogUnits = int64_t{1} << kLogUnitsExponent;
+
+// Where what a clique knows comes from, besides its children's numbers.
+enum Source : int { kFromMate = -1, kFromModel = -2, kFromNone = -3 };
+
+struct Table {
+    float* entries = nullptr;
+    int64_t count = 0;
+    int64_t capacity = 0;
+    int64_t log_scale = 0;  // what the last scaling took out: its logarithm to base 2, x kLogUnits
+    int large = -1;         // own storage, for tables not in the arena
+};
+
+struct Message : Table {
+    int64_t computed = -1;  // when
+};
+
+struct ModelPotential : Table {
+    bool needs_fill = true;
+    int clique = 0;
+};
+
+// When the inputs of a clique last changed.  It is enough to keep the newest change, where it came
+// from, and the newest that came from elsewhere.
+struct Inputs {
+    int64_t newest = 0;
+    int64_t newest_elsewhere = -1;
+    int source = kFromModel;
+
+    void Change(int from, int64_t now)
+    {
+        if (from != source) {
+            newest_elsewhere = newest;
+            source = from;
+        }
+        newest = now;
+    }
+    int64_t NewestExcept(int from) const { return from == source ? newest_elsewhere : newest; }
+};
+
+// A set of cliques that is walked in either order while it changes.
+class CliqueSet {
+public:
+    explicit CliqueSet(int size) : words_((size_t(size) + 63) / 64) {}
+    void Insert(int i) { words_[size_t(i) / 64] |= uint64_t{1} << (i % 64); }
+    void Erase(int i) { words_[size_t(i) / 64] &= ~(uint64_t{1} << (i % 64)); }
+
+    // The largest member below `end`, or the smallest from `first`; -1 if there is none.
+    int Below(int end) const
+    {
+        if (end <= 0) return -1;
+        size_t w = size_t(end - 1) / 64;
+        uint64_t word = words_[w] & (~uint64_t{0} >> (63 - (end - 1) % 64));
+        while (word == 0) {
+            if (w-- == 0) return -1;
+            word = words_[w];
+        }
+        return int(w * 64) + 63 - std::countl_zero(word);
+    }
+    int From(int first) const
+    {
+        size_t w = size_t(first) / 64;
+        if (w >= words_.size()) return -1;
+        uint64_t word = words_[w] & (~uint64_t{0} << (first % 64));
+        while (word == 0) {
+            if (++w == words_.size()) return -1;
+            word = words_[w];
+        }
+        return int(w * 64) + std::countr_zero(word);
+    }
+
+private:
+    std::vector<uint64_t> words_;
+};
+
+struct KeyHash {
+    size_t operator()(const std::vector<int>& key) const
+    {
+        return std::hash<std::string_view>()(
+            {reinterpret_cast<const char*>(key.data()), key.size() * sizeof(int)});
+    }
+};
+
+// Plans by what they are for: cliques of the same form share one.
+class PlanStore {
+public:
+    const SweepPlan* Find(std::span<const int> sizes, std::span<const SweepScope> factors,
+                          std::span<const SweepScope> outputs)
+    {
+        key_.clear();
+        key_.push_back(int(sizes.size()));
+        key_.insert(key_.end(), sizes.begin(), sizes.end());
+        for (std::span<const SweepScope> scopes : {factors, outputs}) {
+            key_.push_back(int(scopes.size()));
+            for (const SweepScope& scope : scopes) {
+                key_.push_back(scope.excluded);
+                key_.push_back(int(scope.axes.size()));
+                for (int axis : scope.axes) key_.push_back(axis);
+            }
+        }
+        auto [place, is_new] = plans_.try_emplace(key_);
+        if (is_new) {
+            try {
+                place->second = BuildSweep(sizes, factors, outputs);
+            } catch (...) {
+                plans_.erase(place);
+                throw;
+            }
+        }
+        return &place->second;
+    }
+
+    bool IsFull() const { return plans_.size() > kMostPlans; }
+    void Clear() { plans_.clear(); }
+
+private:
+    std::unordered_map<std::vector<int>, SweepPlan, KeyHash> plans_;
+    std::vector<int> key_;
+};
+
+NumberLists CliquesOf(const NumberLists& members, int num_variables)
+{
+    NumberLists lists;
+    lists.start.assign(size_t(num_variables) + 1, 0);
+    for (int v : members.items) ++lists.start[size_t(v) + 1];
+    for (int v = 0; v < num_variables; ++v) lists.start[size_t(v) + 1] += lists.start[size_t(v)];
+    lists.items.resize(members.items.size());
+    std::vector<int64_t> next(lists.start.begin(), lists.start.end() - 1);
+    for (int i = 0; i < members.size(); ++i)
+        for (int v : members[i]) lists.items[size_t(next[size_t(v)]++)] = i;
+    return lists;
+}
+
+}  // namespace
+
+struct Propagation::Engine {
+    const ModelGraph* graph;
+    const JunctionTree* tree;
+    TableSource table;
+
+    // What is known.
+    std::vector<int> positive;                    // per variable
+    std::vector<std::vector<float>> likelihoods;  // per variable, empty: none
+
+    // Fixed with the tree.
+    NumberLists cliques_of;             // per variable
+    NumberLists potentials_of;          // per clique
+    NumberLists potential_scope;        // per potential: its variables in member order
+    NumberLists families;               // per potential: the variables whose tables it takes
+    NumberLists uses;                   // per variable: the potentials that hold it
+    std::vector<int> belief_separator;  // per variable: the smallest separator that holds it, or -1
+    NumberLists private_variables;      // per clique: those that are in no separator
+    std::vector<int> decisions;
+
+    // What is computed.
+    std::vector<ModelPotential> potentials;
+    std::vector<Message> up, down;          // per clique: to its mate (the root: the total), from its mate
+    std::vector<Inputs> inputs;             // per clique
+    std::vector<int64_t> private_computed;  // per clique
+    std::vector<std::vector<float>> private_beliefs;  // per clique, one after another
+    struct PrivateTotal {
+        double mass = 1;
+        int exponent = 0;
+    };
+    std::vector<PrivateTotal> private_total;  // per clique
+    TableVector<float> arena;
+    std::vector<TableVector<float>> large;
+    bool stored = false;
+
+    // Plans in use, null: to be looked up again.
+    PlanStore plans;
+    std::vector<const SweepPlan*> up_plans, down_plans, private_plans;
+
+    // The state of updating.
+    std::vector<char> is_scalar;  // per clique: no free variable in the separator towards its mate
+
+    CliqueSet pending;  // cliques whose inputs changed and that may have stale messages
+    int64_t now = 0;
+    bool updated = false;
+    int vanished_at = -1;
+    double log_prob = 0;
+    int64_t total_log_scale = 0;  // of all potentials and all messages towards the root
+    int64_t unpolled = 0;
+    Counters counts;
+
+    // Working memory.
+    SweepScratch scratch;
+    std::vector<int> exponents;
+    std::vector<float> weak_results;
+    std::vector<const float*> factor_entries;
+    std::vector<SweepScope> factor_scopes, output_scopes;
+    std::vector<int> sizes, axis_of;
+    std::vector<char> wanted;
+    std::vector<int> way;  // from a target to the root
+    TableVector<float> family_tables;
+
+    Engine(const ModelGraph& g, const JunctionTree& t, TableSource source)
+        : graph(&g), tree(&t), table(std::move(source)), pending(t.num_cliques())
+    {
+        const size_t num_variables = g.variables.size(), num_cliques = size_t(t.num_cliques());
+        positive.assign(num_variables, -1);
+        likelihoods.resize(num_variables);
+        axis_of.assign(num_variables, -1);
+        cliques_of = CliquesOf(t.members, int(num_variables));
+        GroupPotentials();
+        ChooseBeliefSources();
+        up.resize(num_cliques);
+        down.resize(num_cliques);
+        inputs.resize(num_cliques);
+        private_computed.assign(num_cliques, -1);
+        private_beliefs.resize(num_cliques);
+        private_total.resize(num_cliques);
+        for (int i = 0; i < t.num_cliques(); ++i) is_scalar.push_back(!HasFree(t.separators[i]));
+        up_plans.assign(num_cliques, nullptr);
+        down_plans.assign(num_cliques, nullptr);
+        private_plans.assign(num_cliques, nullptr);
+        for (int i = 0; i < t.num_cliques(); ++i) pending.Insert(i);
+        for (size_t v = 0; v < num_variables; ++v)
+            if (g.variables[v].is_decision) decisions.push_back(int(v));
+    }
+
+    int NumStates(int variable) const { return graph->variables[size_t(variable)].num_states; }
+    bool IsFree(int variable) const { return NumStates(variable) > 1 && positive[size_t(variable)] < 0; }
+
+    bool HasFree(std::span<const int> variables) const
+    {
+        return std::any_of(variables.begin(), variables.end(), [&](int v) { return IsFree(v); });
+    }
+
+    // ---- Structure. ----
+
+    // A clique's tables are multiplied together where the product is small or not much larger than they.
+    void GroupPotentials()
+    {
+        std::vector<std::vector<int>> scopes, members;
+        for (int i = 0; i < tree->num_cliques(); ++i) {
+            scopes.clear();
+            members.clear();
+            for (int variable : tree->homed[i]) AddToGroups(variable, scopes, members);
+            for (size_t g = 0; g < scopes.size(); ++g) {
+                SortLikeMembers(i, scopes[g]);
+                for (int v : scopes[g]) potential_scope.items.push_back(v);
+                potential_scope.EndList();
+                for (int v : members[g]) families.items.push_back(v);
+                families.EndList();
+                potentials_of.items.push_back(int(potentials.size()));
+                potentials.emplace_back();
+                potentials.back().clique = i;
+            }
+            potentials_of.EndList();
+        }
+        uses = CliquesOf(potential_scope, int(graph->variables.size()));
+    }
+
+    void AddToGroups(int variable, std::vector<std::vector<int>>& scopes,
+                     std::vector<std::vector<int>>& members) const
+    {
+        std::vector<int> family = graph->variables[size_t(variable)].parents;
+        family.push_back(variable);
+        const double size = TableSize(*graph, family);
+        for (size_t g = 0; g < scopes.size(); ++g) {
+            std::vector<int> both = scopes[g];
+            for (int v : family)
+                if (std::find(both.begin(), both.end(), v) == both.end()) both.push_back(v);
+            const double apart = TableSize(*graph, scopes[g]) + size;
+            if (TableSize(*graph, both) > std::max(kAlwaysMerged, apart)) continue;
+            scopes[g] = both;
+            members[g].push_back(variable);
+            return;
+        }
+        scopes.push_back(family);
+        members.push_back({variable});
+    }
+
+    void SortLikeMembers(int clique, std::vector<int>& variables)
+    {
+        std::span<const int> order = tree->members[clique];
+        for (size_t k = 0; k < order.size(); ++k) axis_of[size_t(order[k])] = int(k);
+        std::sort(variables.begin(), variables.end(),
+                  [&](int a, int b) { return axis_of[size_t(a)] < axis_of[size_t(b)]; });
+    }
+
+    void ChooseBeliefSources()
+    {
+        belief_separator.assign(graph->variables.size(), -1);
+        for (int i = 1; i < tree->num_cliques(); ++i) {
+            const double size = tree->separator_sizes[size_t(i)];
+            for (int v : tree->separators[i]) {
+                int& best = belief_separator[size_t(v)];
+                if (best < 0 || size < tree->separator_sizes[size_t(best)]) best = i;
+            }
+        }
+        for (int i = 0; i < tree->num_cliques(); ++i) {
+            for (int v : tree->members[i])
+                if (belief_separator[size_t(v)] < 0) private_variables.items.push_back(v);
+            private_variables.EndList();
+        }
+    }
+
+    // ---- Storage. ----
+
+    double FullSize(std::span<const int> variables) const { return TableSize(*graph, variables); }
+
+    template <class Visit>
+    void ForEachTable(Visit visit)
+    {
+        for (int i = 0; i < tree->num_cliques(); ++i) {
+            visit(up[size_t(i)], FullSize(tree->separators[i]));
+            if (i > 0) visit(down[size_t(i)], FullSize(tree->separators[i]));
+        }
+        for (size_t p = 0; p < potentials.size(); ++p)
+            visit(potentials[p], FullSize(potential_scope[int(p)]));
+    }
+
+    // Small tables have their place for good; large ones get memory when their size is known.
+    void PlaceTables()
+    {
+        if (stored) return;
+        size_t total = 0;
+        int num_large = 0;
+        ForEachTable([&](Table&, double size) {
+            size <= kSmallTable ? void(total += size_t(std::max(size, 1.0))) : void(++num_large);
+        });
+        arena = TableVector<float>(total);
+        large.resize(size_t(num_large));
+        float* place = arena.data();
+        num_large = 0;
+        ForEachTable([&](Table& t, double size) {
+            if (size > kSmallTable) {
+                t.large = num_large++;
+                return;
+            }
+            t.entries = place;
+            t.capacity = int64_t(std::max(size, 1.0));
+            place += t.capacity;
+        });
+        stored = true;
+    }
+
+    void Resize(Table& t, int64_t count)
+    {
+        if (t.large >= 0 && (count > t.capacity || count < t.capacity / 2)) {
+            TableVector<float>& own = large[size_t(t.large)];
+            t.entries = nullptr;
+            t.count = t.capacity = 0;
+            TableVector<float>().swap(own);
+            own = TableVector<float>(size_t(count));
+            t.entries = own.data();
+            t.capacity = count;
+        }
+        t.count = count;
+    }
+
+    // ---- Changes. ----
+
+    void Touch(int clique, int from)
+    {
+        inputs[size_t(clique)].Change(from, ++now);
+        pending.Insert(clique);
+        updated = false;
+    }
+
+    void TouchPotentials(int variable, bool only_own)
+    {
+        for (int p : uses[variable]) {
+            if (only_own && !TakesFamily(p, variable)) continue;
+            potentials[size_t(p)].needs_fill = true;
+            Touch(potentials[size_t(p)].clique, kFromModel);
+        }
+        updated = false;
+    }
+
+    bool TakesFamily(int potential, int variable) const
+    {
+        std::span<const int> taken = families[potential];
+        return std::find(taken.begin(), taken.end(), variable) != taken.end();
+    }
+
+    void SetPositive(int variable, int state)
+    {
+        int& current = positive[size_t(variable)];
+        if (state == current) return;
+        const bool reshapes = (state >= 0) != (current >= 0) && NumStates(variable) > 1;
+        current = state;
+        TouchPotentials(variable, false);
+        if (reshapes) {
+            for (int i : cliques_of[variable]) {
+                up_plans[size_t(i)] = down_plans[size_t(i)] = private_plans[size_t(i)] = nullptr;
+                is_scalar[size_t(i)] = !HasFree(tree->separators[i]);
+                Touch(i, kFromModel);
+            }
+        }
+    }
+
+    // ---- Plans. ----
+
+    // Lays the free members of a clique out as axes.
+    void DescribeClique(int clique)
+    {
+        if (plans.IsFull()) {
+            std::fill(up_plans.begin(), up_plans.end(), nullptr);
+            std::fill(down_plans.begin(), down_plans.end(), nullptr);
+            std::fill(private_plans.begin(), private_plans.end(), nullptr);
+            plans.Clear();
+        }
+        sizes.clear();
+        for (int v : tree->members[clique]) {
+            axis_of[size_t(v)] = IsFree(v) ? int(sizes.size()) : -1;
+            if (IsFree(v)) sizes.push_back(NumStates(v));
+        }
+        factor_scopes.clear();
+        output_scopes.clear();
+    }
+
+    SweepScope ScopeOf(std::span<const int> variables) const
+    {
+        SweepScope scope;
+        for (int v : variables)
+            if (axis_of[size_t(v)] >= 0) scope.axes.push_back(axis_of[size_t(v)]);
+        return scope;
+    }
+
+    // Tables of a single entry are left out: that entry is always 1.
+    void DescribeFactors(int clique, bool with_mate)
+    {
+        auto add = [&](std::span<const int> variables) {
+            factor_scopes.push_back(ScopeOf(variables));
+            if (factor_scopes.back().axes.empty()) factor_scopes.pop_back();
+        };
+        for (int p : potentials_of[clique]) add(potential_scope[p]);
+        if (with_mate && clique > 0) add(tree->separators[clique]);
+        for (int child : tree->children[clique]) add(tree->separators[child]);
+    }
+
+    const SweepPlan& UpPlan(int clique)
+    {
+        const SweepPlan*& plan = up_plans[size_t(clique)];
+        if (plan == nullptr) {
+            DescribeClique(clique);
+            DescribeFactors(clique, false);
+            output_scopes.push_back(ScopeOf(tree->separators[clique]));
+            plan = plans.Find(sizes, factor_scopes, output_scopes);
+        }
+        return *plan;
+    }
+
+    const SweepPlan& DownPlan(int clique)
+    {
+        const SweepPlan*& plan = down_plans[size_t(clique)];
+        if (plan == nullptr) {
+            DescribeClique(clique);
+            DescribeFactors(clique, true);
+            std::span<const int> children = tree->children[clique];
+            for (size_t k = 0; k < children.size(); ++k) {
+                output_scopes.push_back(ScopeOf(tree->separators[children[k]]));
+                if (output_scopes.back().axes.empty()) output_scopes.pop_back();
+            }
+            const int first = int(factor_scopes.size() - output_scopes.size());
+            for (size_t o = 0; o < output_scopes.size(); ++o) output_scopes[o].excluded = first + int(o);
+            plan = plans.Find(sizes, factor_scopes, output_scopes);
+        }
+        return *plan;
+    }
+
+    const SweepPlan& PrivatePlan(int clique)
+    {
+        const SweepPlan*& plan = private_plans[size_t(clique)];
+        if (plan == nullptr) {
+            DescribeClique(clique);
+            DescribeFactors(clique, true);
+            for (int v : private_variables[clique])
+                if (IsFree(v)) output_scopes.push_back(ScopeOf({&v, 1}));
+            output_scopes.emplace_back();  // the total
+            plan = plans.Find(sizes, factor_scopes, output_scopes);
+        }
+        return *plan;
+    }
+
+    // ---- Sweeps. ----
+
+    // The tables in the order of DescribeFactors.
+    void CollectFactors(int clique, bool with_mate)
+    {
+        factor_entries.clear();
+        for (int p : potentials_of[clique])
+            if (potentials[size_t(p)].count > 1) factor_entries.push_back(potentials[size_t(p)].entries);
+        if (with_mate && !is_scalar[size_t(clique)]) factor_entries.push_back(down[size_t(clique)].entries);
+        for (int child : tree->children[clique])
+            if (!is_scalar[size_t(child)]) factor_entries.push_back(up[size_t(child)].entries);
+    }
+
+    bool IsHaltedNow(const SweepPlan& plan)
+    {
+        const int64_t entries = plan.block * plan.num_steps;
+        counts.entries += entries;
+        unpolled += entries + 256;
+        if (unpolled < kPollEntries) return false;
+        unpolled = 0;
+        return IsHalted();
+    }
+
+    // Runs a plan and scales what comes out.  Where all of an output is tiny, products may have
+    // underflowed on the way: it is formed again with all of them larger.  False: halted.
+    bool RunScaled(const SweepPlan& plan, bool all_wanted)
+    {
+        if (IsHaltedNow(plan)) return false;
+        const std::span<const char> asked =
+            all_wanted ? std::span<const char>() : std::span<const char>(wanted);
+        if (!RunSweep(plan, factor_entries, asked, 1, scratch)) return false;
+        exponents.resize(size_t(plan.num_outputs));
+        bool weak = false;
+        for (size_t o = 0; o < exponents.size(); ++o) {
+            if (!all_wanted && !wanted[o]) continue;
+            exponents[o] = ScaleByExponent(scratch.output[o], plan.output_size[o]);
+            weak |= exponents[o] < kWeakExponent;
+        }
+        return !weak || plan.num_factors < 2 || RunBoosted(plan, all_wanted);
+    }
+
+    bool RunBoosted(const SweepPlan& plan, bool all_wanted)
+    {
+        std::vector<char> weak(size_t(plan.num_outputs));
+        for (size_t o = 0; o < weak.size(); ++o)
+            weak[o] = (all_wanted || wanted[o]) && exponents[o] < kWeakExponent;
+        if (!RunSweep(plan, factor_entries, weak, std::ldexp(1.0f, kBoostExponent), scratch)) return false;
+        for (size_t o = 0; o < weak.size(); ++o) {
+            if (!weak[o]) continue;
+            exponents[o] = ScaleByExponent(scratch.output[o], plan.output_size[o]);
+            if (exponents[o] != kVanished) exponents[o] -= kBoostExponent;
+        }
+        return true;
+    }
+
+    // A single entry becomes 1, and its value goes into the scale with the exponent.
+    static int64_t TakeScale(float* entries, int64_t count, int exponent)
+    {
+        if (exponent == kVanished) return 0;
+        int64_t log_scale = exponent * kLogUnits;
+        if (count == 1) {
+            log_scale += std::llround(std::log2(double(entries[0])) * double(kLogUnits));
+            entries[0] = 1;
+        }
+        return log_scale;
+    }
+
+    // ---- Potentials. ----
+
+    UpdateStatus FillPotentials(int clique)
+    {
+        for (int p : potentials_of[clique]) {
+            if (!potentials[size_t(p)].needs_fill) continue;
+            if (!Fill(p)) return UpdateStatus::kHalted;
+            if (potentials[size_t(p)].entries[0] == 0 && potentials[size_t(p)].count == 1)
+                return Vanish(clique);
+            potentials[size_t(p)].needs_fill = false;
+            ++counts.fills;
+        }
+        return UpdateStatus::kUpdated;
+    }
+
+    FamilyRequest RequestFor(int variable)
+    {
+        const std::vector<float>& likelihood = likelihoods[size_t(variable)];
+        return {graph,    variable, table(variable), likelihood.empty() ? nullptr : likelihood.data(),
+                positive, axis_of};
+    }
+
+    // The product of the families' tables as the findings leave them.
+    bool Fill(int p)
+    {
+        ModelPotential& potential = potentials[size_t(p)];
+        DescribeClique(potential.clique);
+        int64_t count = 1;
+        for (int v : potential_scope[p])
+            if (IsFree(v)) count *= NumStates(v);
+        Resize(potential, count);
+        std::span<const int> taken = families[p];
+        if (taken.size() == 1) {
+            WriteFamily(RequestFor(taken[0]), potential.entries);
+        } else if (!MultiplyFamilies(p)) {
+            return false;
+        }
+        const int exponent = ScaleByExponent(potential.entries, count);
+        total_log_scale -= potential.log_scale;
+        potential.log_scale = TakeScale(potential.entries, count, exponent);
+        total_log_scale += potential.log_scale;
+        return true;
+    }
+
+    bool MultiplyFamilies(int p)
+    {
+        ModelPotential& potential = potentials[size_t(p)];
+        std::vector<int64_t> starts;
+        int64_t total = 0;
+        for (int variable : families[p]) {
+            const std::vector<int> scope = FamilyScope(RequestFor(variable));
+            factor_scopes.push_back(ScopeOf(scope));
+            starts.push_back(total);
+            int64_t count = 1;
+            for (int v : scope) count *= NumStates(v);
+            total += count;
+        }
+        if (int64_t(family_tables.size()) < total) family_tables = TableVector<float>(size_t(total));
+        factor_entries.clear();
+        for (size_t k = 0; k < starts.size(); ++k) {
+            WriteFamily(RequestFor(families[p][k]), family_tables.data() + starts[k]);
+            factor_entries.push_back(family_tables.data() + starts[k]);
+        }
+        // Only the axes of the potential, so that every block is written once.
+        std::vector<int> own_axis(sizes.size(), -1), own_sizes;
+        for (int axis : ScopeOf(potential_scope[p]).axes) {
+            own_axis[size_t(axis)] = int(own_sizes.size());
+            own_sizes.push_back(sizes[size_t(axis)]);
+        }
+        output_scopes.push_back({});
+        for (size_t k = 0; k < own_sizes.size(); ++k) output_scopes[0].axes.push_back(int(k));
+        for (SweepScope& scope : factor_scopes)
+            for (int& axis : scope.axes) axis = own_axis[size_t(axis)];
+        const SweepPlan& plan = *plans.Find(own_sizes, factor_scopes, output_scopes);
+        if (!RunSweep(plan, factor_entries, {}, 1, scratch)) return false;
+        std::copy_n(scratch.output[0], potential.count, potential.entries);
+        return true;
+    }
+
+    // ---- Messages. ----
+
+    // Stores a result; true if it is not what stood there.  Another scale is no news to the neighbour:
+    // scales are added up beside the messages.
+    bool Store(Message& message, const SweepPlan& plan, int output)
+    {
+        const int64_t count = plan.output_size[size_t(output)];
+        float* entries = scratch.output[size_t(output)];
+        const int64_t log_scale = TakeScale(entries, count, exponents[size_t(output)]);
+        const bool same = message.computed >= 0 && message.count == count &&
+                          std::memcmp(message.entries, entries, size_t(count) * sizeof(float)) == 0;
+        if (!same) {
+            message.computed = -1;
+            Resize(message, count);
+            std::memcpy(message.entries, entries, size_t(count) * sizeof(float));
+        }
+        message.log_scale = log_scale;
+        message.computed = now;
+        ++counts.messages;
+        return !same;
+    }
+
+    bool IsUpStale(int clique) const
+    {
+        return inputs[size_t(clique)].NewestExcept(clique == 0 ? kFromNone : kFromMate) >
+               up[size_t(clique)].computed;
+    }
+
+    bool IsDownStale(int child) const
+    {
+        const int mate = tree->mate[size_t(child)];
+        return inputs[size_t(mate)].NewestExcept(child) > down[size_t(child)].computed;
+    }
+
+    UpdateStatus Vanish(int clique)
+    {
+        vanished_at = clique;
+        return UpdateStatus::kInconsistent;
+    }
+
+    UpdateStatus SendUp(int clique)
+    {
+        const UpdateStatus filled = FillPotentials(clique);
+        if (filled != UpdateStatus::kUpdated) return filled;
+        const SweepPlan& plan = UpPlan(clique);
+        CollectFactors(clique, false);
+        if (!RunScaled(plan, true)) return UpdateStatus::kHalted;
+        if (exponents[0] == kVanished) return Vanish(clique);
+        total_log_scale -= up[size_t(clique)].log_scale;
+        const bool is_new = Store(up[size_t(clique)], plan, 0);
+        total_log_scale += up[size_t(clique)].log_scale;
+        if (is_new && clique > 0) Touch(tree->mate[size_t(clique)], clique);
+        return UpdateStatus::kUpdated;
+    }
+
+    // Sends to the children whose messages are stale, or only to one of them.  A message of a single
+    // entry says nothing.
+    UpdateStatus SendDown(int clique, int only = -1)
+    {
+        wanted.clear();
+        size_t num_wanted = 0;
+        for (int child : tree->children[clique]) {
+            if (is_scalar[size_t(child)]) continue;
+            wanted.push_back((only < 0 || child == only) && IsDownStale(child));
+            num_wanted += size_t(wanted.back());
+        }
+        if (num_wanted == 0) return UpdateStatus::kUpdated;
+        const UpdateStatus filled = FillPotentials(clique);
+        if (filled != UpdateStatus::kUpdated) return filled;
+        const SweepPlan& plan = DownPlan(clique);
+        CollectFactors(clique, true);
+        if (!RunScaled(plan, num_wanted == wanted.size())) return UpdateStatus::kHalted;
+        size_t k = 0;
+        for (int child : tree->children[clique]) {
+            if (is_scalar[size_t(child)]) continue;
+            if (wanted[k]) {
+                if (exponents[k] == kVanished) return Vanish(clique);
+                if (Store(down[size_t(child)], plan, int(k))) Touch(child, kFromMate);
+            }
+            ++k;
+        }
+        return UpdateStatus::kUpdated;
+    }
+
+    // The message to a child over a separator without free variables: all that it tells is a scale.
+    UpdateStatus SendScaleDown(int child)
+    {
+        const int clique = tree->mate[size_t(child)];
+        const UpdateStatus filled = FillPotentials(clique);
+        if (filled != UpdateStatus::kUpdated) return filled;
+        DescribeClique(clique);
+        DescribeFactors(clique, true);
+        output_scopes.emplace_back();
+        const SweepPlan& plan = *plans.Find(sizes, factor_scopes, output_scopes);
+        CollectFactors(clique, true);
+        if (!RunScaled(plan, true)) return UpdateStatus::kHalted;
+        if (exponents[0] == kVanished) return Vanish(clique);
+        Store(down[size_t(child)], plan, 0);
+        return UpdateStatus::kUpdated;
+    }
+
+    // ---- Updates. ----
+
+    // The natural logarithm of a total mass, given the scales of all that was multiplied for it.
+    double LogOf(double mass, int64_t log_scale) const
+    {
+        return std::log(mass) + std::ldexp(double(log_scale), -kLogUnitsExponent) * std::log(2.0) -
+               LogOfDecisions();
+    }
+
+    // A decision without a choice counts as drawn uniformly.
+    double LogOfDecisions() const
+    {
+        double log_choices = 0;
+        for (int v : decisions)
+            if (positive[size_t(v)] < 0) log_choices += std::log(double(std::max(1, NumStates(v))));
+        return log_choices;
+    }
+
+    UpdateStatus Update()
+    {
+        const DenormalsOff mode;
+        PlaceTables();
+        vanished_at = -1;
+        for (int i = pending.Below(tree->num_cliques()); i >= 0; i = pending.Below(i)) {
+            const UpdateStatus status = IsUpStale(i) ? SendUp(i) : UpdateStatus::kUpdated;
+            if (status != UpdateStatus::kUpdated) return status;
+        }
+        for (int i = pending.From(0); i >= 0; i = pending.From(i + 1)) {
+            UpdateStatus status = SendDown(i);
+            if (status == UpdateStatus::kUpdated) status = UpdatePrivate(i);
+            if (status != UpdateStatus::kUpdated) return status;
+            pending.Erase(i);
+        }
+        log_prob = tree->num_cliques() == 0 ? 0 : LogOf(1, total_log_scale);
+        updated = true;
+        return UpdateStatus::kUpdated;
+    }
+
+    // Sends what leads to one clique: upwards outside the way from it to the root, downwards on it.
+    UpdateStatus CollectTo(int target)
+    {
+        way.clear();
+        for (int i = target; i >= 0; i = tree->mate[size_t(i)]) way.push_back(i);
+        std::vector<bool> on_way(size_t(tree->num_cliques()));
+        for (int i : way) on_way[size_t(i)] = true;
+        for (int i = pending.Below(tree->num_cliques()); i >= 0; i = pending.Below(i)) {
+            if (on_way[size_t(i)] || !IsUpStale(i)) continue;
+            const UpdateStatus status = SendUp(i);
+            if (status != UpdateStatus::kUpdated) return status;
+        }
+        for (size_t k = way.size(); k-- > 1;) {
+            const int next = way[k - 1];
+            UpdateStatus status = UpdateStatus::kUpdated;
+            if (!is_scalar[size_t(next)]) {
+                status = SendDown(way[k], next);
+            } else if (IsDownStale(next)) {
+                status = SendScaleDown(next);
+            }
+            if (status != UpdateStatus::kUpdated) return status;
+        }
+        return UpdateStatus::kUpdated;
+    }
+
+    UpdateStatus UpdateFor(int variable)
+    {
+        const DenormalsOff mode;
+        PlaceTables();
+        vanished_at = -1;
+        if (updated) return UpdateStatus::kUpdated;
+        const int separator = belief_separator[size_t(variable)];
+        const int target = separator >= 0 ? separator : cliques_of[variable][0];
+        UpdateStatus status = CollectTo(target);
+        if (status != UpdateStatus::kUpdated) return status;
+        if (separator >= 0) {
+            if (IsUpStale(separator)) status = SendUp(separator);
+            if (status == UpdateStatus::kUpdated) status = MeasureSeparator(separator);
+        } else {
+            status = UpdatePrivate(target);
+            if (status == UpdateStatus::kUpdated) {
+                const PrivateTotal& total = private_total[size_t(target)];
+                log_prob = LogOf(total.mass, LogScaleAtTarget() + total.exponent * kLogUnits);
+            }
+        }
+        return status;
+    }
+
+    // The scales of all that came to the target: on the way, messages down stand in for those up.
+    int64_t LogScaleAtTarget() const
+    {
+        int64_t log_scale = total_log_scale;
+        for (int i : way) log_scale += down[size_t(i)].log_scale - up[size_t(i)].log_scale;
+        return log_scale;
+    }
+
+    // The probability of findings from the two messages of a separator.
+    UpdateStatus MeasureSeparator(int separator)
+    {
+        const Message &a = up[size_t(separator)], &b = down[size_t(separator)];
+        double total = 0;
+        for (int64_t i = 0; i < a.count; ++i) total += double(a.entries[i]) * double(b.entries[i]);
+        if (!(total > 0)) return Vanish(separator);
+        log_prob = LogOf(total, LogScaleAtTarget() + a.log_scale);
+        return UpdateStatus::kUpdated;
+    }
+
+    // ---- Beliefs. ----
+
+    // Beliefs of the variables that no separator holds, all in one sweep.
+    UpdateStatus UpdatePrivate(int clique)
+    {
+        if (private_variables[clique].empty() ||
+            private_computed[size_t(clique)] >= inputs[size_t(clique)].NewestExcept(kFromNone))
+            return UpdateStatus::kUpdated;
+        const UpdateStatus filled = FillPotentials(clique);
+        if (filled != UpdateStatus::kUpdated) return filled;
+        const SweepPlan& plan = PrivatePlan(clique);
+        CollectFactors(clique, true);
+        if (!RunScaled(plan, true)) return UpdateStatus::kHalted;
+        const int total = plan.num_outputs - 1;
+        if (exponents[size_t(total)] == kVanished) return Vanish(clique);
+        std::vector<float>& beliefs = private_beliefs[size_t(clique)];
+        beliefs.clear();
+        for (int o = 0; o < total; ++o)
+            beliefs.insert(beliefs.end(), scratch.output[size_t(o)],
+                           scratch.output[size_t(o)] + plan.output_size[size_t(o)]);
+        private_computed[size_t(clique)] = now;
+        private_total[size_t(clique)] = {double(scratch.output[size_t(total)][0]), exponents[size_t(total)]};
+        return UpdateStatus::kUpdated;
+    }
+
+    void ReadPrivate(int variable, float* belief)
+    {
+        const int clique = cliques_of[variable][0];
+        const float* entries = private_beliefs[size_t(clique)].data();
+        for (int v : private_variables[clique]) {
+            if (v == variable) break;
+            if (IsFree(v)) entries += NumStates(v);
+        }
+        std::copy_n(entries, NumStates(variable), belief);
+        Normalize(belief, NumStates(variable));
+    }
+
+    void ReadFromSeparator(int variable, int separator, float* belief)
+    {
+        const Message &a = up[size_t(separator)], &b = down[size_t(separator)];
+        int64_t stride = 0;
+        for (int v : tree->separators[separator]) {
+            if (v == variable) stride = 1;
+            if (v != variable && IsFree(v)) stride *= NumStates(v);
+        }
+        const int num_states = NumStates(variable);
+        std::vector<double> sums(static_cast<size_t>(num_states));
+        for (int64_t i = 0; i < a.count;)
+            for (int s = 0; s < num_states; ++s)
+                for (int64_t end = i + stride; i < end; ++i)
+                    sums[size_t(s)] += double(a.entries[i]) * double(b.entries[i]);
+        double total = 0;
+        for (double sum : sums) total += sum;
+        for (int s = 0; s < num_states; ++s) belief[s] = float(sums[size_t(s)] / total);
+    }
+
+    static void Normalize(float* entries, int64_t count)
+    {
+        double total = 0;
+        for (int64_t i = 0; i < count; ++i) total += double(entries[i]);
+        for (int64_t i = 0; i < count; ++i) entries[i] = float(double(entries[i]) / total);
+    }
+
+    void Belief(int variable, float* belief)
+    {
+        const DenormalsOff mode;
+        const int state = positive[size_t(variable)];
+        if (state >= 0 || NumStates(variable) <= 1) {
+            for (int s = 0; s < NumStates(variable); ++s) belief[s] = s == std::max(state, 0);
+        } else if (belief_separator[size_t(variable)] >= 0) {
+            ReadFromSeparator(variable, belief_separator[size_t(variable)], belief);
+        } else {
+            ReadPrivate(variable, belief);
+        }
+    }
+
+    int SmallestCliqueWith(std::span<const int> variables) const
+    {
+        int best = -1;
+        if (variables.empty()) return best;
+        for (int i : cliques_of[variables[0]]) {
+            std::span<const int> members = tree->members[i];
+            const bool holds = std::all_of(variables.begin(), variables.end(), [&](int v) {
+                return std::find(members.begin(), members.end(), v) != members.end();
+            });
+            if (holds && (best < 0 || tree->clique_sizes[size_t(i)] < tree->clique_sizes[size_t(best)]))
+                best = i;
+        }
+        return best;
+    }
+
+    bool JointBelief(std::span<const int> variables, float* joint)
+    {
+        const DenormalsOff mode;
+        const int clique = SmallestCliqueWith(variables);
+        if (clique < 0) return false;
+        if (FillPotentials(clique) != UpdateStatus::kUpdated) return false;
+        DescribeClique(clique);
+        DescribeFactors(clique, true);
+        output_scopes.push_back(ScopeOf(variables));
+        std::vector<int>& axes = output_scopes[0].axes;
+        std::sort(axes.begin(), axes.end());
+        const std::vector<int> sorted_axes = axes;
+        const SweepPlan& plan = *plans.Find(sizes, factor_scopes, output_scopes);
+        CollectFactors(clique, true);
+        if (!RunScaled(plan, true) || exponents[0] == kVanished) return false;
+        Normalize(scratch.output[0], plan.output_size[0]);
+        SpreadJoint(variables, sorted_axes, joint);
+        return true;
+    }
+
+    // Puts a joint table over free variables in axis order into the caller's order of all variables.
+    void SpreadJoint(std::span<const int> variables, const std::vector<int>& axes, float* joint)
+    {
+        std::vector<int64_t> strides(variables.size());
+        int64_t count = 1, stride = 1;
+        for (size_t k = axes.size(); k-- > 0; stride *= sizes[size_t(axes[k])])
+            for (size_t j = 0; j < variables.size(); ++j)
+                if (axis_of[size_t(variables[j])] == axes[k]) strides[j] = stride;
+        for (int v : variables) count *= std::max(1, NumStates(v));
+        std::vector<int> state(variables.size());
+        for (int64_t i = 0; i < count; ++i) {
+            int64_t place = 0;
+            bool possible = true;
+            for (size_t j = 0; j < variables.size(); ++j) {
+                const int observed = positive[size_t(variables[j])];
+                possible &= observed < 0 || observed == state[j];
+                place += strides[j] * state[j];
+            }
+            joint[i] = possible ? scratch.output[0][place] : 0;
+            for (size_t j = variables.size(); j-- > 0;) {
+                if (++state[j] < NumStates(variables[j])) break;
+                state[j] = 0;
+            }
+        }
+    }
+};
+
+// ---- The functions of the header. ----
+
+Propagation::Propagation(const ModelGraph& graph, const JunctionTree& tree, TableSource table)
+    : engine_(std::make_unique<Engine>(graph, tree, std::move(table)))
+{}
+
+Propagation::~Propagation() = default;
+Propagation::Propagation(Propagation&&) noexcept = default;
+Propagation& Propagation::operator=(Propagation&&) noexcept = default;
+
+void Propagation::SetPositive(int variable, int state)
+{
+    engine_->SetPositive(variable, state);
+}
+
+void Propagation::SetLikelihood(int variable, const float* likelihood)
+{
+    std::vector<float>& current = engine_->likelihoods[size_t(variable)];
+    if (likelihood == nullptr && current.empty()) return;
+    std::vector<float> weights;
+    if (likelihood != nullptr) weights.assign(likelihood, likelihood + engine_->NumStates(variable));
+    if (weights == current) return;
+    current = std::move(weights);
+    engine_->TouchPotentials(variable, true);
+}
+
+void Propagation::TableChanged(int variable)
+{
+    engine_->TouchPotentials(variable, true);
+}
+
+void Propagation::ClearFindings()
+{
+    for (int v = 0; v < int(engine_->graph->variables.size()); ++v) {
+        SetPositive(v, -1);
+        SetLikelihood(v, nullptr);
+    }
+}
+
+UpdateStatus Propagation::Update()
+{
+    return engine_->Update();
+}
+UpdateStatus Propagation::UpdateFor(int variable)
+{
+    return engine_->UpdateFor(variable);
+}
+bool Propagation::IsUpdated() const
+{
+    return engine_->updated;
+}
+int Propagation::VanishedAt() const
+{
+    return engine_->vanished_at;
+}
+
+double Propagation::LogProbability() const
+{
+    return engine_->vanished_at >= 0 ? -std::numeric_limits<double>::infinity() : engine_->log_prob;
+}
+
+double Propagation::Probability() const
+{
+    return std::exp(LogProbability());
+}
+void Propagation::Belief(int variable, float* belief) const
+{
+    engine_->Belief(variable, belief);
+}
+
+bool Propagation::JointBelief(std::span<const int> variables, float* joint) const
+{
+    return engine_->JointBelief(variables, joint);
+}
+
+double Propagation::Bytes() const
+{
+    double entries = double(engine_->arena.size());
+    for (const TableVector<float>& own : engine_->large) entries += double(own.size());
+    return entries * sizeof(float);
+}
+
+Propagation::Counters Propagation::counters() const
+{
+    return engine_->counts;
+}
+
+}  // namespace talora
