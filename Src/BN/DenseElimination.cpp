@@ -12,6 +12,7 @@ namespace talora {
 namespace {
 
 constexpr double kLargest = std::numeric_limits<double>::max();
+constexpr int kMaxWords = kMaxDenseVariables / 64;
 
 bool HasBit(const uint64_t* set, int v)
 {
@@ -86,28 +87,33 @@ double DenseSearch::WeightOfMissing(int a, const uint64_t* missing) const
     return weight * problem_->states_[a];
 }
 
+double DenseSearch::SaturatedSize(int v) const
+{
+    double size = MultiplySize(1.0, problem_->states_[v]);
+    ForEachBit(Row(v), words_, [&](int a) { size = MultiplySize(size, problem_->states_[a]); });
+    return size;
+}
+
 // Finds fill, table size and score of a free variable afresh.
 void DenseSearch::Rate(int v)
 {
     const uint64_t* around = Row(v);
     int fill = 0;
-    double size = MultiplySize(1.0, problem_->states_[v]), weight = 0;
-    uint64_t missing[64];
+    double size = problem_->states_[v], weight = 0;
+    uint64_t missing[kMaxWords];
     ForEachBit(around, words_, [&](int a) {
-        size = MultiplySize(size, problem_->states_[a]);
+        size *= problem_->states_[a];
         const uint64_t* row = Row(a);
-        int missing_here = -1;  // a itself, which is not its own neighbour
-        for (int i = 0; i < words_; ++i) {
-            missing[i] = around[i] & ~row[i];
-            missing_here += std::popcount(missing[i]);
-        }
-        fill += missing_here;
-        if (missing_here > 0 && score_ == EliminationScore::kWeightedFill) {
-            ClearBit(missing, a);
-            weight += WeightOfMissing(a, missing);
-        }
+        uint64_t any = 0;
+        for (int i = 0; i < words_; ++i) missing[i] = around[i] & ~row[i];
+        ClearBit(missing, a);
+        for (int i = 0; i < words_; ++i) any |= missing[i];
         work_ += words_;
+        if (!any) return;
+        fill += CountBits(missing);
+        if (score_ == EliminationScore::kWeightedFill) weight += WeightOfMissing(a, missing);
     });
+    if (!(size < kMaxTableSize)) size = SaturatedSize(v);
     if (fill == 0) simplicial_.push_back(v);
     fill_[v] = fill;
     sizes_[v] = size;
@@ -201,8 +207,9 @@ void DenseSearch::Eliminate(int v)
 }
 
 bool DenseSearch::Run(const DenseProblem& problem, EliminationScore score, double noise, double bound,
-                      SearchRandom& random)
+                      uint64_t max_work, SearchRandom& random)
 {
+    const uint64_t work_limit = work_ + max_work;
     problem_ = &problem;
     random_ = &random;
     score_ = score;
@@ -230,7 +237,7 @@ bool DenseSearch::Run(const DenseProblem& problem, EliminationScore score, doubl
         int v = Choose();
         bool is_new = !Absorb(v);
         if (is_new) total_size_ = std::min(total_size_ + sizes_[v], kLargest);
-        if (total_size_ >= bound) return false;
+        if (total_size_ >= bound || work_ > work_limit) return false;
         order_.push_back(v);
         sizes_at_.push_back(sizes_[v]);
         is_new_at_.push_back(is_new);

@@ -39,6 +39,8 @@ private:
 enum class EliminationScore { kTableSize, kTableSizeOverStates, kFill, kWeightedFill };
 constexpr int kNumEliminationScores = 4;
 
+constexpr int kMaxDenseVariables = 4096;
+
 class DenseProblem {
 public:
     // Starts a problem anew: all variables unconnected.
@@ -68,9 +70,9 @@ private:
 class DenseSearch {
 public:
     // Eliminates the free variables of the problem.  noise blurs the scores by up to that share.
-    // False: given up, because the cliques would take `bound` or more.
+    // False: given up, because the cliques would take `bound` or more, or for too much work.
     bool Run(const DenseProblem& problem, EliminationScore score, double noise, double bound,
-             SearchRandom& random);
+             uint64_t max_work, SearchRandom& random);
 
     // After a run that was not given up:
     const std::vector<int>& Order() const { return order_; }
@@ -87,6 +89,7 @@ private:
     uint64_t* Row(int v) { return &rows_[static_cast<size_t>(v) * words_]; }
     int CountBits(const uint64_t* set) const;
     void Rate(int v);
+    double SaturatedSize(int v) const;
     double WeightOfMissing(int a, const uint64_t* missing) const;
     int Choose();
     bool Absorb(int v);

@@ -1,6 +1,7 @@
 #include "BN/OptimizeOrder.h"
 
 #include <algorithm>
+#include <bit>
 #include <chrono>
 #include <cmath>
 #include <limits>
@@ -15,9 +16,13 @@ namespace talora {
 namespace {
 
 constexpr double kLargest = std::numeric_limits<double>::max();
-constexpr size_t kMaxWholeVariables = 4096;  // larger nets are only rearranged piece by piece
-constexpr int kMaxPieceVariables = 192;      // free and fixed
-constexpr double kNoises[] = {0, 0, 0.05, 0.2, 0.5};
+constexpr int kMaxPieceVariables = 192;           // free and fixed
+constexpr uint64_t kFirstWholeWork = 10'000'000;  // words, some hundredths of a second
+constexpr uint64_t kMaxPieceWork = 100'000'000;
+constexpr uint64_t kWorkBetweenChecks = 100'000;
+// How much scores are blurred: whole runs need guidance, small pieces are best shaken well.
+constexpr double kWholeNoises[] = {0, 0.05, 0.2, 0.5, 1};
+constexpr double kPieceNoises[] = {3, 10};
 
 // An order up to exchanges that change nothing: who is eliminated next among the neighbours.
 struct EliminationTree {
@@ -134,13 +139,14 @@ private:
     bool MayGoOn();
     bool TryWithoutFill();
     void TryWhole();
-    void TryPiece();
+    bool TryPiece();
     void TakeAsCurrent(const std::vector<int>& order);
     void NoteCurrent();
     void SaveBest();
 
     int ChooseSeed();
-    void GrowPiece(Piece& piece);
+    int TakeFromFrontier();
+    void GrowPiece(int seed, Piece& piece);
     void PoseProblem(const Piece& piece);
     void Rearrange(const Piece& piece);
 
@@ -157,6 +163,7 @@ private:
     EliminationTree current_;
     double current_size_ = 0;
     bool is_best_unsaved_ = false;  // the current tree is better than result_.order
+    uint64_t work_of_next_check_ = 0;
     uint64_t trials_since_best_ = 0;
     uint64_t trials_since_restart_ = 0;
     double allowance_ = 0;  // how much worse than the best the current tree may get, as a share
@@ -169,7 +176,9 @@ private:
 bool OrderSearch::MayGoOn()
 {
     if (limits_.trials > 0 && result_.num_trials >= limits_.trials) return false;
-    if (result_.num_trials % 8 != 0) return true;
+    uint64_t work = whole_search_.Work() + piece_search_.Work();
+    if (result_.num_trials % 8 != 0 && work < work_of_next_check_) return true;
+    work_of_next_check_ = work + kWorkBetweenChecks;
     std::chrono::duration<double> spent = std::chrono::steady_clock::now() - start_;
     if (limits_.seconds > 0 && spent.count() >= limits_.seconds) return false;
     double fraction = 0;
@@ -229,10 +238,11 @@ void OrderSearch::TryWhole()
         }
     }
     auto score = static_cast<EliminationScore>(random_.Below(kNumEliminationScores));
-    double noise = kNoises[random_.Below(std::size(kNoises))];
+    double noise = kWholeNoises[random_.Below(std::size(kWholeNoises))];
     // A poor start may still lead far, now and then.
     double bound = std::min(kLargest, result_.total_size * (1 + 3 * random_.Fraction()));
-    if (!whole_search_.Run(whole_, score, noise, bound, random_)) return;
+    uint64_t max_work = kFirstWholeWork + piece_search_.Work() / 4;
+    if (!whole_search_.Run(whole_, score, noise, bound, max_work, random_)) return;
     bool is_stuck = trials_since_restart_ > 20000;
     if (whole_search_.TotalSize() < current_size_ || is_stuck) TakeAsCurrent(whole_search_.Order());
 }
@@ -242,17 +252,33 @@ int OrderSearch::ChooseSeed()
 {
     int n = static_cast<int>(graph_.variables.size());
     int best = random_.Below(n);
-    for (int rounds = 1 << random_.Below(7); rounds > 1; --rounds) {
+    for (int rounds = 1 << random_.Below(std::bit_width(static_cast<unsigned>(n))); rounds > 1; --rounds) {
         int other = random_.Below(n);
         if (current_.size[other] > current_.size[best]) best = other;
     }
     return best;
 }
 
-void OrderSearch::GrowPiece(Piece& piece)
+// Of two, the one with the larger table: small ones have little to give.
+int OrderSearch::TakeFromFrontier()
 {
-    const int wanted = 3 + random_.Below(random_.Below(3) == 0 ? 80 : 24);
-    frontier_.clear();
+    int choice = random_.Below(static_cast<int>(frontier_.size()));
+    int other = random_.Below(static_cast<int>(frontier_.size()));
+    if (current_.size[frontier_[other]] > current_.size[frontier_[choice]]) choice = other;
+    std::swap(frontier_[choice], frontier_.back());
+    int v = frontier_.back();
+    frontier_.pop_back();
+    return v;
+}
+
+// Grows from the seed along the tree, up and down.  The piece stays empty where cliques are so
+// large that no table could ever be made.
+void OrderSearch::GrowPiece(int seed, Piece& piece)
+{
+    const int wanted = 3 + random_.Below(random_.Below(3) == 0 ? 40 : 16);
+    auto has_room_below = [&](int top) {
+        return current_.neighbours[top].size() + piece.variables.size() < kMaxPieceVariables;
+    };
     auto add = [&](int v) {
         local_[v] = static_cast<int>(piece.variables.size());
         piece.variables.push_back(v);
@@ -260,34 +286,27 @@ void OrderSearch::GrowPiece(Piece& piece)
         for (int child : current_.children[v])
             if (local_[child] < 0) frontier_.push_back(child);
     };
-    piece.top = ChooseSeed();
-    add(piece.top);
-    while (static_cast<int>(piece.variables.size()) < wanted) {
+    if (!has_room_below(seed)) return;
+    frontier_.clear();
+    piece.top = seed;
+    add(seed);
+    while (static_cast<int>(piece.variables.size()) < wanted && has_room_below(piece.top)) {
         int up = current_.parent[piece.top];
-        bool can_go_up =
-            up >= 0 && current_.neighbours[up].size() + piece.variables.size() + 1 <= kMaxPieceVariables;
-        int num_choices = static_cast<int>(frontier_.size()) + (can_go_up ? 1 : 0);
-        if (num_choices == 0) break;
-        int choice = random_.Below(num_choices);
-        if (can_go_up && (random_.Below(3) == 0 || frontier_.empty())) {
+        bool can_go_up = up >= 0 && has_room_below(up);
+        if (can_go_up && (frontier_.empty() || random_.Below(3) == 0)) {
             piece.top = up;
             add(up);
-            continue;
+        } else if (!frontier_.empty()) {
+            add(TakeFromFrontier());
+        } else {
+            break;
         }
-        if (frontier_.empty()) break;
-        // Of two, the one with the larger table: small ones have little to give.
-        choice = random_.Below(static_cast<int>(frontier_.size()));
-        int other = random_.Below(static_cast<int>(frontier_.size()));
-        if (current_.size[frontier_[other]] > current_.size[frontier_[choice]]) choice = other;
-        int v = frontier_[choice];
-        frontier_[choice] = frontier_.back();
-        frontier_.pop_back();
-        if (current_.neighbours[piece.top].size() + piece.variables.size() + 1 > kMaxPieceVariables) break;
-        add(v);
     }
     piece.num_free = static_cast<int>(piece.variables.size());
-    for (int v : current_.neighbours[piece.top]) piece.variables.push_back(v);
-    for (size_t i = 0; i < piece.variables.size(); ++i) local_[piece.variables[i]] = static_cast<int>(i);
+    for (int v : current_.neighbours[piece.top]) {
+        local_[v] = static_cast<int>(piece.variables.size());
+        piece.variables.push_back(v);
+    }
 }
 
 // The graph that is left when everything below the piece is eliminated.
@@ -347,26 +366,27 @@ void OrderSearch::Rearrange(const Piece& piece)
     }
 }
 
-void OrderSearch::TryPiece()
+// False: there is no piece of a size that can be handled around the seed.
+bool OrderSearch::TryPiece()
 {
     Piece piece;
-    GrowPiece(piece);
+    GrowPiece(ChooseSeed(), piece);
+    if (piece.variables.empty()) return false;
     PoseProblem(piece);
     double room = std::max(0.0, result_.total_size * (1 + allowance_) - current_size_);
     double bound = std::nextafter(std::min(kLargest, piece.size + room), kLargest);
-    for (int run = 0; run < 3; ++run) {
-        auto score = static_cast<EliminationScore>(random_.Below(kNumEliminationScores));
-        double noise = kNoises[random_.Below(std::size(kNoises))];
-        if (!piece_search_.Run(problem_, score, noise, bound, random_)) continue;
+    auto score = static_cast<EliminationScore>(random_.Below(kNumEliminationScores));
+    double noise = kPieceNoises[random_.Below(std::size(kPieceNoises))];
+    if (piece_search_.Run(problem_, score, noise, bound, kMaxPieceWork, random_)) {
         if (piece_search_.TotalSize() > piece.size) SaveBest();
         Rearrange(piece);
         current_size_ = std::max(0.0, current_size_ + (piece_search_.TotalSize() - piece.size));
         // Sums that are not exact in doubles must not drift.
         if (current_size_ >= 0x1p53) current_size_ = TotalSize(current_);
         NoteCurrent();
-        break;
     }
     for (int v : piece.variables) local_[v] = -1;
+    return true;
 }
 
 OptimizeResult OrderSearch::Run(const std::vector<int>& first_order)
@@ -377,16 +397,15 @@ OptimizeResult OrderSearch::Run(const std::vector<int>& first_order)
     result_.total_size = result_.first_size = current_size_ = TotalSize(current_);
     if (on_improvement_) on_improvement_(current_size_);
     result_.is_proven = graph_.variables.size() < 2 || TryWithoutFill();
-    const bool can_try_whole = graph_.variables.size() <= kMaxWholeVariables;
+    // Larger nets are only rearranged piece by piece.
+    const bool can_try_whole = graph_.variables.size() <= kMaxDenseVariables;
     while (!result_.is_proven && MayGoOn()) {
         ++result_.num_trials;
         ++trials_since_best_;
         ++trials_since_restart_;
         if (trials_since_best_ % 4096 == 0) allowance_ = random_.Fraction() * random_.Fraction() * 0.1;
-        if (can_try_whole && whole_search_.Work() * 4 <= piece_search_.Work())
-            TryWhole();
-        else
-            TryPiece();
+        bool is_turn_of_whole = can_try_whole && whole_search_.Work() * 4 <= piece_search_.Work();
+        if (is_turn_of_whole || (!TryPiece() && can_try_whole)) TryWhole();
     }
     SaveBest();
     return std::move(result_);

@@ -21,7 +21,8 @@
 
 namespace talora {
 
-// The search ends at the first limit reached; 0 means no such limit.
+// The search ends at the first limit reached; 0 means no such limit.  Time counts from the end of
+// the first trial.
 struct OptimizeLimits {
     double seconds = 10;
     uint64_t trials = 0;
