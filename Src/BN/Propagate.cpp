@@ -423,6 +423,15 @@ struct Propagation::Engine {
         }
     }
 
+    void Forget()
+    {
+        for (size_t i = 0; i < inputs.size(); ++i) Touch(int(i), kFromModel);
+        for (size_t i = 0; i < inputs.size(); ++i) {
+            up[i].computed = down[i].computed = private_computed[i] = -1;
+            inputs[i] = {now, -1, kFromModel};
+        }
+    }
+
     // ---- Plans. ----
 
     // Lays the free members of a clique out as axes.
@@ -1034,6 +1043,11 @@ void Propagation::ClearFindings()
         SetPositive(v, -1);
         SetLikelihood(v, nullptr);
     }
+}
+
+void Propagation::Forget()
+{
+    engine_->Forget();
 }
 
 UpdateStatus Propagation::Update()

@@ -64,6 +64,7 @@ public:
     void SetLikelihood(int variable, const float* likelihood);
     void TableChanged(int variable);  // the model's table has other numbers (same shape)
     void ClearFindings();
+    void Forget();  // the next update computes every message anew (findings stay)
 
     // ---- Updating. ----
 
