@@ -190,7 +190,7 @@ std::vector<int> FamilyScope(const FamilyRequest& request)
     std::vector<int> scope = graph.variables[size_t(request.variable)].parents;
     scope.push_back(request.variable);
     std::erase_if(scope, [&](int v) {
-        return graph.variables[size_t(v)].num_states <= 1 || request.positive[size_t(v)] >= 0;
+        return graph.variables[size_t(v)].num_states <= 1 || request.cut[size_t(v)] >= 0;
     });
     std::sort(scope.begin(), scope.end(),
               [&](int a, int b) { return request.rank[size_t(a)] < request.rank[size_t(b)]; });
@@ -205,13 +205,13 @@ void WriteFamily(const FamilyRequest& request, float* entries)
     std::vector<int> scope_states;
     for (int v : scope) scope_states.push_back(graph.variables[size_t(v)].num_states);
 
-    // The free parents are walked through; observed ones fix where in the table the walk begins.
+    // The free parents are walked through; those cut down fix where in the table the walk begins.
     std::vector<int> free_parents, free_states;
     std::vector<int64_t> row_strides;
     int64_t first_row = 0, stride = own.num_states;
     for (size_t k = own.parents.size(); k-- > 0;) {
         const int parent = own.parents[k], states = graph.variables[size_t(parent)].num_states;
-        const int state = request.positive[size_t(parent)];
+        const int state = request.cut[size_t(parent)];
         if (state >= 0) {
             first_row += state * stride;
         } else if (states > 1) {
@@ -224,14 +224,14 @@ void WriteFamily(const FamilyRequest& request, float* entries)
     const std::vector<int64_t> target_strides = StridesIn(free_parents, scope, scope_states);
     const int64_t own_stride = StridesIn(std::span(&request.variable, 1), scope, scope_states)[0];
 
-    const int observed = request.positive[size_t(request.variable)];
+    const int own_cut = request.cut[size_t(request.variable)];
     std::vector<float> probs(size_t(std::max(1, own.num_states)));
     std::vector<int> state(free_parents.size());
     int64_t row = first_row;
     ForEachEntry(free_states, target_strides, [&](int64_t, int64_t place) {
         ReadRow(request.table == nullptr ? nullptr : request.table + row, own.num_states, probs.data());
         for (int s = 0; s < own.num_states; ++s) {
-            if (observed >= 0 && s != observed) continue;
+            if (own_cut >= 0 && s != own_cut) continue;
             const float weight = request.likelihood == nullptr ? 1.0f : request.likelihood[s];
             entries[place + s * own_stride] = probs[size_t(s)] * weight;
         }

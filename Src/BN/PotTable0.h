@@ -56,11 +56,11 @@ struct FamilyRequest {
     int variable = 0;
     const float* table = nullptr;       // null: uniform
     const float* likelihood = nullptr;  // weights per own state, or null
-    std::span<const int> positive;      // per variable of the graph a state or -1
+    std::span<const int> cut;           // per variable of the graph the state it is cut down to, or -1
     std::span<const int> rank;          // per variable: those of the family are laid out by this
 };
 
-// The family's unobserved variables with more than one state, by rank, last fastest.
+// The family's variables that are not cut and have more than one state, by rank, last fastest.
 std::vector<int> FamilyScope(const FamilyRequest& request);
 void WriteFamily(const FamilyRequest& request, float* entries);
 

@@ -49,6 +49,10 @@ struct Message : Table {
 struct ModelPotential : Table {
     bool needs_fill = true;
     int clique = 0;
+    // Small potentials whose variables always stay also keep their entries without findings.
+    float* base = nullptr;
+    int64_t base_log_scale = 0;
+    bool base_is_stale = true;
 };
 
 // When the inputs of a clique last changed.  It is enough to keep the newest change, where it came
@@ -168,12 +172,16 @@ struct Propagation::Engine {
     const ModelGraph* graph;
     const JunctionTree* tree;
     TableSource table;
+    double small_clique;  // entries
 
     // What is known.
     std::vector<int> positive;                    // per variable
+    std::vector<int> cut;                         // per variable: positive, or -1 if it always stays
     std::vector<std::vector<float>> likelihoods;  // per variable, empty: none
 
-    // Fixed with the tree.
+    // Fixed with the tree.  An observed variable is left out of its tables only if some clique of it
+    // is large; in small cliques zeros in its own table cost less than tables that change their form.
+    std::vector<char> always_stays;     // per variable
     NumberLists cliques_of;             // per variable
     NumberLists potentials_of;          // per clique
     NumberLists potential_scope;        // per potential: its variables in member order
@@ -222,17 +230,20 @@ struct Propagation::Engine {
     std::vector<SweepScope> factor_scopes, output_scopes;
     std::vector<int> sizes, axis_of;
     std::vector<char> wanted;
-    std::vector<int> way;  // from a target to the root
+    std::vector<float> weights;  // of a variable's states
+    std::vector<int> way;        // from a target to the root
     TableVector<float> family_tables;
 
-    Engine(const ModelGraph& g, const JunctionTree& t, TableSource source)
-        : graph(&g), tree(&t), table(std::move(source)), pending(t.num_cliques())
+    Engine(const ModelGraph& g, const JunctionTree& t, TableSource source, double small)
+        : graph(&g), tree(&t), table(std::move(source)), small_clique(small), pending(t.num_cliques())
     {
         const size_t num_variables = g.variables.size(), num_cliques = size_t(t.num_cliques());
         positive.assign(num_variables, -1);
         likelihoods.resize(num_variables);
+        cut.assign(num_variables, -1);
         axis_of.assign(num_variables, -1);
         cliques_of = CliquesOf(t.members, int(num_variables));
+        ChooseStaying();
         GroupPotentials();
         ChooseBeliefSources();
         up.resize(num_cliques);
@@ -251,7 +262,7 @@ struct Propagation::Engine {
     }
 
     int NumStates(int variable) const { return graph->variables[size_t(variable)].num_states; }
-    bool IsFree(int variable) const { return NumStates(variable) > 1 && positive[size_t(variable)] < 0; }
+    bool IsFree(int variable) const { return NumStates(variable) > 1 && cut[size_t(variable)] < 0; }
 
     bool HasFree(std::span<const int> variables) const
     {
@@ -259,6 +270,22 @@ struct Propagation::Engine {
     }
 
     // ---- Structure. ----
+
+    void ChooseStaying()
+    {
+        for (const ModelGraph::Variable& variable : graph->variables)
+            always_stays.push_back(!variable.is_decision);
+        for (int i = 0; i < tree->num_cliques(); ++i)
+            if (tree->clique_sizes[size_t(i)] > small_clique)
+                for (int v : tree->members[i]) always_stays[size_t(v)] = 0;
+    }
+
+    bool HasBase(int potential) const
+    {
+        std::span<const int> scope = potential_scope[potential];
+        return FullSize(scope) <= kSmallTable &&
+               std::all_of(scope.begin(), scope.end(), [&](int v) { return always_stays[size_t(v)]; });
+    }
 
     // A clique's tables are multiplied together where the product is small or not much larger than they.
     void GroupPotentials()
@@ -352,6 +379,8 @@ struct Propagation::Engine {
         ForEachTable([&](Table&, double size) {
             size <= kSmallTable ? void(total += size_t(std::max(size, 1.0))) : void(++num_large);
         });
+        for (size_t p = 0; p < potentials.size(); ++p)
+            if (HasBase(int(p))) total += size_t(std::max(FullSize(potential_scope[int(p)]), 1.0));
         arena = TableVector<float>(total);
         large.resize(size_t(num_large));
         float* place = arena.data();
@@ -365,6 +394,11 @@ struct Propagation::Engine {
             t.capacity = int64_t(std::max(size, 1.0));
             place += t.capacity;
         });
+        for (size_t p = 0; p < potentials.size(); ++p) {
+            if (!HasBase(int(p))) continue;
+            potentials[p].base = place;
+            place += potentials[p].capacity;
+        }
         stored = true;
     }
 
@@ -391,6 +425,13 @@ struct Propagation::Engine {
         updated = false;
     }
 
+    void ChangeTable(int variable)
+    {
+        for (int p : uses[variable])
+            if (TakesFamily(p, variable)) potentials[size_t(p)].base_is_stale = true;
+        TouchPotentials(variable, true);
+    }
+
     void TouchPotentials(int variable, bool only_own)
     {
         for (int p : uses[variable]) {
@@ -411,9 +452,11 @@ struct Propagation::Engine {
     {
         int& current = positive[size_t(variable)];
         if (state == current) return;
-        const bool reshapes = (state >= 0) != (current >= 0) && NumStates(variable) > 1;
+        const bool reshapes =
+            !always_stays[size_t(variable)] && (state >= 0) != (current >= 0) && NumStates(variable) > 1;
         current = state;
-        TouchPotentials(variable, false);
+        if (!always_stays[size_t(variable)]) cut[size_t(variable)] = state;
+        TouchPotentials(variable, always_stays[size_t(variable)]);
         if (reshapes) {
             for (int i : cliques_of[variable]) {
                 up_plans[size_t(i)] = down_plans[size_t(i)] = private_plans[size_t(i)] = nullptr;
@@ -571,16 +614,19 @@ struct Propagation::Engine {
         return true;
     }
 
-    // A single entry becomes 1, and its value goes into the scale with the exponent.
+    // Where all lies in a single entry, that becomes 1, and its value goes into the scale with the
+    // exponent: a message that only tells how probable something is then always looks the same.
     static int64_t TakeScale(float* entries, int64_t count, int exponent)
     {
         if (exponent == kVanished) return 0;
-        int64_t log_scale = exponent * kLogUnits;
-        if (count == 1) {
-            log_scale += std::llround(std::log2(double(entries[0])) * double(kLogUnits));
-            entries[0] = 1;
-        }
-        return log_scale;
+        const int64_t log_scale = exponent * kLogUnits;
+        int64_t last = count - 1;
+        while (entries[last] == 0) --last;
+        for (int64_t i = 0; i < last; ++i)
+            if (entries[i] != 0) return log_scale;
+        const double value = double(entries[last]);
+        entries[last] = 1;
+        return log_scale + std::llround(std::log2(value) * double(kLogUnits));
     }
 
     // ---- Potentials. ----
@@ -598,42 +644,89 @@ struct Propagation::Engine {
         return UpdateStatus::kUpdated;
     }
 
-    FamilyRequest RequestFor(int variable)
+    // Weights of a variable's states from its findings, empty if there are none.
+    std::span<const float> WeightsOf(int variable)
     {
         const std::vector<float>& likelihood = likelihoods[size_t(variable)];
-        return {graph,    variable, table(variable), likelihood.empty() ? nullptr : likelihood.data(),
-                positive, axis_of};
+        const int state = positive[size_t(variable)];
+        if (state < 0 || !always_stays[size_t(variable)]) return likelihood;
+        weights.assign(size_t(NumStates(variable)), 0);
+        weights[size_t(state)] = likelihood.empty() ? 1 : likelihood[size_t(state)];
+        return weights;
     }
 
-    // The product of the families' tables as the findings leave them.
+    FamilyRequest RequestFor(int variable, bool with_findings)
+    {
+        const std::span<const float> own = with_findings ? WeightsOf(variable) : std::span<const float>();
+        return {graph, variable, table(variable), own.empty() ? nullptr : own.data(), cut, axis_of};
+    }
+
+    // False: halted.
     bool Fill(int p)
     {
         ModelPotential& potential = potentials[size_t(p)];
-        DescribeClique(potential.clique);
         int64_t count = 1;
         for (int v : potential_scope[p])
             if (IsFree(v)) count *= NumStates(v);
         Resize(potential, count);
-        std::span<const int> taken = families[p];
-        if (taken.size() == 1) {
-            WriteFamily(RequestFor(taken[0]), potential.entries);
-        } else if (!MultiplyFamilies(p)) {
+        int64_t log_scale = 0;
+        if (potential.base != nullptr) {
+            if (!FillBase(p)) return false;
+            std::copy_n(potential.base, count, potential.entries);
+            log_scale = potential.base_log_scale;
+            for (int variable : families[p]) MultiplyWeights(p, variable);
+        } else if (!FillFromModel(p, true, potential.entries)) {
             return false;
         }
         const int exponent = ScaleByExponent(potential.entries, count);
         total_log_scale -= potential.log_scale;
-        potential.log_scale = TakeScale(potential.entries, count, exponent);
+        potential.log_scale = log_scale + TakeScale(potential.entries, count, exponent);
         total_log_scale += potential.log_scale;
         return true;
     }
 
-    bool MultiplyFamilies(int p)
+    bool FillBase(int p)
     {
         ModelPotential& potential = potentials[size_t(p)];
+        if (!potential.base_is_stale) return true;
+        if (!FillFromModel(p, false, potential.base)) return false;
+        const int exponent = ScaleByExponent(potential.base, potential.count);
+        potential.base_log_scale = exponent == kVanished ? 0 : exponent * kLogUnits;
+        potential.base_is_stale = false;
+        return true;
+    }
+
+    void MultiplyWeights(int p, int variable)
+    {
+        const std::span<const float> own = WeightsOf(variable);
+        if (own.empty()) return;
+        ModelPotential& potential = potentials[size_t(p)];
+        int64_t stride = 1;  // of the variable
+        for (int v : potential_scope[p]) stride = v == variable ? 1 : stride * std::max(1, NumStates(v));
+        float* entry = potential.entries;
+        for (const float* end = entry + potential.count; entry < end;)
+            for (float weight : own)
+                for (int64_t i = 0; i < stride; ++i) *entry++ *= weight;
+    }
+
+    // The product of the families' tables as the findings leave them, or without findings.
+    bool FillFromModel(int p, bool with_findings, float* entries)
+    {
+        DescribeClique(potentials[size_t(p)].clique);
+        std::span<const int> taken = families[p];
+        if (taken.size() == 1) {
+            WriteFamily(RequestFor(taken[0], with_findings), entries);
+            return true;
+        }
+        return MultiplyFamilies(p, with_findings, entries);
+    }
+
+    bool MultiplyFamilies(int p, bool with_findings, float* entries)
+    {
         std::vector<int64_t> starts;
         int64_t total = 0;
         for (int variable : families[p]) {
-            const std::vector<int> scope = FamilyScope(RequestFor(variable));
+            const std::vector<int> scope = FamilyScope(RequestFor(variable, with_findings));
             factor_scopes.push_back(ScopeOf(scope));
             starts.push_back(total);
             int64_t count = 1;
@@ -643,7 +736,7 @@ struct Propagation::Engine {
         if (int64_t(family_tables.size()) < total) family_tables = TableVector<float>(size_t(total));
         factor_entries.clear();
         for (size_t k = 0; k < starts.size(); ++k) {
-            WriteFamily(RequestFor(families[p][k]), family_tables.data() + starts[k]);
+            WriteFamily(RequestFor(families[p][k], with_findings), family_tables.data() + starts[k]);
             factor_entries.push_back(family_tables.data() + starts[k]);
         }
         // Only the axes of the potential, so that every block is written once.
@@ -658,7 +751,7 @@ struct Propagation::Engine {
             for (int& axis : scope.axes) axis = own_axis[size_t(axis)];
         const SweepPlan& plan = *plans.Find(own_sizes, factor_scopes, output_scopes);
         if (!RunSweep(plan, factor_entries, {}, 1, scratch)) return false;
-        std::copy_n(scratch.output[0], potential.count, potential.entries);
+        std::copy_n(scratch.output[0], plan.output_size[0], entries);
         return true;
     }
 
@@ -1008,8 +1101,9 @@ struct Propagation::Engine {
 
 // ---- The functions of the header. ----
 
-Propagation::Propagation(const ModelGraph& graph, const JunctionTree& tree, TableSource table)
-    : engine_(std::make_unique<Engine>(graph, tree, std::move(table)))
+Propagation::Propagation(const ModelGraph& graph, const JunctionTree& tree, TableSource table,
+                         double small_clique)
+    : engine_(std::make_unique<Engine>(graph, tree, std::move(table), small_clique))
 {}
 
 Propagation::~Propagation() = default;
@@ -1034,7 +1128,7 @@ void Propagation::SetLikelihood(int variable, const float* likelihood)
 
 void Propagation::TableChanged(int variable)
 {
-    engine_->TouchPotentials(variable, true);
+    engine_->ChangeTable(variable);
 }
 
 void Propagation::ClearFindings()

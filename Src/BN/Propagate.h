@@ -13,7 +13,8 @@
 // add up beside them, so thousands of findings do not underflow, and a finding that only changes
 // how probable all findings are sends nothing.
 //
-// A variable with a positive finding is left out of every potential and message: the tables shrink.
+// A variable with a positive finding that is in a large clique is left out of every potential and
+// message: the tables shrink.  In small cliques zeros take its place, which is quicker there.
 //
 // Changes of findings are cheap and only note which cliques are touched.  Update sends messages
 // from the touched cliques towards the root and outwards again, and stops wherever a message comes
@@ -51,16 +52,18 @@ enum class UpdateStatus {
 
 class Propagation {
 public:
-    Propagation(const ModelGraph& graph, const JunctionTree& tree, TableSource table);
+    // Observed variables that are only in cliques of at most small_clique entries stay in the tables.
+    Propagation(const ModelGraph& graph, const JunctionTree& tree, TableSource table,
+                double small_clique = 4096);
     ~Propagation();
     Propagation(Propagation&&) noexcept;
     Propagation& operator=(Propagation&&) noexcept;
 
     // ---- What is known.  Cheap; beliefs are stale until the next update. ----
 
-    void SetPositive(int variable, int state);  // -1: none
-    // Weights per state, each >= 0, copied; null: none.  A positive finding hides it meanwhile,
-    // but the weight of the positive state still counts towards the probability of findings.
+    void SetPositive(int variable, int state);  // -1: none; a decision's choice is set so too
+    // Weights per state, each >= 0, copied; null: none.  Not for decisions.  A positive finding hides it
+    // meanwhile, but the weight of the positive state still counts towards the probability of findings.
     void SetLikelihood(int variable, const float* likelihood);
     void TableChanged(int variable);  // the model's table has other numbers (same shape)
     void ClearFindings();
