@@ -76,21 +76,49 @@ report_vx* Notice(int number, const char* format, ...) TALORA_PRINTF(2, 3);
 #define TALORA_CHECK(condition) \
     ((condition) ? void(0) : ::talora::FailInternal(#condition, __FILE__, __LINE__))
 
+// The record for "out of memory", which needs none.
+report_vx* ReportOutOfMemory(const char* message) noexcept;
+
 // Memory is out: unwinds to the frame without allocating.  The text continues "not enough memory ",
 // for example "to build table for >-node '%s' (see >-LimitMemoryUsage_vx)".
 [[noreturn]] void FailOutOfMemory(const char* format, ...) TALORA_PRINTF(1, 2);
+
+// The text of a record, in the preallocated one too.
+const char* MessageOf(const report_vx& report);
 
 // Everything about one report, for callers that need more than the short forms above.
 struct ReportArgs {
     Severity severity = ERROR_SEV;
     int number = 0;
     uint32_t conditions = 0;
-    FilePlace place;
+    FilePlace place = {};
     FixStatus fix = ERR_OKAY;
     report_vx* parent = nullptr;  // becomes a sub-error of this record
 };
 report_vx* ReportV(const ReportArgs& args, const char* format, va_list values);
 report_vx* Report(const ReportArgs& args, const char* format, ...) TALORA_PRINTF(2, 3);
+
+// ---- The calling thread's list ----
+
+// The next record older than `after` (null: the newest) of at least this severity and, unless 0, this
+// number; null if there is none.
+report_vx* FindReport(const environ_vx* env, Severity least, int number, const report_vx* after);
+void ClearReport(report_vx* report) noexcept;
+void ClearReports(const environ_vx* env, Severity most) noexcept;  // up to and including a severity
+void ClearReportsOf(const environ_vx* env) noexcept;               // of every thread, when it closes
+int CountReports();                                                // of the calling thread
+
+const char* SeverityWord(Severity severity);
+bool HasCondition(const report_vx& report, uint32_t condition);
+
+// One record as text, see ListReports.  A record printed for the first time counts as shown.
+std::string PrintReport(report_vx& report, int verbosity);
+// The calling thread's records, oldest first, at most so many.
+std::string ListReports(const environ_vx* env, int verbosity, int max_records);
+
+// Called when a call of the interface begins: repeats of warnings are counted per call.
+void ForgetWarningCounts() noexcept;
+constexpr int kMaxRepeatedWarnings = 20;  // of one form in one call; then one "More ..." and no more
 
 // The message without markup in the flavour of the thread's environment (or the programming
 // interface's), before arguments go in.

@@ -1,7 +1,9 @@
-// Floating-point mode: denormal numbers read and written as 0 while a DenormalsOff lives.
+// Floating-point mode: what is set while the library runs, and what callers get back.
 //
 // Tables hold products of many small probabilities; a processor can take a hundred times longer
-// over a denormal result than over a normal one.  The caller's mode comes back on every exit.
+// over a denormal result than over a normal one.  So denormal numbers are read and written as 0
+// inside the library, rounding is to nearest and nothing traps.  The caller's own mode comes back
+// on every exit, and around every call of his code.
 #pragma once
 
 #if defined(__SSE2__)
@@ -10,27 +12,62 @@
 
 namespace talora {
 
+#if defined(__SSE2__)
+using FloatControl = unsigned;
+constexpr FloatControl kLibraryMode = 0x1F80 | 0x8000 | 0x0040;  // all masked, flush to zero, denormals are zero
+inline FloatControl ReadFloatControl() { return _mm_getcsr(); }
+inline void WriteFloatControl(FloatControl mode) { _mm_setcsr(mode); }
+#elif defined(__aarch64__)
+using FloatControl = unsigned long;
+constexpr FloatControl kLibraryMode = 1ul << 24;  // flush to zero
+inline FloatControl ReadFloatControl()
+{
+    FloatControl mode;
+    asm volatile("mrs %0, fpcr" : "=r"(mode));
+    return mode;
+}
+inline void WriteFloatControl(FloatControl mode) { asm volatile("msr fpcr, %0" : : "r"(mode)); }
+#else
+using FloatControl = int;
+constexpr FloatControl kLibraryMode = 0;
+inline FloatControl ReadFloatControl() { return 0; }
+inline void WriteFloatControl(FloatControl) {}
+#endif
+
+// The library's mode while it lives.  The outermost one of a thread remembers the caller's mode.
 class DenormalsOff {
 public:
-    DenormalsOff(const DenormalsOff&) = delete;
-    DenormalsOff& operator=(const DenormalsOff&) = delete;
-#if defined(__SSE2__)
-    DenormalsOff() : saved_(_mm_getcsr())
+    DenormalsOff() : saved_(ReadFloatControl())
     {
-        _mm_setcsr(saved_ | kFlushToZero | kDenormalsAreZero);
+        if (depth++ == 0) callers_mode = saved_;
+        if (saved_ != kLibraryMode) WriteFloatControl(kLibraryMode);
     }
     ~DenormalsOff()
     {
-        _mm_setcsr(saved_);
+        --depth;
+        if (saved_ != kLibraryMode) WriteFloatControl(saved_);
     }
+    DenormalsOff(const DenormalsOff&) = delete;
+    DenormalsOff& operator=(const DenormalsOff&) = delete;
+
+    static FloatControl CallersMode() { return depth > 0 ? callers_mode : ReadFloatControl(); }
 
 private:
-    static constexpr unsigned kFlushToZero = 0x8000;
-    static constexpr unsigned kDenormalsAreZero = 0x0040;
-    unsigned saved_;
-#else
-    DenormalsOff() {}
-#endif
+    FloatControl saved_;
+    static inline thread_local int depth = 0;
+    static inline thread_local FloatControl callers_mode = 0;
+};
+
+// The caller's mode while it lives, around a call of his code.
+class CallerFloatMode {
+public:
+    CallerFloatMode() : saved_(ReadFloatControl()) { WriteFloatControl(DenormalsOff::CallersMode()); }
+    ~CallerFloatMode() { WriteFloatControl(saved_); }
+    CallerFloatMode(const CallerFloatMode&) = delete;
+    CallerFloatMode& operator=(const CallerFloatMode&) = delete;
+
+private:
+    FloatControl saved_;
 };
 
 }  // namespace talora

@@ -40,7 +40,7 @@ enum HandleKind : uint16_t {
 };
 
 constexpr uint16_t kKindMask = 0x0FFF;
-constexpr uint16_t kDeletedFlag = 0x1000;  // a node that was deleted but is still known
+constexpr uint16_t kDeletedFlag = 0x1000;  // the object was deleted, its slot not yet used again
 constexpr uint16_t kStaticFlag = 0x2000;   // a record that is never freed
 
 class RecursiveLock;
@@ -94,7 +94,7 @@ public:
 
     void Release(T* record) noexcept
     {
-        record->header.SetTag(DELETED_TYPE);
+        record->header.SetTag(kKind | kDeletedFlag);
         record->~T();
         GiveBack(record);
     }

@@ -5,6 +5,7 @@
 // fails with that text.  Entries start on a cache line.
 #pragma once
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <new>
@@ -65,11 +66,13 @@ using TableVector = std::vector<T, CountedAllocator<T>>;
 
 // ---- Special values: large finite numbers with fixed bit patterns, compared exactly. ----
 
-double InfinityDbl();
-double UndefDbl();
-float InfinityFlt();
-float MissingProb();     // entry never given
-float ImpossibleProb();  // the row's parent configuration cannot occur
+constexpr double InfinityDbl() { return std::bit_cast<double>(UINT64_C(0x7FEFF7D0F16C2E09)); }
+constexpr double UndefDbl() { return std::bit_cast<double>(UINT64_C(0xFFEFEFA6115F8D89)); }
+constexpr float InfinityFlt() { return std::bit_cast<float>(UINT32_C(0x7F7FBE86)); }
+// Entry never given.
+constexpr float MissingProb() { return std::bit_cast<float>(UINT32_C(0xFF7F7D30)); }
+// The row's parent configuration cannot occur.
+constexpr float ImpossibleProb() { return std::bit_cast<float>(UINT32_C(0xFF7EFAE6)); }
 
 inline bool IsUndef(double value) { return value == UndefDbl(); }
 inline bool IsMarker(float entry) { return entry == MissingProb() || entry == ImpossibleProb(); }

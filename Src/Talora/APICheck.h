@@ -29,9 +29,12 @@ namespace talora {
 void CheckHandle(const environ_vx* env);
 void CheckHandle(const net_bn* net);
 void CheckHandle(const node_bn* node);
-void CheckHandle(const nodelist_bn* list);  // entry by entry
+void CheckHandle(const nodelist_bn* list);  // the list alone: it may hold NULL entries
 void CheckHandle(const stream_vx* stream);
 void CheckHandle(const report_vx* report);
+
+// Every entry of a list is a live node, as functions need that work on the nodes.
+void CheckListEntries(const nodelist_bn* list);
 
 // Full consistency of the object, run at level 4.
 void ValidateHandle(const environ_vx* env);
@@ -90,11 +93,12 @@ public:
     void RecordException() noexcept;
 
 private:
-    FloatMode float_mode_;
-    ThreadState saved_;
+    DenormalsOff float_mode_;
+    const char* callers_function_;
+    environ_vx* callers_env_;
+    bool callers_failed_;
     RecursiveLock* first_;
     RecursiveLock* second_;
-    bool counted_;
 };
 
 template <class R, class Body>
@@ -112,12 +116,28 @@ R RunFramed(EntryFrame& frame, R failure, Body&& body) noexcept
 
 struct NoResult {};
 
+// The body of a function that reads or clears error records: works without an environment too, and adds
+// no record of its own about that.
+template <class R, class Body>
+R CallReports(const char* function, environ_vx* env, R failure, Body&& body) noexcept
+{
+    EntryFrame frame(function, env, nullptr, nullptr, true);
+    try {
+        return body();
+    } catch (...) {
+        frame.RecordException();
+        return failure;
+    }
+}
+
 // The body of a function on one handle; R is the type of the failure value.
 template <class H, class R, class Body>
 R CallApi(const char* function, const H* handle, R failure, Body&& body) noexcept
 {
     EntryFrame frame(function, EnvironOf(handle), LockOf(handle), nullptr, kHasNet<H>);
     return RunFramed(frame, failure, [&]() -> R {
+        // Without checking, nothing is said of a NULL handle; but neither is it followed.
+        if (handle == nullptr && CheckingLevel() < QUICK_CHECK) return failure;
         CheckHandle(handle);
         if (CheckingLevel() >= COMPLETE_CHECK) ValidateHandle(handle);
         return static_cast<R>(body());
@@ -140,6 +160,7 @@ R CallApi2(const char* function, const H1* first, const H2* second, R failure, B
 {
     EntryFrame frame(function, EnvironOf(first), LockOf(first), LockOf(second), kHasNet<H1>);
     return RunFramed(frame, failure, [&]() -> R {
+        if ((first == nullptr || second == nullptr) && CheckingLevel() < QUICK_CHECK) return failure;
         CheckHandle(first);
         CheckHandle(second);
         if (CheckingLevel() >= COMPLETE_CHECK) {
@@ -176,15 +197,5 @@ void CallEnviron(const char* function, environ_vx* env, Body&& body) noexcept
         return NoResult{};
     });
 }
-
-// Around a call of the caller's own code: restores his floating-point mode meanwhile.
-class CallbackScope {
-public:
-    CallbackScope();
-    ~CallbackScope();
-
-private:
-    FloatMode float_mode_;
-};
 
 }  // namespace talora

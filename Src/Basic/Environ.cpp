@@ -1,0 +1,79 @@
+#include "Basic/Environ.h"
+
+#include <algorithm>
+#include <string_view>
+
+#include "Basic/Error.h"
+#include "Basic/FloatMode.h"
+#include "Basic/MultiThread.h"
+
+namespace talora {
+
+namespace {
+
+struct Environs {
+    std::mutex mutex;
+    HandlePool<environ_vx, ENVIRON_TYPE> pool;
+    std::vector<environ_vx*> open;
+};
+
+// Never destroyed: see the thread-local records in Error.cpp.
+Environs& All()
+{
+    static Environs* all = new Environs;
+    return *all;
+}
+
+std::atomic<int> checking_level{REGULAR_CHECK};
+
+}  // namespace
+
+environ_vx* NewEnviron()
+{
+    Environs& all = All();
+    std::lock_guard guard(all.mutex);
+    TALORA_CHECK(all.open.size() < MAX_NUM_ENVIROS);
+    all.open.reserve(all.open.size() + 1);
+    environ_vx* env = all.pool.New(nullptr);
+    all.open.push_back(env);
+    return env;
+}
+
+void ReleaseEnviron(environ_vx* env) noexcept
+{
+    Environs& all = All();
+    std::lock_guard guard(all.mutex);
+    all.open.erase(std::remove(all.open.begin(), all.open.end(), env), all.open.end());
+    all.pool.Release(env);
+}
+
+environ_vx* DefaultEnviron()
+{
+    Environs& all = All();
+    std::lock_guard guard(all.mutex);
+    return all.open.empty() ? nullptr : all.open.back();
+}
+
+int CheckingLevel() { return checking_level.load(std::memory_order_relaxed); }
+void SetCheckingLevel(int level) { checking_level.store(level, std::memory_order_relaxed); }
+
+int AskQuestion(const char* question, const char* answers, const char* deflt)
+{
+    // Position of the default among the answers, and how many there are.
+    const std::string_view wanted = deflt;
+    int num_answers = 0, default_answer = 0;
+    for (std::string_view rest = answers;;) {
+        const size_t comma = std::min(rest.find(','), rest.size());
+        if (rest.substr(0, comma) == wanted) default_answer = num_answers;
+        ++num_answers;
+        if (comma == rest.size()) break;
+        rest.remove_prefix(comma + 1);
+    }
+    environ_vx* env = ThisThread().env;
+    if (env == nullptr || env->question_handler == nullptr) return default_answer;
+    const CallerFloatMode caller;
+    const int answer = env->question_handler(env, question, answers, deflt, env->question_data);
+    return answer >= 0 && answer < num_answers ? answer : default_answer;
+}
+
+}  // namespace talora

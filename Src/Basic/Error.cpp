@@ -1,0 +1,508 @@
+#include "Basic/Error.h"
+
+#include <algorithm>
+#include <clocale>
+#include <cstdio>
+#include <cstring>
+#include <iterator>
+#include <locale.h>
+#include <mutex>
+#include <new>
+#include <vector>
+
+#include "Basic/Environ.h"
+#include "Basic/FloatMode.h"
+#include "Basic/Markup.h"
+#include "Basic/MultiThread.h"
+#include "Basic/Text.h"
+
+namespace talora {
+
+namespace {
+
+using RecordPool = HandlePool<report_vx, ERRLOG_TYPE>;
+
+// Never destroyed, as threads that end late still give their records back.
+RecordPool& Records()
+{
+    static RecordPool* pool = new RecordPool;
+    return *pool;
+}
+
+// Guards every thread's list: closing an environment removes records from all of them.
+std::mutex& ListMutex()
+{
+    static std::mutex* mutex = new std::mutex;
+    return *mutex;
+}
+
+// The records of one thread.  Registered while the thread lives.
+struct ErrorGroup {
+    report_vx* newest = nullptr;
+    report_vx* oldest = nullptr;
+    int count = 0;
+    int num_shown = 0;
+    bool told_of_dropping = false;
+    std::vector<int> repeats_shown;  // numbers for which "More ..." was shown
+    struct WarningCount {
+        int number, count;
+    };
+    std::vector<WarningCount> warnings;  // in the current call
+
+    report_vx memory_record{};  // for "out of memory": needs no memory itself
+    char memory_text[kMessageBytes] = {};
+    bool memory_record_listed = false;
+
+    ErrorGroup* previous = nullptr;
+    ErrorGroup* next = nullptr;
+
+    ErrorGroup();
+    ~ErrorGroup();
+};
+
+ErrorGroup* first_group = nullptr;  // guarded by ListMutex
+
+ErrorGroup& Group()
+{
+    thread_local ErrorGroup group;
+    return group;
+}
+
+void Unlink(ErrorGroup& group, report_vx* record)
+{
+    (record->newer ? record->newer->older : group.newest) = record->older;
+    (record->older ? record->older->newer : group.oldest) = record->newer;
+    record->newer = record->older = nullptr;
+    --group.count;
+}
+
+void LinkNewest(ErrorGroup& group, report_vx* record)
+{
+    record->older = group.newest;
+    record->newer = nullptr;
+    (group.newest ? group.newest->newer : group.oldest) = record;
+    group.newest = record;
+    ++group.count;
+}
+
+void Free(ErrorGroup& group, report_vx* record) noexcept
+{
+    if (record == &group.memory_record) {
+        record->header.SetTag(DELETED_TYPE);
+        group.memory_record_listed = false;
+        return;
+    }
+    for (report_vx* sub = record->first_sub; sub != nullptr;) {
+        report_vx* next = sub->newer;
+        Records().Release(sub);
+        sub = next;
+    }
+    Records().Release(record);
+}
+
+void Remove(ErrorGroup& group, report_vx* record) noexcept
+{
+    if (report_vx* parent = record->parent) {
+        report_vx** link = &parent->first_sub;
+        while (*link != record) link = &(*link)->newer;
+        *link = record->newer;
+    } else {
+        Unlink(group, record);
+    }
+    Free(group, record);
+    if (group.count == 0) {
+        group.told_of_dropping = false;
+        group.num_shown = 0;
+        group.repeats_shown.clear();
+    }
+}
+
+ErrorGroup::ErrorGroup()
+{
+    std::lock_guard guard(ListMutex());
+    next = first_group;
+    if (next) next->previous = this;
+    first_group = this;
+}
+
+ErrorGroup::~ErrorGroup()
+{
+    std::lock_guard guard(ListMutex());
+    while (newest) {
+        report_vx* record = newest;
+        Unlink(*this, record);
+        Free(*this, record);
+    }
+    (previous ? previous->next : first_group) = next;
+    if (next) next->previous = previous;
+}
+
+// Formats under the "C" locale whatever the program has set; cut on a character boundary.
+void FormatMessage(char (&buffer)[kMessageBytes], const char* format, va_list values)
+{
+    static const locale_t c_locale = newlocale(LC_ALL_MASK, "C", locale_t(0));
+    const locale_t callers = c_locale ? uselocale(c_locale) : locale_t(0);
+    const int length = vsnprintf(buffer, sizeof buffer, format, values);
+    if (callers) uselocale(callers);
+    if (length >= kMessageBytes) buffer[CutLength(buffer, kMessageBytes - 5)] = '\0';
+    if (length < 0) buffer[0] = '\0';
+}
+
+std::string PlaceSuffix(const FilePlace& place)
+{
+    std::string suffix;
+    if (place.position != kNoPosition) suffix += ", on line " + std::to_string(place.position);
+    if (place.file) suffix += std::string(", in file '") + place.file + "'";
+    if (place.context) suffix += place.context;
+    return suffix;
+}
+
+// The record for "out of memory", moved to the front of the list.
+report_vx* UseMemoryRecord(const char* text) noexcept
+{
+    ErrorGroup& group = Group();
+    std::lock_guard guard(ListMutex());
+    report_vx* record = &group.memory_record;
+    if (group.memory_record_listed) Unlink(group, record);
+    snprintf(group.memory_text, sizeof group.memory_text, "%s", text);
+    const ThreadState& thread = ThisThread();
+    record->env = thread.env;
+    record->thread_id = thread.thread_id;
+    record->number = -5622;
+    record->severity = ERROR_SEV;
+    record->display_result = 0;
+    record->fixed_message = group.memory_text;
+    record->disposition = NOTDISP_ERR;
+    record->fix = REMAINS_ERR;
+    record->conditions = OUT_OF_MEMORY_CND;
+    record->position = kNoPosition;
+    record->function = thread.function;
+    record->header.SetTag(ERRLOG_TYPE | kStaticFlag);
+    LinkNewest(group, record);
+    group.memory_record_listed = true;
+    ThisThread().failed = true;
+    return record;
+}
+
+// Keeps the list within its limit: the oldest record below "error" goes, else the oldest.
+void DropOldest(ErrorGroup& group) noexcept
+{
+    report_vx* victim = group.oldest;
+    while (victim != nullptr && victim->severity >= ERROR_SEV) victim = victim->newer;
+    Remove(group, victim ? victim : group.oldest);
+}
+
+report_vx* NewRecord(const ReportArgs& args, std::string message)
+{
+    const ThreadState& thread = ThisThread();
+    report_vx* record = Records().New(nullptr);
+    record->env = thread.env;
+    record->thread_id = thread.thread_id;
+    record->number = args.number < 0 ? args.number : -args.number;
+    record->severity = args.severity;
+    record->display_result = 0;
+    record->message = std::move(message);
+    record->fixed_message = nullptr;
+    record->disposition = NOTDISP_ERR;
+    record->fix = args.fix;
+    record->conditions = args.conditions | (args.place.file ? uint32_t(FILE_CND) : 0u);
+    record->parent = args.parent;
+    record->first_sub = nullptr;
+    record->position = args.place.position;
+    record->function = thread.function;
+    record->older = record->newer = nullptr;
+    try {
+        if (args.place.file) record->file = args.place.file;
+    } catch (...) {
+        Records().Release(record);
+        throw;
+    }
+    return record;
+}
+
+void Enlist(report_vx* record)
+{
+    ErrorGroup& group = Group();
+    std::lock_guard guard(ListMutex());
+    if (record->parent) {
+        report_vx** link = &record->parent->first_sub;
+        while (*link) link = &(*link)->newer;
+        *link = record;
+        return;
+    }
+    if (group.count >= kMaxRecordsPerThread) DropOldest(group);
+    LinkNewest(group, record);
+}
+
+void TellOfDropping()
+{
+    ErrorGroup& group = Group();
+    if (group.count < kMaxRecordsPerThread || group.told_of_dropping) return;
+    group.told_of_dropping = true;
+    Enlist(NewRecord({.severity = NOTICE_SEV, .number = 5623, .place = {}},
+                     "more than " + std::to_string(kMaxRecordsPerThread) + " reports: the oldest are being dropped"));
+}
+
+// ---- Showing ----
+
+bool WasInDialog(const report_vx& record)
+{
+    for (const report_vx* other = record.older; other; other = other->older)
+        if (other->number == record.number && other->severity >= FALSE_ALERT_SEV && other->disposition == DIALOGED_ERR)
+            return true;
+    return false;
+}
+
+// The text to show, empty for none: the thread's repeat mode decides.
+std::string TextToShow(const report_vx& record)
+{
+    ErrorGroup& group = Group();
+    const int mode = ThisThread().repeat_mode;
+    const std::string prefix =
+        record.function && *record.function ? FunctionNameIn(CurrentFlavor(), record.function) + ": " : std::string();
+    const bool repeated = (mode == 1 || mode == 2) && WasInDialog(record);
+    if (mode < 1 || mode > 3 || (mode == 1 && repeated)) return "";
+    if (mode == 2 && repeated) {
+        auto& shown = group.repeats_shown;
+        if (std::find(shown.begin(), shown.end(), record.number) != shown.end()) return "";
+        shown.push_back(record.number);
+        return prefix + "More " + SeverityWord(record.severity) + "s of the form: " + MessageOf(record);
+    }
+    return prefix + MessageOf(record);
+}
+
+void Show(report_vx* record)
+{
+    environ_vx* env = record->env;
+    if (env == nullptr || env->state != READY_ENV || env->message_handler == nullptr) return;
+    ErrorGroup& group = Group();
+    if (group.num_shown >= env->report_limit) return;
+    const std::string text = TextToShow(*record);
+    if (text.empty()) return;
+    ++group.num_shown;
+    int result;
+    {
+        const CallerFloatMode caller;
+        result = env->message_handler(env, text.c_str(), record, env->message_data);
+    }
+    if (!IsLive(record, ERRLOG_TYPE)) return;  // the handler cleared it
+    record->display_result = result;
+    if (result == -4) record->conditions |= ABORTED_CND;
+    if (result > record->disposition && result < NUM_DISPLAY_ERR) record->disposition = Disposition(result);
+}
+
+// Counts a warning of the current call; past the limit it is not to be stored.  True: store it.
+bool CountWarning(int number, bool* last)
+{
+    std::vector<ErrorGroup::WarningCount>& warnings = Group().warnings;
+    auto found = std::find_if(warnings.begin(), warnings.end(), [&](const auto& w) { return w.number == number; });
+    if (found == warnings.end()) found = warnings.insert(warnings.end(), {number, 0});
+    *last = ++found->count == kMaxRepeatedWarnings + 1;
+    return found->count <= kMaxRepeatedWarnings + 1;
+}
+
+}  // namespace
+
+const char* MessageOf(const report_vx& report)
+{
+    return report.fixed_message ? report.fixed_message : report.message.c_str();
+}
+
+const char* SeverityWord(Severity severity)
+{
+    static constexpr const char* kWords[] = {"null-error", "false alert", "report", "notice", "warning", "error", "internal error"};
+    return kWords[severity];
+}
+
+report_vx* ReportV(const ReportArgs& args, const char* format, va_list values)
+{
+    if (args.severity >= ERROR_SEV) ThisThread().failed = true;
+    try {
+        bool last = false;
+        if (args.severity == WARNING_SEV && !CountWarning(args.number, &last)) return Group().newest;
+        char buffer[kMessageBytes];
+        FormatMessage(buffer, ExpandMarkup(format).c_str(), values);
+        std::string message = (last ? "More warnings of the form: " : "") + std::string(buffer) + PlaceSuffix(args.place);
+        TellOfDropping();
+        report_vx* record = NewRecord(args, std::move(message));
+        Enlist(record);
+        Show(record);
+        return record;
+    } catch (const std::bad_alloc&) {
+        return UseMemoryRecord("not enough memory to report an error");
+    }
+}
+
+report_vx* Report(const ReportArgs& args, const char* format, ...)
+{
+    va_list values;
+    va_start(values, format);
+    report_vx* record = ReportV(args, format, values);
+    va_end(values);
+    return record;
+}
+
+// The short forms differ only in what they put into ReportArgs.
+#define TALORA_REPORT(...)                              \
+    va_list values;                                     \
+    va_start(values, format);                           \
+    report_vx* record = ReportV(__VA_ARGS__, format, values); \
+    va_end(values)
+
+void Fail(int number, const char* format, ...)
+{
+    TALORA_REPORT({.number = number});
+    throw Unwind{record};
+}
+
+void FailWith(uint32_t conditions, int number, const char* format, ...)
+{
+    TALORA_REPORT(ReportArgs{.number = number, .conditions = conditions});
+    throw Unwind{record};
+}
+
+void FailAt(const FilePlace& place, int number, const char* format, ...)
+{
+    TALORA_REPORT(ReportArgs{.number = number, .place = place});
+    throw Unwind{record};
+}
+
+report_vx* Warn(int number, const char* format, ...)
+{
+    TALORA_REPORT(ReportArgs{.severity = WARNING_SEV, .number = number});
+    return record;
+}
+
+report_vx* WarnAt(const FilePlace& place, int number, const char* format, ...)
+{
+    TALORA_REPORT(ReportArgs{.severity = WARNING_SEV, .number = number, .place = place});
+    return record;
+}
+
+report_vx* Notice(int number, const char* format, ...)
+{
+    TALORA_REPORT(ReportArgs{.severity = NOTICE_SEV, .number = number});
+    return record;
+}
+
+#undef TALORA_REPORT
+
+void FailInternal(const char* condition, const char* file, int line)
+{
+    const char* name = strrchr(file, '/');
+    report_vx* record = Report({.severity = INTERNAL_SEV, .number = 5624}, "assertion failed: %s (%s, line %d)", condition, name ? name + 1 : file, line);
+    throw Unwind{record};
+}
+
+void FailOutOfMemory(const char* format, ...)
+{
+    OutOfMemory out;
+    va_list values;
+    va_start(values, format);
+    // Not through ExpandMarkup: there may be no memory for it.  Callers pass text that has been expanded.
+    const int length = snprintf(out.message, sizeof out.message, "not enough memory ");
+    vsnprintf(out.message + length, sizeof out.message - length, format, values);
+    va_end(values);
+    throw out;
+}
+
+report_vx* ReportOutOfMemory(const char* message) noexcept { return UseMemoryRecord(message); }
+
+report_vx* FindReport(const environ_vx* env, Severity least, int number, const report_vx* after)
+{
+    std::lock_guard guard(ListMutex());
+    const int wanted = number < 0 ? number : -number;
+    report_vx* record = after ? after->older : Group().newest;
+    for (; record; record = record->older) {
+        const bool of_env = env == nullptr || record->env == nullptr || record->env == env;
+        if (of_env && record->severity >= least && (number == 0 || record->number == wanted)) return record;
+    }
+    return nullptr;
+}
+
+void ClearReport(report_vx* report) noexcept
+{
+    std::lock_guard guard(ListMutex());
+    if (report->thread_id == ThisThread().thread_id) Remove(Group(), report);
+}
+
+void ClearReports(const environ_vx* env, Severity most) noexcept
+{
+    ErrorGroup& group = Group();
+    std::lock_guard guard(ListMutex());
+    for (report_vx* record = group.newest; record != nullptr;) {
+        report_vx* older = record->older;
+        const bool of_env = env == nullptr || record->env == nullptr || record->env == env;
+        if (of_env && record->severity <= most) Remove(group, record);
+        record = older;
+    }
+}
+
+void ClearReportsOf(const environ_vx* env) noexcept
+{
+    std::lock_guard guard(ListMutex());
+    for (ErrorGroup* group = first_group; group; group = group->next)
+        for (report_vx* record = group->newest; record != nullptr;) {
+            report_vx* older = record->older;
+            if (record->env == env) Remove(*group, record);
+            record = older;
+        }
+}
+
+int CountReports() { return Group().count; }
+
+void ForgetWarningCounts() noexcept { Group().warnings.clear(); }
+
+bool HasCondition(const report_vx& report, uint32_t condition)
+{
+    // Numbers whose records are inconsistencies of findings by definition.
+    static constexpr int kInconsistencies[] = {2078, 2327, 2437, 2438, 2487, 2488, 2489, 2490, 2491, 3302, 3303, 3305, 3306,
+                                               3307, 3310, 3311, 3312, 3313, 3315, 3319, 3320, 3381, 3382, 3588};
+    if (report.conditions & condition) return true;
+    return condition == INCONSISTENT_FINDING_CND &&
+           std::find(std::begin(kInconsistencies), std::end(kInconsistencies), -report.number) != std::end(kInconsistencies);
+}
+
+std::string PrintReport(report_vx& report, int verbosity)
+{
+    static constexpr const char* kDisplay[NUM_DISPLAY_ERR] = {
+        "not displayed", "printed to Messages window", "made warning sound and printed to Messages window",
+        "displayed in dialog box"};
+    static constexpr const char* kFix[NUM_STATUS_ERR] = {"doesn't need fixing", "was fixed",     "was patched",
+                                                         "was covered up",      "still remains", "can't be fixed"};
+    char start[80];
+    snprintf(start, sizeof start, "%s %5d - t %u", SeverityWord(report.severity), -report.number, report.thread_id);
+    std::string text = start;
+    if (verbosity >= 1 && !report.file.empty()) {
+        text += " in file '" + report.file + "'";
+        if (report.position != kNoPosition) text += ", position " + std::to_string(report.position);
+    }
+    text += ": ";
+    if (report.function && *report.function) text += FunctionNameIn(CurrentFlavor(), report.function) + ": ";
+    text += std::string(MessageOf(report)) + ".";
+    if (verbosity >= 2) {
+        snprintf(start, sizeof start, "  reason 0x%x, ", report.conditions);
+        text += start + std::string(kDisplay[report.disposition]) + ", " + kFix[report.fix];
+    }
+    if (verbosity >= 4 && report.first_sub) {
+        text += "\n--- Sub Errors ------------------\n";
+        for (report_vx* sub = report.first_sub; sub; sub = sub->newer) text += PrintReport(*sub, verbosity);
+        text += "---------------------------------\n";
+    }
+    if (report.disposition == NOTDISP_ERR) report.disposition = PRINTED_ERR;
+    text += verbosity >= 3 ? "\n\n" : "\n";
+    return text;
+}
+
+std::string ListReports(const environ_vx* env, int verbosity, int max_records)
+{
+    std::vector<report_vx*> records;
+    for (report_vx* r = FindReport(env, NULL_SEV, 0, nullptr); r; r = FindReport(env, NULL_SEV, 0, r)) records.push_back(r);
+    std::string text;
+    int printed = 0;
+    for (auto r = records.rbegin(); r != records.rend() && printed < max_records; ++r, ++printed) text += PrintReport(**r, verbosity);
+    if (verbosity >= 2 && printed < int(records.size())) text += "...\n\n";
+    return text;
+}
+
+}  // namespace talora

@@ -1,0 +1,136 @@
+#include "Basic/Markup.h"
+
+#include <atomic>
+#include <iterator>
+
+#include "Basic/Error.h"
+#include "Basic/MultiThread.h"
+
+namespace talora {
+
+namespace {
+
+// A null entry: the flavour has no word of its own and the term stands as it is.
+struct TermDef {
+    const char* term;
+    const char* words[3];  // INTERFACE_FLAVOR, PROGRAMMING_FLAVOR, AUTOMATION_FLAVOR
+};
+
+constexpr TermDef kTerms[] = {
+    // clang-format off
+    {"cr",                    {"\n", "", ""}},
+    {"probtype",              {"probability", "prob_bn", "probability"}},
+    {"int_state",             {"state", "state_bn", "state index"}},
+    {"utiltype",              {"utility", "util_bn", "utility"}},
+    {"detvtype",              {"value", "value", "value"}},
+    {"leveltype",             {"level", "level_bn", "level"}},
+    {"bool",                  {"boolean", "bool_vx", "Boolean"}},
+    {"Enviro",                {"internal environment", "environ_vx", "Application"}},
+    {"rept",                  {"error report", "report_vx", "error"}},
+    {"FileSpec",              {"file", "stream_vx", "Streamer"}},
+    {"RandGen",               {"randomization generator", "randgen_vx", "RandomGenerator"}},
+    {"Bnet",                  {"Bayes net", "net_bn", "BNet"}},
+    {"Bnode",                 {"node", "node_bn", "BNode"}},
+    {"Bnodes",                {"nodes", "nodelist_bn", "BNodes"}},
+    {"icase",                 {"condition", "setting_bn", "Condition"}},
+    {"NetTest",               {"net tester", "tester_bn", "NetTester"}},
+    {"Sensv",                 {"sensitivity", "sensv_bn", "Sensitivity"}},
+    {"DBmgr",                 {"database manager", "dbmgr_bn", "DatabaseManager"}},
+    {"ErrCondEN",             {"condition resulting in an error", "errcond_vx", "errcond_vx"}},
+    {"ErrSeverityEN",         {"severity of an error", "errseverity_vx", "errseverity_vx"}},
+    {"APICheckingLevelEN",    {"degree of checking Talora API calls", "checking_vx", "CheckingLevel"}},
+    {"VarDiscreteEN",         {"whether node is discrete or continuous", "nodetype_bn", "NodeType"}},
+    {"NodeKindEN",            {"kind of node (nature, decision, etc.)", "nodekind_bn", "NodeKind"}},
+    {"undef_state_int",       {"\"undefined state\" ID", "UNDEF_STATE", nullptr}},
+    {"every_state_int",       {"\"every state\" ID", "EVERY_STATE", nullptr}},
+    {"imposs_cond_int",       {"\"impossible condition\" ID", "IMPOSS_STATE", nullptr}},
+    {"nature_node_int",       {"nature node ID", "NATURE_NODE", nullptr}},
+    {"constant_node_int",     {"constant node ID", "CONSTANT_NODE", nullptr}},
+    {"decision_node_int",     {"decision node ID", "DECISION_NODE", nullptr}},
+    {"utility_node_int",      {"utility node ID", "UTILITY_NODE", nullptr}},
+    {"disconnected_node_int", {"disconnected node ID", "DISCONNECTED_NODE", nullptr}},
+    {"net",                   {"Bayes net", nullptr, nullptr}},
+    {"node",                  {"node", nullptr, nullptr}},
+    {"nature_node",           {"nature node", nullptr, nullptr}},
+    {"constant_node",         {"constant node", nullptr, nullptr}},
+    {"decision_node",         {"decision node", nullptr, nullptr}},
+    {"utility_node",          {"utility node", nullptr, nullptr}},
+    {"undef_state_indicator", {"\"undefined state\" indicator", nullptr, nullptr}},
+    {"every_state_indicator", {"\"every state\" indicator", nullptr, nullptr}},
+    {"imposs_cond_indicator", {"\"impossible condition\" indicator", nullptr, nullptr}},
+    {"CPTable",               {"CPT table", nullptr, nullptr}},
+    {"functable",             {"function table", nullptr, nullptr}},
+    {"expertable",            {"experience table", nullptr, nullptr}},
+    {"Nodeset",               {"node-set", nullptr, nullptr}},
+    {"finding",               {"finding", nullptr, nullptr}},
+    {"var",                   {"variable", nullptr, nullptr}},
+    {"setter_menu",           {"selector", nullptr, nullptr}},
+    {"exact_inference",       {"belief updating", nullptr, nullptr}},
+    {"probab",                {"probability", nullptr, nullptr}},
+    {"Talora",                {"Talora", "Talora", "Talora"}},
+    {"Caseset",               {nullptr, nullptr, "Caseset"}},
+    {"LearnControl",          {nullptr, nullptr, "Learner"}},
+    // clang-format on
+};
+
+std::atomic<FunctionTranslator> translator{nullptr};
+
+bool IsTermChar(char c)
+{
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
+}
+
+// The binding for managed languages words types as programs do, but its booleans are "bool".
+const char* WordsOf(const TermDef& def, Flavor flavor)
+{
+    if (flavor != MANAGED_FLAVOR) return def.words[flavor];
+    return std::string_view(def.term) == "bool" ? "bool" : def.words[PROGRAMMING_FLAVOR];
+}
+
+}  // namespace
+
+std::string_view TermIn(Flavor flavor, std::string_view term)
+{
+    for (const TermDef& def : kTerms) {
+        if (term != def.term) continue;
+        const char* words = WordsOf(def, flavor);
+        return words ? std::string_view(words) : term;
+    }
+    const FunctionTranslator translate = translator.load();
+    const char* function = translate ? translate(flavor, term) : nullptr;
+    return function ? std::string_view(function) : term;
+}
+
+std::string ExpandMarkupIn(Flavor flavor, std::string_view text)
+{
+    std::string expanded;
+    expanded.reserve(text.size() + 32);
+    for (size_t at = 0; at < text.size();) {
+        const size_t mark = text.find(">-", at);
+        if (mark == std::string_view::npos) {
+            expanded += text.substr(at);
+            break;
+        }
+        expanded += text.substr(at, mark - at);
+        size_t end = mark + 2;
+        while (end < text.size() && IsTermChar(text[end])) ++end;
+        const std::string_view term = text.substr(mark + 2, end - mark - 2);
+        if (!term.empty()) expanded += TermIn(flavor, term);
+        at = !term.empty() && end < text.size() && text[end] == '-' ? end + 1 : end;
+    }
+    return expanded;
+}
+
+void SetFunctionTranslator(FunctionTranslator function) { translator.store(function); }
+
+std::string FunctionNameIn(Flavor flavor, const char* function) { return std::string(TermIn(flavor, function)); }
+
+Flavor CurrentFlavor()
+{
+    const environ_vx* env = ThisThread().env;
+    return env ? env->flavor : PROGRAMMING_FLAVOR;
+}
+
+std::string ExpandMarkup(const char* format) { return ExpandMarkupIn(CurrentFlavor(), format); }
+
+}  // namespace talora

@@ -1,0 +1,95 @@
+#include "Basic/MultiThread.h"
+
+#include <condition_variable>
+#include <deque>
+
+namespace talora {
+
+namespace {
+
+// Locks that nets have given back.  A new net takes the one given back longest ago.
+struct LockPool {
+    std::mutex mutex;
+    std::deque<RecursiveLock> all;
+    std::deque<RecursiveLock*> idle;
+};
+
+// Never destroyed: a thread may outlive the static objects of the library.
+LockPool& Pool()
+{
+    static LockPool* pool = new LockPool;
+    return *pool;
+}
+
+std::atomic<int> mode{LOCK_PER_NET};
+std::atomic<int> calls_inside{0};
+std::atomic<bool> is_changing{false};
+
+}  // namespace
+
+uint32_t RecursiveLock::ThreadNumber() { return ThisThread().thread_id; }
+
+RecursiveLock& ProcessLock()
+{
+    static RecursiveLock* lock = new RecursiveLock;
+    return *lock;
+}
+
+RecursiveLock* NewNetLock()
+{
+    LockPool& pool = Pool();
+    std::lock_guard guard(pool.mutex);
+    if (!pool.idle.empty()) {
+        RecursiveLock* lock = pool.idle.front();
+        pool.idle.pop_front();
+        return lock;
+    }
+    return &pool.all.emplace_back();
+}
+
+void ReleaseNetLock(RecursiveLock* lock)
+{
+    LockPool& pool = Pool();
+    std::lock_guard guard(pool.mutex);
+    pool.idle.push_back(lock);
+}
+
+ConcurrencyMode Concurrency() { return ConcurrencyMode(mode.load(std::memory_order_relaxed)); }
+
+// Callers announce themselves first and look for a change afterwards; the changer announces the change
+// first and looks for callers afterwards.  So at least one of the two sees the other.
+void EnterLibrary()
+{
+    for (;;) {
+        calls_inside.fetch_add(1);
+        if (!is_changing.load()) return;
+        LeaveLibrary();
+        is_changing.wait(true);
+    }
+}
+
+void LeaveLibrary()
+{
+    calls_inside.fetch_sub(1);
+    if (is_changing.load()) calls_inside.notify_all();
+}
+
+void ChangeConcurrency(ConcurrencyMode wanted)
+{
+    static std::mutex one_at_a_time;
+    std::lock_guard guard(one_at_a_time);
+    is_changing.store(true);
+    for (int inside = calls_inside.load(); inside != 0; inside = calls_inside.load()) calls_inside.wait(inside);
+    mode.store(wanted);
+    is_changing.store(false);
+    is_changing.notify_all();
+}
+
+ThreadState& ThisThread()
+{
+    static std::atomic<uint32_t> last_number{0};
+    thread_local ThreadState state = {.thread_id = ++last_number};
+    return state;
+}
+
+}  // namespace talora

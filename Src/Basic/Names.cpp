@@ -1,0 +1,116 @@
+#include "Basic/Names.h"
+
+#include <cctype>
+#include <cstdio>
+
+#include "Basic/Text.h"
+
+namespace talora {
+
+namespace {
+
+// The C locale's classes, whatever locale the program runs in.
+bool IsLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
+bool IsNameChar(char c) { return IsLetter(c) || (c >= '0' && c <= '9') || c == '_'; }
+
+template <class... Args>
+std::string Formatted(const char* format, Args... args)
+{
+    char buffer[112];
+    snprintf(buffer, sizeof buffer, format, args...);
+    return buffer;
+}
+
+// The fault of the first character that may not stand in a name; "" if all may.
+std::string BadCharacter(const std::string& name)
+{
+    for (const char c : name) {
+        if (IsNameChar(c)) continue;
+        const std::string start = Formatted("'%.30s' contains ", name.c_str());
+        if (c == ' ') return start + "a space";
+        if (c == '\t') return start + "a tab";
+        if (c == '\r') return start + "a 'return' character";
+        if (c == '\n') return start + "a 'new-line' character";
+        if (c > ' ' && c < 127) return start + Formatted("the illegal character '%c'", c);
+        return start + Formatted("an illegal character (ascii code %u)", unsigned(static_cast<unsigned char>(c)));
+    }
+    return "";
+}
+
+// The ordinal and code of the first character of a wide name beyond ASCII; "" if there is none.
+std::string NonAsciiCharacter(const char* wide)
+{
+    const size_t length = WideLength(wide);
+    for (size_t i = 0; i < length; ++i) {
+        const unsigned unit = static_cast<unsigned char>(wide[2 + 2 * i]) | static_cast<unsigned char>(wide[3 + 2 * i]) << 8;
+        if (unit >= 128)
+            return Formatted("contains a non-ascii character (%s char is U+%04X)", Ordinal(int64_t(i) + 1).c_str(), unit);
+    }
+    return "";
+}
+
+}  // namespace
+
+uint32_t CheckName(const char* name, bool allow_star, std::string* reason)
+{
+    uint32_t problems = 0;
+    const auto found = [&](uint32_t problem, const std::string& text) {
+        if (problems == 0 && reason) *reason = text;
+        problems |= problem;
+    };
+    if (name == nullptr) {
+        found(NAME_MISSING, "is missing");
+        return problems;
+    }
+    if (IsWide(name)) {
+        const std::string fault = NonAsciiCharacter(name);
+        if (!fault.empty()) found(NAME_BAD_CHAR, fault);
+    }
+    const std::string text = NarrowText(name);
+    if (text.empty()) {
+        found(NAME_EMPTY, "is empty (contains no characters)");
+        return problems;
+    }
+    if (text == "*") {
+        if (!allow_star) found(NAME_IS_STAR, Formatted("'%.30s' contains the illegal character '%c'", "*", '*'));
+        return problems;
+    }
+    const int length = int(TextLength(name));
+    if (length > kMaxNameLength)
+        found(NAME_TOO_LONG, Formatted("'%.31s...' is too long (%d characters, maximum is %d)", text.c_str(), length, kMaxNameLength));
+    const std::string fault = BadCharacter(text);
+    if (!fault.empty()) found(NAME_BAD_CHAR, fault);
+    if (!IsLetter(text[0]) && text[0] != '_')
+        found(NAME_BAD_FIRST, Formatted("'%.30s' starts with non-alphabetic character '%c'", text.c_str(), text[0]));
+    return problems;
+}
+
+std::string RepairName(std::string_view name)
+{
+    std::string repaired(name);
+    for (char& c : repaired)
+        if (!IsNameChar(c)) c = '_';
+    if (repaired.size() > kMaxNameLength) repaired.resize(kMaxNameLength);
+    if (repaired.empty()) repaired.push_back('x');
+    if (!IsLetter(repaired[0]) && repaired[0] != '_') repaired[0] = 'x';
+    return repaired;
+}
+
+std::vector<std::string> SplitNames(std::string_view list)
+{
+    const auto trimmed = [](std::string_view text) {
+        const size_t first = text.find_first_not_of(" \t\r\n");
+        if (first == std::string_view::npos) return std::string_view();
+        return text.substr(first, text.find_last_not_of(" \t\r\n") - first + 1);
+    };
+    std::vector<std::string> names;
+    if (trimmed(list).empty()) return names;
+    for (size_t at = 0; at <= list.size();) {
+        const size_t comma = std::min(list.find(',', at), list.size());
+        names.emplace_back(trimmed(list.substr(at, comma - at)));
+        at = comma + 1;
+    }
+    return names;
+}
+
+}  // namespace talora

@@ -1,0 +1,154 @@
+#include "Basic/Text.h"
+
+#include <charconv>
+#include <cstdint>
+#include <cstring>
+
+namespace talora {
+
+namespace {
+
+constexpr char kWideMark[] = "\xFF\xFE";
+
+uint16_t UnitAt(const char* wide, size_t index)
+{
+    uint16_t unit;
+    memcpy(&unit, wide + 2 + 2 * index, 2);
+    return unit;
+}
+
+void AppendUtf8(std::string& text, uint32_t code)
+{
+    if (code < 0x80) {
+        text += char(code);
+    } else if (code < 0x800) {
+        text += char(0xC0 | code >> 6);
+        text += char(0x80 | (code & 0x3F));
+    } else if (code < 0x10000) {
+        text += char(0xE0 | code >> 12);
+        text += char(0x80 | (code >> 6 & 0x3F));
+        text += char(0x80 | (code & 0x3F));
+    } else {
+        text += char(0xF0 | code >> 18);
+        text += char(0x80 | (code >> 12 & 0x3F));
+        text += char(0x80 | (code >> 6 & 0x3F));
+        text += char(0x80 | (code & 0x3F));
+    }
+}
+
+bool IsContinuation(char byte) { return (static_cast<unsigned char>(byte) & 0xC0) == 0x80; }
+
+// Decodes one character at `at` and moves past it; a damaged one gives U+FFFD and one byte.
+uint32_t NextCode(std::string_view text, size_t& at)
+{
+    const unsigned char lead = text[at++];
+    const int more = lead < 0x80 ? 0 : lead >> 5 == 6 ? 1 : lead >> 4 == 14 ? 2 : lead >> 3 == 30 ? 3 : -1;
+    if (more < 0 || at + more > text.size()) return 0xFFFD;
+    uint32_t code = more == 0 ? lead : lead & (0x3F >> more);
+    for (int i = 0; i < more; ++i) {
+        if (!IsContinuation(text[at + i])) return 0xFFFD;
+        code = code << 6 | (text[at + i] & 0x3F);
+    }
+    at += more;
+    return code > 0x10FFFF ? 0xFFFD : code;
+}
+
+}  // namespace
+
+bool IsWide(const char* text) { return text != nullptr && strncmp(text, kWideMark, 2) == 0; }
+
+size_t WideLength(const char* text)
+{
+    size_t length = 0;
+    while (UnitAt(text, length) != 0) ++length;
+    return length;
+}
+
+std::string NarrowText(const char* text)
+{
+    if (text == nullptr) return "";
+    if (!IsWide(text)) return text;
+    std::string narrow;
+    const size_t length = WideLength(text);
+    for (size_t i = 0; i < length; ++i) {
+        uint32_t code = UnitAt(text, i);
+        if (code >= 0xD800 && code < 0xDC00 && i + 1 < length && (UnitAt(text, i + 1) & 0xFC00) == 0xDC00)
+            code = 0x10000 + ((code & 0x3FF) << 10) + (UnitAt(text, ++i) & 0x3FF);
+        else if (code >= 0xD800 && code < 0xE000)
+            code = 0xFFFD;
+        AppendUtf8(narrow, code);
+    }
+    return narrow;
+}
+
+std::string WideText(std::string_view narrow)
+{
+    std::string wide = kWideMark;
+    const auto append = [&wide](uint32_t unit) {
+        wide += char(unit & 0xFF);
+        wide += char(unit >> 8);
+    };
+    for (size_t at = 0; at < narrow.size();) {
+        const uint32_t code = NextCode(narrow, at);
+        if (code < 0x10000) {
+            append(code);
+        } else {
+            append(0xD800 + ((code - 0x10000) >> 10));
+            append(0xDC00 + ((code - 0x10000) & 0x3FF));
+        }
+    }
+    append(0);
+    return wide;
+}
+
+size_t TextLength(const char* text)
+{
+    return text == nullptr ? 0 : IsWide(text) ? WideLength(text) : strlen(text);
+}
+
+int CompareText(const char* a, const char* b)
+{
+    if (!IsWide(a) && !IsWide(b)) return strcmp(a, b);
+    return NarrowText(a).compare(NarrowText(b));
+}
+
+bool HasPrefix(const char* text, const char* prefix)
+{
+    if (!IsWide(text) && !IsWide(prefix)) return strncmp(text, prefix, strlen(prefix)) == 0;
+    return NarrowText(text).starts_with(NarrowText(prefix));
+}
+
+size_t CutLength(std::string_view text, size_t max_bytes)
+{
+    if (text.size() <= max_bytes) return text.size();
+    size_t length = max_bytes;
+    while (length > 0 && IsContinuation(text[length])) --length;
+    return length;
+}
+
+std::string Ordinal(int64_t number)
+{
+    const int last_two = int(number % 100), last = int(number % 10);
+    const char* ending = last_two >= 11 && last_two <= 13 ? "th" : last == 1 ? "st" : last == 2 ? "nd" : last == 3 ? "rd" : "th";
+    return std::to_string(number) + ending;
+}
+
+std::string FormatReal15(double value)
+{
+    char buffer[40];
+    return {buffer, std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::general, 15).ptr};
+}
+
+std::string FormatShortest(float value)
+{
+    char buffer[40];
+    return {buffer, std::to_chars(buffer, buffer + sizeof buffer, value).ptr};
+}
+
+std::string FormatShortest(double value)
+{
+    char buffer[40];
+    return {buffer, std::to_chars(buffer, buffer + sizeof buffer, value).ptr};
+}
+
+}  // namespace talora

@@ -1,0 +1,242 @@
+#include "Talora/APICheck.h"
+
+#include <algorithm>
+#include <cstring>
+#include <exception>
+
+#include "BN/Bnet.h"
+#include "Basic/Markup.h"
+#include "Basic/Memory.h"
+#include "Basic/Names.h"
+#include "Basic/Stream.h"
+#include "Basic/Text.h"
+
+namespace talora {
+
+namespace {
+
+// With less than this left, only functions that free or read something are begun.
+constexpr double kLeastMemory = 4096;
+
+bool Checks() { return CheckingLevel() >= QUICK_CHECK; }
+
+constexpr const char* kRemote = "this function doesn't support remote use, but the >-%s passed is remote (see the locn argument of >-NewTaloraEnviron_vx)";
+
+void RefuseRemote(const environ_vx* env, const char* term)
+{
+    if (env == nullptr || !env->remote) return;
+    const std::string format = ExpandMarkup(kRemote);
+    Fail(5149, format.c_str(), TermIn(CurrentFlavor(), term).data());
+}
+
+bool NeedsMemory(const char* function)
+{
+    static constexpr const char* kFrees[] = {"Delete", "Close", "Clear", "Limit", "Retract", "Uncompile", "Get", "Error", "Set"};
+    return std::none_of(std::begin(kFrees), std::end(kFrees),
+                        [&](const char* start) { return strncmp(function, start, strlen(start)) == 0; });
+}
+
+}  // namespace
+
+// ---- Handles ----
+
+void CheckHandle(const environ_vx* env)
+{
+    if (!Checks()) return;
+    if (env == nullptr) Fail(5107, "NULL passed for >-Enviro");
+    if (!IsLive(env, ENVIRON_TYPE)) Fail(5146, "deleted or damaged >-Enviro passed");
+}
+
+void CheckHandle(const net_bn* net)
+{
+    if (!Checks()) return;
+    if (net == nullptr) Fail(5104, "NULL passed for >-Bnet");
+    if (!IsLive(net, NET_TYPE)) Fail(5143, "deleted or damaged >-Bnet passed");
+    RefuseRemote(net->env, "Bnet");
+}
+
+void CheckHandle(const node_bn* node)
+{
+    if (!Checks()) return;
+    if (node == nullptr) Fail(5105, "NULL passed for >-Bnode");
+    if (IsLive(node, NODE_TYPE)) return RefuseRemote(node->net->env, "Bnode");
+    const bool aligned = reinterpret_cast<uintptr_t>(node) % alignof(node_bn) == 0;
+    if (aligned && (node->header.Tag() & (kKindMask | kDeletedFlag)) == (NODE_TYPE | kDeletedFlag))
+        Fail(5184, "deleted >-Bnode passed");
+    Fail(5144, "deleted or damaged >-Bnode passed");
+}
+
+void CheckHandle(const nodelist_bn* list)
+{
+    if (!Checks()) return;
+    if (list == nullptr) Fail(5106, "NULL passed for the >-Bnodes");
+    if (!IsLive(list, NODELIST_TYPE)) Fail(5145, "deleted or damaged >-Bnodes passed");
+}
+
+void CheckHandle(const stream_vx* stream)
+{
+    if (!Checks()) return;
+    if (stream == nullptr) Fail(5108, "NULL passed for >-FileSpec");
+    if (!IsLive(stream, STREAM_TYPE)) Fail(5147, "deleted or damaged >-FileSpec passed");
+    RefuseRemote(stream->env, "FileSpec");
+}
+
+void CheckHandle(const report_vx* report)
+{
+    if (!Checks()) return;
+    if (report == nullptr) Fail(5109, "NULL passed for >-rept");
+    if (!IsLive(report, ERRLOG_TYPE)) Fail(5148, "deleted or damaged >-rept passed");
+}
+
+void CheckListEntries(const nodelist_bn* list)
+{
+    for (size_t i = 0; i < list->nodes.size(); ++i) {
+        const node_bn* node = list->nodes[i];
+        if (node == nullptr) Fail(5150, ">-Bnodes passed contains a NULL (entry %d)", int(i));
+        if (IsLive(node, NODE_TYPE)) continue;
+        if ((node->header.Tag() & (kKindMask | kDeletedFlag)) == (NODE_TYPE | kDeletedFlag))
+            Fail(5152, ">-Bnodes passed contains a deleted >-Bnode (the %s one)", Ordinal(int64_t(i) + 1).c_str());
+        Fail(5151, ">-Bnodes passed contains a deleted or damaged >-Bnode (the %s one)", Ordinal(int64_t(i) + 1).c_str());
+    }
+}
+
+void ValidateHandle(const environ_vx*) {}
+void ValidateHandle(const net_bn* net) { ValidateNet(const_cast<net_bn&>(*net)); }
+void ValidateHandle(const node_bn* node) { ValidateNet(*node->net); }
+void ValidateHandle(const nodelist_bn*) {}
+void ValidateHandle(const stream_vx*) {}
+void ValidateHandle(const report_vx*) {}
+
+environ_vx* EnvironOf(const environ_vx* env) { return IsLive(env, ENVIRON_TYPE) ? const_cast<environ_vx*>(env) : nullptr; }
+environ_vx* EnvironOf(const net_bn* net) { return IsLive(net, NET_TYPE) ? net->env : DefaultEnviron(); }
+environ_vx* EnvironOf(const node_bn* node) { return IsLive(node, NODE_TYPE) ? node->net->env : DefaultEnviron(); }
+environ_vx* EnvironOf(const nodelist_bn* list) { return IsLive(list, NODELIST_TYPE) ? list->env : DefaultEnviron(); }
+environ_vx* EnvironOf(const stream_vx* stream) { return IsLive(stream, STREAM_TYPE) ? stream->env : DefaultEnviron(); }
+environ_vx* EnvironOf(const report_vx* report) { return IsLive(report, ERRLOG_TYPE) ? report->env : DefaultEnviron(); }
+
+RecursiveLock* LockOf(const environ_vx*) { return nullptr; }
+RecursiveLock* LockOf(const net_bn* net) { return IsLive(net, NET_TYPE) ? net->header.Lock() : nullptr; }
+RecursiveLock* LockOf(const node_bn* node) { return IsLive(node, NODE_TYPE) ? node->header.Lock() : nullptr; }
+RecursiveLock* LockOf(const nodelist_bn* list) { return IsLive(list, NODELIST_TYPE) ? list->header.Lock() : nullptr; }
+RecursiveLock* LockOf(const stream_vx*) { return nullptr; }
+RecursiveLock* LockOf(const report_vx*) { return nullptr; }
+
+// ---- Other arguments ----
+
+std::string NameArgument(const char* name, const char* argument, bool allow_star)
+{
+    if (name == nullptr) Fail(5114, "NULL passed for name");
+    if (IsWide(name)) {
+        std::string reason;
+        if (CheckName(name, allow_star, &reason) & NAME_BAD_CHAR)
+            Fail(5118, "in argument '%s', name string passed is bad because %s", argument, reason.c_str());
+    }
+    std::string text = NarrowText(name);
+    if (text.empty()) Fail(5142, "empty string passed for name");
+    std::string reason;
+    if (CheckingLevel() >= REGULAR_CHECK && CheckName(text.c_str(), allow_star, &reason) != 0)
+        Fail(5118, "name string passed is bad because %s", reason.c_str());
+    return text;
+}
+
+std::string TextArgument(const char* text) { return NarrowText(text); }
+
+void CheckNoOptions(const char* options)
+{
+    if (TextLength(options) == 0) return;
+    Fail(5627, "argument 'options' must be empty or null (0) with this version of >-Talora, but it is:  %.80s", NarrowText(options).c_str());
+}
+
+uint32_t OptionsArgument(const char* options, std::initializer_list<const char*> allowed)
+{
+    const std::string text = NarrowText(options);
+    uint32_t given = 0;
+    for (size_t at = 0; at < text.size();) {
+        const size_t start = text.find_first_not_of(" ,\t", at);
+        if (start == std::string::npos) break;
+        const size_t end = std::min(text.find_first_of(" ,\t", start), text.size());
+        const std::string word = text.substr(start, end - start);
+        const auto found = std::find(allowed.begin(), allowed.end(), word);
+        if (found == allowed.end()) {
+            std::string words;
+            for (const char* option : allowed) words += (words.empty() ? "" : ", ") + std::string(option);
+            Fail(5628, "in argument 'options', '%.80s' is not an option of this function (they are: %s)", word.c_str(), words.c_str());
+        }
+        given |= 1u << (found - allowed.begin());
+        at = end;
+    }
+    return given;
+}
+
+// ---- The frame ----
+
+EntryFrame::EntryFrame(const char* function, environ_vx* env, RecursiveLock* lock, RecursiveLock* second,
+                       bool has_net) noexcept
+{
+    ThreadState& thread = ThisThread();
+    callers_function_ = thread.function;
+    callers_env_ = thread.env;
+    callers_failed_ = thread.failed;
+    if (thread.depth++ == 0) {
+        EnterLibrary();
+        ForgetWarningCounts();
+    }
+    switch (Concurrency()) {
+        case NO_LOCKS: first_ = second_ = nullptr; break;
+        case LOCK_ALL: first_ = &ProcessLock(), second_ = nullptr; break;
+        case LOCK_PER_NET:
+            first_ = has_net ? lock : &ProcessLock();
+            second_ = has_net && second != lock ? second : nullptr;
+            break;
+    }
+    if (first_ && second_ && std::less<RecursiveLock*>()(second_, first_)) std::swap(first_, second_);
+    if (first_) first_->Enter();
+    if (second_) second_->Enter();
+    thread.function = function;
+    thread.env = env;
+    thread.failed = false;
+}
+
+EntryFrame::~EntryFrame()
+{
+    ThreadState& thread = ThisThread();
+    if (second_) second_->Leave();
+    if (first_) first_->Leave();
+    if (--thread.depth == 0) LeaveLibrary();
+    const bool stays = thread.function && strncmp(thread.function, "Callback", 8) == 0;
+    if (!stays || callers_function_) thread.function = callers_function_;
+    thread.env = callers_env_;
+    thread.failed = callers_failed_;
+}
+
+void EntryFrame::CheckReady()
+{
+    const ThreadState& thread = ThisThread();
+    if (thread.env && thread.env->state != READY_ENV) {
+        if (thread.env->state == CLOSED_ENV)
+            Fail(5626, "memory system (or environment) is uninitialized or has been closed");
+        Fail(5625, "This function was called before Talora finished initialization, or while it was closing");
+    }
+    if (MemoryAvailable() < kLeastMemory && NeedsMemory(thread.function))
+        FailOutOfMemory("left to even start function %s", FunctionNameIn(CurrentFlavor(), thread.function).c_str());
+}
+
+bool EntryFrame::Failed() const noexcept { return ThisThread().failed; }
+
+void EntryFrame::RecordException() noexcept
+{
+    try {
+        throw;
+    } catch (const Unwind&) {
+        // Its record is in the list already.
+    } catch (const OutOfMemory& out) {
+        ReportOutOfMemory(out.message);
+    } catch (const std::bad_alloc&) {
+        ReportOutOfMemory("not enough memory for this operation (see LimitMemoryUsage_vx)");
+    } catch (...) {
+        Report({.number = 5621}, "unhandled system-level fault");
+    }
+    ThisThread().failed = true;
+}
+
+}  // namespace talora
