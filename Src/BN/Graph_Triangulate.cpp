@@ -6,7 +6,6 @@
 #include "BN/IndexedHeap.h"
 #include "BN/TableSize.h"
 #include "Basic/Error.h"
-#include "Basic/MultiThread.h"
 
 namespace talora {
 
@@ -310,7 +309,7 @@ GreedySearchResult FindGreedyOrder(const ModelGraph& graph, const std::vector<in
 
     AppendRemaining(nodes, result);
     result.cost = CostOfOrder(graph, result.order);
-    if (progress && !ThisThread().failed)
+    if (progress)
         Warn(
             3280,
             "resulting elimination order will probably be poor because only %d >-node-s of it were found before action was halted.",
