@@ -1,0 +1,155 @@
+// Interface functions: findings, beliefs and the probability of findings.
+#include <cmath>
+
+#include "BN/BnBasicOps1.h"
+#include "BN/BnEdit.h"
+#include "BN/BnFindings.h"
+#include "BN/BnUpdating.h"
+#include "Talora/APICheck.h"
+
+using namespace talora;
+
+void EnterFinding_bn(node_bn* node, state_bn state)
+{
+    CallApi(__func__, node, [&] {
+        CheckState(*node, state);
+        EnterFinding(*node, state, FindingMode::STRICT);
+    });
+}
+
+void EnterFindingNot_bn(node_bn* node, state_bn state)
+{
+    CallApi(__func__, node, [&] {
+        CheckState(*node, state);
+        EnterFindingNot(*node, state);
+    });
+}
+
+void EnterNodeLikelihood_bn(node_bn* node, const prob_bn* likelihood)
+{
+    CallApi(__func__, node, [&] {
+        if (likelihood == nullptr) Fail(6054, "argument 'likelihood' is NULL, for >-Bnode %s", node->name.c_str());
+        EnterLikelihood(*node, likelihood);
+    });
+}
+
+void EnterNodeValue_bn(node_bn* node, double value)
+{
+    CallApi(__func__, node, [&] { EnterValue(*node, value); });
+}
+
+void EnterNodeCalibration_bn(node_bn* node, const prob_bn* calibration)
+{
+    CallApi(__func__, node, [&] {
+        if (calibration == nullptr) Fail(6055, "argument 'calibration' is NULL, for >-Bnode %s", node->name.c_str());
+        EnterCalibration(*node, calibration);
+    });
+}
+
+void EnterGaussianFinding_bn(node_bn* node, double mean, double std_dev)
+{
+    CallApi(__func__, node, [&] { EnterGaussian(*node, mean, std_dev); });
+}
+
+void EnterIntervalFinding_bn(node_bn* node, double low, double high)
+{
+    CallApi(__func__, node, [&] { EnterInterval(*node, low, high); });
+}
+
+void RetractNodeFindings_bn(node_bn* node)
+{
+    CallApi(__func__, node, [&] { RetractFindings(*node); });
+}
+
+void RetractNetFindings_bn(net_bn* net)
+{
+    CallApi(__func__, net, [&] { RetractFindings(*net); });
+}
+
+state_bn GetNodeFinding_bn(const node_bn* node)
+{
+    return CallApi(__func__, node, int(UNDEF_STATE),
+                   [&] { return node->finding.state < 0 ? int(UNDEF_STATE) : node->finding.state; });
+}
+
+const prob_bn* GetNodeLikelihood_bn(const node_bn* node)
+{
+    return CallApi(__func__, node, static_cast<const prob_bn*>(nullptr), [&]() -> const prob_bn* {
+        TableVector<float>& likelihood = const_cast<Node*>(node)->likelihood;
+        if (!HasStates(*node)) return nullptr;
+        likelihood.resize(NumStates(*node));
+        CombinedLikelihood(*node, likelihood.data());
+        return likelihood.data();
+    });
+}
+
+double GetNodeValueEntered_bn(const node_bn* node)
+{
+    return CallApi(__func__, node, UndefDbl(), [&] { return node->finding.value; });
+}
+
+bool_vx HasNodeFinding_bn(const node_bn* node)
+{
+    return CallApi(__func__, node, 0, [&] { return !node->finding.IsEmpty(); });
+}
+
+const prob_bn* GetNodeBeliefs_bn(node_bn* node)
+{
+    return CallApi(__func__, node, static_cast<const prob_bn*>(nullptr), [&] { return GetBeliefs(*node); });
+}
+
+double GetNodeExpectedValue_bn(node_bn* node, double* std_dev)
+{
+    if (std_dev) *std_dev = UndefDbl();
+    return CallApi(__func__, node, UndefDbl(), [&] { return ExpectedValue(*node, std_dev); });
+}
+
+double GetNodeStateValue_bn(const node_bn* node, state_bn state)
+{
+    return CallApi(__func__, node, UndefDbl(), [&] {
+        CheckState(*node, state);
+        return StateValue(*node, state);
+    });
+}
+
+double FindingsProbability_bn(net_bn* net)
+{
+    return CallApi(__func__, net, -1.0, [&] {
+        const double log_probability = LogFindingsProbability(*net);
+        return log_probability == -InfinityDbl() ? 0.0 : std::exp(log_probability);
+    });
+}
+
+double LogFindingsProbability_bn(net_bn* net)
+{
+    return CallApi(__func__, net, UndefDbl(), [&] { return LogFindingsProbability(*net); });
+}
+
+bool_vx IsBeliefUpdated_bn(const node_bn* node)
+{
+    return CallApi(__func__, node, 0, [&] { return AreBeliefsUpdated(*node->net); });
+}
+
+void UpdateNetBeliefs_bn(net_bn* net)
+{
+    CallApi(__func__, net, [&] { UpdateBeliefs(*net); });
+}
+
+int SetNetAutoUpdate_bn(net_bn* net, int auto_update)
+{
+    return CallApi(__func__, net, -1, [&] {
+        const int before = net->auto_update;
+        if (auto_update != 0 && auto_update != 1 && auto_update != BELIEF_UPDATE)
+            Report({.number = 5241}, "argument 'auto_update' is %d, but it should be 0 or BELIEF_UPDATE (%d)", auto_update, BELIEF_UPDATE);
+        const int wanted = auto_update == 1 ? BELIEF_UPDATE : auto_update & BELIEF_UPDATE;
+        Change(*net, net->auto_update, wanted, NO_EFFECT, "change automatic updating");
+        if (wanted != before) net->update_count = NewUpdateCount();
+        AutoUpdate(*net);
+        return before;
+    });
+}
+
+int GetNetAutoUpdate_bn(const net_bn* net)
+{
+    return CallApi(__func__, net, -1, [&] { return net->auto_update; });
+}

@@ -1,0 +1,250 @@
+// Findings through the interface: which are refused with what, how they combine, and what becomes of beliefs.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "Talora.h"
+
+namespace {
+
+// Rain -> Wet <- Sprinkler, Wet -> Slip; Wet is certain when either parent is; Depth is discretised.
+class FindingsApiTest : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        env_ = NewTaloraEnviron_vx(nullptr, nullptr);
+        ASSERT_GE(InitTalora2_bn(env_, nullptr), 0);
+        net_ = NewNet_bn("Garden", env_);
+        rain_ = Add("Rain", {}, {0.2f, 0.8f});
+        sprinkler_ = Add("Sprinkler", {}, {0.4f, 0.6f});
+        wet_ = Add("Wet", {rain_, sprinkler_}, {1, 0, 1, 0, 1, 0, 0, 1});
+        slip_ = Add("Slip", {wet_}, {0.3f, 0.7f, 0.1f, 0.9f});
+        depth_ = NewNode_bn("Depth", 0, net_);
+        const level_bn thresholds[] = {0, 1, 3, 10};
+        SetNodeLevels_bn(depth_, 3, thresholds);
+        const prob_bn probs[] = {0.5f, 0.3f, 0.2f};
+        SetNodeProbs_bn(depth_, nullptr, probs);
+        ASSERT_EQ(LastError(), 0);
+    }
+    void TearDown() override { CloseTalora_bn(env_, nullptr); }
+
+    node_bn* Add(const char* name, std::vector<node_bn*> parents, std::vector<prob_bn> table)
+    {
+        node_bn* node = NewNode_bn(name, 2, net_);
+        SetNodeStateNames_bn(node, "yes,no");
+        for (node_bn* parent : parents) AddLink_bn(parent, node);
+        SetNodeTable_bn(node, table.data(), int64_t(table.size()));
+        return node;
+    }
+
+    // Number of the newest error, 0 for none; all records are then cleared.
+    int LastError()
+    {
+        const report_vx* error = GetError_vx(env_, ERROR_ERR, 0, nullptr);
+        const int number = error ? -ErrorNumber_vx(error) : 0;
+        last_message_ = error ? ErrorMessage_vx(error) : "";
+        ClearErrors_vx(env_, XXX_ERR);
+        return number;
+    }
+
+    double Belief(node_bn* node, int state = 0)
+    {
+        const prob_bn* beliefs = GetNodeBeliefs_bn(node);
+        return beliefs ? beliefs[state] : -1;
+    }
+
+    environ_vx* env_ = nullptr;
+    net_bn* net_ = nullptr;
+    node_bn *rain_ = nullptr, *sprinkler_ = nullptr, *wet_ = nullptr, *slip_ = nullptr, *depth_ = nullptr;
+    std::string last_message_;
+};
+
+TEST_F(FindingsApiTest, RefusedFindings)
+{
+    struct Case {
+        const char* label;
+        int auto_update;
+        std::function<void()> before, enter;
+        int error;
+    };
+    const auto enter = [](node_bn* node, int state) { return [=] { EnterFinding_bn(node, state); }; };
+    const auto nothing = [] {};
+    const std::vector<prob_bn> no_good = {0, 0}, negative = {1, -1}, second_only = {0, 1};
+    const Case cases[] = {
+        {"same state twice", 0, enter(rain_, 0), enter(rain_, 0), 0},
+        {"another state", 0, enter(rain_, 0), enter(rain_, 1), 3310},
+        {"state ruled out before", 0, [&] { EnterFindingNot_bn(rain_, 0); }, enter(rain_, 0), 3313},
+        {"ruling out the state entered", 0, enter(rain_, 0), [&] { EnterFindingNot_bn(rain_, 0); }, 3311},
+        {"ruling out every state", 0, [&] { EnterFindingNot_bn(rain_, 0); }, [&] { EnterFindingNot_bn(rain_, 1); }, 3312},
+        {"likelihood of zeros", 0, nothing, [&] { EnterNodeLikelihood_bn(rain_, no_good.data()); }, 3382},
+        {"negative likelihood", 0, nothing, [&] { EnterNodeLikelihood_bn(rain_, negative.data()); }, 6036},
+        {"state forced by parents", BELIEF_UPDATE, enter(rain_, 0), enter(wet_, 1), 3319},
+        {"belief is 0", BELIEF_UPDATE, enter(wet_, 1), enter(rain_, 0), 3302},
+        {"likelihood against the model", BELIEF_UPDATE, [&] { EnterFinding_bn(wet_, 1); },
+         [&] { EnterFindingNot_bn(rain_, 1); }, 3303},
+        {"not checked without auto-update", 0, enter(wet_, 1), enter(rain_, 0), 0},
+        {"value outside the levels", 0, nothing, [&] { EnterNodeValue_bn(depth_, 11); }, 6039},
+        {"another value", 0, [&] { EnterNodeValue_bn(depth_, 2); }, [&] { EnterNodeValue_bn(depth_, 2.5); }, 3306},
+        {"value in another state", 0, enter(depth_, 0), [&] { EnterNodeValue_bn(depth_, 2); }, 3320},
+        {"undefined value", 0, nothing, [&] { EnterNodeValue_bn(depth_, GetUndefDbl_vx()); }, 6037},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.label);
+        RetractNetFindings_bn(net_);
+        SetNetAutoUpdate_bn(net_, c.auto_update);
+        CompileNet_bn(net_);
+        c.before();
+        ASSERT_EQ(LastError(), 0) << last_message_;
+        const state_bn rain_before = GetNodeFinding_bn(rain_), wet_before = GetNodeFinding_bn(wet_);
+        c.enter();
+        EXPECT_EQ(LastError(), c.error) << last_message_;
+        if (c.error != 0) {
+            EXPECT_EQ(GetNodeFinding_bn(rain_), rain_before);
+            EXPECT_EQ(GetNodeFinding_bn(wet_), wet_before);
+        }
+    }
+}
+
+TEST_F(FindingsApiTest, ContradictionFoundOnUpdating)
+{
+    CompileNet_bn(net_);
+    EnterFinding_bn(wet_, 1);
+    EnterFinding_bn(rain_, 0);
+    ASSERT_EQ(LastError(), 0);
+    EXPECT_EQ(FindingsProbability_bn(net_), 0.0);
+    const report_vx* error = GetError_vx(env_, ERROR_ERR, 0, nullptr);
+    ASSERT_NE(error, nullptr);
+    EXPECT_TRUE(ErrorCategory_vx(INCONS_FINDING_COND, error));
+    ClearErrors_vx(env_, XXX_ERR);
+    EXPECT_EQ(LogFindingsProbability_bn(net_), -GetInfinityDbl_vx());
+    EXPECT_EQ(GetNodeBeliefs_bn(slip_), nullptr);
+    EXPECT_EQ(GetNodeFinding_bn(rain_), 0);
+    EXPECT_FALSE(IsBeliefUpdated_bn(slip_));
+    RetractNodeFindings_bn(rain_);
+    EXPECT_NEAR(FindingsProbability_bn(net_), 0.48, 1e-6);
+    EXPECT_TRUE(IsBeliefUpdated_bn(slip_));
+}
+
+TEST_F(FindingsApiTest, FindingsCombine)
+{
+    CompileNet_bn(net_);
+    EXPECT_EQ(FindingsProbability_bn(net_), 1.0);
+    const prob_bn hint[] = {0.5f, 0.25f};
+    EnterNodeLikelihood_bn(rain_, hint);
+    EXPECT_NEAR(FindingsProbability_bn(net_), 0.2 * 0.5 + 0.8 * 0.25, 1e-6);
+    EnterNodeLikelihood_bn(rain_, hint);
+    EXPECT_NEAR(FindingsProbability_bn(net_), 0.2 * 0.25 + 0.8 * 0.0625, 1e-6);
+    EnterFinding_bn(rain_, 1);
+    EXPECT_NEAR(FindingsProbability_bn(net_), 0.8 * 0.0625, 1e-6);
+    EXPECT_EQ(GetNodeFinding_bn(rain_), 1);
+    EXPECT_EQ(GetNodeLikelihood_bn(rain_)[0], 0.0f);
+    EXPECT_EQ(GetNodeLikelihood_bn(rain_)[1], 0.0625f);
+    EXPECT_EQ(Belief(rain_, 1), 1.0);
+    RetractNetFindings_bn(net_);
+    EXPECT_FALSE(HasNodeFinding_bn(rain_));
+    EXPECT_NEAR(Belief(wet_), 0.52, 1e-6);
+    EXPECT_EQ(LastError(), 0) << last_message_;
+}
+
+TEST_F(FindingsApiTest, Measurements)
+{
+    CompileNet_bn(net_);
+    EnterNodeValue_bn(depth_, 2);
+    EXPECT_EQ(GetNodeFinding_bn(depth_), 1);
+    EXPECT_EQ(GetNodeValueEntered_bn(depth_), 2.0);
+    RetractNodeFindings_bn(depth_);
+
+    const prob_bn wanted[] = {0.1f, 0.6f, 0.3f};
+    EnterNodeCalibration_bn(depth_, wanted);
+    for (int state = 0; state < 3; ++state) EXPECT_NEAR(Belief(depth_, state), wanted[state], 1e-6);
+    RetractNodeFindings_bn(depth_);
+
+    EnterIntervalFinding_bn(depth_, 0.5, 3);  // half of the first interval, all of the second
+    EXPECT_NEAR(Belief(depth_, 0), 0.25 / (0.25 + 0.3), 1e-6);
+    EXPECT_EQ(Belief(depth_, 2), 0.0);
+    RetractNodeFindings_bn(depth_);
+
+    EnterGaussianFinding_bn(depth_, 2, 0.01);
+    EXPECT_NEAR(Belief(depth_, 1), 1, 1e-6);
+    RetractNodeFindings_bn(depth_);
+
+    double deviation = 0;
+    EXPECT_NEAR(GetNodeExpectedValue_bn(depth_, &deviation), 0.5 * 0.5 + 0.3 * 2 + 0.2 * 6.5, 1e-6);
+    EXPECT_NEAR(deviation, std::sqrt(0.5 * 0.25 + 0.3 * 4 + 0.2 * 42.25 - 2.15 * 2.15), 1e-5);
+    EXPECT_EQ(GetNodeExpectedValue_bn(rain_, nullptr), GetUndefDbl_vx());
+    EXPECT_EQ(LastError(), 0) << last_message_;
+}
+
+TEST_F(FindingsApiTest, AutoUpdateSetting)
+{
+    EXPECT_EQ(SetNetAutoUpdate_bn(net_, 1), 0);
+    EXPECT_EQ(SetNetAutoUpdate_bn(net_, BELIEF_UPDATE), BELIEF_UPDATE);
+    SetNetAutoUpdate_bn(net_, 2);
+    EXPECT_EQ(LastError(), 5241);
+    EXPECT_EQ(GetNetAutoUpdate_bn(net_), 0);
+    // Without auto-updating a net must be compiled by the caller, with it beliefs can simply be asked for.
+    EXPECT_EQ(GetNodeBeliefs_bn(wet_), nullptr);
+    EXPECT_EQ(LastError(), 6011);
+    SetNetAutoUpdate_bn(net_, BELIEF_UPDATE);
+    EXPECT_NEAR(Belief(wet_), 0.52, 1e-6);
+    EXPECT_EQ(LastError(), 0) << last_message_;
+}
+
+TEST_F(FindingsApiTest, BeliefsFollowTheModel)
+{
+    CompileNet_bn(net_);
+    EXPECT_NEAR(Belief(wet_), 0.52, 1e-6);
+    const prob_bn rainy[] = {0.5f, 0.5f};
+    SetNodeProbs_bn(rain_, nullptr, rainy);
+    EXPECT_TRUE(IsNetCompiled_bn(net_));
+    EXPECT_FALSE(IsBeliefUpdated_bn(wet_));
+    EXPECT_NEAR(Belief(wet_), 0.7, 1e-6);
+    DeleteLink_bn(1, wet_);  // keeps the slice for the sprinkler on
+    EXPECT_FALSE(IsNetCompiled_bn(net_));
+    CompileNet_bn(net_);
+    EXPECT_NEAR(Belief(wet_), 1.0, 1e-6);
+    EXPECT_EQ(LastError(), 0) << last_message_;
+}
+
+TEST_F(FindingsApiTest, ElimOrderChecks)
+{
+    node_bn* value = NewNode_bn("Value", 0, net_);
+    SetNodeKind_bn(value, UTILITY_NODE);
+    net_bn* other = NewNet_bn("Other", env_);
+    node_bn* stranger = NewNode_bn("Stranger", 2, other);
+    struct Case {
+        const char* label;
+        std::vector<node_bn*> order;
+        int error;
+        const char* text;
+    };
+    const Case cases[] = {
+        {"in order", {slip_, wet_, rain_, sprinkler_, depth_}, 0, ""},
+        {"empty entry", {slip_, nullptr}, 3556, "contains a NULL"},
+        {"other net", {slip_, stranger}, 3277, "contains a node not in the net (node 'Stranger' of net 'Other')"},
+        {"twice", {slip_, slip_}, 3277, "contains a duplicate node (named 'Slip')"},
+        {"utility node", {value, value}, 3277, "contains a utility_node (named 'Value')"},
+        {"one left out", {slip_, wet_, rain_, depth_}, 3277, "is missing a node (named 'Sprinkler')"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.label);
+        nodelist_bn* list = NewNodeList2_bn(int(c.order.size()), net_);
+        for (size_t i = 0; i < c.order.size(); ++i) SetNthNode_bn(list, int(i), c.order[i]);
+        SetNetElimOrder_bn(net_, list);
+        EXPECT_EQ(LastError(), c.error);
+        EXPECT_NE(last_message_.find(c.text), std::string::npos) << last_message_;
+        EXPECT_EQ(LengthNodeList_bn(GetNetElimOrder_bn(net_)), 5);
+        DeleteNodeList_bn(list);
+    }
+    CompileNet_bn(net_);
+    SetNetElimOrder_bn(net_, GetNetElimOrder_bn(net_));
+    EXPECT_TRUE(IsNetCompiled_bn(net_));
+    SetNetElimOrder_bn(net_, nullptr);
+    EXPECT_FALSE(IsNetCompiled_bn(net_));
+    EXPECT_EQ(GetNetElimOrder_bn(net_), nullptr);
+}
+
+}  // namespace
