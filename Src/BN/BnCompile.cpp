@@ -365,7 +365,10 @@ std::string JunctionTreeReport(const Net& net)
     std::string report = "Clique  [Joined To]      Size   Member nodes (* means home)\n";
     for (int clique = 0; clique < compiled.tree.num_cliques(); ++clique) {
         std::string joined = "[";
-        for (int other : JoinedTo(compiled.tree, clique)) joined += (joined.size() > 1 ? " " : "") + std::to_string(other);
+        for (int other : JoinedTo(compiled.tree, clique)) {
+            if (joined.size() > 1) joined += ' ';
+            joined += std::to_string(other);
+        }
         char start[64];
         snprintf(start, sizeof start, "%6d  ", clique);
         report += start;
