@@ -6,6 +6,8 @@
 #include "BN/IndexedHeap.h"
 #include "BN/TableSize.h"
 #include "Basic/Error.h"
+#include "Basic/Memory.h"
+#include "Basic/MultiThread.h"
 
 namespace talora {
 
@@ -15,6 +17,19 @@ constexpr double kExactLimit = 9007199254740992.0;  // 2^53: whole doubles below
 
 // Twos that saturate a table size: more variables of two or more states need no multiplying.
 constexpr int kSaturatingVariables = 1024;
+
+// Joining k parents takes k * k entries: a file of some kilobytes can ask for more than there is.
+void CheckMoralGraphMemory(const ModelGraph& graph)
+{
+    double entries = 0;
+    auto count = [&](const std::vector<int>& parents) {
+        double k = static_cast<double>(parents.size());
+        entries += k * (k + 1);
+    };
+    for (const ModelGraph::Variable& variable : graph.variables) count(variable.parents);
+    for (const std::vector<int>& parents : graph.utility_parents) count(parents);
+    CheckMemory(entries * sizeof(int), "to join the parents of each >-node");
+}
 
 void JoinAll(const std::vector<int>& clique, Adjacency& neighbours)
 {
@@ -53,6 +68,8 @@ private:
     std::vector<int> num_several_;  // neighbours with two or more states
     std::vector<int> num_empty_;    // neighbours without states
     std::vector<double> size_;
+    size_t num_entries_ = 0;  // of all lists
+    size_t entries_of_next_check_ = size_t{1} << 24;
     std::vector<int> missing_, merged_;  // work space
 };
 
@@ -64,6 +81,7 @@ EliminationGraph::EliminationGraph(const ModelGraph& graph) : graph_(graph), nei
     num_empty_.resize(n);
     size_.resize(n);
     for (size_t v = 0; v < n; ++v) {
+        num_entries_ += neighbours_[v].size();
         for (int w : neighbours_[v]) AddNeighbour(static_cast<int>(v), w);
         size_[v] = RecountSize(static_cast<int>(v));
     }
@@ -118,7 +136,11 @@ void EliminationGraph::MergeMissing(int v)
         merged_.push_back(w);
     }
     merged_.insert(merged_.end(), next, missing_.end());
+    num_entries_ = num_entries_ + merged_.size() - list.size();
     list.assign(merged_.begin(), merged_.end());
+    if (num_entries_ < entries_of_next_check_) return;
+    entries_of_next_check_ = 2 * num_entries_;
+    CheckMemory(static_cast<double>(num_entries_) * sizeof(int), "to find an elimination order");
 }
 
 double EliminationGraph::RecountSize(int v) const
@@ -154,6 +176,7 @@ void EliminationGraph::Eliminate(int v, const std::vector<int>& neighbours, bool
             MergeMissing(a);
         UpdateSize(a, size);
     }
+    num_entries_ -= neighbours_[v].size();
     std::vector<int>().swap(neighbours_[v]);
 }
 
@@ -225,6 +248,7 @@ void AppendRemaining(const std::vector<int>& nodes, GreedySearchResult& result)
 
 Adjacency MoralGraph(const ModelGraph& graph)
 {
+    CheckMoralGraphMemory(graph);
     Adjacency neighbours(graph.variables.size());
     for (size_t v = 0; v < graph.variables.size(); ++v) {
         const std::vector<int>& parents = graph.variables[v].parents;
@@ -309,7 +333,7 @@ GreedySearchResult FindGreedyOrder(const ModelGraph& graph, const std::vector<in
 
     AppendRemaining(nodes, result);
     result.cost = CostOfOrder(graph, result.order);
-    if (progress)
+    if (progress && !ThisThread().failed)
         Warn(
             3280,
             "resulting elimination order will probably be poor because only %d >-node-s of it were found before action was halted.",

@@ -41,7 +41,7 @@ struct GreedySearchResult {
 
 // Eliminates, group by group, the variable whose candidate clique has the smallest table, and at
 // once one whose candidate makes no new clique; among equals the first in `nodes`.  With a progress
-// meter, a search that is halted warns that its order will be poor.
+// meter, a search that is halted warns that its order will be poor, unless the call failed already.
 //
 // Costs are kept up to date rather than searched for: about O(f log n), f being the size of the
 // triangulated graph.

@@ -11,6 +11,7 @@
 
 #include "BN/TableSize.h"
 #include "Basic/Environ.h"
+#include "Basic/Memory.h"
 #include "Basic/MultiThread.h"
 #include "Corpus/NetScan.h"
 
@@ -251,6 +252,18 @@ TEST(FindGreedyOrderTest, HaltedSearchesEndInNetOrder)
     EXPECT_EQ(during.order, (std::vector<int>{3, 1, 0, 2}));
     EXPECT_EQ(during.cost, 16 + 8 + 4 + 2);
     ThisThread().env = outer;
+}
+
+TEST(FindGreedyOrderTest, RefusesFamiliesTooLargeToJoin)
+{
+    ModelGraph graph;
+    graph.variables.resize(2000, {2, false, {}, 0});
+    graph.utility_parents = {NetOrder(graph)};
+    double limit = MemoryLimit();
+    SetMemoryLimit(static_cast<double>(MemoryInUse()) + 1e6);
+    EXPECT_THROW(FindGreedyOrder(graph, NetOrder(graph), nullptr), OutOfMemory);
+    SetMemoryLimit(limit);
+    EXPECT_EQ(FindGreedyOrder(graph, NetOrder(graph), nullptr).num_found, 2000);
 }
 
 TEST(TriangulateTest, KeepsTheMaximalCliquesOfRandomOrders)
