@@ -185,7 +185,8 @@ std::string StateName(const node_bn* node, state_bn state)
 std::vector<node_bn*> ToVector(const nodelist_bn* list)
 {
     std::vector<node_bn*> nodes;
-    const int length = list ? LengthNodeList_bn(list) : 0;
+    const int length = list ? std::max(0, LengthNodeList_bn(list)) : 0;
+    nodes.reserve(static_cast<size_t>(length));
     for (int i = 0; i < length; ++i) nodes.push_back(NthNode_bn(list, i));
     return nodes;
 }
