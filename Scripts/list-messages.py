@@ -44,7 +44,9 @@ def main():
         for number, severity, text, line in messages(source):
             places = texts.setdefault(number, {}).setdefault(text, [])
             places.append((severity, str(source.relative_to(ROOT)), line))
-    clashes = {number: found for number, found in texts.items() if len(found) > 1}
+    # A message may or may not be able to say which argument it is about.
+    clashes = {number: found for number, found in texts.items()
+               if len({text.removeprefix("in argument '%s', ") for text in found}) > 1}
     for number, found in sorted(clashes.items()):
         print(f"message {number} has {len(found)} texts:")
         for text, places in found.items():
