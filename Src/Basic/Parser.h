@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "Basic/Error.h"
@@ -80,6 +81,7 @@ private:
     const char* at_;
     const char* token_;
     const char* file_;
+    std::unordered_map<int, int> num_warnings_;
     std::vector<int64_t> lines_;  // lines_[i]: line breaks before byte i * kLineBlock, as far as needed yet
 };
 
