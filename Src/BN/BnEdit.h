@@ -24,6 +24,9 @@ enum Effect : unsigned {
     UNCOMPILES = 32     // the junction tree is discarded, the elimination order stays
 };
 
+// Makes room for a new list of links, so that the exchange cannot fail.
+void ReserveLinks(Node& node, const std::vector<Link>& links);
+
 // Brackets around one exchange; used by Change and by nothing else.
 void BeforeChange(Net& net, Node* node, unsigned effects) noexcept;
 void AfterChange(Net& net, Node* node, unsigned effects) noexcept;

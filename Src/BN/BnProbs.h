@@ -41,10 +41,6 @@ double TableEntries(const Node& node);  // times the node's own
 void CheckCanHaveTable(const Node& node);
 // The row of parent states.  Checks NULL, indicators and bounds; EVERY_STATE only where every is set.
 int64_t RowOf(const Node& node, const int* parent_states);
-// Calls visit (row) for every row that matches parent_states, EVERY_STATE matching all.
-template <class Visit>
-void ForEachRow(const Node& node, const int* parent_states, Visit&& visit);
-
 void SetProbs(Node& node, const int* parent_states, const float* probs);
 void SetTable(Node& node, TableVector<float> probs);  // whole table, checked row by row
 const float* GetProbs(const Node& node, const int* parent_states);  // null if no table

@@ -153,7 +153,9 @@ struct net_bn {
     std::string name;
     talora::Description text;
     nodelist_bn nodes;  // in the order in which they were made
-    std::unordered_map<std::string_view, node_bn*> node_index;  // keys look into the nodes' names
+    using NodeIndex = std::unordered_map<std::string_view, node_bn*>;
+    NodeIndex node_index;            // keys look into the nodes' names
+    NodeIndex::node_type index_slot; // of a node that is just being renamed
     std::vector<talora::NodeSet> node_sets;
     int auto_update = 0;  // 0 or BELIEF_UPDATE
     bool auto_compile = false;
@@ -220,6 +222,8 @@ void ValidateNet(Net& net);
 // ---- Making and deleting records ----
 Net* NewNet(environ_vx& env, std::string_view name);
 void DeleteNet(Net* net) noexcept;
+Node* NewNodeRecord(Net& net);          // belongs to no list yet
+void ReleaseNode(Node* node) noexcept;  // the record alone
 NodeList* NewNodeList(environ_vx& env, size_t length);
 void DeleteNodeList(NodeList* list) noexcept;
 
