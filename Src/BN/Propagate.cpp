@@ -172,16 +172,15 @@ struct Propagation::Engine {
     const ModelGraph* graph;
     const JunctionTree* tree;
     TableSource table;
-    double small_clique;  // entries
+    double small_tree;  // entries
 
     // What is known.
     std::vector<int> positive;                    // per variable
     std::vector<int> cut;                         // per variable: positive, or -1 if it always stays
     std::vector<std::vector<float>> likelihoods;  // per variable, empty: none
 
-    // Fixed with the tree.  An observed variable is left out of its tables only if some clique of it
-    // is large; in small cliques zeros in its own table cost less than tables that change their form.
-    std::vector<char> always_stays;     // per variable
+    // Fixed with the tree.
+    std::vector<char> always_stays;     // per variable: its tables keep their form when it is observed
     NumberLists cliques_of;             // per variable
     NumberLists potentials_of;          // per clique
     NumberLists potential_scope;        // per potential: its variables in member order
@@ -235,7 +234,7 @@ struct Propagation::Engine {
     TableVector<float> family_tables;
 
     Engine(const ModelGraph& g, const JunctionTree& t, TableSource source, double small)
-        : graph(&g), tree(&t), table(std::move(source)), small_clique(small), pending(t.num_cliques())
+        : graph(&g), tree(&t), table(std::move(source)), small_tree(small), pending(t.num_cliques())
     {
         const size_t num_variables = g.variables.size(), num_cliques = size_t(t.num_cliques());
         positive.assign(num_variables, -1);
@@ -273,11 +272,9 @@ struct Propagation::Engine {
 
     void ChooseStaying()
     {
+        const bool is_small = tree->total_size <= small_tree;
         for (const ModelGraph::Variable& variable : graph->variables)
-            always_stays.push_back(!variable.is_decision);
-        for (int i = 0; i < tree->num_cliques(); ++i)
-            if (tree->clique_sizes[size_t(i)] > small_clique)
-                for (int v : tree->members[i]) always_stays[size_t(v)] = 0;
+            always_stays.push_back(is_small && !variable.is_decision);
     }
 
     bool HasBase(int potential) const
@@ -1102,8 +1099,8 @@ struct Propagation::Engine {
 // ---- The functions of the header. ----
 
 Propagation::Propagation(const ModelGraph& graph, const JunctionTree& tree, TableSource table,
-                         double small_clique)
-    : engine_(std::make_unique<Engine>(graph, tree, std::move(table), small_clique))
+                         double small_tree)
+    : engine_(std::make_unique<Engine>(graph, tree, std::move(table), small_tree))
 {}
 
 Propagation::~Propagation() = default;

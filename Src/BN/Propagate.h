@@ -13,8 +13,8 @@
 // add up beside them, so thousands of findings do not underflow, and a finding that only changes
 // how probable all findings are sends nothing.
 //
-// A variable with a positive finding that is in a large clique is left out of every potential and
-// message: the tables shrink.  In small cliques zeros take its place, which is quicker there.
+// A variable with a positive finding is left out of every potential and message: the tables shrink,
+// and nothing passes it.  In small trees zeros take its place, which is quicker there.
 //
 // Changes of findings are cheap and only note which cliques are touched.  Update sends messages
 // from the touched cliques towards the root and outwards again, and stops wherever a message comes
@@ -52,9 +52,9 @@ enum class UpdateStatus {
 
 class Propagation {
 public:
-    // Observed variables that are only in cliques of at most small_clique entries stay in the tables.
+    // In trees of at most small_tree entries observed variables stay in the tables.
     Propagation(const ModelGraph& graph, const JunctionTree& tree, TableSource table,
-                double small_clique = 4096);
+                double small_tree = 16384);
     ~Propagation();
     Propagation(Propagation&&) noexcept;
     Propagation& operator=(Propagation&&) noexcept;
