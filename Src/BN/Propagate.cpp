@@ -378,7 +378,7 @@ struct Propagation::Engine {
         });
         for (size_t p = 0; p < potentials.size(); ++p)
             if (HasBase(int(p))) total += size_t(std::max(FullSize(potential_scope[int(p)]), 1.0));
-        arena = TableVector<float>(total);
+        arena = TableVector<float>(total + kSweepPadding);
         large.resize(size_t(num_large));
         float* place = arena.data();
         num_large = 0;
@@ -406,7 +406,7 @@ struct Propagation::Engine {
             t.entries = nullptr;
             t.count = t.capacity = 0;
             TableVector<float>().swap(own);
-            own = TableVector<float>(size_t(count));
+            own = TableVector<float>(size_t(count) + kSweepPadding);
             t.entries = own.data();
             t.capacity = count;
         }
@@ -591,7 +591,7 @@ struct Propagation::Engine {
         bool weak = false;
         for (size_t o = 0; o < exponents.size(); ++o) {
             if (!all_wanted && !wanted[o]) continue;
-            exponents[o] = ScaleByExponent(scratch.output[o], plan.output_size[o]);
+            exponents[o] = ScaleByExponent(scratch.output[o], plan.outputs[o].size);
             weak |= exponents[o] < kWeakExponent;
         }
         return !weak || plan.num_factors < 2 || RunBoosted(plan, all_wanted);
@@ -605,7 +605,7 @@ struct Propagation::Engine {
         if (!RunSweep(plan, factor_entries, weak, std::ldexp(1.0f, kBoostExponent), scratch)) return false;
         for (size_t o = 0; o < weak.size(); ++o) {
             if (!weak[o]) continue;
-            exponents[o] = ScaleByExponent(scratch.output[o], plan.output_size[o]);
+            exponents[o] = ScaleByExponent(scratch.output[o], plan.outputs[o].size);
             if (exponents[o] != kVanished) exponents[o] -= kBoostExponent;
         }
         return true;
@@ -730,7 +730,7 @@ struct Propagation::Engine {
             for (int v : scope) count *= NumStates(v);
             total += count;
         }
-        if (int64_t(family_tables.size()) < total) family_tables = TableVector<float>(size_t(total));
+        if (int64_t(family_tables.size()) < total + kSweepPadding) family_tables = TableVector<float>(size_t(total) + kSweepPadding);
         factor_entries.clear();
         for (size_t k = 0; k < starts.size(); ++k) {
             WriteFamily(RequestFor(families[p][k], with_findings), family_tables.data() + starts[k]);
@@ -748,7 +748,7 @@ struct Propagation::Engine {
             for (int& axis : scope.axes) axis = own_axis[size_t(axis)];
         const SweepPlan& plan = *plans.Find(own_sizes, factor_scopes, output_scopes);
         if (!RunSweep(plan, factor_entries, {}, 1, scratch)) return false;
-        std::copy_n(scratch.output[0], plan.output_size[0], entries);
+        std::copy_n(scratch.output[0], plan.outputs[0].size, entries);
         return true;
     }
 
@@ -758,7 +758,7 @@ struct Propagation::Engine {
     // scales are added up beside the messages.
     bool Store(Message& message, const SweepPlan& plan, int output)
     {
-        const int64_t count = plan.output_size[size_t(output)];
+        const int64_t count = plan.outputs[size_t(output)].size;
         float* entries = scratch.output[size_t(output)];
         const int64_t log_scale = TakeScale(entries, count, exponents[size_t(output)]);
         const bool same = message.computed >= 0 && message.count == count &&
@@ -977,7 +977,7 @@ struct Propagation::Engine {
         beliefs.clear();
         for (int o = 0; o < total; ++o)
             beliefs.insert(beliefs.end(), scratch.output[size_t(o)],
-                           scratch.output[size_t(o)] + plan.output_size[size_t(o)]);
+                           scratch.output[size_t(o)] + plan.outputs[size_t(o)].size);
         private_computed[size_t(clique)] = now;
         private_total[size_t(clique)] = {double(scratch.output[size_t(total)][0]), exponents[size_t(total)]};
         return UpdateStatus::kUpdated;
@@ -1064,7 +1064,7 @@ struct Propagation::Engine {
         const SweepPlan& plan = *plans.Find(sizes, factor_scopes, output_scopes);
         CollectFactors(clique, true);
         if (!RunScaled(plan, true) || exponents[0] == kVanished) return false;
-        Normalize(scratch.output[0], plan.output_size[0]);
+        Normalize(scratch.output[0], plan.outputs[0].size);
         SpreadJoint(variables, sorted_axes, joint);
         return true;
     }

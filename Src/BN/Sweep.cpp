@@ -1,7 +1,7 @@
 #include "BN/Sweep.h"
 
 #include <algorithm>
-#include <cmath>
+#include <bit>
 #include <numeric>
 
 namespace talora {
@@ -11,7 +11,7 @@ namespace {
 constexpr int kUsualBlock = 2048;    // entries: a few buffers of them fit the first-level cache
 constexpr int kLargestBlock = 8192;  // where the usual size would leave a very small block
 constexpr int kSmallBlock = 256;
-constexpr int kShortRun = 8;  // shorter runs go entry by entry through a map
+constexpr int kShortRun = 8;  // shorter runs are spread out through a map first
 constexpr int kSingleAdditions = 256;
 constexpr int kNoBuffer = -1;
 
@@ -24,6 +24,9 @@ struct Layout {
     int64_t map = -1;
     int64_t size = 1;
     std::vector<int64_t> strides;  // per axis, 0 where the table does not cover it
+    // Short runs: the innermost axes, all covered, make a row, so that runs are rows.
+    int spread = 0;           // entries of the part spread out; 0: not needed
+    int64_t spread_map = -1;  // per entry of the part spread out, its place in the part
 };
 
 class Builder {
@@ -36,8 +39,8 @@ public:
     SweepPlan Build()
     {
         ChooseBlock();
-        for (const SweepScope& factor : factors_) layouts_.push_back(LayOut(factor, false));
-        for (const SweepScope& output : outputs_) layouts_.push_back(LayOut(output, true));
+        for (const SweepScope& factor : factors_) layouts_.push_back(LayOut(factor));
+        for (const SweepScope& output : outputs_) layouts_.push_back(LayOut(output));
         OrderLoops();
         WriteLoops();
         WriteOutputs();
@@ -62,7 +65,7 @@ private:
         plan_.num_outputs = int(outputs_.size());
     }
 
-    Layout LayOut(const SweepScope& scope, bool is_output)
+    Layout LayOut(const SweepScope& scope)
     {
         Layout layout;
         layout.strides.assign(sizes_.size(), 0);
@@ -74,12 +77,12 @@ private:
             layout.size *= sizes_[axis];
             if (int(axis) >= first_inner_) layout.part = int(layout.size);
         }
-        ChooseShape(layout, covers, is_output);
+        ChooseShape(layout, covers);
         return layout;
     }
 
     // Looks at the innermost axes that are alike (all covered, or none).
-    void ChooseShape(Layout& layout, const std::vector<char>& covers, bool is_output)
+    void ChooseShape(Layout& layout, std::vector<char>& covers)
     {
         const int num_axes = int(sizes_.size());
         int axis = num_axes;
@@ -91,46 +94,89 @@ private:
         } else if (axis == first_inner_) {
             layout.shape = SweepShape::kFull;
         } else if (layout.run < kShortRun) {
-            layout.shape = SweepShape::kMap;
-            layout.run = 1;
+            Spread(layout, covers);
         } else if (covered && layout.part == layout.run) {
             layout.shape = SweepShape::kTail;
         } else {
             layout.shape = covered ? SweepShape::kRunsIn : SweepShape::kRunsOut;
+            layout.map = WriteMap(layout.strides, first_inner_, layout.run);
         }
-        if (layout.shape < SweepShape::kRunsIn) return;
-        layout.map = int64_t(plan_.maps.size());
-        WriteMap(layout);
-        if (is_output && layout.shape == SweepShape::kMap) SortMap(layout);
     }
 
-    // Where in the part each run of the block lies.
-    void WriteMap(Layout& layout)
+    // Makes the innermost axes, enough for a row, covered; the rest of the block then has long runs.
+    void Spread(Layout& layout, const std::vector<char>& covers)
     {
+        int axis = int(sizes_.size());
+        int row = 1;
+        while (axis > first_inner_ && row < kSweepPadding) row *= sizes_[size_t(--axis)];
+        std::vector<int64_t> strides(sizes_.size());  // in the part spread out
+        int64_t size = 1;
+        for (size_t k = sizes_.size(); int(k) > first_inner_;) {
+            --k;
+            if (!covers[k] && int(k) < axis) continue;
+            strides[k] = size;
+            size *= sizes_[k];
+        }
+        layout.spread = int(size);
+        layout.run = row;
+        layout.shape = size == plan_.block ? SweepShape::kFull
+                       : size == row       ? SweepShape::kTail
+                                           : SweepShape::kRunsIn;
+        if (layout.shape == SweepShape::kRunsIn) layout.map = WriteMap(strides, first_inner_, row);
+        layout.spread_map = WriteSpreadMap(layout, covers, axis);
+    }
+
+    // For each run of the entries over the axes from `first`, its place by the strides.
+    int64_t WriteMap(const std::vector<int64_t>& strides, int first, int run)
+    {
+        const int64_t start = int64_t(plan_.maps.size());
         std::vector<int> index(sizes_.size());
         int64_t place = 0;
-        for (int entry = 0; entry < plan_.block; ++entry) {
-            if (entry % layout.run == 0) plan_.maps.push_back(uint16_t(place));
-            for (size_t axis = sizes_.size(); int(axis) > first_inner_;) {
+        int count = 1;
+        for (size_t k = sizes_.size(); int(k) > first;) count *= sizes_[--k];
+        for (int entry = 0; entry < count; ++entry) {
+            if (entry % run == 0) plan_.maps.push_back(uint16_t(place));
+            for (size_t axis = sizes_.size(); int(axis) > first;) {
                 --axis;
-                place += layout.strides[axis];
+                place += strides[axis];
                 if (++index[axis] < sizes_[axis]) break;
-                place -= layout.strides[axis] * sizes_[axis];
+                place -= strides[axis] * sizes_[axis];
                 index[axis] = 0;
             }
         }
+        return start;
     }
 
-    // For sums: in place of the map, the entries of the block that belong to each entry of the part.
-    void SortMap(const Layout& layout)
+    // Per entry of a part spread out (all axes from `row_axis`, covered ones before), its place in the part.
+    int64_t WriteSpreadMap(const Layout& layout, const std::vector<char>& covers, int row_axis)
     {
-        const auto map = plan_.maps.begin() + layout.map;
-        std::vector<uint16_t> order(size_t(plan_.block));
-        const int per_entry = plan_.block / layout.part;
+        const int64_t start = WriteMap(layout.strides, row_axis, 1);
+        const std::vector<uint16_t> row(plan_.maps.begin() + start, plan_.maps.end());
+        plan_.maps.resize(size_t(start));
+        int64_t in_row = 1;  // entries of the part that belong to a row
+        for (size_t k = size_t(row_axis); k < sizes_.size(); ++k)
+            if (covers[k]) in_row *= sizes_[k];
+        for (int64_t first = 0; first < layout.part; first += in_row)
+            for (uint16_t place : row) plan_.maps.push_back(uint16_t(first + place));
+        plan_.maps.resize(plan_.maps.size() + kSweepPadding);
+        return start;
+    }
+
+    // The other way round: the block sum has `fold` entries for each entry of the part; for the first,
+    // second ... of them a row with its place per entry of the part.
+    int64_t WriteFoldMap(const Layout& layout)
+    {
+        const std::vector<uint16_t> places(plan_.maps.begin() + layout.spread_map,
+                                           plan_.maps.begin() + layout.spread_map + layout.spread);
+        const int64_t start = int64_t(plan_.maps.size());
+        const int row = (layout.part + kSweepPadding - 1) / kSweepPadding * kSweepPadding;
+        plan_.maps.resize(size_t(start + int64_t(row) * (layout.spread / layout.part)));
         std::vector<int> next(static_cast<size_t>(layout.part));
-        for (int e = 0; e < layout.part; ++e) next[size_t(e)] = e * per_entry;
-        for (int i = 0; i < plan_.block; ++i) order[size_t(next[map[i]]++)] = uint16_t(i);
-        std::copy(order.begin(), order.end(), map);
+        for (int i = 0; i < layout.spread; ++i) {
+            const int entry = places[size_t(i)];
+            plan_.maps[size_t(start + int64_t(row) * next[size_t(entry)]++ + entry)] = uint16_t(i);
+        }
+        return start;
     }
 
     // What it costs, in units of one pass over a block, when a table moves to another part.
@@ -138,7 +184,7 @@ private:
     {
         const Layout& layout = layouts_[table];
         if (table >= factors_.size()) return 6.0 * layout.part / plan_.block;
-        return layout.shape == SweepShape::kMap ? 6 : 1;
+        return 1 + 3.0 * layout.spread / plan_.block;
     }
 
     // Innermost the loop that spares most moves, then the next among the tables that are still.
@@ -188,7 +234,7 @@ private:
     // Additions in single precision that one block makes to an entry of an output.
     int AdditionsPerBlock(const Layout& layout) const
     {
-        const int per_entry = plan_.block / layout.part;
+        const int per_entry = plan_.block / (layout.spread > 0 ? layout.spread : layout.part);
         switch (layout.shape) {
             case SweepShape::kScalar:
                 return per_entry / 16 + 5;
@@ -196,8 +242,6 @@ private:
                 return per_entry / 16 + 5 * (per_entry / layout.run);
             case SweepShape::kTail:
                 return per_entry / 4 + 1;
-            case SweepShape::kMap:
-                return 1;
             default:
                 return per_entry;
         }
@@ -211,11 +255,20 @@ private:
             for (int l = 0; l < int(loops_.size()); ++l)
                 (l < layout.level ? moving : still) *= plan_.loop_sizes[size_t(l)];
             const int64_t most = std::max(1, kSingleAdditions / AdditionsPerBlock(layout));
-            const bool once = moving * layout.part == layout.size && still <= most;
-            plan_.output_level.push_back(layout.level);
-            plan_.output_size.push_back(layout.size);
-            plan_.output_part.push_back(layout.part);
-            plan_.flush_steps.push_back(once ? 0 : int(std::min<int64_t>(most, still)));
+            SweepOutput output;
+            output.size = layout.size;
+            output.level = layout.level;
+            output.part = layout.part;
+            output.wide = moving * layout.part != layout.size || still > most;
+            output.flush_blocks = int(std::min(most, still));
+            if (layout.spread > 0) {
+                output.block_sum = layout.spread;
+                output.fold = layout.spread / layout.part;
+                output.fold_map = WriteFoldMap(layout);
+            } else if (output.wide) {
+                output.block_sum = layout.part;
+            }
+            plan_.outputs.push_back(output);
         }
     }
 
@@ -247,25 +300,48 @@ private:
 
     void Emit(SweepAction action, int table, const Buffer& source, const Buffer& target, int first, int end)
     {
-        SweepOp op{action,
-                   SweepShape::kScalar,
-                   int16_t(action == SweepAction::kReduce ? InnermostLevel() : target.level),
-                   int16_t(source.number),
-                   int16_t(target.number),
-                   table,
-                   1,
-                   1,
-                   0,
-                   first,
-                   end};
+        SweepOp op{};
+        op.action = action;
+        op.level = int16_t(action == SweepAction::kReduce ? InnermostLevel() : target.level);
+        op.source = source.number;
+        op.target = target.number;
+        op.spread = kNoBuffer;
+        op.table = table;
+        op.first_output = first;
+        op.end_output = end;
         if (action != SweepAction::kOnes) {
             const Layout& layout = layouts_[size_t(table)];
             op.shape = layout.shape;
             op.run = layout.run;
-            op.count = layout.part;
-            op.map = layout.map;
+            op.count = layout.spread > 0 ? layout.spread : layout.part;
+            op.map = std::max<int64_t>(0, layout.map);
         }
         plan_.ops.push_back(op);
+    }
+
+    // A factor spread out is kept until its part moves.
+    int SpreadOut(int factor)
+    {
+        const Layout& layout = layouts_[size_t(factor)];
+        int& number = spread_[size_t(factor)];
+        if (layout.spread == 0 || number != kNoBuffer) return number;
+        number = plan_.num_buffers++;
+        Emit(SweepAction::kSpread, factor, {}, {number, layout.level, false}, 0, int(outputs_.size()));
+        plan_.ops.back().map = layout.spread_map;
+        plan_.ops.back().run = layout.part;
+        return number;
+    }
+
+    // Runs that are no multiple of what kernels work on at once spill over into the next run.
+    static bool CanMultiplyInPlace(const Layout& layout)
+    {
+        return layout.shape < SweepShape::kTail || layout.run % kSweepPadding == 0;
+    }
+
+    // A factor that is spread over the whole block at every step, and only used once, needs no buffer.
+    bool GoesThroughMap(const Layout& layout) const
+    {
+        return layout.spread == plan_.block && layout.level == InnermostLevel() && outputs_.size() == 1;
     }
 
     // The product of a buffer and a factor; the buffer's own place may be used when it is not needed.
@@ -273,17 +349,28 @@ private:
     {
         const Layout& layout = layouts_[size_t(factor)];
         const int level = std::max(source.level, layout.level);
+        const bool through_map = GoesThroughMap(layout);
+        const int spread = through_map ? kNoBuffer : SpreadOut(factor);
+        Buffer target;
         if (source.number == kNoBuffer) {
-            const bool point = layout.shape == SweepShape::kFull;
-            Buffer target = NewBuffer(level);
-            target.is_part = point;
-            Emit(point ? SweepAction::kPoint : SweepAction::kExpand, factor, source, target, first, end);
-            return target;
+            target = NewBuffer(level);
+            target.is_part = layout.shape == SweepShape::kFull && !through_map;
+            const SweepAction start = target.is_part ? SweepAction::kPoint : SweepAction::kExpand;
+            Emit(start, factor, source, target, first, end);
+        } else {
+            const bool in_place = !keep_source && source.level == level && !source.is_part &&
+                                  (CanMultiplyInPlace(layout) || through_map);
+            target = in_place ? source : NewBuffer(level);
+            Emit(SweepAction::kMultiply, factor, source, target, first, end);
+            if (!in_place && !keep_source) Release(source);
         }
-        const bool in_place = !keep_source && source.level == level && !source.is_part;
-        Buffer target = in_place ? source : NewBuffer(level);
-        Emit(SweepAction::kMultiply, factor, source, target, first, end);
-        if (!in_place && !keep_source) Release(source);
+        SweepOp& op = plan_.ops.back();
+        op.spread = spread;
+        if (through_map) {
+            op.shape = SweepShape::kMap;
+            op.map = layout.spread_map;
+            op.count = layout.part;
+        }
         return target;
     }
 
@@ -306,6 +393,7 @@ private:
             if (excluded >= 0) is_excluded[size_t(excluded)] = 1;
         }
         const int all = int(outputs_.size());
+        spread_.assign(factors_.size(), kNoBuffer);
         Buffer product;
         for (int factor : CommonFactors(is_excluded)) product = Multiply(product, factor, false, 0, all);
         if (!excluding.empty()) Halve(excluding, 0, excluding.size(), product, whole.empty());
@@ -362,6 +450,7 @@ private:
     std::vector<int> loops_;       // axes, outermost loop first
     int first_inner_ = 0;          // first axis of the block
     std::vector<int> free_;
+    std::vector<int> spread_;  // per factor the buffer where it is spread out
 };
 
 }  // namespace
@@ -375,16 +464,16 @@ SweepPlan BuildSweep(std::span<const int> sizes, std::span<const SweepScope> fac
 int ScaleByExponent(float* entries, int64_t count)
 {
     constexpr int kLargeExponent = 120;  // beyond it the factor would be a denormal number
-    float largest = 0;
-    for (int64_t i = 0; i < count; ++i) largest = std::max(largest, entries[i]);
-    if (!(largest > 0)) return kVanished;
-    int exponent;
-    std::frexp(largest, &exponent);
+    constexpr int kBias = 126;           // of the exponent, for a fraction in [0.5, 1)
+    uint32_t largest = 0;                // numbers that are not negative are ordered like their bits
+    for (int64_t i = 0; i < count; ++i) largest = std::max(largest, std::bit_cast<uint32_t>(entries[i]));
+    const int exponent = int(largest >> 23) - kBias;
+    if (exponent == -kBias) return kVanished;
     if (exponent > kLargeExponent) {
         for (int64_t i = 0; i < count; ++i) entries[i] *= 0x1p-64f;
         return 64 + ScaleByExponent(entries, count);
     }
-    const float factor = std::ldexp(1.0f, -exponent);
+    const float factor = std::bit_cast<float>(uint32_t(kBias + 1 - exponent) << 23);
     for (int64_t i = 0; i < count; ++i) entries[i] *= factor;
     return exponent;
 }

@@ -8,6 +8,10 @@
 // part spreads over the block (its shape) is the same for every block.  All of it is worked out once,
 // when the plan is built; running a plan divides, allocates and decides nothing per entry.
 //
+// Where the covered axes alternate in short runs, a part is first spread out over the innermost few
+// axes (or, for sums, the block is first added up over the others), so that what touches the whole
+// block still runs over long runs.
+//
 // A product is kept as long as none of its factors moves to another part: the loops are ordered so
 // that the innermost one touches as few tables as possible.
 //
@@ -38,6 +42,7 @@ enum class SweepShape : uint8_t {
 
 enum class SweepAction : uint8_t {
     kOnes,      // target = 1
+    kSpread,    // target = the table's part, its innermost axes spread out through a map
     kPoint,     // target is the table's own part (full shape)
     kExpand,    // target = table
     kMultiply,  // target = source * table
@@ -47,16 +52,31 @@ enum class SweepAction : uint8_t {
 struct SweepOp {
     SweepAction action;
     SweepShape shape;
-    int16_t level;   // runs when a loop of this depth or further out has moved
-    int16_t source;  // buffers
-    int16_t target;
+    int16_t level;  // runs when a loop of this depth or further out has moved
+    int source;     // buffers
+    int target;
+    int spread;        // buffer with the table's part spread out, or -1: the table itself
     int table;         // factor, or number of factors + output
-    int run;           // length of a run
-    int count;         // entries of the table's part
+    int run;           // length of a run; when spreading, entries of the part
+    int count;         // entries of the part, or of the part spread out
     int64_t map;       // place in SweepPlan::maps
     int first_output;  // the outputs this serves, so that others can be left out
     int end_output;
 };
+
+struct SweepOutput {
+    int64_t size = 1;       // entries
+    int level = 0;          // the innermost loop that moves its part
+    int part = 1;           // entries that belong to a block
+    int block_sum = 0;      // entries that a block is first added up to; 0: straight into the result
+    int flush_blocks = 0;   // so many blocks at most go into one block sum
+    int64_t fold_map = -1;  // how a block sum is added up to a part; -1: it is one
+    int fold = 1;           // entries of the block sum per entry of the part
+    bool wide = false;      // its parts come back, or are long sums: doubles
+};
+
+// Kernels work on so many entries at once and may read that much behind the end of a table.
+constexpr int kSweepPadding = 16;
 
 struct SweepPlan {
     int num_factors = 0;
@@ -67,11 +87,13 @@ struct SweepPlan {
     std::vector<int> loop_sizes;  // outermost first
     std::vector<int64_t> deltas;  // per loop and table: how far the table's part moves
     std::vector<SweepOp> ops;
-    std::vector<uint16_t> maps;        // runs: place in the part per run; maps: per entry
-    std::vector<int> output_level;     // per output: the innermost loop that moves its part
-    std::vector<int64_t> output_size;  // per output: entries
-    std::vector<int> output_part;      // per output: entries that belong to a block
-    std::vector<int> flush_steps;      // per output: blocks to be summed in single precision, 0: all
+    std::vector<uint16_t> maps;  // places, per run or per entry; lists of entries are padded
+    std::vector<SweepOutput> outputs;
+
+    int Stride() const
+    {
+        return (block + 2 * kSweepPadding - 1) / kSweepPadding * kSweepPadding;
+    }  // of buffers
 };
 
 struct SweepScope {
@@ -99,9 +121,9 @@ struct SweepScratch {
     std::vector<int> indexes;
 };
 
-// Runs a plan; `factors` are the tables, `wanted` says which outputs are asked for (empty: all).
-// Results stand in scratch.output, as they come, not scaled.  All products are multiplied by `boost`.
-// False: halted.
+// Runs a plan; `factors` are the tables, with kSweepPadding readable floats behind each; `wanted` says which
+// outputs are asked for (empty: all). Results stand in scratch.output, as they come, not scaled.  All
+// products are multiplied by `boost`. False: halted.
 bool RunSweep(const SweepPlan& plan, std::span<const float* const> factors, std::span<const char> wanted,
               float boost, SweepScratch& scratch);
 

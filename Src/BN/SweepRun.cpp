@@ -3,9 +3,19 @@
 #include "BN/Sweep.h"
 #include "Basic/Progress.h"
 
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
+
+// Vectors are only passed to functions that are compiled into their caller.
+#pragma GCC diagnostic ignored "-Wpsabi"
+
 namespace talora {
 
 namespace {
+
+using Lanes = float __attribute__((vector_size(64)));
+using LanesInMemory = float __attribute__((vector_size(64), aligned(4), may_alias));
 
 constexpr int64_t kPollEntries = 1 << 20;  // between two looks at the halt flag
 
@@ -51,26 +61,26 @@ void GrowTo(Vector& vector, size_t size)
     vector = Vector(size);
 }
 
-// Places of the outputs; those that are summed in doubles get zeroed doubles beside.
+// Places of the outputs, each with room behind; those that are summed in doubles get zeroed doubles.
 void PlaceOutputs(const SweepPlan& plan, SweepScratch& scratch)
 {
     size_t entries = 0, wide = 0;
-    for (int o = 0; o < plan.num_outputs; ++o) {
-        entries += size_t(plan.output_size[size_t(o)]);
-        if (plan.flush_steps[size_t(o)] != 0) wide += size_t(plan.output_size[size_t(o)]);
+    for (const SweepOutput& output : plan.outputs) {
+        entries += size_t(output.size) + kSweepPadding;
+        if (output.wide) wide += size_t(output.size);
     }
     GrowTo(scratch.results, entries);
     GrowTo(scratch.wide, wide);
     std::fill_n(scratch.wide.begin(), wide, 0.0);
-    GrowTo(scratch.output, size_t(plan.num_outputs));
-    GrowTo(scratch.wide_output, size_t(plan.num_outputs));
+    GrowTo(scratch.output, plan.outputs.size());
+    GrowTo(scratch.wide_output, plan.outputs.size());
     float* place = scratch.results.data();
     double* wide_place = scratch.wide.data();
-    for (size_t o = 0; o < size_t(plan.num_outputs); ++o) {
+    for (size_t o = 0; o < plan.outputs.size(); ++o) {
         scratch.output[o] = place;
         scratch.wide_output[o] = wide_place;
-        place += plan.output_size[o];
-        if (plan.flush_steps[o] != 0) wide_place += plan.output_size[o];
+        place += plan.outputs[o].size + kSweepPadding;
+        if (plan.outputs[o].wide) wide_place += plan.outputs[o].size;
     }
 }
 
@@ -81,15 +91,15 @@ bool RunSweep(const SweepPlan& plan, std::span<const float* const> factors, std:
 {
     static const RunFunction run = ChooseRun();
     PlaceOutputs(plan, scratch);
-    GrowTo(scratch.buffers, size_t(plan.num_buffers + plan.num_outputs) * size_t(plan.block));
+    GrowTo(scratch.buffers, size_t(plan.num_buffers + plan.num_outputs + 1) * size_t(plan.Stride()));
     GrowTo(scratch.views, size_t(plan.num_buffers));
     scratch.offsets.assign(size_t(plan.num_factors + plan.num_outputs), 0);
     scratch.indexes.assign(plan.loop_sizes.size(), 0);
     scratch.sums.assign(size_t(plan.num_outputs), {});
     if (!run(plan, factors.data(), wanted.empty() ? nullptr : wanted.data(), boost, scratch)) return false;
-    for (size_t o = 0; o < size_t(plan.num_outputs); ++o)
-        if (plan.flush_steps[o] != 0 && (wanted.empty() || wanted[o]))
-            std::copy_n(scratch.wide_output[o], plan.output_size[o], scratch.output[o]);
+    for (size_t o = 0; o < plan.outputs.size(); ++o)
+        if (plan.outputs[o].wide && (wanted.empty() || wanted[o]))
+            std::copy_n(scratch.wide_output[o], plan.outputs[o].size, scratch.output[o]);
     return true;
 }
 
