@@ -19,6 +19,7 @@ using LanesInMemory = float __attribute__((vector_size(64), aligned(4), may_alia
 
 constexpr int64_t kPollEntries = 1 << 20;  // between two looks at the halt flag
 
+#define TALORA_SWEEP_PERMUTES 0
 namespace plain {
 #include "BN/SweepKernels.inc"
 }
@@ -33,6 +34,8 @@ namespace avx2 {
 #pragma GCC pop_options
 #pragma GCC push_options
 #pragma GCC target("avx512f,avx512vl,avx512bw,avx512dq,prefer-vector-width=512")
+#undef TALORA_SWEEP_PERMUTES
+#define TALORA_SWEEP_PERMUTES 1
 namespace avx512 {
 #include "BN/SweepKernels.inc"
 }
