@@ -16,6 +16,8 @@ namespace {
 
 using Lanes = float __attribute__((vector_size(64)));
 using LanesInMemory = float __attribute__((vector_size(64), aligned(4), may_alias));
+using LaneIndexes = int32_t __attribute__((vector_size(64)));
+using PlacesInMemory = uint16_t __attribute__((vector_size(32), aligned(2), may_alias));
 
 constexpr int64_t kPollEntries = 1 << 20;  // between two looks at the halt flag
 
