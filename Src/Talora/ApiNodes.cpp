@@ -1,0 +1,201 @@
+// Interface functions: nodes and their properties.
+#include <algorithm>
+#include <iterator>
+
+#include "BN/BnBasicOps1.h"
+#include "BN/BnEdit.h"
+#include "Basic/Text.h"
+#include "Talora/APICheck.h"
+#include "Talora/ApiFields.h"
+
+using namespace talora;
+
+namespace {
+
+// The value of an enumeration from its word, as written in files.
+template <class Enum, class WordOf>
+Enum EnumArgument(const char* argument, const char* word, int count, WordOf&& word_of)
+{
+    const std::string text = NarrowText(word);
+    for (int value = 0; value < count; ++value)
+        if (text == word_of(Enum(value))) return Enum(value);
+    Fail(6204, "in argument '%s', '%.80s' is not a known word", argument, text.c_str());
+}
+
+}  // namespace
+
+node_bn* NewNode_bn(const char* name, int num_states, net_bn* net)
+{
+    return CallApi(__func__, net, static_cast<node_bn*>(nullptr),
+                   [&] { return AddNode(*net, NameArgument(name, "name"), num_states); });
+}
+
+void DeleteNode_bn(node_bn* node)
+{
+    CallApi(__func__, node, [&] { DeleteNode(*node); });
+}
+
+nodelist_bn* CopyNodes_bn(const nodelist_bn* nodes, net_bn* net, const char* options)
+{
+    return CallApi2(__func__, net, nodes, static_cast<nodelist_bn*>(nullptr), [&]() -> nodelist_bn* {
+        CheckListEntries(nodes);
+        const uint32_t given = OptionsArgument(options, {"no_links", "no_tables", "dont_return_list"});
+        const bool returns_list = (given & 4) == 0;
+        nodelist_bn* list = returns_list ? NewNodeList(*net->env, 0) : nullptr;
+        try {
+            std::vector<Node*> made = CopyNodes(nodes->nodes, *net, {(given & 1) != 0, (given & 2) != 0});
+            if (list) list->nodes = std::move(made);
+        } catch (...) {
+            if (list) DeleteNodeList(list);
+            throw;
+        }
+        return list;
+    });
+}
+
+net_bn* GetNodeNet_bn(const node_bn* node)
+{
+    return CallApi(__func__, node, static_cast<net_bn*>(nullptr), [&] { return node->net; });
+}
+
+void SetNodeName_bn(node_bn* node, const char* name)
+{
+    CallApi(__func__, node, [&] { RenameNode(*node, NameArgument(name, "name", true)); });
+}
+
+const char* GetNodeName_bn(const node_bn* node)
+{
+    return CallApi(__func__, node, static_cast<const char*>(nullptr), [&] { return node->name.c_str(); });
+}
+
+void SetNodeTitle_bn(node_bn* node, const char* title)
+{
+    CallApi(__func__, node, [&] { Change(*node, node->text.title, TextArgument(title), NO_EFFECT, "change title"); });
+}
+
+const char* GetNodeTitle_bn(const node_bn* node)
+{
+    return CallApi(__func__, node, static_cast<const char*>(nullptr), [&] { return node->text.title.c_str(); });
+}
+
+void SetNodeComment_bn(node_bn* node, const char* comment)
+{
+    CallApi(__func__, node, [&] { Change(*node, node->text.comment, TextArgument(comment), NO_EFFECT, "change comment"); });
+}
+
+const char* GetNodeComment_bn(const node_bn* node)
+{
+    return CallApi(__func__, node, static_cast<const char*>(nullptr), [&] { return node->text.comment.c_str(); });
+}
+
+void SetNodeUnits_bn(node_bn* node, const char* units)
+{
+    CallApi(__func__, node, [&] { Change(*node, node->units, TextArgument(units), NO_EFFECT, "change units"); });
+}
+
+const char* GetNodeUnits_bn(const node_bn* node)
+{
+    return CallApi(__func__, node, static_cast<const char*>(nullptr), [&] { return node->units.c_str(); });
+}
+
+void SetNodeAuthor_bn(node_bn* node, const char* author)
+{
+    CallApi(__func__, node, [&] { Change(*node, node->text.author, TextArgument(author), NO_EFFECT, "change author"); });
+}
+
+const char* GetNodeAuthor_bn(const node_bn* node)
+{
+    return CallApi(__func__, node, static_cast<const char*>(nullptr), [&] { return node->text.author.c_str(); });
+}
+
+void SetNodeLastChange_bn(node_bn* node, const char* who, uint32_t when)
+{
+    CallApi(__func__, node, [&] { Change(*node, node->text, WithLastChange(node->text, who, when), NO_EFFECT, "set last change"); });
+}
+
+const char* GetNodeLastChange_bn(const node_bn* node, uint32_t* when)
+{
+    return CallApi(__func__, node, static_cast<const char*>(nullptr), [&] {
+        if (when) *when = node->text.when_changed;
+        return node->text.who_changed.c_str();
+    });
+}
+
+void SetNodeUserData_bn(node_bn* node, void* data)
+{
+    CallApi(__func__, node, [&] { node->user_data = data; });
+}
+
+void* GetNodeUserData_bn(const node_bn* node)
+{
+    return CallApi(__func__, node, static_cast<void*>(nullptr), [&] { return node->user_data; });
+}
+
+void SetNodeUserField_bn(node_bn* node, const char* name, const void* value, int length, int kind)
+{
+    CallApi(__func__, node, [&] {
+        Change(*node, node->text.user_fields, WithUserField(node->text, name, value, length, kind), NO_EFFECT, "change user field");
+    });
+}
+
+const char* GetNodeUserField_bn(const node_bn* node, const char* name, int* length, int kind)
+{
+    return CallApi(__func__, node, static_cast<const char*>(nullptr), [&] { return FindUserField(node->text, name, length, kind); });
+}
+
+void GetNodeNthUserField_bn(const node_bn* node, int index, const char** name, const char** value, int* length, int kind)
+{
+    ClearUserField(name, value, length);
+    CallApi(__func__, node, [&] { NthUserField(node->text, index, name, value, length, kind); });
+}
+
+void SetNodeKind_bn(node_bn* node, nodekind_bn kind)
+{
+    CallApi(__func__, node, [&] { SetKind(*node, kind); });
+}
+
+nodekind_bn GetNodeKind_bn(const node_bn* node)
+{
+    return CallApi(__func__, node, nodekind_bn(0), [&] { return nodekind_bn(node->kind); });
+}
+
+nodetype_bn GetNodeType_bn(const node_bn* node)
+{
+    return CallApi(__func__, node, nodetype_bn(0), [&] { return IsDiscrete(*node) ? DISCRETE_TYPE : CONTINUOUS_TYPE; });
+}
+
+void SetNodeMeasure_bn(node_bn* node, const char* measure)
+{
+    CallApi(__func__, node, [&] {
+        Change(*node, node->measure, EnumArgument<Measure>("measure", measure, 6, MeasureWord), NO_EFFECT, "change measure");
+    });
+}
+
+const char* GetNodeMeasure_bn(const node_bn* node)
+{
+    return CallApi(__func__, node, static_cast<const char*>(nullptr), [&] { return MeasureWord(node->measure); });
+}
+
+void SetNodeRelation_bn(node_bn* node, const char* relation)
+{
+    CallApi(__func__, node, [&] {
+        Change(*node, node->relation, EnumArgument<Relation>("relation", relation, 4, RelationWord), NO_EFFECT, "change relation");
+    });
+}
+
+const char* GetNodeRelation_bn(const node_bn* node)
+{
+    return CallApi(__func__, node, static_cast<const char*>(nullptr), [&] { return RelationWord(node->relation); });
+}
+
+const char* GetNodeEquation_bn(const node_bn* node)
+{
+    return CallApi(__func__, node, static_cast<const char*>(nullptr), [&] { return node->equation.c_str(); });
+}
+
+int GetNodeLabel_bn(const node_bn* node, const char* options, char* label, int max_chars)
+{
+    return CallApi(__func__, node, -1, [&] {
+        return WriteLabel(node->text.title.empty() ? node->name : node->text.title, options, label, max_chars);
+    });
+}

@@ -1,0 +1,142 @@
+// Interface functions: states and levels of nodes.
+#include "BN/BnBasicOps1.h"
+#include "BN/BnEdit.h"
+#include "Basic/Names.h"
+#include "Basic/Text.h"
+#include "Talora/APICheck.h"
+#include "Talora/ApiFields.h"
+
+using namespace talora;
+
+namespace {
+
+// One text of one state, changed through a copy of them all.
+void ChangeStateText(Node& node, int state, std::string StateText::*member, std::string text, const char* what)
+{
+    CheckState(node, state);
+    std::vector<StateText> texts = node.states.texts;
+    if (int(texts.size()) <= state) {
+        if (text.empty()) return;
+        texts.resize(size_t(state) + 1);
+    }
+    texts[state].*member = std::move(text);
+    Change(node, node.states.texts, std::move(texts), NO_EFFECT, what);
+}
+
+std::string LevelText(double level)
+{
+    if (level == InfinityDbl()) return "infinity";
+    if (level == -InfinityDbl()) return "-infinity";
+    return FormatReal15(level);
+}
+
+// Title, name, interval of a discretised node, or number.
+std::string StateLabel(const Node& node, int state)
+{
+    if (!StateTitle(node, state).empty()) return StateTitle(node, state);
+    const std::vector<double>& levels = node.states.levels;
+    if (StateName(node, state).empty() && !IsDiscrete(node) && state + 1 < int(levels.size()))
+        return LevelText(levels[state]) + " to " + LevelText(levels[state + 1]);
+    return StateWord(node, state);
+}
+
+}  // namespace
+
+int GetNodeNumberStates_bn(const node_bn* node)
+{
+    return CallApi(__func__, node, -1, [&] { return NumStates(*node); });
+}
+
+void SetNodeStateName_bn(node_bn* node, state_bn state, const char* state_name)
+{
+    CallApi(__func__, node, [&] { SetStateName(*node, state, TextArgument(state_name)); });
+}
+
+void SetNodeStateNames_bn(node_bn* node, const char* state_names)
+{
+    CallApi(__func__, node, [&] { SetStateNames(*node, SplitNames(TextArgument(state_names))); });
+}
+
+const char* GetNodeStateName_bn(const node_bn* node, state_bn state)
+{
+    return CallApi(__func__, node, static_cast<const char*>(nullptr), [&] {
+        CheckState(*node, state);
+        return StateName(*node, state).c_str();
+    });
+}
+
+void SetNodeStateTitle_bn(node_bn* node, state_bn state, const char* title)
+{
+    CallApi(__func__, node, [&] { ChangeStateText(*node, state, &StateText::title, TextArgument(title), "change state title"); });
+}
+
+const char* GetNodeStateTitle_bn(const node_bn* node, state_bn state)
+{
+    return CallApi(__func__, node, static_cast<const char*>(nullptr), [&] {
+        CheckState(*node, state);
+        return StateTitle(*node, state).c_str();
+    });
+}
+
+void SetNodeStateComment_bn(node_bn* node, state_bn state, const char* comment)
+{
+    CallApi(__func__, node, [&] { ChangeStateText(*node, state, &StateText::comment, TextArgument(comment), "change state comment"); });
+}
+
+const char* GetNodeStateComment_bn(const node_bn* node, state_bn state)
+{
+    return CallApi(__func__, node, static_cast<const char*>(nullptr), [&] {
+        CheckState(*node, state);
+        return StateComment(*node, state).c_str();
+    });
+}
+
+state_bn GetStateNamed_bn(const char* name, const node_bn* node)
+{
+    return CallApi(__func__, node, int(UNDEF_STATE), [&] {
+        if (name == nullptr && CheckingLevel() >= QUICK_CHECK) Fail(5114, "NULL passed for name");
+        return FindState(*node, NarrowText(name));
+    });
+}
+
+int GetNodeStateLabel_bn(const node_bn* node, state_bn state, const char* options, char* label, int max_chars)
+{
+    return CallApi(__func__, node, -1, [&] {
+        CheckState(*node, state);
+        return WriteLabel(StateLabel(*node, state), options, label, max_chars);
+    });
+}
+
+void AddNodeStates_bn(node_bn* node, state_bn first_state, const char* state_names, int num_states, double cpt_fill)
+{
+    CallApi(__func__, node, [&] { AddStates(*node, first_state, SplitNames(TextArgument(state_names)), num_states, cpt_fill); });
+}
+
+void RemoveNodeState_bn(node_bn* node, state_bn state)
+{
+    CallApi(__func__, node, [&] { RemoveState(*node, state); });
+}
+
+void ReorderNodeStates_bn(node_bn* node, const state_bn* new_order)
+{
+    CallApi(__func__, node, [&] {
+        if (new_order == nullptr) Fail(6205, "argument 'new_order' is NULL, for >-Bnode %s", node->name.c_str());
+        ReorderStates(*node, std::vector<int>(new_order, new_order + NumStates(*node)));
+    });
+}
+
+void SetNodeLevels_bn(node_bn* node, int num_states, const level_bn* levels)
+{
+    CallApi(__func__, node, [&] { SetLevels(*node, num_states, levels); });
+}
+
+const level_bn* GetNodeLevels_bn(const node_bn* node)
+{
+    return CallApi(__func__, node, static_cast<const level_bn*>(nullptr),
+                   [&] { return node->states.levels.empty() ? nullptr : node->states.levels.data(); });
+}
+
+int GetNodeNumberLevels_bn(const node_bn* node)
+{
+    return CallApi(__func__, node, -1, [&] { return int(node->states.levels.size()); });
+}
