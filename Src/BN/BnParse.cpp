@@ -487,7 +487,6 @@ void NetReader::ReadNodeField(NodeReader& reader, int field)
 
 void NetReader::Inherit(NodeReader& reader)
 {
-    reader.block_ended = !options_.inherit_in_first_pass;
     const size_t here = text.At();
     for (const DefineNode* define : reader.defines) {
         for (const Statement& statement : define->statements) {
@@ -576,9 +575,12 @@ void NetReader::ReadDefine()
         NeedPunctuation(';', 2926, std::string(word.substr(0, 40)).c_str());
         Poll();
     }
+    // Statements of the bases go first: what a definition adds may hang on them.
+    const auto num_own = static_cast<ptrdiff_t>(define.statements.size());
     for (const DefineNode* base : bases)
         for (const Statement& statement : base->statements)
             if (!has(statement.field)) define.statements.push_back(statement);
+    std::rotate(define.statements.begin(), define.statements.begin() + num_own, define.statements.end());
     NeedPunctuation(';', 2925, title.c_str());
     std::string name = define.name;
     defines_.emplace(std::move(name), std::move(define));

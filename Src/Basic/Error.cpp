@@ -375,13 +375,6 @@ report_vx* Warn(int number, const char* format, ...)
 
 report_vx* WarnAt(const FilePlace& place, int number, const char* format, ...)
 {
-    if (place.num_warnings != nullptr) {
-        const int count = ++(*place.num_warnings)[number];
-        if (count > kSameWarnings) return nullptr;
-        if (count == kSameWarnings)
-            return Report({.severity = WARNING_SEV, .number = number, .place = place},
-                          "More warnings of the form: %s", ExpandMarkup(format).c_str());
-    }
     TALORA_REPORT(ReportArgs{.severity = WARNING_SEV, .number = number, .place = place});
     return record;
 }

@@ -17,7 +17,6 @@
 #include <cstdarg>
 #include <cstdint>
 #include <string>
-#include <unordered_map>
 
 #include "Basic/Handle.h"
 
@@ -47,14 +46,10 @@ constexpr int kMaxRecordsPerThread = 10000;
 constexpr int kMessageBytes = 512;
 constexpr int64_t kNoPosition = -1;
 
-// A reader tells of so many warnings of one number, then once that there are more, then no more.
-constexpr int kSameWarnings = 50;
-
 // Where a reader stands in a file, for records about its contents.
 struct FilePlace {
     const char* file = nullptr;
     int64_t position = kNoPosition;  // line number
-    std::unordered_map<int, int>* num_warnings = nullptr;  // of this read, by number; null: all are told
     const char* context = nullptr;  // ends the message: ", while reading field `x` of node 'A'"
 };
 

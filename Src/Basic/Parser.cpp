@@ -133,7 +133,6 @@ FilePlace Tokenizer::PlaceOf(size_t at)
     FilePlace place;
     place.file = file_;
     place.position = LineOf(std::min(at, static_cast<size_t>(end_ - begin_)));
-    place.num_warnings = &num_warnings_;
     place.context = context.c_str();
     return place;
 }

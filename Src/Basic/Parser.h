@@ -11,7 +11,6 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 #include "Basic/Error.h"
@@ -81,7 +80,6 @@ private:
     const char* at_;
     const char* token_;
     const char* file_;
-    std::unordered_map<int, int> num_warnings_;
     std::vector<int64_t> lines_;  // lines_[i]: line breaks before byte i * kLineBlock, as far as needed yet
 };
 
