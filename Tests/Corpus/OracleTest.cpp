@@ -126,8 +126,8 @@ TEST_P(OracleTest, BeliefsAndProbability)
         }
         ASSERT_EQ(GetError_vx(env_, ERROR_ERR, 0, nullptr), nullptr) << ListErrors_vx(env_, 1, 5);
     }
-    std::printf("    %-12s %3d queries, largest error: beliefs %.1e, log-probability %.1e\n", GetParam(), num_queries,
-                belief_error, log_error);
+    std::printf("    %-12s %3d queries, largest error: beliefs %.1e, log-probability %.1e\n", GetParam(),
+                num_queries, belief_error, log_error);
 }
 
 // The cliques of a tree as sets of names: they do not depend on how the tree is joined.
@@ -137,7 +137,8 @@ std::set<std::set<std::string>> CliquesOf(net_bn* net)
     for (int i = 0; i < GetNetNumCliques_bn(net); ++i) {
         std::set<std::string> members;
         const nodelist_bn* nodes = GetCliqueNodes_bn(net, i);
-        for (int k = 0; k < LengthNodeList_bn(nodes); ++k) members.insert(GetNodeName_bn(NthNode_bn(nodes, k)));
+        for (int k = 0; k < LengthNodeList_bn(nodes); ++k)
+            members.insert(GetNodeName_bn(NthNode_bn(nodes, k)));
         cliques.insert(members);
     }
     return cliques;
@@ -153,7 +154,8 @@ TEST_P(OracleTest, OrderAndSizes)
     CompileNet_bn(net);
     std::vector<std::string> order;
     const nodelist_bn* stored = GetNetElimOrder_bn(net);
-    for (int i = 0; i < LengthNodeList_bn(stored); ++i) order.push_back(GetNodeName_bn(NthNode_bn(stored, i)));
+    for (int i = 0; i < LengthNodeList_bn(stored); ++i)
+        order.push_back(GetNodeName_bn(NthNode_bn(stored, i)));
     EXPECT_EQ(order, oracle["order"].get<std::vector<std::string>>());
 
     double cliques = 0, with_separators = 0;
@@ -173,9 +175,9 @@ TEST_P(OracleTest, OrderAndSizes)
 }
 
 INSTANTIATE_TEST_SUITE_P(Corpus, OracleTest,
-                         testing::Values("asia", "cancer", "earthquake", "survey", "sachs", "child", "insurance", "alarm",
-                                         "hailfinder", "win95pts", "hepar2", "andes", "pathfinder", "water", "pigs",
-                                         "munin1"),
+                         testing::Values("asia", "cancer", "earthquake", "survey", "sachs", "child",
+                                         "insurance", "alarm", "hailfinder", "win95pts", "hepar2", "andes",
+                                         "pathfinder", "water", "pigs", "munin1"),
                          [](const auto& info) { return std::string(info.param); });
 
 // State values: means and deviations of discrete nodes with levels and of discretised nodes.
@@ -192,7 +194,9 @@ TEST(ExpectedValueOracleTest, MeansAndDeviations)
     CompileNet_bn(net);
     for (const auto& [name, values] : oracle["state_values"].items())
         for (size_t state = 0; state < values.size(); ++state)
-            EXPECT_NEAR(GetNodeStateValue_bn(NodeOf(net, name), int(state)), values[state].get<double>(), 1e-9) << name;
+            EXPECT_NEAR(GetNodeStateValue_bn(NodeOf(net, name), int(state)), values[state].get<double>(),
+                        1e-9)
+                << name;
     for (const json& query : oracle["expected"]) {
         RetractNetFindings_bn(net);
         for (const auto& [name, state] : query["findings"].items()) {

@@ -17,6 +17,7 @@ protected:
     {
         env_ = NewTaloraEnviron_vx(nullptr, nullptr);
         ASSERT_GE(InitTalora2_bn(env_, nullptr), 0);
+        ClearErrors_vx(env_, XXX_ERR);
         net_ = NewNet_bn("Garden", env_);
         rain_ = Add("Rain", {}, {0.2f, 0.8f});
         sprinkler_ = Add("Sprinkler", {}, {0.4f, 0.6f});
@@ -78,16 +79,19 @@ TEST_F(FindingsApiTest, RefusedFindings)
         {"another state", 0, enter(rain_, 0), enter(rain_, 1), 3310},
         {"state ruled out before", 0, [&] { EnterFindingNot_bn(rain_, 0); }, enter(rain_, 0), 3313},
         {"ruling out the state entered", 0, enter(rain_, 0), [&] { EnterFindingNot_bn(rain_, 0); }, 3311},
-        {"ruling out every state", 0, [&] { EnterFindingNot_bn(rain_, 0); }, [&] { EnterFindingNot_bn(rain_, 1); }, 3312},
+        {"ruling out every state", 0, [&] { EnterFindingNot_bn(rain_, 0); },
+         [&] { EnterFindingNot_bn(rain_, 1); }, 3312},
         {"likelihood of zeros", 0, nothing, [&] { EnterNodeLikelihood_bn(rain_, no_good.data()); }, 3382},
         {"negative likelihood", 0, nothing, [&] { EnterNodeLikelihood_bn(rain_, negative.data()); }, 6036},
-        {"state forced by parents", BELIEF_UPDATE, enter(rain_, 0), enter(wet_, 1), 3319},
+        {"state forced by both parents", BELIEF_UPDATE,
+         [&] { EnterFinding_bn(rain_, 0), EnterFinding_bn(sprinkler_, 1); }, enter(wet_, 1), 3319},
         {"belief is 0", BELIEF_UPDATE, enter(wet_, 1), enter(rain_, 0), 3302},
         {"likelihood against the model", BELIEF_UPDATE, [&] { EnterFinding_bn(wet_, 1); },
          [&] { EnterFindingNot_bn(rain_, 1); }, 3303},
         {"not checked without auto-update", 0, enter(wet_, 1), enter(rain_, 0), 0},
         {"value outside the levels", 0, nothing, [&] { EnterNodeValue_bn(depth_, 11); }, 6039},
-        {"another value", 0, [&] { EnterNodeValue_bn(depth_, 2); }, [&] { EnterNodeValue_bn(depth_, 2.5); }, 3306},
+        {"another value", 0, [&] { EnterNodeValue_bn(depth_, 2); }, [&] { EnterNodeValue_bn(depth_, 2.5); },
+         3306},
         {"value in another state", 0, enter(depth_, 0), [&] { EnterNodeValue_bn(depth_, 2); }, 3320},
         {"undefined value", 0, nothing, [&] { EnterNodeValue_bn(depth_, GetUndefDbl_vx()); }, 6037},
     };
@@ -224,7 +228,10 @@ TEST_F(FindingsApiTest, ElimOrderChecks)
     const Case cases[] = {
         {"in order", {slip_, wet_, rain_, sprinkler_, depth_}, 0, ""},
         {"empty entry", {slip_, nullptr}, 3556, "contains a NULL"},
-        {"other net", {slip_, stranger}, 3277, "contains a node not in the net (node 'Stranger' of net 'Other')"},
+        {"other net",
+         {slip_, stranger},
+         3277,
+         "contains a node not in the net (node 'Stranger' of net 'Other')"},
         {"twice", {slip_, slip_}, 3277, "contains a duplicate node (named 'Slip')"},
         {"utility node", {value, value}, 3277, "contains a utility_node (named 'Value')"},
         {"one left out", {slip_, wet_, rain_, depth_}, 3277, "is missing a node (named 'Sprinkler')"},
