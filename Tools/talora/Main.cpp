@@ -100,7 +100,7 @@ std::string VersionText(environ_vx* env)
 {
     const char* version = "";
     GetTaloraVersion_bn(env, &version);
-    return std::string("talora ") + version;
+    return version;
 }
 
 // Parses and runs.  Help and version are answered by the parser with an exception of status 0.
