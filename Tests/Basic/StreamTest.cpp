@@ -29,6 +29,7 @@ protected:
     }
     void TearDown() override
     {
+        ClearErrors_vx(env_, XXX_ERR);  // some belong to no environment
         CloseTalora_bn(env_, nullptr);
         fs::remove_all(folder_);
     }
