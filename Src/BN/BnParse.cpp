@@ -664,7 +664,8 @@ void NetReader::CheckNoCycle()
 std::string NetReader::ReadName(const char* what)
 {
     const std::string_view word = text.ReadWord();
-    if (word.empty() || !IsLegalName(word))
+    const bool is_star = word == "*" && std::strcmp(what, "node") == 0;  // a node may be called that
+    if (!is_star && !IsLegalName(word))
         FailAt(text.Place(), 2917, "'%s' is not a legal name for a %s",
                (word.empty() ? text.PeekText() : std::string(word.substr(0, 40))).c_str(), what);
     return std::string(word);
