@@ -230,6 +230,7 @@ struct Propagation::Engine {
     std::vector<int> sizes, axis_of;
     std::vector<char> wanted;
     std::vector<float> weights;  // of a variable's states
+    std::vector<double> sums;    // of a variable's states
     std::vector<int> way;        // from a target to the root
     TableVector<float> family_tables;
 
@@ -730,7 +731,8 @@ struct Propagation::Engine {
             for (int v : scope) count *= NumStates(v);
             total += count;
         }
-        if (int64_t(family_tables.size()) < total + kSweepPadding) family_tables = TableVector<float>(size_t(total) + kSweepPadding);
+        if (int64_t(family_tables.size()) < total + kSweepPadding)
+            family_tables = TableVector<float>(size_t(total) + kSweepPadding);
         factor_entries.clear();
         for (size_t k = 0; k < starts.size(); ++k) {
             WriteFamily(RequestFor(families[p][k], with_findings), family_tables.data() + starts[k]);
@@ -1004,11 +1006,11 @@ struct Propagation::Engine {
             if (v != variable && IsFree(v)) stride *= NumStates(v);
         }
         const int num_states = NumStates(variable);
-        std::vector<double> sums(static_cast<size_t>(num_states));
+        sums.assign(size_t(num_states), 0);
         for (int64_t i = 0; i < a.count;)
-            for (int s = 0; s < num_states; ++s)
-                for (int64_t end = i + stride; i < end; ++i)
-                    sums[size_t(s)] += double(a.entries[i]) * double(b.entries[i]);
+            for (double& sum : sums)
+                for (const int64_t end = i + stride; i < end; ++i)
+                    sum += double(a.entries[i]) * double(b.entries[i]);
         double total = 0;
         for (double sum : sums) total += sum;
         for (int s = 0; s < num_states; ++s) belief[s] = float(sums[size_t(s)] / total);
