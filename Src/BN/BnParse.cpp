@@ -350,7 +350,7 @@ void NetReader::ReadDefineList(const char* what, const char* name, std::vector<c
         if (define == nullptr)
             FailAt(text.Place(), 2929, "declaration of %s '%s' tries to inherit from a %s not yet defined",
                    what, name, "define node");
-        if (std::find(defines.begin(), defines.end(), define) == defines.end()) defines.push_back(define);
+        defines.push_back(define);  // named twice it gives nothing more
         if (!text.TryRead(',') && text.Peek() != ')') FailAt(text.PlaceOf(text.At()), 3297, "missing comma");
     }
 }
@@ -592,7 +592,7 @@ void NetReader::ReadNodeSet()
 {
     const size_t name_at = text.At();
     NodeSet set{ReadName("node set"), {}};
-    if (FindNodeSet(*net_, set.name) != nullptr)
+    if (!node_set_names_.insert(set.name).second)
         FailAt(text.PlaceOf(name_at), 4116, "more than one %s with the name '%s'", "node set",
                set.name.c_str());
     text.context = ", while reading node set '" + set.name + "'";

@@ -17,6 +17,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "BN/Bnet.h"
@@ -137,6 +138,7 @@ private:
     std::vector<NodeReader> put_off_;
     std::vector<char> blocks_read_;  // by node index
     std::unordered_map<std::string, DefineNode> defines_;
+    std::unordered_set<std::string> node_set_names_;
     size_t inherited_bytes_ = 0;
 };
 

@@ -301,6 +301,7 @@ bool Parents(NodeReader& r)
         FailAt(r.Text().Place(), 2939, "a DISCONNECTED node can't have parents");
     std::vector<Link> links(parents->size());
     for (size_t i = 0; i < links.size(); ++i) links[i].parent = (*parents)[i];
+    ReserveLinks(r.node, links);
     Change(r.node, r.node.links, std::move(links), RELINKS, "read net");
     return true;
 }

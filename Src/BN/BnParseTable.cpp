@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <climits>
 #include <cmath>
+#include <unordered_map>
 
 #include "BN/BnParse.h"
 #include "BN/BnProbs.h"
@@ -320,12 +321,31 @@ bool HoldsReals(NodeReader& r)
     return reals;
 }
 
-int32_t ReadStateEntry(NodeReader& r, const TableReader& table, int64_t index)
+// The states of a node by name, for tables that name many.
+class StateIndex {
+public:
+    explicit StateIndex(const Node& node)
+    {
+        for (size_t i = 0; i < node.states.texts.size(); ++i)
+            if (!node.states.texts[i].name.empty())
+                states_.emplace(node.states.texts[i].name, static_cast<int32_t>(i));
+    }
+    int32_t Find(std::string_view name) const
+    {
+        const auto found = states_.find(name);
+        return found == states_.end() ? int32_t{UNDEF_STATE} : found->second;
+    }
+
+private:
+    std::unordered_map<std::string_view, int32_t> states_;
+};
+
+int32_t ReadStateEntry(NodeReader& r, const TableReader& table, int64_t index, const StateIndex& states)
 {
     const std::string_view word = ReadEscape(r.Text(), table, index, r.Name());
     if (word == "@undef") return UNDEF_STATE;
     if (word == "@imposs") return IMPOSS_STATE;
-    const int state = FindState(r.node, word);
+    const int32_t state = states.Find(word);
     double number;
     if (state >= 0) return state;
     if (word.starts_with('#') && ParseReal(word.substr(1), number) && number >= 0 &&
@@ -405,11 +425,15 @@ void ReadByCondition(NodeReader& r, TableReader& table)
     Tokenizer& t = r.Text();
     TableVector<int32_t> states(static_cast<size_t>(table.NumEntries()), UNDEF_STATE);
     std::vector<bool> set(states.size());
+    const StateIndex names(r.node);
+    size_t num_conditions = 0;
     do {
+        if (++num_conditions > states.size())
+            FailAt(t.PlaceOf(t.At()), 2996, "there are more conditions than configurations of the parents");
         const std::vector<int> condition = ReadCondition(r);
         if (t.Peek() != ':') FailAt(t.PlaceOf(t.At()), 2995, "missing ':' behind the condition");
         t.GoTo(t.At() + 1);
-        const int32_t state = ReadStateEntry(r, table, 0);
+        const int32_t state = ReadStateEntry(r, table, 0, names);
         for (size_t row = 0; row < states.size(); ++row)
             if (!set[row] && Matches(r.node, condition, static_cast<int64_t>(row))) {
                 states[row] = state;
@@ -434,8 +458,9 @@ bool FuncTable(NodeReader& r)
             [&](int64_t i) { tables.func_reals.push_back(ReadRealEntry(r.Text(), table, i, r.Name())); },
             [](int64_t) {});
     } else {
+        const StateIndex names(r.node);
         Reserve(r, tables.func_states, table.NumEntries(), r.reader.BytesLeft());
-        table.Read([&](int64_t i) { tables.func_states.push_back(ReadStateEntry(r, table, i)); },
+        table.Read([&](int64_t i) { tables.func_states.push_back(ReadStateEntry(r, table, i, names)); },
                    [](int64_t) {});
     }
     return true;

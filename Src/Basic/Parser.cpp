@@ -13,7 +13,7 @@ namespace talora {
 
 namespace {
 
-constexpr size_t kLineBlock = 4096;
+constexpr size_t kLineBlock = 512;
 
 enum CharClass : uint8_t { WORD_CHAR, BLANK_CHAR, PUNCTUATION_CHAR, SLASH_CHAR, ZERO_CHAR };
 

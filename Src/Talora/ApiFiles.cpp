@@ -1,4 +1,5 @@
 // Interface functions: streams, reading and writing of nets.
+#include <new>
 #include <string>
 
 #include "BN/BnCompile.h"
@@ -44,6 +45,10 @@ void CompileRead(Net& net)
     } catch (const Unwind& failure) {
         if (failure.record != nullptr) failure.record->severity = WARNING_SEV;
         ThisThread().failed = false;
+    } catch (const OutOfMemory& failure) {
+        Warn(5624, "the >-net was not compiled: %s", failure.message);
+    } catch (const std::bad_alloc&) {
+        Warn(5624, "the >-net was not compiled: %s", "not enough memory");
     }
 }
 

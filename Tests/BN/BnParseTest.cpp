@@ -196,6 +196,7 @@ TEST_F(BnParseTest, FaultsOfTables)
          false},
         {"real function", "discrete = FALSE; parents = (Q); functable = (1.5, @undef, -2e3);", {}, true},
         {"by condition", ab + "functable = (no, @any) : x, (yes, b) : y;", {}, true},
+        {"more conditions than rows", "states = (x, y); parents = (P); functable = (no) : x, (no) : y, (yes) : x;", {2996}, false},
         {"condition too short", ab + "functable = (no) : x;", {2551}, false},
         {"condition too long", ab + "functable = (no, a, b) : x;", {2554}, false},
         {"condition empty", ab + "functable = (no, a) : x, (no, ,) : x;", {2553}, false},
