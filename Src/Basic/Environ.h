@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "Basic/Handle.h"
+#include "Basic/RandomNum.h"
 #include "Talora.h"
 
 namespace talora {
@@ -38,6 +39,10 @@ struct environ_vx {
     std::vector<net_bn*> nets;
     std::vector<nodelist_bn*> lists;  // made for callers
     std::vector<stream_vx*> streams;
+    std::vector<randgen_vx*> random_gens;  // made for callers
+
+    talora::RandomState random = talora::SeededState(0);  // the default generator, under RandomLock
+    bool reproducible = false;  // seeds from the clock become a mere count
 
     std::string name;
     bool remote = false;

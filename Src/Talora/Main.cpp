@@ -38,6 +38,7 @@ void CloseEnviron(environ_vx* env) noexcept
     for (net_bn* net : std::vector<net_bn*>(env->nets)) DeleteNet(net);
     for (nodelist_bn* list : std::vector<nodelist_bn*>(env->lists)) DeleteNodeList(list);
     DeleteStreams(*env);
+    while (!env->random_gens.empty()) DeleteRandomGen(env->random_gens.back());
     ClearReportsOf(env);
     env->state = CLOSED_ENV;
     ReleaseEnviron(env);
