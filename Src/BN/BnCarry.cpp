@@ -41,7 +41,8 @@ TableVector<T> Gather(const TableVector<T>& old, const std::vector<CarriedDim>& 
             is_new |= offsets[d][at[d]] < 0;
             base += offsets[d][at[d]];
         }
-        for (const int64_t offset : inner) gathered.push_back(is_new || offset < 0 ? fill : old[base + offset]);
+        for (const int64_t offset : inner)
+            gathered.push_back(is_new || offset < 0 ? fill : old[base + offset]);
         int d = num_outer - 1;
         while (d >= 0 && ++at[d] == dims[d].count) at[d--] = 0;
         if (d < 0) break;
@@ -67,7 +68,10 @@ void CheckNewSize(const Node& node, const TableCarry& carry)
     const NodeTables& tables = node.tables;
     const double entries = tables.probs.empty() ? rows : MultiplySize(rows, carry.own.count);
     if (entries > kMaxTableEntries)
-        Fail(3615, "can't create >-CPTable for >-node '%s', because the >-CPTable would be too large (%g), due to too many parent >-node-s", node.name.c_str(), entries);
+        Fail(
+            3615,
+            "can't create >-CPTable for >-node '%s', because the >-CPTable would be too large (%g), due to too many parent >-node-s",
+            node.name.c_str(), entries);
     double bytes = 0;
     if (!tables.probs.empty()) bytes += entries * sizeof(float);
     if (!tables.func_states.empty()) bytes += rows * sizeof(int32_t);
@@ -94,8 +98,10 @@ TableCarry IdentityCarry(const Node& node)
     TableCarry carry;
     // A node without tables may have any number of parents, whose product need not be a number.
     const NodeTables& tables = node.tables;
-    const bool has_tables = !tables.probs.empty() || !tables.func_states.empty() || !tables.func_reals.empty() || !tables.experience.empty();
-    const std::vector<int64_t> strides = has_tables ? RowStrides(node) : std::vector<int64_t>(node.links.size(), 0);
+    const bool has_tables = !tables.probs.empty() || !tables.func_states.empty() ||
+                            !tables.func_reals.empty() || !tables.experience.empty();
+    const std::vector<int64_t> strides =
+        has_tables ? RowStrides(node) : std::vector<int64_t>(node.links.size(), 0);
     for (size_t i = 0; i < node.links.size(); ++i)
         carry.parents.push_back({NumStates(*node.links[i].parent), strides[i], {}});
     carry.own.count = carry.old_num_states = NumStates(node);
@@ -106,7 +112,8 @@ NodeTables CarryTables(const Node& node, const TableCarry& carry)
 {
     const NodeTables& old = node.tables;
     NodeTables carried;
-    if (old.probs.empty() && old.func_states.empty() && old.func_reals.empty() && old.experience.empty()) return carried;
+    if (old.probs.empty() && old.func_states.empty() && old.func_reals.empty() && old.experience.empty())
+        return carried;
     CheckNewSize(node, carry);
     if (!old.probs.empty()) {
         std::vector<CarriedDim> dims = carry.parents;

@@ -1,8 +1,8 @@
 #include "BN/BnCompile.h"
 
 #include <algorithm>
-#include <cstdarg>
 #include <cmath>
+#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <numeric>
@@ -19,7 +19,7 @@ namespace talora {
 
 namespace {
 
-constexpr double kMaxTableBytes = 2e9;       // more and exact inference is refused
+constexpr double kMaxTableBytes = 2e9;         // more and exact inference is refused
 constexpr double kQuestionTableBytes = 256e6;  // more and the person is asked
 
 TALORA_PRINTF(1, 2) std::string Phrase(const char* format, ...)
@@ -46,11 +46,21 @@ void CheckCompilable(const Net& net)
         for (const Link& link : node->links) {
             const Node& parent = *link.parent;
             if (IsDelayed(link))
-                Fail(6001, "can't compile >-net '%s', because >-node '%s' has a delay link (net must be time-expanded before compiling)", net.name.c_str(), node->name.c_str());
+                Fail(
+                    6001,
+                    "can't compile >-net '%s', because >-node '%s' has a delay link (net must be time-expanded before compiling)",
+                    net.name.c_str(), node->name.c_str());
             if (!IsInTree(parent) && parent.kind != CONSTANT_NODE)
-                Fail(6002, "can't compile >-net '%s', because >-node '%s' (a parent of >-node %s) is not included in the nodes being compiled", net.name.c_str(), parent.name.c_str(), node->name.c_str());
-            if (parent.kind == CONSTANT_NODE && HasStates(parent) && !node->tables.probs.empty() && ConstantState(parent) < 0)
-                Fail(6003, "can't compile >-net '%s', because >-constant_node '%s' (a parent of >-node %s) has no value: enter a finding for it, or give it a table that makes one state certain", net.name.c_str(), parent.name.c_str(), node->name.c_str());
+                Fail(
+                    6002,
+                    "can't compile >-net '%s', because >-node '%s' (a parent of >-node %s) is not included in the nodes being compiled",
+                    net.name.c_str(), parent.name.c_str(), node->name.c_str());
+            if (parent.kind == CONSTANT_NODE && HasStates(parent) && !node->tables.probs.empty() &&
+                ConstantState(parent) < 0)
+                Fail(
+                    6003,
+                    "can't compile >-net '%s', because >-constant_node '%s' (a parent of >-node %s) has no value: enter a finding for it, or give it a table that makes one state certain",
+                    net.name.c_str(), parent.name.c_str(), node->name.c_str());
         }
     }
 }
@@ -60,8 +70,9 @@ std::vector<int> NameRanks(const std::vector<Node*>& nodes)
 {
     std::vector<int> by_name(nodes.size());
     std::iota(by_name.begin(), by_name.end(), 0);
-    std::stable_sort(by_name.begin(), by_name.end(),
-                     [&](int a, int b) { return strncmp(nodes[a]->name.c_str(), nodes[b]->name.c_str(), 30) < 0; });
+    std::stable_sort(by_name.begin(), by_name.end(), [&](int a, int b) {
+        return strncmp(nodes[a]->name.c_str(), nodes[b]->name.c_str(), 30) < 0;
+    });
     std::vector<int> ranks(nodes.size());
     for (size_t place = 0; place < by_name.size(); ++place) ranks[by_name[place]] = int(place);
     return ranks;
@@ -149,24 +160,39 @@ void WarnOfTables(const CompiledNet& compiled)
     for (const Node* node : compiled.utilities)
         if (!IsComplete(*node)) utility = node;
     if (without)
-        Warn(6005, "some >-node(s) (e.g. %s) don't have conditional probability tables (CPTs) (they will be taken as having uniform probabilities)", without->name.c_str());
+        Warn(
+            6005,
+            "some >-node(s) (e.g. %s) don't have conditional probability tables (CPTs) (they will be taken as having uniform probabilities)",
+            without->name.c_str());
     if (incomplete)
-        Warn(6006, "some >-node(s) (e.g. %s) don't have complete conditional probability tables (CPTs) (missing entries will be taken as uniform probabilities)", incomplete->name.c_str());
+        Warn(
+            6006,
+            "some >-node(s) (e.g. %s) don't have complete conditional probability tables (CPTs) (missing entries will be taken as uniform probabilities)",
+            incomplete->name.c_str());
     if (utility)
-        Warn(6007, "some >-utility_node(s) (e.g. %s) doesnt have a complete utility table (missing entries will be considered zero)", utility->name.c_str());
+        Warn(
+            6007,
+            "some >-utility_node(s) (e.g. %s) doesnt have a complete utility table (missing entries will be considered zero)",
+            utility->name.c_str());
 }
 
 std::string BytesInWords(double bytes)
 {
     const char* unit = bytes >= 1e9 ? "GB" : bytes >= 1e6 ? "MB" : "KB";
-    return FormatReal15(std::round(bytes / (bytes >= 1e9 ? 1e7 : bytes >= 1e6 ? 1e4 : 10)) / 100) + " " + unit;
+    return FormatReal15(std::round(bytes / (bytes >= 1e9   ? 1e7
+                                            : bytes >= 1e6 ? 1e4
+                                                           : 10)) /
+                        100) +
+           " " + unit;
 }
 
 void CheckMemoryFor(Net& net, const TreeSizes& sizes)
 {
     const double bytes = sizes.under_findings * sizeof(float);
     if (bytes > kMaxTableBytes) {
-        Warn(6008, "compiled successfully, but will not be able to do >-exact_inference because the tables would be vastly too large (unless significant findings are entered)");
+        Warn(
+            6008,
+            "compiled successfully, but will not be able to do >-exact_inference because the tables would be vastly too large (unless significant findings are entered)");
         return;
     }
     if (net.name.empty())
@@ -174,7 +200,9 @@ void CheckMemoryFor(Net& net, const TreeSizes& sizes)
     else
         CheckMemory(bytes, "to compile/update >-net '%s' (see >-LimitMemoryUsage_vx)", net.name.c_str());
     if (bytes > kQuestionTableBytes && !net.env->always_try_large) {
-        const std::string question = Phrase("Do you want to continue compiling/updating even though the tables will require %s?", BytesInWords(bytes).c_str());
+        const std::string question =
+            Phrase("Do you want to continue compiling/updating even though the tables will require %s?",
+                   BytesInWords(bytes).c_str());
         const int answer = AskQuestion(question.c_str(), "Yes,Always Try,No", "Yes");
         if (answer == 1) net.env->always_try_large = true;
         if (answer == 2) FailWith(ABORTED_CND, 6000, "compiling halted (>-net '%s')", net.name.c_str());
@@ -186,10 +214,16 @@ void AskAboutStaleTables(const Net& net)
 {
     for (const Node* node : net.nodes.nodes) {
         if (node->eqn_dirty != EqnDirty::DIRTY || node->equation.empty()) continue;
-        const std::string question = Phrase("The tables for some >-node(s) (e.g. %s) may not match their equation.  >-cr-Rebuild them?", node->name.c_str());
-        const int answer = AskQuestion(question.c_str(), "Yes,Not Now,Ignore any Discrepency,Cancel", "Not Now");
+        const std::string question = Phrase(
+            "The tables for some >-node(s) (e.g. %s) may not match their equation.  >-cr-Rebuild them?",
+            node->name.c_str());
+        const int answer =
+            AskQuestion(question.c_str(), "Yes,Not Now,Ignore any Discrepency,Cancel", "Not Now");
         if (answer == 0)
-            Fail(6016, "can't compile >-net '%s', because this version of >-Talora does not rebuild the table of >-node '%s' from its equation", net.name.c_str(), node->name.c_str());
+            Fail(
+                6016,
+                "can't compile >-net '%s', because this version of >-Talora does not rebuild the table of >-node '%s' from its equation",
+                net.name.c_str(), node->name.c_str());
         if (answer == 3) FailWith(ABORTED_CND, 6000, "compiling halted (>-net '%s')", net.name.c_str());
         return;
     }
@@ -200,9 +234,14 @@ void ReportCompiled(const Net& net, const TreeSizes& sizes)
     if (net.env->message_handler == nullptr) return;
     const int num_cliques = net.compiled->tree.num_cliques();
     if (sizes.under_findings == sizes.with_separators)
-        Report({.severity = REPORT_SEV, .number = 6009}, "Compiled to %d cliques, with total table size (including sepsets) of %g.\n", num_cliques, sizes.with_separators);
+        Report({.severity = REPORT_SEV, .number = 6009},
+               "Compiled to %d cliques, with total table size (including sepsets) of %g.\n", num_cliques,
+               sizes.with_separators);
     else
-        Report({.severity = REPORT_SEV, .number = 6009}, "Compiled to %d cliques, with total table size (including sepsets) of %g (but under current findings %g).\n", num_cliques, sizes.with_separators, sizes.under_findings);
+        Report(
+            {.severity = REPORT_SEV, .number = 6009},
+            "Compiled to %d cliques, with total table size (including sepsets) of %g (but under current findings %g).\n",
+            num_cliques, sizes.with_separators, sizes.under_findings);
 }
 
 std::vector<int> PositiveFindings(const CompiledNet& compiled)
@@ -214,7 +253,8 @@ std::vector<int> PositiveFindings(const CompiledNet& compiled)
 }
 
 // Makes the tree of an order and gives it to the net; on failure the net is left without a tree.
-void BuildTree(Net& net, std::unique_ptr<CompiledNet, CompiledNetDeleter> compiled, const std::vector<int>& order)
+void BuildTree(Net& net, std::unique_ptr<CompiledNet, CompiledNetDeleter> compiled,
+               const std::vector<int>& order)
 {
     const Triangulation triangulation = Triangulate(compiled->graph, order);
     CheckHalt(net);
@@ -246,7 +286,8 @@ int ElimOrderProblem(Net& net, const std::vector<Node*>& order, std::string* phr
             return 3556;
         }
         if (node->net != &net)
-            *phrase = Phrase("contains a >-node not in the >-net (>-node '%s' of >-net '%s')", node->name.c_str(), node->net->name.c_str());
+            *phrase = Phrase("contains a >-node not in the >-net (>-node '%s' of >-net '%s')",
+                             node->name.c_str(), node->net->name.c_str());
         else if (node->stamp == seen)
             *phrase = Phrase("contains a duplicate >-node (named '%s')", node->name.c_str());
         else if (node->kind == UTILITY_NODE)
@@ -281,9 +322,11 @@ void SetElimOrder(Net& net, const std::vector<Node*>* order)
     std::string phrase;
     const int error = ElimOrderProblem(net, *order, &phrase);
     if (error == 3556)
-        Fail(3556, "couldn't set the elimination order of >-net '%s', because new list %s", net.name.c_str(), phrase.c_str());
+        Fail(3556, "couldn't set the elimination order of >-net '%s', because new list %s", net.name.c_str(),
+             phrase.c_str());
     if (error != 0)
-        Fail(3277, "couldn't set the elimination order of >-net '%s', because new list %s", net.name.c_str(), phrase.c_str());
+        Fail(3277, "couldn't set the elimination order of >-net '%s', because new list %s", net.name.c_str(),
+             phrase.c_str());
     std::vector<Node*> copy = *order;
     Change(net, net.has_elim_order, true, NO_EFFECT, "set elimination order");
     Change(net, net.elim_order.nodes, std::move(copy), UNCOMPILES, "set elimination order");
@@ -326,7 +369,8 @@ void OptimizeElimOrder(Net& net, double seconds)
     CheckCompilable(net);
     for (const Node* node : net.nodes.nodes)
         if (node->kind == DECISION_NODE)
-            Fail(6017, "can't use optimizing compiler for >-net '%s' because it has a >-decision_node(s)", net.name.c_str());
+            Fail(6017, "can't use optimizing compiler for >-net '%s' because it has a >-decision_node(s)",
+                 net.name.c_str());
     CompiledNet graph;
     BuildGraph(net, graph);
     CheckElimOrder(net);
@@ -336,8 +380,9 @@ void OptimizeElimOrder(Net& net, double seconds)
         Progress progress("Compiling optimally");
         OptimizeLimits limits;
         limits.seconds = seconds;
-        OptimizeResult found =
-            FindOptimizedOrder(graph.graph, net.has_elim_order ? &stored : nullptr, limits, &progress, nullptr);
+        OptimizeResult found = FindOptimizedOrder(graph.graph, net.has_elim_order ? &stored : nullptr, limits,
+                                                  &progress, nullptr);
+        if (found.order.empty()) CheckHalt(net);
         StoreFoundOrder(net, graph, found.order);
     }
     CompileNet(net);
@@ -345,7 +390,8 @@ void OptimizeElimOrder(Net& net, double seconds)
 
 const CompiledNet& NeedCompiled(const Net& net)
 {
-    if (!net.compiled) Fail(6018, ">-Bnet '%s' has no junction tree (it is not yet compiled)", net.name.c_str());
+    if (!net.compiled)
+        Fail(6018, ">-Bnet '%s' has no junction tree (it is not yet compiled)", net.name.c_str());
     return *net.compiled;
 }
 

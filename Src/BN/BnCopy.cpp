@@ -111,8 +111,7 @@ std::vector<Node*> CopyNodes(const std::vector<Node*>& nodes, Net& net, const Co
     NodeMap copies;
     std::vector<Node*> made;
     for (const Node* node : nodes) {
-        if (copies.count(node))
-            Fail(6180, ">-Bnodes passed contains >-Bnode '%s' twice", node->name.c_str());
+        if (copies.count(node)) Fail(6180, ">-Bnodes passed contains >-Bnode '%s' twice", node->name.c_str());
         Node* copy = InsertNode(net, UnusedName(net, node->name), "copy nodes");
         CopyProperties(*node, *copy);
         copies.emplace(node, copy);
@@ -135,7 +134,8 @@ Net* CopyNet(const Net& net, std::string_view new_name, environ_vx& env, const C
         copy->auto_compile = net.auto_compile;
         copy->num_dimensions = net.num_dimensions;
         if (!options.no_nodes) {
-            const std::vector<Node*> made = CopyNodes(net.nodes.nodes, *copy, {options.no_links, options.no_tables});
+            const std::vector<Node*> made =
+                CopyNodes(net.nodes.nodes, *copy, {options.no_links, options.no_tables});
             for (Node* node : made)
                 if (options.no_visual) node->text.visual_section = node->text.visual_name = std::string();
             const auto copied = [&](const std::vector<Node*>& nodes) {

@@ -27,7 +27,8 @@ Sets::iterator Need(Sets& sets, const Net& net, std::string_view name)
 void CheckUnused(Sets& sets, const Net& net, std::string_view name)
 {
     if (Find(sets, name) != sets.end())
-        Fail(6171, "name '%s' is already used by another >-Nodeset in >-net '%s'", std::string(name).c_str(), net.name.c_str());
+        Fail(6171, "name '%s' is already used by another >-Nodeset in >-net '%s'", std::string(name).c_str(),
+             net.name.c_str());
 }
 
 }  // namespace
@@ -37,7 +38,8 @@ void AddToNodeSet(Node& node, std::string_view name)
     Sets sets = node.net->node_sets;
     auto set = Find(sets, name);
     if (set == sets.end()) set = sets.insert(sets.end(), {std::string(name), {}});
-    if (std::find(set->nodes.begin(), set->nodes.end(), &node) == set->nodes.end()) set->nodes.push_back(&node);
+    if (std::find(set->nodes.begin(), set->nodes.end(), &node) == set->nodes.end())
+        set->nodes.push_back(&node);
     Change(*node.net, node.net->node_sets, std::move(sets), NO_EFFECT, "add node to node set");
 }
 

@@ -15,7 +15,8 @@ void CheckNameUnused(const Net& net, std::string_view name, const Node* except)
 {
     const Node* other = FindNode(net, name);
     if (other != nullptr && other != except)
-        Fail(6110, "name '%s' is already used by another >-Bnode in >-Bnet '%s'", std::string(name).c_str(), net.name.c_str());
+        Fail(6110, "name '%s' is already used by another >-Bnode in >-Bnet '%s'", std::string(name).c_str(),
+             net.name.c_str());
 }
 
 // The links of a child without one of its parents, and what becomes of its tables.
@@ -40,8 +41,13 @@ Orphaned WithoutParent(Node& child, const Node& parent)
 void LeaveNodeSets(Node& node)
 {
     Net& net = *node.net;
+    const auto holds = [&](const NodeSet& set) {
+        return std::find(set.nodes.begin(), set.nodes.end(), &node) != set.nodes.end();
+    };
+    if (std::none_of(net.node_sets.begin(), net.node_sets.end(), holds)) return;
     std::vector<NodeSet> sets = net.node_sets;
-    for (NodeSet& set : sets) set.nodes.erase(std::remove(set.nodes.begin(), set.nodes.end(), &node), set.nodes.end());
+    for (NodeSet& set : sets)
+        set.nodes.erase(std::remove(set.nodes.begin(), set.nodes.end(), &node), set.nodes.end());
     Change(net, net.node_sets, std::move(sets), NO_EFFECT, "remove node from node sets");
 }
 
@@ -61,7 +67,8 @@ std::string UnusedName(const Net& net, std::string_view name)
 Node* AddNode(Net& net, std::string_view name, int num_states)
 {
     if (num_states < 0)
-        Fail(6111, "argument 'num_states' is negative (=%d), trying to add new >-Bnode to >-Bnet '%s'", num_states, net.name.c_str());
+        Fail(6111, "argument 'num_states' is negative (=%d), trying to add new >-Bnode to >-Bnet '%s'",
+             num_states, net.name.c_str());
     CheckNameUnused(net, name, nullptr);
     Node* node = InsertNode(net, name, "add node");
     node->states.type = num_states > 0 ? VarType::DISCRETE : VarType::CONTINUOUS;
@@ -75,11 +82,13 @@ void DeleteNode(Node& node)
     Net& net = *node.net;
     std::vector<Orphaned> children;
     for (Node* child : node.children.nodes) children.push_back(WithoutParent(*child, node));
-    const bool is_ordered = std::find(net.elim_order.nodes.begin(), net.elim_order.nodes.end(), &node) != net.elim_order.nodes.end();
+    const bool is_ordered = std::find(net.elim_order.nodes.begin(), net.elim_order.nodes.end(), &node) !=
+                            net.elim_order.nodes.end();
     if (is_ordered) SetElimOrder(net, nullptr);
     LeaveNodeSets(node);
     for (Orphaned& orphaned : children) {
-        Change(*orphaned.child, orphaned.child->links, std::move(orphaned.links), RELINKS | RESTRUCTURES, "remove link");
+        Change(*orphaned.child, orphaned.child->links, std::move(orphaned.links), RELINKS | RESTRUCTURES,
+               "remove link");
         Change(*orphaned.child, orphaned.child->tables, std::move(orphaned.tables), RETABLES, "remove link");
     }
     Change(node, node.links, std::vector<Link>(), RELINKS | RESTRUCTURES, "remove links");
@@ -95,12 +104,18 @@ void RenameNode(Node& node, std::string_view name)
 void SetKind(Node& node, int kind)
 {
     if (kind < 0 || kind >= NUM_NODE_KINDS)
-        Fail(6112, "argument 'kind' passed for >-Bnode '%s' is %d, but it should be between 0 and %d inclusive", node.name.c_str(), kind, NUM_NODE_KINDS - 1);
+        Fail(6112,
+             "argument 'kind' passed for >-Bnode '%s' is %d, but it should be between 0 and %d inclusive",
+             node.name.c_str(), kind, NUM_NODE_KINDS - 1);
     if (kind == node.kind) return;
     if (kind == DISCONNECTED_NODE)
-        Fail(6113, "argument 'kind' passed for >-Bnode '%s' is DISCONNECTED_NODE, but link disconnection should be done with SwitchNodeParent_bn or CopyNodes_bn", node.name.c_str());
+        Fail(
+            6113,
+            "argument 'kind' passed for >-Bnode '%s' is DISCONNECTED_NODE, but link disconnection should be done with SwitchNodeParent_bn or CopyNodes_bn",
+            node.name.c_str());
     if (kind == ADVERSARY_NODE)
-        Fail(6114, "argument 'kind' passed for >-Bnode '%s' is ADVERSARY_NODE, but that is not supported yet", node.name.c_str());
+        Fail(6114, "argument 'kind' passed for >-Bnode '%s' is ADVERSARY_NODE, but that is not supported yet",
+             node.name.c_str());
     // Findings that the new kind cannot hold go.
     NodeFinding finding = node.finding;
     if (kind == UTILITY_NODE || kind == UNKNOWN_KIND) finding = NodeFinding();

@@ -26,13 +26,25 @@ void CheckParentState(const Node& node, int index, int state, bool allow_every)
     const Node& parent = *node.links[index].parent;
     const std::string place = Ordinal(int64_t(index) + 1);
     if (state == UNDEF_STATE)
-        Fail(6151, "vector of states (for parent >-node-s of '%s') contains an >-undef_state_indicator (%d) for >-node '%s' as the %s entry", node.name.c_str(), state, parent.name.c_str(), place.c_str());
+        Fail(
+            6151,
+            "vector of states (for parent >-node-s of '%s') contains an >-undef_state_indicator (%d) for >-node '%s' as the %s entry",
+            node.name.c_str(), state, parent.name.c_str(), place.c_str());
     if (state == EVERY_STATE && !allow_every)
-        Fail(6152, "vector of states passed contains an >-every_state_indicator (%d or *) for >-node '%s' as the %s entry", state, parent.name.c_str(), place.c_str());
+        Fail(
+            6152,
+            "vector of states passed contains an >-every_state_indicator (%d or *) for >-node '%s' as the %s entry",
+            state, parent.name.c_str(), place.c_str());
     if (state == IMPOSS_STATE)
-        Fail(6153, "vector of states passed contains an >-imposs_cond_indicator (%d or x) for >-node '%s' as the %s entry", state, parent.name.c_str(), place.c_str());
+        Fail(
+            6153,
+            "vector of states passed contains an >-imposs_cond_indicator (%d or x) for >-node '%s' as the %s entry",
+            state, parent.name.c_str(), place.c_str());
     if (state != EVERY_STATE && (state < 0 || state >= NumStates(parent)))
-        Fail(6154, "vector of states passed contains the illegal state %d for >-node '%s' as the %s entry (it must be between 0 and %d inclusive)", state, parent.name.c_str(), place.c_str(), NumStates(parent) - 1);
+        Fail(
+            6154,
+            "vector of states passed contains the illegal state %d for >-node '%s' as the %s entry (it must be between 0 and %d inclusive)",
+            state, parent.name.c_str(), place.c_str(), NumStates(parent) - 1);
 }
 
 // Rows that match parent states, EVERY_STATE matching all.
@@ -47,7 +59,8 @@ std::vector<int64_t> MatchingRows(const Node& node, const int* parent_states)
         const bool every = parent_states[i] == EVERY_STATE;
         std::vector<int64_t> next;
         for (int64_t row : rows)
-            for (int state = every ? 0 : parent_states[i]; state < (every ? num_states : parent_states[i] + 1); ++state)
+            for (int state = every ? 0 : parent_states[i];
+                 state < (every ? num_states : parent_states[i] + 1); ++state)
                 next.push_back(row + state * strides[i]);
         rows = std::move(next);
     }
@@ -60,7 +73,10 @@ TableVector<T> NewRowTable(const Node& node, T empty, const char* term)
 {
     const double rows = NumRows(node);
     if (rows > kMaxTableEntries)
-        Fail(3615, "can't create >-CPTable for >-node '%s', because the >-CPTable would be too large (%g), due to too many parent >-node-s", node.name.c_str(), rows);
+        Fail(
+            3615,
+            "can't create >-CPTable for >-node '%s', because the >-CPTable would be too large (%g), due to too many parent >-node-s",
+            node.name.c_str(), rows);
     const std::string format = std::string(term);
     CheckMemory(rows * sizeof(T), "%s", format.c_str());
     return TableVector<T>(size_t(rows), empty);
@@ -71,10 +87,16 @@ void NeedParentsWithStates(const Node& node)
 {
     for (const Link& link : node.links)
         if (!HasStates(*link.parent))
-            Fail(3081, "can't give >-node '%s' a >-CPTable, because it has a parent >-node ('%s') which is not a discrete or discretized variable", node.name.c_str(), link.parent->name.c_str());
+            Fail(
+                3081,
+                "can't give >-node '%s' a >-CPTable, because it has a parent >-node ('%s') which is not a discrete or discretized variable",
+                node.name.c_str(), link.parent->name.c_str());
 }
 
-std::string BuildTableText(const Node& node) { return ExpandMarkup("to build table for >-node '") + node.name + "' (see LimitMemoryUsage_vx)"; }
+std::string BuildTableText(const Node& node)
+{
+    return ExpandMarkup("to build table for >-node '") + node.name + "' (see LimitMemoryUsage_vx)";
+}
 
 }  // namespace
 
@@ -86,18 +108,24 @@ uint32_t CheckProbs(const float* probs, int count)
     double sum = 0;
     for (int i = 0; i < count; ++i) {
         const float entry = probs[i];
-        if (entry == ImpossibleProb()) problems |= PROBS_IMPOSSIBLE;
-        else if (entry == MissingProb()) problems |= problems & PROBS_MISSING_ONE ? PROBS_MISSING_SOME : PROBS_MISSING_ONE;
-        else if (entry < 0) problems |= PROBS_NEGATIVE;
+        if (entry == ImpossibleProb())
+            problems |= PROBS_IMPOSSIBLE;
+        else if (entry == MissingProb())
+            problems |= problems & PROBS_MISSING_ONE ? PROBS_MISSING_SOME : PROBS_MISSING_ONE;
+        else if (entry < 0)
+            problems |= PROBS_NEGATIVE;
         else {
             sum += entry;  // not-a-number comes here too and spoils the sum
             if (entry > 1) problems |= PROBS_ABOVE_ONE;
         }
     }
     if (problems & PROBS_IMPOSSIBLE) return sum == 0 ? problems : problems | PROBS_MIXED;
-    if (sum > 1 + kSumTolerance || std::isnan(sum)) problems |= PROBS_SUM;
-    else if (sum < 1 - kSumTolerance && !(problems & PROBS_MISSING_ONE)) problems |= sum == 0 ? PROBS_ALL_ZERO : PROBS_SUM;
-    else if (sum == 1) problems &= ~uint32_t(PROBS_MISSING_SOME);
+    if (sum > 1 + kSumTolerance || std::isnan(sum))
+        problems |= PROBS_SUM;
+    else if (sum < 1 - kSumTolerance && !(problems & PROBS_MISSING_ONE))
+        problems |= sum == 0 ? PROBS_ALL_ZERO : PROBS_SUM;
+    else if (sum == 1)
+        problems &= ~uint32_t(PROBS_MISSING_SOME);
     return problems;
 }
 
@@ -111,12 +139,16 @@ std::string DescribeProbs(uint32_t problems, bool brief)
     phrase(problems & PROBS_TOO_MANY, "has too many probabilities, ");
     phrase(problems & PROBS_NEGATIVE, "has a negative probability, ");
     phrase(problems & PROBS_MIXED, "some probabilities indicate an impossible condition and some don't, ");
-    phrase((problems & PROBS_ALL_ZERO) && !(problems & PROBS_NEGATIVE), "all probabilities are 0 (and none are empty), ");
+    phrase((problems & PROBS_ALL_ZERO) && !(problems & PROBS_NEGATIVE),
+           "all probabilities are 0 (and none are empty), ");
     phrase(problems & PROBS_ABOVE_ONE, "has a probability greater than 1, ");
     phrase((problems & PROBS_SUM) && !(problems & PROBS_ALL_ZERO), "sum of probabilities isn't 1 (100%), ");
-    if (problems & PROBS_MISSING_SOME) phrase(true, "has some missing probabilities, ");
-    else phrase(problems & PROBS_MISSING_ONE, "has a missing probability, ");
-    phrase((problems & PROBS_IMPOSSIBLE) && !(problems & PROBS_MIXED), "has an impossible condition indicator, ");
+    if (problems & PROBS_MISSING_SOME)
+        phrase(true, "has some missing probabilities, ");
+    else
+        phrase(problems & PROBS_MISSING_ONE, "has a missing probability, ");
+    phrase((problems & PROBS_IMPOSSIBLE) && !(problems & PROBS_MIXED),
+           "has an impossible condition indicator, ");
     if (text.empty()) return "okay";
     return text.substr(0, text.size() - 2);
 }
@@ -130,16 +162,23 @@ double NumRows(const Node& node)
     return rows;
 }
 
-double TableEntries(const Node& node) { return MultiplySize(NumRows(node), NumStates(node)); }
+double TableEntries(const Node& node)
+{
+    return MultiplySize(NumRows(node), NumStates(node));
+}
 
 void CheckCanHaveTable(const Node& node)
 {
     if (!HasStates(node))
-        Fail(3082, "can't give >-node '%s' a >-CPTable, because it is not a discrete or discretized variable", node.name.c_str());
+        Fail(3082, "can't give >-node '%s' a >-CPTable, because it is not a discrete or discretized variable",
+             node.name.c_str());
     NeedParentsWithStates(node);
     const double entries = TableEntries(node);
     if (entries > kMaxTableEntries)
-        Fail(3615, "can't create >-CPTable for >-node '%s', because the >-CPTable would be too large (%g), due to too many parent >-node-s", node.name.c_str(), entries);
+        Fail(
+            3615,
+            "can't create >-CPTable for >-node '%s', because the >-CPTable would be too large (%g), due to too many parent >-node-s",
+            node.name.c_str(), entries);
 }
 
 int64_t RowOf(const Node& node, const int* parent_states)
@@ -160,7 +199,8 @@ void SetProbs(Node& node, const int* parent_states, const float* probs)
     if (probs == nullptr) Fail(5113, "NULL passed for probability vector");
     const int num_states = NumStates(node);
     if (num_states == 0)
-        Fail(6155, "can't set probability array for >-Bnode '%s' because it is not discrete or discretized", node.name.c_str());
+        Fail(6155, "can't set probability array for >-Bnode '%s' because it is not discrete or discretized",
+             node.name.c_str());
     CheckCanHaveTable(node);
     const std::vector<int64_t> rows = MatchingRows(node, parent_states);
     const uint32_t problems = CheckProbs(probs, num_states);
@@ -168,13 +208,15 @@ void SetProbs(Node& node, const int* parent_states, const float* probs)
         Fail(5133, "passed probability vector %s", DescribeProbs(problems, false).c_str());
     if (node.tables.probs.empty()) {
         const double entries = TableEntries(node);
-        CheckMemory(entries * sizeof(float), "to build table for >-node '%s' (see >-LimitMemoryUsage_vx)", node.name.c_str());
+        CheckMemory(entries * sizeof(float), "to build table for >-node '%s' (see >-LimitMemoryUsage_vx)",
+                    node.name.c_str());
         TableVector<float> table(size_t(entries), MissingProb());
         for (const int64_t row : rows) std::copy(probs, probs + num_states, table.data() + row * num_states);
         Change(node, node.tables.probs, std::move(table), RETABLES, "set probabilities");
         return;
     }
-    for (const int64_t row : rows) ChangeProbs(node, row * num_states, probs, num_states, "set probabilities");
+    for (const int64_t row : rows)
+        ChangeProbs(node, row * num_states, probs, num_states, "set probabilities");
 }
 
 void SetTable(Node& node, TableVector<float> probs)
@@ -183,12 +225,16 @@ void SetTable(Node& node, TableVector<float> probs)
     const int num_states = NumStates(node);
     const double entries = TableEntries(node);
     if (double(probs.size()) != entries)
-        Fail(6156, "couldn't change the >-CPTable of >-node '%s', because new table has %g entries, but it should have %g", node.name.c_str(), double(probs.size()), entries);
+        Fail(
+            6156,
+            "couldn't change the >-CPTable of >-node '%s', because new table has %g entries, but it should have %g",
+            node.name.c_str(), double(probs.size()), entries);
     constexpr uint32_t kAcceptedInTable = kAcceptedProbs | PROBS_IMPOSSIBLE;
     for (size_t at = 0; at < probs.size(); at += num_states) {
         const uint32_t problems = CheckProbs(probs.data() + at, num_states);
         if (problems & ~kAcceptedInTable)
-            Fail(6157, "couldn't change the >-CPTable of >-node '%s', because new row %g %s", node.name.c_str(), double(at / num_states), DescribeProbs(problems, false).c_str());
+            Fail(6157, "couldn't change the >-CPTable of >-node '%s', because new row %g %s",
+                 node.name.c_str(), double(at / num_states), DescribeProbs(problems, false).c_str());
     }
     Change(node, node.tables.probs, std::move(probs), RETABLES, "set table");
 }
@@ -204,11 +250,18 @@ const float* GetProbs(const Node& node, const int* parent_states)
 void SetFuncState(Node& node, const int* parent_states, int state)
 {
     if (!HasStates(node))
-        Fail(6158, "can't use this function on >-Bnode '%s', because that >-node is continuous and has not yet been discretized", node.name.c_str());
+        Fail(
+            6158,
+            "can't use this function on >-Bnode '%s', because that >-node is continuous and has not yet been discretized",
+            node.name.c_str());
     const int num_states = NumStates(node);
-    const bool is_indicator = state == UNDEF_STATE || state == IMPOSS_STATE || state == EVERY_STATE || state == UNIFORM_STATE;
+    const bool is_indicator =
+        state == UNDEF_STATE || state == IMPOSS_STATE || state == EVERY_STATE || state == UNIFORM_STATE;
     if (!is_indicator && (state < 0 || state >= num_states))
-        Fail(6159, "argument 'state' is %d, but it should be between 0 and %d inclusive, because >-node '%s' is discrete with %d states", state, num_states - 1, node.name.c_str(), num_states);
+        Fail(
+            6159,
+            "argument 'state' is %d, but it should be between 0 and %d inclusive, because >-node '%s' is discrete with %d states",
+            state, num_states - 1, node.name.c_str(), num_states);
     NeedParentsWithStates(node);
     const std::vector<int64_t> rows = MatchingRows(node, parent_states);
     if (node.tables.func_states.empty()) {
@@ -229,7 +282,10 @@ int GetFuncState(const Node& node, const int* parent_states)
 void SetFuncReal(Node& node, const int* parent_states, double value)
 {
     if (IsDiscrete(node) && HasStates(node) && node.states.levels.empty() && node.kind != UTILITY_NODE)
-        Fail(6160, "can't use this function on >-Bnode '%s', because that >-node is discrete and has no output levels defined", node.name.c_str());
+        Fail(
+            6160,
+            "can't use this function on >-Bnode '%s', because that >-node is discrete and has no output levels defined",
+            node.name.c_str());
     NeedParentsWithStates(node);
     const std::vector<int64_t> rows = MatchingRows(node, parent_states);
     if (node.tables.func_reals.empty()) {
@@ -252,7 +308,8 @@ double GetFuncReal(const Node& node, const int* parent_states)
 void SetExperience(Node& node, const int* parent_states, double experience)
 {
     if (!(experience >= 0))
-        Fail(6161, "argument 'experience' passed for >-Bnode '%s', is negative (%g)", node.name.c_str(), experience);
+        Fail(6161, "argument 'experience' passed for >-Bnode '%s', is negative (%g)", node.name.c_str(),
+             experience);
     NeedParentsWithStates(node);
     const std::vector<int64_t> rows = MatchingRows(node, parent_states);
     if (node.tables.experience.empty()) {
@@ -271,7 +328,10 @@ double GetExperience(const Node& node, const int* parent_states)
     return node.tables.experience[RowOf(node, parent_states)];
 }
 
-void DeleteTables(Node& node) { Change(node, node.tables, NodeTables(), RETABLES, "delete tables"); }
+void DeleteTables(Node& node)
+{
+    Change(node, node.tables, NodeTables(), RETABLES, "delete tables");
+}
 
 // ---- Questions ----
 
@@ -281,11 +341,14 @@ bool HasTable(const Node& node, bool* complete)
     if (complete) {
         *complete = false;
         if (!tables.probs.empty())
-            *complete = std::find(tables.probs.begin(), tables.probs.end(), MissingProb()) == tables.probs.end();
+            *complete =
+                std::find(tables.probs.begin(), tables.probs.end(), MissingProb()) == tables.probs.end();
         else if (!tables.func_states.empty())
-            *complete = std::find(tables.func_states.begin(), tables.func_states.end(), int(UNDEF_STATE)) == tables.func_states.end();
+            *complete = std::find(tables.func_states.begin(), tables.func_states.end(), int(UNDEF_STATE)) ==
+                        tables.func_states.end();
         else if (!tables.func_reals.empty())
-            *complete = std::find(tables.func_reals.begin(), tables.func_reals.end(), UndefDbl()) == tables.func_reals.end();
+            *complete = std::find(tables.func_reals.begin(), tables.func_reals.end(), UndefDbl()) ==
+                        tables.func_reals.end();
     }
     return !tables.probs.empty() || !tables.func_states.empty() || !tables.func_reals.empty();
 }
@@ -309,9 +372,12 @@ namespace {
 // One row of the CPT that a function table stands for.
 void FillFunctionRow(int32_t state, int num_states, float* row)
 {
-    if (state >= 0) row[state] = 1;
-    else if (state == EVERY_STATE || state == UNIFORM_STATE) std::fill(row, row + num_states, 1.0f / float(num_states));
-    else std::fill(row, row + num_states, state == IMPOSS_STATE ? ImpossibleProb() : MissingProb());
+    if (state >= 0)
+        row[state] = 1;
+    else if (state == EVERY_STATE || state == UNIFORM_STATE)
+        std::fill(row, row + num_states, 1.0f / float(num_states));
+    else
+        std::fill(row, row + num_states, state == IMPOSS_STATE ? ImpossibleProb() : MissingProb());
 }
 
 }  // namespace
@@ -325,7 +391,8 @@ const float* EffectiveProbs(const Node& node, TableVector<float>& scratch)
     if (num_states == 0 || num_rows == 0) return nullptr;
     scratch.assign(num_rows * num_states, 0.0f);
     for (size_t row = 0; row < num_rows; ++row) {
-        const int32_t state = by_value ? StateOfValue(node, node.tables.func_reals[row]) : node.tables.func_states[row];
+        const int32_t state =
+            by_value ? StateOfValue(node, node.tables.func_reals[row]) : node.tables.func_states[row];
         FillFunctionRow(state, num_states, scratch.data() + row * num_states);
     }
     return scratch.data();

@@ -27,7 +27,10 @@ std::string NamesProblem(const std::vector<std::string>& names)
 void NeedDiscrete(const Node& node, const char* what)
 {
     if (!IsDiscrete(node))
-        Fail(6120, "can't %s >-Bnode '%s', because it is continuous: its states are the intervals of its levels (see >-SetNodeLevels_bn)", what, node.name.c_str());
+        Fail(
+            6120,
+            "can't %s >-Bnode '%s', because it is continuous: its states are the intervals of its levels (see >-SetNodeLevels_bn)",
+            what, node.name.c_str());
 }
 
 // The parts of a node and its children that follow a change of its states.
@@ -55,7 +58,8 @@ NewStates PrepareStates(const Node& node, const std::vector<int>& old_state, flo
         if (from < 0) continue;
         if (from < int(old.texts.size())) prepared.states.texts[state] = old.texts[from];
         if (from < int(old.levels.size())) prepared.states.levels[state] = old.levels[from];
-        if (!node.finding.likelihood.empty()) prepared.finding.likelihood[state] = node.finding.likelihood[from];
+        if (!node.finding.likelihood.empty())
+            prepared.finding.likelihood[state] = node.finding.likelihood[from];
         if (node.finding.state == from) prepared.finding.state = state;
     }
     TableCarry carry = IdentityCarry(node);
@@ -104,9 +108,15 @@ void CheckState(const Node& node, int state)
 {
     const int num_states = NumStates(node);
     if (num_states == 0)
-        Fail(6121, "passed >-int_state (=%d) is illegal (can't use this function with >-Bnode '%s' since it isn't continuous, and hasn't been discretized)", state, node.name.c_str());
+        Fail(
+            6121,
+            "passed >-int_state (=%d) is illegal (can't use this function with >-Bnode '%s' since it isn't continuous, and hasn't been discretized)",
+            state, node.name.c_str());
     if (state < 0 || state >= num_states)
-        Fail(6122, "passed >-int_state (=%d) for >-Bnode '%s' is out of bounds (it must be between 0 and %d inclusive)", state, node.name.c_str(), num_states - 1);
+        Fail(
+            6122,
+            "passed >-int_state (=%d) for >-Bnode '%s' is out of bounds (it must be between 0 and %d inclusive)",
+            state, node.name.c_str(), num_states - 1);
 }
 
 void SetStateName(Node& node, int state, std::string_view name)
@@ -118,7 +128,8 @@ void SetStateName(Node& node, int state, std::string_view name)
         Fail(6123, "'%s' cannot be a state name, because it %s", text.c_str(), reason.c_str());
     const int holder = FindState(node, name);
     if (holder >= 0 && holder != state)
-        Fail(6124, "couldn't change the state names of >-node '%s', because new name '%.30s' is repeated", node.name.c_str(), text.c_str());
+        Fail(6124, "couldn't change the state names of >-node '%s', because new name '%.30s' is repeated",
+             node.name.c_str(), text.c_str());
     std::vector<StateText> texts = node.states.texts;
     if (int(texts.size()) <= state) texts.resize(state + 1);
     texts[state].name = text;
@@ -129,13 +140,17 @@ void SetStateNames(Node& node, const std::vector<std::string>& names)
 {
     const int num_states = NumStates(node);
     if (!names.empty() && int(names.size()) != num_states)
-        Fail(6125, "list of state names has %d entries, but this >-Bnode has %d states", int(names.size()), num_states);
+        Fail(6125, "list of state names has %d entries, but this >-Bnode has %d states", int(names.size()),
+             num_states);
     const std::string problem = NamesProblem(names);
     if (!problem.empty())
-        Fail(6126, "these cannot be the state names, because %s.  >-cr-Perhaps make them state titles instead.", problem.c_str());
+        Fail(6126,
+             "these cannot be the state names, because %s.  >-cr-Perhaps make them state titles instead.",
+             problem.c_str());
     std::vector<StateText> texts = node.states.texts;
     if (texts.size() < names.size()) texts.resize(names.size());
-    for (size_t state = 0; state < texts.size(); ++state) texts[state].name = state < names.size() ? names[state] : "";
+    for (size_t state = 0; state < texts.size(); ++state)
+        texts[state].name = state < names.size() ? names[state] : "";
     Change(node, node.states.texts, std::move(texts), NO_EFFECT, "name states");
 }
 
@@ -147,12 +162,16 @@ void AddStates(Node& node, int first, const std::vector<std::string>& names, int
         Fail(6127, "passed state index should be -1, or between 0 and %d, but it is %d", old_count, first);
     if (cpt_fill != -1 && cpt_fill != 0 && !IsUndef(cpt_fill))
         Fail(6128, "passed cpt_fill should be -1, 0, or UNDEF_DBL, but it is %g", cpt_fill);
-    if (count < 0) Fail(6129, "argument 'num_states' passed for >-Bnode '%s' is negative (= %d)", node.name.c_str(), count);
+    if (count < 0)
+        Fail(6129, "argument 'num_states' passed for >-Bnode '%s' is negative (= %d)", node.name.c_str(),
+             count);
     if (!names.empty() && int(names.size()) != count)
-        Fail(6130, "list of state names has %d entries, but %d states are being added to >-Bnode '%s'", int(names.size()), count, node.name.c_str());
+        Fail(6130, "list of state names has %d entries, but %d states are being added to >-Bnode '%s'",
+             int(names.size()), count, node.name.c_str());
     if (count > INT32_MAX - old_count) Fail(6131, "too many states for >-Bnode '%s'", node.name.c_str());
     if (count == 0) return;
-    CheckMemory(double(old_count + count) * sizeof(int), "to add states to >-node '%s' (see >-LimitMemoryUsage_vx)", node.name.c_str());
+    CheckMemory(double(old_count + count) * sizeof(int),
+                "to add states to >-node '%s' (see >-LimitMemoryUsage_vx)", node.name.c_str());
     if (first == -1) first = old_count;
     std::vector<int> old_state(old_count + count, -1);
     for (int state = 0; state < old_count; ++state) old_state[state < first ? state : state + count] = state;
@@ -167,9 +186,14 @@ void AddStates(Node& node, int first, const std::vector<std::string>& names, int
     for (const StateText& text : prepared.states.texts)
         if (!text.name.empty()) all.push_back(text.name);
     const std::string problem = NamesProblem(all);
-    if (!problem.empty()) Fail(6132, "couldn't change the state names of >-node '%s', because new %s", node.name.c_str(), problem.c_str());
+    if (!problem.empty())
+        Fail(6132, "couldn't change the state names of >-node '%s', because new %s", node.name.c_str(),
+             problem.c_str());
     if (drops_names)
-        Warn(6133, ">-node '%s' is losing its state names because a state with no name (just called #%d) is being added", node.name.c_str(), first);
+        Warn(
+            6133,
+            ">-node '%s' is losing its state names because a state with no name (just called #%d) is being added",
+            node.name.c_str(), first);
     ApplyStates(node, std::move(prepared), "add states");
 }
 
@@ -196,11 +220,14 @@ void ReorderStates(Node& node, const std::vector<int>& new_order)
     std::vector<char> seen(num_states, 0);
     for (const int state : new_order) {
         CheckState(node, state);
-        if (seen[state]) Fail(6135, "new order of the states of >-Bnode '%s' has state %d twice", node.name.c_str(), state);
+        if (seen[state])
+            Fail(6135, "new order of the states of >-Bnode '%s' has state %d twice", node.name.c_str(),
+                 state);
         seen[state] = 1;
     }
     if (int(new_order.size()) != num_states)
-        Fail(6136, "new order of the states of >-Bnode '%s' has %d entries, but it has %d states", node.name.c_str(), int(new_order.size()), num_states);
+        Fail(6136, "new order of the states of >-Bnode '%s' has %d entries, but it has %d states",
+             node.name.c_str(), int(new_order.size()), num_states);
     ApplyStates(node, PrepareStates(node, new_order, MissingProb()), "reorder states");
 }
 
@@ -213,7 +240,8 @@ void CheckThresholds(const Node& node, const std::vector<double>& levels)
         if (IsUndef(levels[i]) || std::isnan(levels[i]))
             Fail(6137, "level %d passed for >-Bnode '%s' is not a number", int(i), node.name.c_str());
         if (i > 0 && (rising ? levels[i] < levels[i - 1] : levels[i] > levels[i - 1]))
-            Fail(6138, "levels passed for >-Bnode '%s' are not in order (level %d is %g, level %d is %g)", node.name.c_str(), int(i) - 1, levels[i - 1], int(i), levels[i]);
+            Fail(6138, "levels passed for >-Bnode '%s' are not in order (level %d is %g, level %d is %g)",
+                 node.name.c_str(), int(i) - 1, levels[i - 1], int(i), levels[i]);
     }
 }
 
@@ -224,7 +252,8 @@ void Rediscretize(Node& node, int num_states, std::vector<double> levels)
     states.type = node.states.type;
     states.num_states = num_states;
     states.levels = std::move(levels);
-    for (Node* child : node.children.nodes) Change(*child, child->tables, NodeTables(), RETABLES, "discretize node");
+    for (Node* child : node.children.nodes)
+        Change(*child, child->tables, NodeTables(), RETABLES, "discretize node");
     Change(node, node.tables, NodeTables(), RETABLES, "discretize node");
     Change(node, node.finding, NodeFinding(), REFINDS, "discretize node");
     Change(node, node.saved_belief, std::vector<float>(), NO_EFFECT, "discretize node");
@@ -236,13 +265,16 @@ void Rediscretize(Node& node, int num_states, std::vector<double> levels)
 void SetLevels(Node& node, int num_states, const double* values)
 {
     if (num_states < 0)
-        Fail(6139, "argument 'numstates' passed for >-Bnode '%s' is negative (= %d)", node.name.c_str(), num_states);
+        Fail(6139, "argument 'numstates' passed for >-Bnode '%s' is negative (= %d)", node.name.c_str(),
+             num_states);
     if (IsDiscrete(node) && num_states != NumStates(node))
-        Fail(6140, "trying to change the number of states of a discrete >-Bnode ('%s') from %d to %d", node.name.c_str(), NumStates(node), num_states);
+        Fail(6140, "trying to change the number of states of a discrete >-Bnode ('%s') from %d to %d",
+             node.name.c_str(), NumStates(node), num_states);
     std::vector<double> levels;
     if (values != nullptr) {
         const int64_t count = IsDiscrete(node) ? num_states : num_states == 0 ? 2 : int64_t(num_states) + 1;
-        CheckMemory(double(count) * sizeof(double), "to set the levels of >-node '%s' (see >-LimitMemoryUsage_vx)", node.name.c_str());
+        CheckMemory(double(count) * sizeof(double),
+                    "to set the levels of >-node '%s' (see >-LimitMemoryUsage_vx)", node.name.c_str());
         levels.assign(values, values + count);
         if (!IsDiscrete(node)) CheckThresholds(node, levels);
     } else if (!IsDiscrete(node) && num_states != 0) {

@@ -19,8 +19,8 @@ namespace {
 constexpr double kMaxTableBytes = 2e9;
 
 // Numbers of records that say that findings contradict one another or the model.
-constexpr int kInconsistencies[] = {2078, 2327, 2437, 2438, 2487, 2488, 2489, 2490, 2491, 3302, 3303, 3305, 3306,
-                                    3307, 3310, 3311, 3312, 3313, 3315, 3319, 3320, 3381, 3382, 3588};
+constexpr int kInconsistencies[] = {2078, 2327, 2437, 2438, 2487, 2488, 2489, 2490, 2491, 3302, 3303, 3305,
+                                    3306, 3307, 3310, 3311, 3312, 3313, 3315, 3319, 3320, 3381, 3382, 3588};
 
 int VariableOf(const Node& node)
 {
@@ -100,7 +100,9 @@ void CheckTableMemory(const Net& net)
 {
     const double bytes = SizesOf(net).under_findings * sizeof(float);
     if (bytes > kMaxTableBytes)
-        Fail(6010, "you will not be able to do >-exact_inference with this >-net unless you enter significant findings first, because the tables would be vastly too large");
+        Fail(
+            6010,
+            "you will not be able to do >-exact_inference with this >-net unless you enter significant findings first, because the tables would be vastly too large");
     if (net.name.empty())
         CheckMemory(bytes, "to compile/update this >-net (see >-LimitMemoryUsage_vx)");
     else
@@ -111,8 +113,9 @@ void MakePropagation(Net& net)
 {
     CompiledNet& compiled = *net.compiled;
     CheckTableMemory(net);
-    compiled.propagation = std::make_unique<Propagation>(
-        compiled.propagation_graph, compiled.tree, [&compiled](int variable) { return TableOf(compiled, variable); });
+    compiled.propagation =
+        std::make_unique<Propagation>(compiled.propagation_graph, compiled.tree,
+                                      [&compiled](int variable) { return TableOf(compiled, variable); });
     for (int variable = 0; variable < int(compiled.nodes.size()); ++variable)
         if (!compiled.nodes[variable]->finding.IsEmpty()) SyncFinding(compiled, variable);
     for (int variable : compiled.stale_findings) compiled.finding_is_stale[variable] = 0;
@@ -144,7 +147,10 @@ int ConstantState(const Node& node)
     return certain == probs + NumStates(node) ? -1 : int(certain - probs);
 }
 
-void CompiledNetDeleter::operator()(CompiledNet* compiled) const noexcept { delete compiled; }
+void CompiledNetDeleter::operator()(CompiledNet* compiled) const noexcept
+{
+    delete compiled;
+}
 
 uint64_t NewUpdateCount() noexcept
 {
@@ -203,7 +209,8 @@ void UpdateBeliefs(Net& net)
         case UpdateStatus::kUpdated:
             return;
         case UpdateStatus::kInconsistent:
-            FailWith(INCONSISTENT_FINDING_CND, 3305, "according to this model, the >-finding-(s) entered are inconsistent%s", "");
+            FailWith(INCONSISTENT_FINDING_CND, 3305,
+                     "according to this model, the >-finding-(s) entered are inconsistent%s", "");
         case UpdateStatus::kHalted:
             FailWith(ABORTED_CND, 6013, "updating of beliefs was halted for >-net '%s'", net.name.c_str());
     }
@@ -217,7 +224,8 @@ void AutoUpdate(Net& net)
 const float* GetBeliefs(Node& node)
 {
     if (node.kind != NATURE_NODE && node.kind != DECISION_NODE && node.kind != DISCONNECTED_NODE)
-        Fail(2364, "'%s' is a %s >-node, but can only get beliefs of a >-nature_node or >-decision_node", node.name.c_str(), KindTerm(node.kind));
+        Fail(2364, "'%s' is a %s >-node, but can only get beliefs of a >-nature_node or >-decision_node",
+             node.name.c_str(), KindTerm(node.kind));
     const int num_states = NumStates(node);
     if (num_states == 0) return nullptr;
     UpdateBeliefs(*node.net);

@@ -47,7 +47,10 @@ constexpr uint64_t kLabelEnd = UINT64_C(999999999999999000);
 
 // ---- Questions about a node ----
 
-bool IsDelayed(const Link& link) { return link.delay.find_first_of("123456789") != std::string::npos; }
+bool IsDelayed(const Link& link)
+{
+    return link.delay.find_first_of("123456789") != std::string::npos;
+}
 
 const std::string& StateName(const Node& node, int state)
 {
@@ -121,13 +124,15 @@ int StateOfValue(const Node& node, double value)
 
 const char* KindWord(int kind)
 {
-    static constexpr const char* kWords[] = {"UNKNOWN_KIND", "NATURE", "CONSTANT", "DECISION", "UTILITY", "DISCONNECTED", "ADVERSARY"};
+    static constexpr const char* kWords[] = {"UNKNOWN_KIND", "NATURE",       "CONSTANT", "DECISION",
+                                             "UTILITY",      "DISCONNECTED", "ADVERSARY"};
     return kind >= 0 && kind < NUM_NODE_KINDS ? kWords[kind] : kWords[0];
 }
 
 const char* KindTerm(int kind)
 {
-    static constexpr const char* kTerms[] = {"documentation", "nature", "constant", "decision", "utility", "disconnected", "adversary"};
+    static constexpr const char* kTerms[] = {"documentation", "nature",       "constant", "decision",
+                                             "utility",       "disconnected", "adversary"};
     return kind >= 0 && kind < NUM_NODE_KINDS ? kTerms[kind] : kTerms[0];
 }
 
@@ -139,7 +144,8 @@ const char* TypeWord(VarType type)
 
 const char* MeasureWord(Measure measure)
 {
-    static constexpr const char* kWords[] = {"UNKNOWN_MEASURE", "NOMINAL", "PROXIMAL", "ORDINAL", "INTERVAL", "RATIO"};
+    static constexpr const char* kWords[] = {"UNKNOWN_MEASURE", "NOMINAL",  "PROXIMAL",
+                                             "ORDINAL",         "INTERVAL", "RATIO"};
     return kWords[int(measure)];
 }
 

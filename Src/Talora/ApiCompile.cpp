@@ -10,7 +10,8 @@ namespace {
 void CheckClique(const CompiledNet& compiled, int clique)
 {
     if (clique < 0 || clique >= compiled.tree.num_cliques())
-        Fail(6050, "argument 'clique' is %d, but it should be between 0 and %d inclusive", clique, compiled.tree.num_cliques() - 1);
+        Fail(6050, "argument 'clique' is %d, but it should be between 0 and %d inclusive", clique,
+             compiled.tree.num_cliques() - 1);
 }
 
 // Lists of clique members are made for all cliques when first asked for, and live as long as the tree.
@@ -128,7 +129,8 @@ int GetCliqueNeighbor_bn(const net_bn* net, int clique, int index)
         CheckClique(compiled, clique);
         const std::vector<int> joined = JoinedTo(compiled.tree, clique);
         if (index < 0 || index >= int(joined.size()))
-            Fail(6053, "argument 'index' is %d, but clique %d is joined to %d others", index, clique, int(joined.size()));
+            Fail(6053, "argument 'index' is %d, but clique %d is joined to %d others", index, clique,
+                 int(joined.size()));
         return joined[index];
     });
 }

@@ -12,7 +12,8 @@ namespace {
 
 void CheckFieldKind(int kind)
 {
-    if (kind != 0) Fail(6192, "argument 'kind' is %d, but with this version of >-Talora it should be 0", kind);
+    if (kind != 0)
+        Fail(6192, "argument 'kind' is %d, but with this version of >-Talora it should be 0", kind);
 }
 
 const UserField* FindField(const Description& text, std::string_view name)
@@ -32,21 +33,25 @@ Description WithLastChange(const Description& text, const char* who, uint32_t wh
     return changed;
 }
 
-std::vector<UserField> WithUserField(const Description& text, const char* name, const void* value, int length, int kind)
+std::vector<UserField> WithUserField(const Description& text, const char* name, const void* value, int length,
+                                     int kind)
 {
     CheckFieldKind(kind);
     const std::string field_name = NameArgument(name, "name");
     if (length < -1) Fail(6193, "argument 'length' is %d, but it should be -1 or more", length);
     std::vector<UserField> fields = text.user_fields;
-    const auto found = std::find_if(fields.begin(), fields.end(), [&](const UserField& field) { return field.name == field_name; });
+    const auto found = std::find_if(fields.begin(), fields.end(),
+                                    [&](const UserField& field) { return field.name == field_name; });
     if (value == nullptr) {
         if (found != fields.end()) fields.erase(found);
         return fields;
     }
     const char* bytes = static_cast<const char*>(value);
     std::string contents(bytes, length == -1 ? strlen(bytes) : size_t(length));
-    if (found != fields.end()) found->value = std::move(contents);
-    else fields.push_back({field_name, std::move(contents)});
+    if (found != fields.end())
+        found->value = std::move(contents);
+    else
+        fields.push_back({field_name, std::move(contents)});
     return fields;
 }
 
@@ -67,7 +72,8 @@ void ClearUserField(const char** name, const char** value, int* length)
     if (length) *length = 0;
 }
 
-void NthUserField(const Description& text, int index, const char** name, const char** value, int* length, int kind)
+void NthUserField(const Description& text, int index, const char** name, const char** value, int* length,
+                  int kind)
 {
     CheckFieldKind(kind);
     if (index < 0) Fail(6190, "argument 'index' is %d, but it should not be negative", index);
@@ -83,8 +89,12 @@ int WriteLabel(std::string text, const char* options, char* label, int max_chars
     const bool multi_line = OptionsArgument(options, {"multi_line"}) != 0;
     if (max_chars < 0) Fail(6194, "argument 'max_chars' is %d, but it must be >= 0", max_chars);
     if (label == nullptr && max_chars != 0)
-        Fail(6195, "argument 'label' is NULL, but it must not be if argument 'max_chars' is nonzero (it is %d)", max_chars);
-    if (!multi_line) std::replace_if(text.begin(), text.end(), [](char c) { return c == '\n' || c == '\r'; }, ' ');
+        Fail(6195,
+             "argument 'label' is NULL, but it must not be if argument 'max_chars' is nonzero (it is %d)",
+             max_chars);
+    if (!multi_line)
+        std::replace_if(
+            text.begin(), text.end(), [](char c) { return c == '\n' || c == '\r'; }, ' ');
     if (max_chars > 0) {
         const size_t length = CutLength(text, size_t(max_chars) - 1);
         memcpy(label, text.data(), length);

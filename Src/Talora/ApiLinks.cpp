@@ -23,7 +23,8 @@ std::string DelayArgument(const Net& net, const char* argument, const char* dela
             Fail(6206, "in argument '%s', '%.40s' is not a valid number", argument, entry.c_str());
     }
     if (net.num_dimensions > 0 && !entries.empty() && int(entries.size()) != net.num_dimensions)
-        Fail(6207, "in argument '%s', there are %d entries, but %d dimensions in >-net '%s'", argument, int(entries.size()), net.num_dimensions, net.name.c_str());
+        Fail(6207, "in argument '%s', there are %d entries, but %d dimensions in >-net '%s'", argument,
+             int(entries.size()), net.num_dimensions, net.name.c_str());
     return text;
 }
 
@@ -53,7 +54,8 @@ void DeleteLink_bn(int parent_index, node_bn* child)
 
 void SwitchNodeParent_bn(int parent_index, node_bn* child, node_bn* new_parent)
 {
-    if (new_parent == nullptr) return CallApi(__func__, child, [&] { SwitchParent(*child, parent_index, nullptr); });
+    if (new_parent == nullptr)
+        return CallApi(__func__, child, [&] { SwitchParent(*child, parent_index, nullptr); });
     CallApi2(__func__, child, new_parent, [&] { SwitchParent(*child, parent_index, new_parent); });
 }
 
@@ -94,7 +96,8 @@ void SetNodeInputName_bn(node_bn* node, int parent_index, const char* name)
         const std::string text = name == nullptr || *name == '\0' ? "" : NameArgument(name, "name");
         for (int i = 0; i < int(node->links.size()); ++i)
             if (!text.empty() && i != parent_index && node->links[i].input_name == text)
-                Fail(6208, "name '%.30s' is repeated (it is the input name of link #%d of >-Bnode '%s')", text.c_str(), i, node->name.c_str());
+                Fail(6208, "name '%.30s' is repeated (it is the input name of link #%d of >-Bnode '%s')",
+                     text.c_str(), i, node->name.c_str());
         std::vector<Link> links = node->links;
         links[parent_index].input_name = text;
         ReserveLinks(*node, links);
@@ -129,7 +132,8 @@ const char* GetNodeInputDelay_bn(const node_bn* node, int parent_index)
 void SetNodePersistance_bn(node_bn* node, const char* persist)
 {
     CallApi(__func__, node, [&] {
-        Change(*node, node->persist, DelayArgument(*node->net, "persist", persist), NO_EFFECT, "set persistence");
+        Change(*node, node->persist, DelayArgument(*node->net, "persist", persist), NO_EFFECT,
+               "set persistence");
     });
 }
 

@@ -25,8 +25,10 @@ net_bn* CopyNet_bn(const net_bn* net, const char* new_name, environ_vx* env, con
 {
     return CallApi(__func__, net, static_cast<net_bn*>(nullptr), [&] {
         if (env != nullptr) CheckHandle(env);
-        const uint32_t given = OptionsArgument(options, {"no_nodes", "no_links", "no_tables", "no_visual", "no_window"});
-        const CopyNetOptions copy = {(given & 1) != 0, (given & 2) != 0, (given & 4) != 0, (given & 8) != 0, (given & 16) != 0};
+        const uint32_t given =
+            OptionsArgument(options, {"no_nodes", "no_links", "no_tables", "no_visual", "no_window"});
+        const CopyNetOptions copy = {(given & 1) != 0, (given & 2) != 0, (given & 4) != 0, (given & 8) != 0,
+                                     (given & 16) != 0};
         return CopyNet(*net, NameArgument(new_name, "new_name"), env ? *env : *net->env, copy);
     });
 }
@@ -58,7 +60,8 @@ environ_vx* GetNetEnviron_bn(const net_bn* net)
 
 void SetNetName_bn(net_bn* net, const char* name)
 {
-    CallApi(__func__, net, [&] { Change(*net, net->name, NameArgument(name, "name"), NO_EFFECT, "rename net"); });
+    CallApi(__func__, net,
+            [&] { Change(*net, net->name, NameArgument(name, "name"), NO_EFFECT, "rename net"); });
 }
 
 const char* GetNetName_bn(const net_bn* net)
@@ -68,7 +71,8 @@ const char* GetNetName_bn(const net_bn* net)
 
 void SetNetTitle_bn(net_bn* net, const char* title)
 {
-    CallApi(__func__, net, [&] { Change(*net, net->text.title, TextArgument(title), NO_EFFECT, "change title"); });
+    CallApi(__func__, net,
+            [&] { Change(*net, net->text.title, TextArgument(title), NO_EFFECT, "change title"); });
 }
 
 const char* GetNetTitle_bn(const net_bn* net)
@@ -78,27 +82,33 @@ const char* GetNetTitle_bn(const net_bn* net)
 
 void SetNetComment_bn(net_bn* net, const char* comment)
 {
-    CallApi(__func__, net, [&] { Change(*net, net->text.comment, TextArgument(comment), NO_EFFECT, "change comment"); });
+    CallApi(__func__, net,
+            [&] { Change(*net, net->text.comment, TextArgument(comment), NO_EFFECT, "change comment"); });
 }
 
 const char* GetNetComment_bn(const net_bn* net)
 {
-    return CallApi(__func__, net, static_cast<const char*>(nullptr), [&] { return net->text.comment.c_str(); });
+    return CallApi(__func__, net, static_cast<const char*>(nullptr),
+                   [&] { return net->text.comment.c_str(); });
 }
 
 void SetNetAuthor_bn(net_bn* net, const char* author)
 {
-    CallApi(__func__, net, [&] { Change(*net, net->text.author, TextArgument(author), NO_EFFECT, "change author"); });
+    CallApi(__func__, net,
+            [&] { Change(*net, net->text.author, TextArgument(author), NO_EFFECT, "change author"); });
 }
 
 const char* GetNetAuthor_bn(const net_bn* net)
 {
-    return CallApi(__func__, net, static_cast<const char*>(nullptr), [&] { return net->text.author.c_str(); });
+    return CallApi(__func__, net, static_cast<const char*>(nullptr),
+                   [&] { return net->text.author.c_str(); });
 }
 
 void SetNetLastChange_bn(net_bn* net, const char* who, uint32_t when)
 {
-    CallApi(__func__, net, [&] { Change(*net, net->text, WithLastChange(net->text, who, when), NO_EFFECT, "set last change"); });
+    CallApi(__func__, net, [&] {
+        Change(*net, net->text, WithLastChange(net->text, who, when), NO_EFFECT, "set last change");
+    });
 }
 
 const char* GetNetLastChange_bn(const net_bn* net, uint32_t* when)
@@ -122,16 +132,19 @@ void* GetNetUserData_bn(const net_bn* net)
 void SetNetUserField_bn(net_bn* net, const char* name, const void* value, int length, int kind)
 {
     CallApi(__func__, net, [&] {
-        Change(*net, net->text.user_fields, WithUserField(net->text, name, value, length, kind), NO_EFFECT, "change user field");
+        Change(*net, net->text.user_fields, WithUserField(net->text, name, value, length, kind), NO_EFFECT,
+               "change user field");
     });
 }
 
 const char* GetNetUserField_bn(const net_bn* net, const char* name, int* length, int kind)
 {
-    return CallApi(__func__, net, static_cast<const char*>(nullptr), [&] { return FindUserField(net->text, name, length, kind); });
+    return CallApi(__func__, net, static_cast<const char*>(nullptr),
+                   [&] { return FindUserField(net->text, name, length, kind); });
 }
 
-void GetNetNthUserField_bn(const net_bn* net, int index, const char** name, const char** value, int* length, int kind)
+void GetNetNthUserField_bn(const net_bn* net, int index, const char** name, const char** value, int* length,
+                           int kind)
 {
     ClearUserField(name, value, length);
     CallApi(__func__, net, [&] { NthUserField(net->text, index, name, value, length, kind); });
@@ -139,7 +152,9 @@ void GetNetNthUserField_bn(const net_bn* net, int index, const char** name, cons
 
 void SetNetAutoCompile_bn(net_bn* net, bool_vx auto_compile)
 {
-    CallApi(__func__, net, [&] { Change(*net, net->auto_compile, auto_compile != 0, NO_EFFECT, "change automatic compiling"); });
+    CallApi(__func__, net, [&] {
+        Change(*net, net->auto_compile, auto_compile != 0, NO_EFFECT, "change automatic compiling");
+    });
 }
 
 bool_vx GetNetAutoCompile_bn(const net_bn* net)
@@ -151,7 +166,8 @@ void SetNetNumDimensions_bn(net_bn* net, int num_dimensions)
 {
     CallApi(__func__, net, [&] {
         if (num_dimensions < 0 || num_dimensions > 100)
-            Fail(6191, "argument 'num_dimensions' is %d, but it should be between %d and %d inclusive", num_dimensions, 0, 100);
+            Fail(6191, "argument 'num_dimensions' is %d, but it should be between %d and %d inclusive",
+                 num_dimensions, 0, 100);
         Change(*net, net->num_dimensions, num_dimensions, NO_EFFECT, "change number of time dimensions");
     });
 }
@@ -209,7 +225,9 @@ void DeleteNodeset_bn(const char* nodeset, net_bn* net)
 
 void RenameNodeset_bn(const char* nodeset, const char* new_name, net_bn* net)
 {
-    CallApi(__func__, net, [&] { RenameNodeSet(*net, NameArgument(nodeset, "nodeset"), NameArgument(new_name, "new_name")); });
+    CallApi(__func__, net, [&] {
+        RenameNodeSet(*net, NameArgument(nodeset, "nodeset"), NameArgument(new_name, "new_name"));
+    });
 }
 
 const char* GetNthNodeset_bn(const net_bn* net, int index)
@@ -225,7 +243,8 @@ nodelist_bn* GetNodesetNodes_bn(const char* nodeset, const net_bn* net)
     return CallApi(__func__, net, static_cast<nodelist_bn*>(nullptr), [&] {
         const std::string name = NameArgument(nodeset, "nodeset");
         const NodeSet* set = FindNodeSet(*net, name);
-        if (set == nullptr) Fail(6170, "there is no >-Nodeset '%s' in >-net '%s'", name.c_str(), net->name.c_str());
+        if (set == nullptr)
+            Fail(6170, "there is no >-Nodeset '%s' in >-net '%s'", name.c_str(), net->name.c_str());
         nodelist_bn* list = NewNodeList(*net->env, 0);
         list->nodes = set->nodes;
         return list;

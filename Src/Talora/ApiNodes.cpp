@@ -70,27 +70,32 @@ const char* GetNodeName_bn(const node_bn* node)
 
 void SetNodeTitle_bn(node_bn* node, const char* title)
 {
-    CallApi(__func__, node, [&] { Change(*node, node->text.title, TextArgument(title), NO_EFFECT, "change title"); });
+    CallApi(__func__, node,
+            [&] { Change(*node, node->text.title, TextArgument(title), NO_EFFECT, "change title"); });
 }
 
 const char* GetNodeTitle_bn(const node_bn* node)
 {
-    return CallApi(__func__, node, static_cast<const char*>(nullptr), [&] { return node->text.title.c_str(); });
+    return CallApi(__func__, node, static_cast<const char*>(nullptr),
+                   [&] { return node->text.title.c_str(); });
 }
 
 void SetNodeComment_bn(node_bn* node, const char* comment)
 {
-    CallApi(__func__, node, [&] { Change(*node, node->text.comment, TextArgument(comment), NO_EFFECT, "change comment"); });
+    CallApi(__func__, node,
+            [&] { Change(*node, node->text.comment, TextArgument(comment), NO_EFFECT, "change comment"); });
 }
 
 const char* GetNodeComment_bn(const node_bn* node)
 {
-    return CallApi(__func__, node, static_cast<const char*>(nullptr), [&] { return node->text.comment.c_str(); });
+    return CallApi(__func__, node, static_cast<const char*>(nullptr),
+                   [&] { return node->text.comment.c_str(); });
 }
 
 void SetNodeUnits_bn(node_bn* node, const char* units)
 {
-    CallApi(__func__, node, [&] { Change(*node, node->units, TextArgument(units), NO_EFFECT, "change units"); });
+    CallApi(__func__, node,
+            [&] { Change(*node, node->units, TextArgument(units), NO_EFFECT, "change units"); });
 }
 
 const char* GetNodeUnits_bn(const node_bn* node)
@@ -100,17 +105,21 @@ const char* GetNodeUnits_bn(const node_bn* node)
 
 void SetNodeAuthor_bn(node_bn* node, const char* author)
 {
-    CallApi(__func__, node, [&] { Change(*node, node->text.author, TextArgument(author), NO_EFFECT, "change author"); });
+    CallApi(__func__, node,
+            [&] { Change(*node, node->text.author, TextArgument(author), NO_EFFECT, "change author"); });
 }
 
 const char* GetNodeAuthor_bn(const node_bn* node)
 {
-    return CallApi(__func__, node, static_cast<const char*>(nullptr), [&] { return node->text.author.c_str(); });
+    return CallApi(__func__, node, static_cast<const char*>(nullptr),
+                   [&] { return node->text.author.c_str(); });
 }
 
 void SetNodeLastChange_bn(node_bn* node, const char* who, uint32_t when)
 {
-    CallApi(__func__, node, [&] { Change(*node, node->text, WithLastChange(node->text, who, when), NO_EFFECT, "set last change"); });
+    CallApi(__func__, node, [&] {
+        Change(*node, node->text, WithLastChange(node->text, who, when), NO_EFFECT, "set last change");
+    });
 }
 
 const char* GetNodeLastChange_bn(const node_bn* node, uint32_t* when)
@@ -134,16 +143,19 @@ void* GetNodeUserData_bn(const node_bn* node)
 void SetNodeUserField_bn(node_bn* node, const char* name, const void* value, int length, int kind)
 {
     CallApi(__func__, node, [&] {
-        Change(*node, node->text.user_fields, WithUserField(node->text, name, value, length, kind), NO_EFFECT, "change user field");
+        Change(*node, node->text.user_fields, WithUserField(node->text, name, value, length, kind), NO_EFFECT,
+               "change user field");
     });
 }
 
 const char* GetNodeUserField_bn(const node_bn* node, const char* name, int* length, int kind)
 {
-    return CallApi(__func__, node, static_cast<const char*>(nullptr), [&] { return FindUserField(node->text, name, length, kind); });
+    return CallApi(__func__, node, static_cast<const char*>(nullptr),
+                   [&] { return FindUserField(node->text, name, length, kind); });
 }
 
-void GetNodeNthUserField_bn(const node_bn* node, int index, const char** name, const char** value, int* length, int kind)
+void GetNodeNthUserField_bn(const node_bn* node, int index, const char** name, const char** value,
+                            int* length, int kind)
 {
     ClearUserField(name, value, length);
     CallApi(__func__, node, [&] { NthUserField(node->text, index, name, value, length, kind); });
@@ -161,31 +173,36 @@ nodekind_bn GetNodeKind_bn(const node_bn* node)
 
 nodetype_bn GetNodeType_bn(const node_bn* node)
 {
-    return CallApi(__func__, node, nodetype_bn(0), [&] { return IsDiscrete(*node) ? DISCRETE_TYPE : CONTINUOUS_TYPE; });
+    return CallApi(__func__, node, nodetype_bn(0),
+                   [&] { return IsDiscrete(*node) ? DISCRETE_TYPE : CONTINUOUS_TYPE; });
 }
 
 void SetNodeMeasure_bn(node_bn* node, const char* measure)
 {
     CallApi(__func__, node, [&] {
-        Change(*node, node->measure, EnumArgument<Measure>("measure", measure, 6, MeasureWord), NO_EFFECT, "change measure");
+        Change(*node, node->measure, EnumArgument<Measure>("measure", measure, 6, MeasureWord), NO_EFFECT,
+               "change measure");
     });
 }
 
 const char* GetNodeMeasure_bn(const node_bn* node)
 {
-    return CallApi(__func__, node, static_cast<const char*>(nullptr), [&] { return MeasureWord(node->measure); });
+    return CallApi(__func__, node, static_cast<const char*>(nullptr),
+                   [&] { return MeasureWord(node->measure); });
 }
 
 void SetNodeRelation_bn(node_bn* node, const char* relation)
 {
     CallApi(__func__, node, [&] {
-        Change(*node, node->relation, EnumArgument<Relation>("relation", relation, 4, RelationWord), NO_EFFECT, "change relation");
+        Change(*node, node->relation, EnumArgument<Relation>("relation", relation, 4, RelationWord),
+               NO_EFFECT, "change relation");
     });
 }
 
 const char* GetNodeRelation_bn(const node_bn* node)
 {
-    return CallApi(__func__, node, static_cast<const char*>(nullptr), [&] { return RelationWord(node->relation); });
+    return CallApi(__func__, node, static_cast<const char*>(nullptr),
+                   [&] { return RelationWord(node->relation); });
 }
 
 const char* GetNodeEquation_bn(const node_bn* node)
@@ -196,6 +213,7 @@ const char* GetNodeEquation_bn(const node_bn* node)
 int GetNodeLabel_bn(const node_bn* node, const char* options, char* label, int max_chars)
 {
     return CallApi(__func__, node, -1, [&] {
-        return WriteLabel(node->text.title.empty() ? node->name : node->text.title, options, label, max_chars);
+        return WriteLabel(node->text.title.empty() ? node->name : node->text.title, options, label,
+                          max_chars);
     });
 }

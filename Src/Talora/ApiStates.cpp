@@ -11,7 +11,8 @@ using namespace talora;
 namespace {
 
 // One text of one state, changed through a copy of them all.
-void ChangeStateText(Node& node, int state, std::string StateText::*member, std::string text, const char* what)
+void ChangeStateText(Node& node, int state, std::string StateText::*member, std::string text,
+                     const char* what)
 {
     CheckState(node, state);
     std::vector<StateText> texts = node.states.texts;
@@ -67,7 +68,9 @@ const char* GetNodeStateName_bn(const node_bn* node, state_bn state)
 
 void SetNodeStateTitle_bn(node_bn* node, state_bn state, const char* title)
 {
-    CallApi(__func__, node, [&] { ChangeStateText(*node, state, &StateText::title, TextArgument(title), "change state title"); });
+    CallApi(__func__, node, [&] {
+        ChangeStateText(*node, state, &StateText::title, TextArgument(title), "change state title");
+    });
 }
 
 const char* GetNodeStateTitle_bn(const node_bn* node, state_bn state)
@@ -80,7 +83,9 @@ const char* GetNodeStateTitle_bn(const node_bn* node, state_bn state)
 
 void SetNodeStateComment_bn(node_bn* node, state_bn state, const char* comment)
 {
-    CallApi(__func__, node, [&] { ChangeStateText(*node, state, &StateText::comment, TextArgument(comment), "change state comment"); });
+    CallApi(__func__, node, [&] {
+        ChangeStateText(*node, state, &StateText::comment, TextArgument(comment), "change state comment");
+    });
 }
 
 const char* GetNodeStateComment_bn(const node_bn* node, state_bn state)
@@ -107,9 +112,12 @@ int GetNodeStateLabel_bn(const node_bn* node, state_bn state, const char* option
     });
 }
 
-void AddNodeStates_bn(node_bn* node, state_bn first_state, const char* state_names, int num_states, double cpt_fill)
+void AddNodeStates_bn(node_bn* node, state_bn first_state, const char* state_names, int num_states,
+                      double cpt_fill)
 {
-    CallApi(__func__, node, [&] { AddStates(*node, first_state, SplitNames(TextArgument(state_names)), num_states, cpt_fill); });
+    CallApi(__func__, node, [&] {
+        AddStates(*node, first_state, SplitNames(TextArgument(state_names)), num_states, cpt_fill);
+    });
 }
 
 void RemoveNodeState_bn(node_bn* node, state_bn state)
@@ -120,7 +128,8 @@ void RemoveNodeState_bn(node_bn* node, state_bn state)
 void ReorderNodeStates_bn(node_bn* node, const state_bn* new_order)
 {
     CallApi(__func__, node, [&] {
-        if (new_order == nullptr) Fail(6205, "argument 'new_order' is NULL, for >-Bnode %s", node->name.c_str());
+        if (new_order == nullptr)
+            Fail(6205, "argument 'new_order' is NULL, for >-Bnode %s", node->name.c_str());
         ReorderStates(*node, std::vector<int>(new_order, new_order + NumStates(*node)));
     });
 }

@@ -11,7 +11,8 @@ void SetNodeProbs_bn(node_bn* node, const state_bn* parent_states, const prob_bn
 
 const prob_bn* GetNodeProbs_bn(const node_bn* node, const state_bn* parent_states)
 {
-    return CallApi(__func__, node, static_cast<const prob_bn*>(nullptr), [&] { return GetProbs(*node, parent_states); });
+    return CallApi(__func__, node, static_cast<const prob_bn*>(nullptr),
+                   [&] { return GetProbs(*node, parent_states); });
 }
 
 void SetNodeTable_bn(node_bn* node, const prob_bn* probs, int64_t num_entries)
@@ -21,8 +22,12 @@ void SetNodeTable_bn(node_bn* node, const prob_bn* probs, int64_t num_entries)
         CheckCanHaveTable(*node);
         const double entries = TableEntries(*node);
         if (double(num_entries) != entries)
-            Fail(6156, "couldn't change the >-CPTable of >-node '%s', because new table has %g entries, but it should have %g", node->name.c_str(), double(num_entries), entries);
-        CheckMemory(entries * sizeof(float), "to build table for >-node '%s' (see >-LimitMemoryUsage_vx)", node->name.c_str());
+            Fail(
+                6156,
+                "couldn't change the >-CPTable of >-node '%s', because new table has %g entries, but it should have %g",
+                node->name.c_str(), double(num_entries), entries);
+        CheckMemory(entries * sizeof(float), "to build table for >-node '%s' (see >-LimitMemoryUsage_vx)",
+                    node->name.c_str());
         SetTable(*node, TableVector<float>(probs, probs + num_entries));
     });
 }
@@ -37,8 +42,14 @@ const prob_bn* GetNodeTable_bn(const node_bn* node, int64_t* num_entries)
     });
 }
 
-bool_vx IsMissingProb_bn(prob_bn entry) { return entry == MissingProb(); }
-bool_vx IsImpossibleProb_bn(prob_bn entry) { return entry == ImpossibleProb(); }
+bool_vx IsMissingProb_bn(prob_bn entry)
+{
+    return entry == MissingProb();
+}
+bool_vx IsImpossibleProb_bn(prob_bn entry)
+{
+    return entry == ImpossibleProb();
+}
 
 double SizeNodeTable_bn(const node_bn* node)
 {
