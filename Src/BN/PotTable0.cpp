@@ -224,6 +224,12 @@ void WriteFamily(const FamilyRequest& request, float* entries)
     const std::vector<int64_t> target_strides = StridesIn(free_parents, scope, scope_states);
     const int64_t own_stride = StridesIn(std::span(&request.variable, 1), scope, scope_states)[0];
 
+    if (own.num_states == 0) {  // says nothing
+        int64_t count = 1;
+        for (int n : scope_states) count *= n;
+        std::fill_n(entries, count, 1.0f);
+        return;
+    }
     const int own_cut = request.cut[size_t(request.variable)];
     std::vector<float> probs(size_t(std::max(1, own.num_states)));
     std::vector<int> state(free_parents.size());
