@@ -50,20 +50,24 @@ typedef float prob_bn;   /**< probability */
 typedef double util_bn;  /**< utility */
 typedef double level_bn; /**< threshold or value of a state */
 
+/* Enumerations are passed as int, so that any value may be passed and is checked. */
+
 enum { UNDEF_STATE = -3, IMPOSS_STATE = -4, EVERY_STATE = -5, UNIFORM_STATE = -7 };
 
-typedef enum {
+enum {
     NATURE_NODE = 1,
     CONSTANT_NODE = 2,
     DECISION_NODE = 3,
     UTILITY_NODE = 4,
     DISCONNECTED_NODE = 5,
     ADVERSARY_NODE = 6
-} nodekind_bn;
+};
+typedef int nodekind_bn;
 
-typedef enum { CONTINUOUS_TYPE = 1, DISCRETE_TYPE = 2 } nodetype_bn;
+enum { CONTINUOUS_TYPE = 1, DISCRETE_TYPE = 2 };
+typedef int nodetype_bn;
 
-typedef enum {
+enum {
     NOTHING_ERR = 0,
     FALSE_ALERT_ERR = 1,
     REPORT_ERR = 2,
@@ -71,23 +75,26 @@ typedef enum {
     WARNING_ERR = 4,
     ERROR_ERR = 5,
     XXX_ERR = 6 /**< internal error */
-} errseverity_vx;
+};
+typedef int errseverity_vx;
 
-typedef enum {
+enum {
     OUT_OF_MEMORY_COND = 0x08,
     USER_ABORTED_COND = 0x20,
     FROM_WRAPPER_COND = 0x40,
     FILE_COND = 0x80,
     INCONS_FINDING_COND = 0x200
-} errcond_vx;
+};
+typedef int errcond_vx;
 
-typedef enum {
+enum {
     QUERY_CHECK = -1,
     NO_CHECK = 1,      /**< nothing is checked in advance */
     QUICK_CHECK = 2,   /**< handles, missing arguments */
     REGULAR_CHECK = 3, /**< values too: names, probability vectors */
     COMPLETE_CHECK = 4 /**< the whole object is validated before the work starts */
-} checking_vx;
+};
+typedef int checking_vx;
 
 enum {
     BELIEF_UPDATE = 256,

@@ -39,7 +39,7 @@ const char* ErrorMessage_vx(const report_vx* error)
 
 errseverity_vx ErrorSeverity_vx(const report_vx* error)
 {
-    return CallRecord(__func__, error, NOTHING_ERR, [&] { return errseverity_vx(error->severity); });
+    return CallRecord(__func__, error, errseverity_vx(NOTHING_ERR), [&] { return errseverity_vx(error->severity); });
 }
 
 bool_vx ErrorCategory_vx(errcond_vx cond, const report_vx* error)
