@@ -46,9 +46,9 @@ void CompileRead(Net& net)
         if (failure.record != nullptr) failure.record->severity = WARNING_SEV;
         ThisThread().failed = false;
     } catch (const OutOfMemory& failure) {
-        Warn(5624, "the >-net was not compiled: %s", failure.message);
+        Warn(5680, "the >-net was not compiled: %s", failure.message);
     } catch (const std::bad_alloc&) {
-        Warn(5624, "the >-net was not compiled: %s", "not enough memory");
+        Warn(5680, "the >-net was not compiled: %s", "not enough memory");
     }
 }
 

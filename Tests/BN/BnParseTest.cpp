@@ -196,7 +196,10 @@ TEST_F(BnParseTest, FaultsOfTables)
          false},
         {"real function", "discrete = FALSE; parents = (Q); functable = (1.5, @undef, -2e3);", {}, true},
         {"by condition", ab + "functable = (no, @any) : x, (yes, b) : y;", {}, true},
-        {"more conditions than rows", "states = (x, y); parents = (P); functable = (no) : x, (no) : y, (yes) : x;", {2996}, false},
+        {"more conditions than rows",
+         "states = (x, y); parents = (P); functable = (no) : x, (no) : y, (yes) : x;",
+         {2996},
+         false},
         {"condition too short", ab + "functable = (no) : x;", {2551}, false},
         {"condition too long", ab + "functable = (no, a, b) : x;", {2554}, false},
         {"condition empty", ab + "functable = (no, a) : x, (no, ,) : x;", {2553}, false},
@@ -297,6 +300,20 @@ TEST_F(BnParseTest, RepeatedWarningsAreToldOnce)
     EXPECT_EQ(numbers_.size(), 21u);
     EXPECT_EQ(messages_.back().substr(0, 46), "More warnings of the form: unknown field 'foo'");
     DeleteNet(net);
+}
+
+TEST_F(BnParseTest, ALongReadCanBeHalted)
+{
+    std::string text = kHeader + "bnet N {";
+    while (text.size() < (3 << 20))
+        text += "node A" + std::to_string(text.size()) + " {comment = \"" + std::string(999, 'c') + "\";};";
+    SetContents(*stream_, text + "};");
+    env_->halt = true;
+    EXPECT_EQ(ReadNet_bn(stream_, NO_WINDOW), nullptr);
+    EXPECT_NE(GetError_vx(env_, ERROR_ERR, 3605, nullptr), nullptr);
+    EXPECT_TRUE(env_->nets.empty());
+    env_->halt = false;
+    EXPECT_NE(ReadNet_bn(stream_, NO_WINDOW), nullptr);
 }
 
 // Statements of define nodes stand for those that the node does not give.
