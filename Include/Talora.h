@@ -545,6 +545,60 @@ TALORA_API bool_vx HasNodeTable_bn(const node_bn* node, bool_vx* complete);
 TALORA_API bool_vx IsNodeDeterministic_bn(const node_bn* node);
 
 /* ---------------------------------------------------------------------------------------------
+ * Undo
+ *
+ * Every call that changes a net is one step, which can be undone and redone exactly; a call that fails or
+ * changes nothing leaves none.  Results that are worked out (beliefs, junction tree, an elimination order
+ * found by compiling) are not steps: they come and go with the model they belong to.  Pointers of the
+ * caller's own (SetNodeUserData_bn) are not recorded.  Nodes that come back have the handles they had.
+ * ------------------------------------------------------------------------------------------- */
+
+/** Where a net stands with groups of steps. */
+typedef enum {
+    NO_UNDO_GROUP = 0,
+    OPEN_UNDO_GROUP = 1,   /**< steps are being collected */
+    ABORTED_UNDO_GROUP = 2 /**< given up: everything is taken back until the group is closed */
+} undogroup_vx;
+
+/** Sets how much of a net's history is kept, and so turns undoing on, or off when both limits are 0. Turning it
+ *  off discards the history; lower limits discard the oldest steps at once.  A new net has both limits 0.
+ *  @param count_limit   steps kept at most; -1 leaves it as it is.  0 beside a memory limit keeps the last one.
+ *  @param memory_limit  bytes that they may take; -1 leaves it as it is.  0 beside a count limit sets no limit
+ *                       of memory.  The last step is kept even if it alone takes more.
+ *  @param options       must be NULL or empty */
+TALORA_API void SetNetNumUndos_bn(net_bn* net, int count_limit, double memory_limit, const char* options);
+/** @param memory_limit  receives the memory limit; may be NULL.  @return the count limit */
+TALORA_API int GetNetNumUndos_bn(const net_bn* net, double* memory_limit);
+/** Turns undoing on or off with the limits as they are; turning it off discards the history.
+ *  Error 3595: on, while both limits are 0. */
+TALORA_API void SetNetUndoing_bn(net_bn* net, bool_vx on);
+TALORA_API bool_vx GetNetUndoing_bn(const net_bn* net);
+
+/** Undoes the last step; called again, the one before. Fails while a group is open.
+ *  @param to_when  must be -1
+ *  @return whether there was one */
+TALORA_API bool_vx UndoNetLastOper_vx(net_bn* net, double to_when);
+/** Redoes the step undone last; called again, the one after it. A new step ends what can be redone. As above. */
+TALORA_API bool_vx RedoNetOper_vx(net_bn* net, double to_when);
+/** What undoing would undo ("add link Smoking -> Cancer"): 0 the next step, 1 the one before ...; NULL
+ *  beyond the oldest. Belongs to the net, valid until it changes. */
+TALORA_API const char* GetNetNthUndo_bn(const net_bn* net, int index);
+/** What redoing would do again, 0 the next step. As above. */
+TALORA_API const char* GetNetNthRedo_bn(const net_bn* net, int index);
+/** Bytes that the kept steps take now. */
+TALORA_API double GetNetUndoMemory_bn(const net_bn* net);
+
+/** Begins a group: what is done until the matching close is one step. Groups may be nested; the outermost counts.
+ *  While undoing is off, opening and closing do nothing.
+ *  @param description  of the step; NULL or "" takes that of the first operation in it */
+TALORA_API void OpenNetUndoGroup_bn(net_bn* net, const char* description);
+TALORA_API void CloseNetUndoGroup_bn(net_bn* net);
+/** Gives a group up: takes back at once what was done since the outermost group was opened, and when that is
+ *  closed what was still done afterwards. The groups must be closed nevertheless. */
+TALORA_API void AbortNetUndoGroup_bn(net_bn* net);
+TALORA_API undogroup_vx GetNetUndoGroup_bn(const net_bn* net);
+
+/* ---------------------------------------------------------------------------------------------
  * Compiling
  * ------------------------------------------------------------------------------------------- */
 

@@ -121,13 +121,25 @@ std::vector<int> OrderAsNumbers(const CompiledNet& compiled, const std::vector<N
     return numbers;
 }
 
+// Stores an order after checking it; the order that is stored already changes nothing.
+void StoreElimOrder(Net& net, const std::vector<Node*>& order, bool is_found, const char* what)
+{
+    if (net.has_elim_order && net.elim_order.nodes == order) return;
+    std::string phrase;
+    const int error = ElimOrderProblem(net, order, &phrase);
+    if (error == 3556)
+        Fail(3556, "couldn't set the elimination order of >-net '%s', because new list %s", net.name.c_str(), phrase.c_str());
+    if (error != 0)
+        Fail(3277, "couldn't set the elimination order of >-net '%s', because new list %s", net.name.c_str(), phrase.c_str());
+    ChangeElimOrder(net, true, is_found, order, UNCOMPILES, what);
+}
+
 void StoreFoundOrder(Net& net, const CompiledNet& compiled, const std::vector<int>& order)
 {
     std::vector<Node*> nodes;
     nodes.reserve(order.size());
     for (int variable : order) nodes.push_back(compiled.nodes[variable]);
-    SetElimOrder(net, &nodes);
-    net.elim_order_found = true;
+    StoreElimOrder(net, nodes, true, "optimize elimination order");
 }
 
 std::vector<int> FindOrder(Net& net, const CompiledNet& compiled)
@@ -138,6 +150,7 @@ std::vector<int> FindOrder(Net& net, const CompiledNet& compiled)
     Progress progress("finding elimination order");
     GreedySearchResult found = FindGreedyOrder(compiled.graph, all, &progress);
     if (found.order.empty()) CheckHalt(net);
+    const DerivedResults derived(net);
     StoreFoundOrder(net, compiled, found.order);
     return found.order;
 }
@@ -313,24 +326,10 @@ int ElimOrderProblem(Net& net, const std::vector<Node*>& order, std::string* phr
 void SetElimOrder(Net& net, const std::vector<Node*>* order)
 {
     if (order == nullptr) {
-        if (!net.has_elim_order) return;
-        Change(net, net.has_elim_order, false, NO_EFFECT, "remove elimination order");
-        Change(net, net.elim_order.nodes, std::vector<Node*>(), UNCOMPILES, "remove elimination order");
+        ChangeElimOrder(net, false, false, {}, UNCOMPILES, "remove elimination order");
         return;
     }
-    if (net.has_elim_order && net.elim_order.nodes == *order) return;
-    std::string phrase;
-    const int error = ElimOrderProblem(net, *order, &phrase);
-    if (error == 3556)
-        Fail(3556, "couldn't set the elimination order of >-net '%s', because new list %s", net.name.c_str(),
-             phrase.c_str());
-    if (error != 0)
-        Fail(3277, "couldn't set the elimination order of >-net '%s', because new list %s", net.name.c_str(),
-             phrase.c_str());
-    std::vector<Node*> copy = *order;
-    Change(net, net.has_elim_order, true, NO_EFFECT, "set elimination order");
-    Change(net, net.elim_order.nodes, std::move(copy), UNCOMPILES, "set elimination order");
-    net.elim_order_found = false;
+    StoreElimOrder(net, *order, false, "set elimination order");
 }
 
 void CheckElimOrder(Net& net)
@@ -338,6 +337,7 @@ void CheckElimOrder(Net& net)
     std::string phrase;
     if (!net.has_elim_order || ElimOrderProblem(net, net.elim_order.nodes, &phrase) == 0) return;
     Warn(6004, "removing elimination order of >-net '%s', because it %s", net.name.c_str(), phrase.c_str());
+    const DerivedResults derived(net);
     SetElimOrder(net, nullptr);
 }
 

@@ -42,12 +42,8 @@ public:
     ~CopyInProgress()
     {
         if (done_) return;
-        while (net_.nodes.nodes.size() > first_) {
-            Node& node = *net_.nodes.nodes.back();
-            BeforeChange(net_, &node, RELINKS);
-            node.links.clear();
-            RemoveNode(node, "copy nodes");
-        }
+        if (IsRecording(net_)) return;  // the entry frame takes everything back
+        while (net_.nodes.nodes.size() > first_) DropNewNode(*net_.nodes.nodes.back());
     }
     void Done() { done_ = true; }
 

@@ -162,7 +162,7 @@ void SwitchParent(Node& child, int index, Node* new_parent)
     try {
         ReplaceParents(child, std::move(links), old_index, stand_in ? "disconnect link" : "switch parent");
     } catch (...) {
-        if (stand_in) RemoveNode(*stand_in, "disconnect link");
+        if (stand_in) DropNewNode(*stand_in);
         throw;
     }
     RemoveStandInIfUnused(old_parent);

@@ -218,7 +218,10 @@ void UpdateBeliefs(Net& net)
 
 void AutoUpdate(Net& net)
 {
-    if (net.auto_update != 0 && net.compiled) UpdateBeliefs(net);
+    if (net.auto_update == 0 || !net.compiled) return;
+    // A finding stays entered when its consequences cannot be worked out.
+    if (net.undo) net.undo->Commit();
+    UpdateBeliefs(net);
 }
 
 const float* GetBeliefs(Node& node)

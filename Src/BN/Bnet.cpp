@@ -323,6 +323,7 @@ void DeleteNet(Net* net) noexcept
         std::lock_guard guard(env.mutex);
         env.nets.erase(std::remove(env.nets.begin(), env.nets.end(), net), env.nets.end());
     }
+    net->undo.reset();  // its records own nodes
     net->compiled.reset();
     for (Node* node : net->nodes.nodes) ReleaseNode(node);
     RecursiveLock* lock = net->header.Lock();

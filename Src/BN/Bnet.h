@@ -21,6 +21,7 @@
 #include "Basic/Handle.h"
 #include "Basic/Memory.h"
 #include "Basic/MultiThread.h"
+#include "Basic/Undo.h"
 #include "Talora.h"
 
 struct nodelist_bn {
@@ -167,6 +168,7 @@ struct net_bn {
     std::unique_ptr<talora::CompiledNet, talora::CompiledNetDeleter> compiled;
     uint64_t update_count = 0;   // fresh number whenever cached results become stale
     uint64_t label_counter = 100;  // unique labels of graph walks
+    std::unique_ptr<talora::UndoList> undo;  // null until undo is first turned on
     bool changed = false;        // since it was read or written
     void* user_data = nullptr;
     std::string report;          // text given out last

@@ -192,6 +192,7 @@ EntryFrame::EntryFrame(const char* function, environ_vx* env, RecursiveLock* loc
     if (first_ && second_ && std::less<RecursiveLock*>()(second_, first_)) std::swap(first_, second_);
     if (first_) first_->Enter();
     if (second_) second_->Enter();
+    undo_mark_ = CallMark();
     thread.function = function;
     thread.env = env;
     thread.failed = false;
@@ -200,6 +201,7 @@ EntryFrame::EntryFrame(const char* function, environ_vx* env, RecursiveLock* loc
 EntryFrame::~EntryFrame()
 {
     ThreadState& thread = ThisThread();
+    if (thread.depth == 1) EndCalls();
     if (second_) second_->Leave();
     if (first_) first_->Leave();
     if (--thread.depth == 0) LeaveLibrary();
@@ -236,6 +238,7 @@ void EntryFrame::RecordException() noexcept
     } catch (...) {
         Report({.number = 5621}, "unhandled system-level fault");
     }
+    RollBackCall(undo_mark_);
     ThisThread().failed = true;
 }
 

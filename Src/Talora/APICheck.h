@@ -89,7 +89,8 @@ public:
 
     void CheckReady();             // environment initialised, enough memory to start
     bool Failed() const noexcept;  // an error was raised since the frame was entered
-    // Turns the exception being handled into a record.
+    // Turns the exception being handled into a record, and takes back what the call has changed so far
+    // in nets whose edits are recorded.
     void RecordException() noexcept;
 
 private:
@@ -99,6 +100,7 @@ private:
     bool callers_failed_;
     RecursiveLock* first_;
     RecursiveLock* second_;
+    uint64_t undo_mark_;
 };
 
 template <class R, class Body>

@@ -1,0 +1,344 @@
+#include "Basic/Undo.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cmath>
+
+#include "Basic/Error.h"
+
+namespace talora {
+
+namespace {
+
+constexpr size_t kFirstCapacity = 16;
+
+// Of all threads together: a group may be filled by several of them in turn.
+std::atomic<uint64_t> last_sequence{0};
+
+thread_local UndoList* first_open = nullptr;
+
+}  // namespace
+
+// ---- Steps ----
+
+size_t UndoStep::CountBytes() const noexcept
+{
+    size_t total = sizeof(UndoStep) + text.capacity() + records.capacity() * sizeof(records[0]);
+    for (const auto& record : records) total += record->Bytes();
+    return total;
+}
+
+void UndoStep::Undo() noexcept
+{
+    for (auto record = records.rbegin(); record != records.rend(); ++record) (*record)->Undo();
+}
+
+void UndoStep::Redo() noexcept
+{
+    for (const auto& record : records) record->Redo();
+}
+
+// ---- The ring ----
+
+void UndoRing::Reserve()
+{
+    if (size_ < slots_.size()) return;
+    std::vector<UndoStep> larger(std::max(kFirstCapacity, 2 * slots_.size()));
+    for (size_t i = 0; i < size_; ++i) larger[i] = std::move((*this)[i]);
+    slots_ = std::move(larger);
+    oldest_ = 0;
+}
+
+void UndoRing::PushNewest(UndoStep&& step) noexcept
+{
+    (*this)[size_++] = std::move(step);
+}
+
+void UndoRing::PopNewest() noexcept
+{
+    (*this)[--size_] = UndoStep();
+}
+
+void UndoRing::PopOldest() noexcept
+{
+    slots_[oldest_] = UndoStep();
+    oldest_ = (oldest_ + 1) & (slots_.size() - 1);
+    --size_;
+}
+
+// ---- Limits ----
+
+UndoList::~UndoList()
+{
+    Delist();
+}
+
+void UndoList::SetLimits(int count, double memory)
+{
+    TALORA_CHECK(memory == std::floor(memory));
+    const bool is_lower =
+        count < count_limit_ || (memory > 0 && (memory < memory_limit_ || memory_limit_ == 0));
+    count_limit_ = count;
+    memory_limit_ = memory;
+    if (count == 0 && memory == 0) return TurnOff();
+    TurnOn();
+    if (is_lower) Trim(0, 0);
+}
+
+void UndoList::TurnOn()
+{
+    if (count_limit_ == 0 && memory_limit_ == 0)
+        Fail(
+            3595,
+            "can't turn on undoing, because both the number of undos and the amount of undo memory are set to zero");
+    is_on_ = true;
+}
+
+void UndoList::TurnOff() noexcept
+{
+    Delist();
+    is_on_ = false;
+    has_open_ = false;
+    open_ = UndoStep();
+    ring_ = UndoRing();
+    redo_position_ = memory_ = 0;
+    group_ = NO_UNDO_GROUP;
+    group_depth_ = 0;
+}
+
+// What can be undone goes first, oldest first; what can be redone goes from the newest end, as a step is of
+// no use without those before it.
+void UndoList::Trim(size_t added_bytes, size_t added_steps) noexcept
+{
+    const double excess = memory_limit_ == 0 ? 0 : double(memory_) + double(added_bytes) - memory_limit_;
+    const size_t keep = size_t(std::max(count_limit_, 1)) - added_steps;
+    double freed = 0;
+    uint64_t cut = 0;
+    for (size_t i = 0; i < redo_position_; ++i) {
+        if (freed >= excess && ring_.size() - i <= keep) break;
+        freed += double(ring_[i].bytes);
+        cut = ring_[i].stamp;
+    }
+    while (redo_position_ > 0 && ring_[0].stamp <= cut) DiscardOldest();
+    while (redo_position_ < ring_.size() &&
+           (ring_.size() > keep || (memory_limit_ > 0 && double(memory_) > memory_limit_)))
+        DiscardNewest();
+}
+
+void UndoList::DiscardOldest() noexcept
+{
+    memory_ -= ring_[0].bytes;
+    ring_.PopOldest();
+    --redo_position_;
+}
+
+void UndoList::DiscardNewest() noexcept
+{
+    memory_ -= ring_[ring_.size() - 1].bytes;
+    ring_.PopNewest();
+}
+
+// ---- Recording ----
+
+void UndoList::Open()
+{
+    if (has_open_) return;
+    ring_.Reserve();
+    has_open_ = true;
+    committed_ = 0;
+}
+
+void UndoList::Enlist() noexcept
+{
+    if (is_listed_) return;
+    is_listed_ = true;
+    next_open_ = first_open;
+    first_open = this;
+}
+
+void UndoList::Delist() noexcept
+{
+    if (!is_listed_) return;
+    UndoList** link = &first_open;
+    while (*link != nullptr && *link != this) link = &(*link)->next_open_;
+    if (*link != nullptr) *link = next_open_;
+    is_listed_ = false;
+}
+
+void UndoList::SetText(std::string text)
+{
+    Open();
+    Enlist();
+    if (open_.text.empty()) open_.text = std::move(text);
+}
+
+void UndoList::Do(std::unique_ptr<UndoRecord> record, std::string text)
+{
+    record->sequence = ++last_sequence;
+    if (derives_ && open_.records.empty()) return DoDerived(std::move(record));
+    Open();
+    open_.records.push_back(std::move(record));
+    if (open_.text.empty()) open_.text = std::move(text);
+    Enlist();
+    open_.records.back()->Redo();
+}
+
+// Before the first step there is nothing to undo the change with: it stays, as the state to begin with.
+void UndoList::DoDerived(std::unique_ptr<UndoRecord> record)
+{
+    if (redo_position_ == 0) return record->Redo();
+    UndoStep& last = ring_[redo_position_ - 1];
+    last.records.push_back(std::move(record));
+    last.records.back()->Redo();
+    memory_ -= last.bytes;
+    last.bytes = last.CountBytes();
+    memory_ += last.bytes;
+}
+
+void UndoList::Commit() noexcept
+{
+    if (has_open_) committed_ = last_sequence;
+}
+
+void UndoList::RollBack(uint64_t mark) noexcept
+{
+    mark = std::max(mark, committed_);
+    is_undoing_ = true;
+    while (!open_.records.empty() && open_.records.back()->sequence > mark) {
+        open_.records.back()->Undo();
+        open_.records.pop_back();
+    }
+    is_undoing_ = false;
+}
+
+// An open group goes on with the next call.
+void UndoList::EndStep() noexcept
+{
+    if (!has_open_ || group_ != NO_UNDO_GROUP) return;
+    has_open_ = false;
+    UndoStep step = std::move(open_);
+    open_ = UndoStep();
+    if (!step.records.empty()) Keep(std::move(step));
+}
+
+void UndoList::Keep(UndoStep&& step) noexcept
+{
+    while (redo_position_ < ring_.size()) DiscardNewest();
+    step.stamp = next_stamp_++;
+    step.bytes = step.CountBytes();
+    Trim(step.bytes, 1);
+    memory_ += step.bytes;
+    ring_.PushNewest(std::move(step));
+    ++redo_position_;
+}
+
+// ---- Groups ----
+
+void UndoList::OpenGroup(std::string text)
+{
+    if (group_depth_ == 0) {
+        if (has_open_) Fail(6301, "can't open an undo group in the middle of an operation");
+        Open();
+        open_.text = std::move(text);
+        group_ = OPEN_UNDO_GROUP;
+    }
+    ++group_depth_;
+}
+
+void UndoList::CloseGroup()
+{
+    if (group_depth_ == 0) Fail(6302, "can't close an undo group, because none is open");
+    if (--group_depth_ > 0) return;
+    if (group_ == ABORTED_UNDO_GROUP) {
+        committed_ = 0;
+        RollBack(0);
+    }
+    group_ = NO_UNDO_GROUP;
+    EndStep();
+}
+
+void UndoList::AbortGroup()
+{
+    if (group_depth_ == 0) Fail(6303, "can't abort an undo group, because none is open");
+    group_ = ABORTED_UNDO_GROUP;
+    committed_ = 0;
+    RollBack(0);
+}
+
+// ---- Walking ----
+
+void UndoList::CheckCanWalk(const UndoStep* step) const
+{
+    if (group_ == OPEN_UNDO_GROUP) Fail(6304, "can't undo/redo because an undo group is open");
+    if (group_ == ABORTED_UNDO_GROUP)
+        Fail(6305, "can't undo/redo because an undo group was aborted and is not closed yet");
+    if (has_open_ || is_undoing_) Fail(6306, "can't undo/redo in the middle of an operation");
+    if (step == nullptr) return;
+    for (const auto& record : step->records)
+        if (record->Code() <= 0 || record->Code() >= kNumUndoCodes)
+            Fail(6307, "can't undo/redo because of garbled record (%d)", record->Code());
+}
+
+bool UndoList::Undo()
+{
+    UndoStep* step = redo_position_ > 0 ? &ring_[redo_position_ - 1] : nullptr;
+    CheckCanWalk(step);
+    if (step == nullptr) return false;
+    is_undoing_ = true;
+    step->Undo();
+    is_undoing_ = false;
+    memory_ -= step->bytes;
+    step->bytes = step->CountBytes();
+    memory_ += step->bytes;
+    --redo_position_;
+    return true;
+}
+
+bool UndoList::Redo()
+{
+    UndoStep* step = redo_position_ < ring_.size() ? &ring_[redo_position_] : nullptr;
+    CheckCanWalk(step);
+    if (step == nullptr) return false;
+    is_undoing_ = true;
+    step->Redo();
+    is_undoing_ = false;
+    memory_ -= step->bytes;
+    step->bytes = step->CountBytes();
+    memory_ += step->bytes;
+    ++redo_position_;
+    return true;
+}
+
+const std::string* UndoList::UndoText(int index) const
+{
+    return index < NumUndos() ? &ring_[redo_position_ - 1 - index].text : nullptr;
+}
+
+const std::string* UndoList::RedoText(int index) const
+{
+    return index < NumRedos() ? &ring_[redo_position_ + index].text : nullptr;
+}
+
+// ---- For the entry frame ----
+
+uint64_t CallMark() noexcept
+{
+    return last_sequence.load(std::memory_order_relaxed);
+}
+
+void RollBackCall(uint64_t mark) noexcept
+{
+    for (UndoList* list = first_open; list != nullptr; list = list->next_open_) list->RollBack(mark);
+}
+
+void EndCalls() noexcept
+{
+    while (first_open != nullptr) {
+        UndoList& list = *first_open;
+        first_open = list.next_open_;
+        list.is_listed_ = false;
+        list.EndStep();
+    }
+}
+
+}  // namespace talora
