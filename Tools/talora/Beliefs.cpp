@@ -108,15 +108,13 @@ private:
     // Findings that contradict one another still have a probability, 0, so it comes first.
     static void AddProbability(Session& session, net_bn* net)
     {
-        const double probability = FindingsProbability_bn(net);
-        session.Field("probability_of_findings") = probability >= 0 ? RealOrNull(probability) : Json(nullptr);
-        session.Field("log_probability_of_findings") = nullptr;
-        // A probability of 0 may be an underflow; the logarithm tells it from a contradiction.
+        // The logarithm first: it tells a contradiction from a probability too small for a double.
         const double log_probability = LogFindingsProbability_bn(net);
-        session.Check();
+        session.Field("probability_of_findings") = nullptr;
         session.Field("log_probability_of_findings") = RealOrNull(log_probability);
-        if (log_probability == -HUGE_VAL)
-            throw CommandFailed("the findings contradict one another: their probability is 0");
+        if (log_probability == -GetInfinityDbl_vx()) session.Field("probability_of_findings") = 0.0;
+        session.Check();
+        session.Field("probability_of_findings") = FindingsProbability_bn(net);
     }
 
     static void AddNode(Json& beliefs, Json& expected, node_bn* node, const prob_bn* vector)

@@ -12,14 +12,6 @@ namespace {
 
 constexpr int kStatesColumn = 36;
 
-std::vector<std::string> StateNames(const node_bn* node)
-{
-    std::vector<std::string> names;
-    const int num_states = GetNodeNumberStates_bn(node);
-    for (state_bn state = 0; state < num_states; ++state) names.push_back(StateName(node, state));
-    return names;
-}
-
 bool HasEquation(const node_bn* node)
 {
     const char* equation = GetNodeEquation_bn(node);
@@ -33,6 +25,7 @@ Json Describe(const node_bn* node)
     json["title"] = TextOrNull(GetNodeTitle_bn(node));
     json["kind"] = KindWord(node);
     json["type"] = TypeWord(node);
+    json["num_states"] = GetNodeNumberStates_bn(node);
     json["states"] = StateNames(node);
     json["levels"] = LevelsOrNull(node);
     json["parents"] = NodeNames(GetNodeParents_bn(node));
@@ -52,6 +45,14 @@ std::string Join(const std::vector<std::string>& words, int width)
         text += next;
     }
     return text;
+}
+
+// The names in a column of limited width, or how many there are.
+std::string StatesColumn(const node_bn* node)
+{
+    const int num_states = GetNodeNumberStates_bn(node);
+    if (num_states > kMostStatesListed) return std::to_string(num_states) + " states";
+    return Join(StateNames(node), kStatesColumn);
 }
 
 std::string TableColumn(const node_bn* node)
@@ -85,7 +86,7 @@ public:
             num_links += static_cast<int>(parents.size());
             nodes.push_back(Describe(node));
             columns.AddRow({GetNodeName_bn(node), KindWord(node), TypeWord(node),
-                            Join(StateNames(node), kStatesColumn), TableColumn(node), Join(parents, 1000)});
+                            StatesColumn(node), TableColumn(node), Join(parents, 1000)});
         }
         session.Check();
         session.Print(NetHeading(net) + std::to_string(nodes.size()) + " nodes, " +

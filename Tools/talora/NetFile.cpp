@@ -176,6 +176,15 @@ state_bn FindState(const node_bn* node, const std::string& name)
                         (known.empty() ? "" : " (its states are " + known + ")"));
 }
 
+std::vector<std::string> StateNames(const node_bn* node)
+{
+    std::vector<std::string> names;
+    const int num_states = GetNodeNumberStates_bn(node);
+    if (num_states > kMostStatesListed) return names;
+    for (state_bn state = 0; state < num_states; ++state) names.push_back(StateName(node, state));
+    return names;
+}
+
 std::string StateName(const node_bn* node, state_bn state)
 {
     const char* name = GetNodeStateName_bn(node, state);

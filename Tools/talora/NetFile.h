@@ -23,6 +23,10 @@ state_bn FindState(const node_bn* node, const std::string& name);
 
 // The name of a state, "#index" if it has none.
 std::string StateName(const node_bn* node, state_bn state);
+// The names of all states; none for a node with more than kMostStatesListed, which only a file that
+// states a count and names nothing can have.
+constexpr int kMostStatesListed = 100000;
+std::vector<std::string> StateNames(const node_bn* node);
 
 std::vector<node_bn*> ToVector(const nodelist_bn* list);
 std::vector<std::string> NodeNames(const nodelist_bn* list);

@@ -46,10 +46,7 @@ public:
         const node_bn* node = FindNode(net, node_name_);
         session.Field("node") = node_name_;
         session.Field("parents") = NodeNames(GetNodeParents_bn(node));
-        session.Field("states") = Json::array();
-        const int num_states = GetNodeNumberStates_bn(node);
-        for (state_bn state = 0; state < num_states; ++state)
-            session.Field("states").push_back(StateName(node, state));
+        session.Field("states") = StateNames(node);
         session.Field("equation") = TextOrNull(GetNodeEquation_bn(node));
         session.Field("rows") = nullptr;
         session.Print(Heading(node));
