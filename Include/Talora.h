@@ -442,7 +442,7 @@ TALORA_API state_bn GetStateNamed_bn(const char* name, const node_bn* node);
 TALORA_API void AddNodeStates_bn(node_bn* node, state_bn first_state, const char* state_names, int num_states,
                                  double cpt_fill);
 /** Removes a state; the tables of the node and its children lose its entries (rows that summed to 1 are
- *  rescaled). A finding of the node is dropped. */
+ *  rescaled). A finding of that state, or a likelihood, is dropped. */
 TALORA_API void RemoveNodeState_bn(node_bn* node, state_bn state);
 /** @param new_order  one entry per state: the present index of the state that comes there */
 TALORA_API void ReorderNodeStates_bn(node_bn* node, const state_bn* new_order);

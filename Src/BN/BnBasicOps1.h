@@ -35,6 +35,8 @@ std::string UnusedName(const Net& net, std::string_view name);
 // ---- States ----
 void CheckState(const Node& node, int state);  // the bounds errors
 void SetStateName(Node& node, int state, std::string_view name);
+// Name, title or comment of a state; the caller has checked a name.
+void SetStateText(Node& node, int state, std::string StateText::*member, std::string text, const char* what);
 void SetStateNames(Node& node, const std::vector<std::string>& names);  // empty removes all
 void AddStates(Node& node, int first, const std::vector<std::string>& names, int count, double cpt_fill);
 void RemoveState(Node& node, int state);
@@ -46,7 +48,8 @@ void SetLevels(Node& node, int num_states, const double* levels);
 // old link the new link i continues (-1: a new parent, its states repeat the rows).  A parent that goes
 // leaves the slice for its first state.  A link continued with another parent node keeps its dimension if
 // the state counts agree; otherwise it counts as removed and added.
-void ReplaceParents(Node& child, std::vector<Link> links, const std::vector<int>& old_index, const char* what);
+void ReplaceParents(Node& child, std::vector<Link> links, const std::vector<int>& old_index,
+                    const char* what);
 int AddLink(Node& parent, Node& child);
 void DeleteLink(Node& child, int index);
 void SwitchParent(Node& child, int index, Node* new_parent);

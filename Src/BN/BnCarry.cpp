@@ -10,42 +10,71 @@ namespace talora {
 
 namespace {
 
-// new[i0, i1, ...] = old[sum of old_state_d(i_d) x stride_d], or fill where one of the states is new.
-// Loop order: an odometer over the leading dimensions, the last one in the inner loop.
+// Neighbouring dimensions that keep their states and their places beside each other become one, so that what
+// stays together in memory is copied in long runs.
+std::vector<CarriedDim> Merged(const std::vector<CarriedDim>& dims)
+{
+    std::vector<CarriedDim> merged;
+    for (const CarriedDim& dim : dims) {
+        if (!merged.empty() && merged.back().old_state.empty() && dim.old_state.empty() &&
+            merged.back().old_row_stride == dim.count * dim.old_row_stride) {
+            merged.back().count *= dim.count;
+            merged.back().old_row_stride = dim.old_row_stride;
+        } else {
+            merged.push_back(dim);
+        }
+    }
+    return merged;
+}
+
+constexpr int64_t kNewEntry = -1;
+
+// Where a state of a dimension was in the old table, counted from base.
+int64_t OldPlace(const CarriedDim& dim, int64_t base, int64_t state)
+{
+    const int64_t old_state = dim.old_state.empty() ? state : dim.old_state[state];
+    return base == kNewEntry || old_state < 0 ? kNewEntry : base + dim.old_row_stride * old_state;
+}
+
+// All entries of the last dimension.
 template <class T>
-TableVector<T> Gather(const TableVector<T>& old, const std::vector<CarriedDim>& dims, T fill)
+void GatherRun(const TableVector<T>& old, const CarriedDim& dim, int64_t base, T fill,
+               TableVector<T>& gathered)
+{
+    if (base == kNewEntry)
+        gathered.insert(gathered.end(), dim.count, fill);
+    else if (dim.old_state.empty() && dim.old_row_stride == 1)
+        gathered.insert(gathered.end(), old.begin() + base, old.begin() + base + dim.count);
+    else if (dim.old_state.empty() && dim.old_row_stride == 0)
+        gathered.insert(gathered.end(), dim.count, old[base]);
+    else
+        for (int64_t state = 0; state < dim.count; ++state) {
+            const int64_t place = OldPlace(dim, base, state);
+            gathered.push_back(place == kNewEntry ? fill : old[place]);
+        }
+}
+
+// new[i0, i1, ...] = old[sum of old_state_d(i_d) x stride_d], or fill where one of the states is new.
+// Loop order: an odometer over the leading dimensions, the last one as a run.
+template <class T>
+TableVector<T> Gather(const TableVector<T>& old, const std::vector<CarriedDim>& all_dims, T fill)
 {
     int64_t size = 1;
-    for (const CarriedDim& dim : dims) size *= dim.count;
+    for (const CarriedDim& dim : all_dims) size *= dim.count;
     TableVector<T> gathered;
     if (size == 0) return gathered;
     gathered.reserve(size);
+    std::vector<CarriedDim> dims = Merged(all_dims);
+    if (dims.empty()) dims.push_back({1, 0, {}});
 
-    // Offset of each state of each dimension in the old table, -1 for a new state.
-    std::vector<std::vector<int64_t>> offsets;
-    for (const CarriedDim& dim : dims) {
-        std::vector<int64_t>& of_states = offsets.emplace_back(dim.count);
-        for (int state = 0; state < dim.count; ++state) {
-            const int old_state = dim.old_state.empty() ? state : dim.old_state[state];
-            of_states[state] = old_state < 0 ? -1 : dim.old_row_stride * old_state;
-        }
-    }
-    const std::vector<int64_t> single = {0};
-    const std::vector<int64_t>& inner = offsets.empty() ? single : offsets.back();
-    const int num_outer = std::max(0, int(dims.size()) - 1);
-    std::vector<int> at(num_outer, 0);
-    for (;;) {
-        int64_t base = 0;
-        bool is_new = false;
-        for (int d = 0; d < num_outer; ++d) {
-            is_new |= offsets[d][at[d]] < 0;
-            base += offsets[d][at[d]];
-        }
-        for (const int64_t offset : inner)
-            gathered.push_back(is_new || offset < 0 ? fill : old[base + offset]);
-        int d = num_outer - 1;
-        while (d >= 0 && ++at[d] == dims[d].count) at[d--] = 0;
-        if (d < 0) break;
+    const int num_outer = int(dims.size()) - 1;
+    std::vector<int64_t> at(num_outer, 0), base(num_outer + 1, 0);  // base[d]: places before dimension d
+    for (int changed = 0;;) {
+        for (int d = changed; d < num_outer; ++d) base[d + 1] = OldPlace(dims[d], base[d], at[d]);
+        GatherRun(old, dims[num_outer], base[num_outer], fill, gathered);
+        changed = num_outer - 1;
+        while (changed >= 0 && ++at[changed] == dims[changed].count) at[changed--] = 0;
+        if (changed < 0) break;
     }
     return gathered;
 }

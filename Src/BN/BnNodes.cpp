@@ -38,24 +38,19 @@ Orphaned WithoutParent(Node& child, const Node& parent)
     return orphaned;
 }
 
-void LeaveNodeSets(Node& node)
+std::vector<NodeSet> NodeSetsWithout(const Node& node)
 {
-    Net& net = *node.net;
-    const auto holds = [&](const NodeSet& set) {
-        return std::find(set.nodes.begin(), set.nodes.end(), &node) != set.nodes.end();
-    };
-    if (std::none_of(net.node_sets.begin(), net.node_sets.end(), holds)) return;
-    std::vector<NodeSet> sets = net.node_sets;
+    std::vector<NodeSet> sets = node.net->node_sets;
     for (NodeSet& set : sets)
         set.nodes.erase(std::remove(set.nodes.begin(), set.nodes.end(), &node), set.nodes.end());
-    Change(net, net.node_sets, std::move(sets), NO_EFFECT, "remove node from node sets");
+    return sets;
 }
 
 }  // namespace
 
 std::string UnusedName(const Net& net, std::string_view name)
 {
-    std::string stem(name);
+    std::string stem(name == "*" ? "x" : name);  // a number may only follow a letter
     if (FindNode(net, stem) == nullptr) return stem;
     for (int number = 1;; ++number) {
         const std::string ending = "_" + std::to_string(number);
@@ -80,12 +75,15 @@ Node* AddNode(Net& net, std::string_view name, int num_states)
 void DeleteNode(Node& node)
 {
     Net& net = *node.net;
+    // The last child first, so that each is found at the end of the list that it leaves.
     std::vector<Orphaned> children;
-    for (Node* child : node.children.nodes) children.push_back(WithoutParent(*child, node));
+    for (size_t i = node.children.nodes.size(); i-- > 0;)
+        children.push_back(WithoutParent(*node.children.nodes[i], node));
+    std::vector<NodeSet> sets = NodeSetsWithout(node);
     const bool is_ordered = std::find(net.elim_order.nodes.begin(), net.elim_order.nodes.end(), &node) !=
                             net.elim_order.nodes.end();
     if (is_ordered) SetElimOrder(net, nullptr);
-    LeaveNodeSets(node);
+    Change(net, net.node_sets, std::move(sets), NO_EFFECT, "remove node from node sets");
     for (Orphaned& orphaned : children) {
         Change(*orphaned.child, orphaned.child->links, std::move(orphaned.links), RELINKS | RESTRUCTURES,
                "remove link");

@@ -15,6 +15,19 @@ namespace {
 
 constexpr double kSumTolerance = 2e-6;
 
+[[noreturn]] void FailTooLarge(const Node& node, double entries)
+{
+    Fail(
+        3615,
+        "can't create >-CPTable for >-node '%s', because the >-CPTable would be too large (%g), due to too many parent >-node-s",
+        node.name.c_str(), entries);
+}
+
+std::string BuildTableText(const Node& node)
+{
+    return ExpandMarkup("to build table for >-node '") + node.name + "' (see LimitMemoryUsage_vx)";
+}
+
 void NeedParentStates(const Node& node, const int* parent_states)
 {
     if (parent_states == nullptr && !node.links.empty())
@@ -53,6 +66,12 @@ std::vector<int64_t> MatchingRows(const Node& node, const int* parent_states)
     NeedParentStates(node, parent_states);
     for (int i = 0; i < int(node.links.size()); ++i) CheckParentState(node, i, parent_states[i], true);
     const std::vector<int64_t> strides = RowStrides(node);
+    double num_rows = 1;
+    for (size_t i = 0; i < node.links.size(); ++i)
+        if (parent_states[i] == EVERY_STATE)
+            num_rows = MultiplySize(num_rows, NumStates(*node.links[i].parent));
+    if (num_rows > kMaxTableEntries) FailTooLarge(node, num_rows);
+    CheckMemory(2 * num_rows * sizeof(int64_t), "%s", BuildTableText(node).c_str());
     std::vector<int64_t> rows = {0};
     for (size_t i = 0; i < node.links.size(); ++i) {
         const int num_states = NumStates(*node.links[i].parent);
@@ -72,13 +91,8 @@ template <class T>
 TableVector<T> NewRowTable(const Node& node, T empty, const char* term)
 {
     const double rows = NumRows(node);
-    if (rows > kMaxTableEntries)
-        Fail(
-            3615,
-            "can't create >-CPTable for >-node '%s', because the >-CPTable would be too large (%g), due to too many parent >-node-s",
-            node.name.c_str(), rows);
-    const std::string format = std::string(term);
-    CheckMemory(rows * sizeof(T), "%s", format.c_str());
+    if (rows > kMaxTableEntries) FailTooLarge(node, rows);
+    CheckMemory(rows * sizeof(T), "%s", term);
     return TableVector<T>(size_t(rows), empty);
 }
 
@@ -91,11 +105,6 @@ void NeedParentsWithStates(const Node& node)
                 3081,
                 "can't give >-node '%s' a >-CPTable, because it has a parent >-node ('%s') which is not a discrete or discretized variable",
                 node.name.c_str(), link.parent->name.c_str());
-}
-
-std::string BuildTableText(const Node& node)
-{
-    return ExpandMarkup("to build table for >-node '") + node.name + "' (see LimitMemoryUsage_vx)";
 }
 
 }  // namespace
@@ -174,11 +183,7 @@ void CheckCanHaveTable(const Node& node)
              node.name.c_str());
     NeedParentsWithStates(node);
     const double entries = TableEntries(node);
-    if (entries > kMaxTableEntries)
-        Fail(
-            3615,
-            "can't create >-CPTable for >-node '%s', because the >-CPTable would be too large (%g), due to too many parent >-node-s",
-            node.name.c_str(), entries);
+    if (entries > kMaxTableEntries) FailTooLarge(node, entries);
 }
 
 int64_t RowOf(const Node& node, const int* parent_states)
@@ -286,6 +291,9 @@ void SetFuncReal(Node& node, const int* parent_states, double value)
             6160,
             "can't use this function on >-Bnode '%s', because that >-node is discrete and has no output levels defined",
             node.name.c_str());
+    if (!std::isfinite(value))
+        Fail(6162, "argument 'value' passed for >-Bnode '%s' is not a finite number (%g)", node.name.c_str(),
+             value);
     NeedParentsWithStates(node);
     const std::vector<int64_t> rows = MatchingRows(node, parent_states);
     if (node.tables.func_reals.empty()) {
@@ -310,6 +318,9 @@ void SetExperience(Node& node, const int* parent_states, double experience)
     if (!(experience >= 0))
         Fail(6161, "argument 'experience' passed for >-Bnode '%s', is negative (%g)", node.name.c_str(),
              experience);
+    if (std::isinf(experience))
+        Fail(6163, "argument 'experience' passed for >-Bnode '%s' is not a finite number (%g)",
+             node.name.c_str(), experience);
     NeedParentsWithStates(node);
     const std::vector<int64_t> rows = MatchingRows(node, parent_states);
     if (node.tables.experience.empty()) {
@@ -353,17 +364,31 @@ bool HasTable(const Node& node, bool* complete)
     return !tables.probs.empty() || !tables.func_states.empty() || !tables.func_reals.empty();
 }
 
+namespace {
+
+// The state, or indicator, that a function table gives in a row.
+int32_t FunctionState(const Node& node, size_t row)
+{
+    const NodeTables& tables = node.tables;
+    return tables.func_states.empty() ? StateOfValue(node, tables.func_reals[row]) : tables.func_states[row];
+}
+
+size_t NumFunctionRows(const Node& node)
+{
+    return std::max(node.tables.func_states.size(), node.tables.func_reals.size());
+}
+
+}  // namespace
+
 bool IsDeterministic(const Node& node)
 {
-    TableVector<float> scratch;
-    const float* probs = EffectiveProbs(node, scratch);
-    if (probs == nullptr) return false;
+    const TableVector<float>& probs = node.tables.probs;
     const int num_states = NumStates(node);
-    const int64_t num_rows = int64_t(NumRows(node));
-    for (int64_t row = 0; row < num_rows; ++row) {
-        const float* entries = probs + row * num_states;
-        if (std::find(entries, entries + num_states, 1.0f) == entries + num_states) return false;
-    }
+    if (num_states == 0 || (probs.empty() && NumFunctionRows(node) == 0)) return false;
+    for (auto row = probs.begin(); row != probs.end(); row += num_states)
+        if (std::find(row, row + num_states, 1.0f) == row + num_states) return false;
+    for (size_t row = 0; probs.empty() && row < NumFunctionRows(node); ++row)
+        if (FunctionState(node, row) < 0) return false;
     return true;
 }
 
@@ -386,15 +411,14 @@ const float* EffectiveProbs(const Node& node, TableVector<float>& scratch)
 {
     if (!node.tables.probs.empty()) return node.tables.probs.data();
     const int num_states = NumStates(node);
-    const bool by_value = node.tables.func_states.empty();
-    const size_t num_rows = by_value ? node.tables.func_reals.size() : node.tables.func_states.size();
+    const size_t num_rows = NumFunctionRows(node);
     if (num_states == 0 || num_rows == 0) return nullptr;
+    const double entries = MultiplySize(double(num_rows), num_states);
+    if (entries > kMaxTableEntries) FailTooLarge(node, entries);
+    CheckMemory(entries * sizeof(float), "%s", BuildTableText(node).c_str());
     scratch.assign(num_rows * num_states, 0.0f);
-    for (size_t row = 0; row < num_rows; ++row) {
-        const int32_t state =
-            by_value ? StateOfValue(node, node.tables.func_reals[row]) : node.tables.func_states[row];
-        FillFunctionRow(state, num_states, scratch.data() + row * num_states);
-    }
+    for (size_t row = 0; row < num_rows; ++row)
+        FillFunctionRow(FunctionState(node, row), num_states, scratch.data() + row * num_states);
     return scratch.data();
 }
 

@@ -33,6 +33,14 @@ void NeedDiscrete(const Node& node, const char* what)
             what, node.name.c_str());
 }
 
+// Room for the texts of so many states.
+void CheckStateTexts(const Node& node, int64_t count)
+{
+    CheckMemory(double(count) * sizeof(StateText),
+                "to keep the names of the states of >-node '%s' (see >-LimitMemoryUsage_vx)",
+                node.name.c_str());
+}
+
 // The parts of a node and its children that follow a change of its states.
 struct NewStates {
     NodeStates states;
@@ -119,6 +127,19 @@ void CheckState(const Node& node, int state)
             state, node.name.c_str(), num_states - 1);
 }
 
+void SetStateText(Node& node, int state, std::string StateText::*member, std::string text, const char* what)
+{
+    CheckState(node, state);
+    std::vector<StateText> texts = node.states.texts;
+    if (int(texts.size()) <= state) {
+        if (text.empty()) return;
+        CheckStateTexts(node, int64_t(state) + 1);
+        texts.resize(size_t(state) + 1);
+    }
+    texts[state].*member = std::move(text);
+    Change(node, node.states.texts, std::move(texts), NO_EFFECT, what);
+}
+
 void SetStateName(Node& node, int state, std::string_view name)
 {
     CheckState(node, state);
@@ -130,10 +151,7 @@ void SetStateName(Node& node, int state, std::string_view name)
     if (holder >= 0 && holder != state)
         Fail(6124, "couldn't change the state names of >-node '%s', because new name '%.30s' is repeated",
              node.name.c_str(), text.c_str());
-    std::vector<StateText> texts = node.states.texts;
-    if (int(texts.size()) <= state) texts.resize(state + 1);
-    texts[state].name = text;
-    Change(node, node.states.texts, std::move(texts), NO_EFFECT, "name state");
+    SetStateText(node, state, &StateText::name, text, "name state");
 }
 
 void SetStateNames(Node& node, const std::vector<std::string>& names)
@@ -170,8 +188,10 @@ void AddStates(Node& node, int first, const std::vector<std::string>& names, int
              int(names.size()), count, node.name.c_str());
     if (count > INT32_MAX - old_count) Fail(6131, "too many states for >-Bnode '%s'", node.name.c_str());
     if (count == 0) return;
-    CheckMemory(double(old_count + count) * sizeof(int),
-                "to add states to >-node '%s' (see >-LimitMemoryUsage_vx)", node.name.c_str());
+    const bool has_texts = !names.empty() || !node.states.texts.empty();
+    CheckMemory(
+        double(old_count + count) * (sizeof(int) + sizeof(double) + (has_texts ? sizeof(StateText) : 0)),
+        "to add states to >-node '%s' (see >-LimitMemoryUsage_vx)", node.name.c_str());
     if (first == -1) first = old_count;
     std::vector<int> old_state(old_count + count, -1);
     for (int state = 0; state < old_count; ++state) old_state[state < first ? state : state + count] = state;
@@ -233,11 +253,19 @@ void ReorderStates(Node& node, const std::vector<int>& new_order)
 
 namespace {
 
+// A level as it is kept: without the infinities of the hardware.
+double CheckedLevel(const Node& node, int index, double level)
+{
+    if (std::isnan(level))
+        Fail(6137, "level %d passed for >-Bnode '%s' is not a number", index, node.name.c_str());
+    return std::isinf(level) ? std::copysign(InfinityDbl(), level) : level;
+}
+
 void CheckThresholds(const Node& node, const std::vector<double>& levels)
 {
     const bool rising = levels.size() < 2 || levels[0] <= levels[1];
     for (size_t i = 0; i < levels.size(); ++i) {
-        if (IsUndef(levels[i]) || std::isnan(levels[i]))
+        if (IsUndef(levels[i]))
             Fail(6137, "level %d passed for >-Bnode '%s' is not a number", int(i), node.name.c_str());
         if (i > 0 && (rising ? levels[i] < levels[i - 1] : levels[i] > levels[i - 1]))
             Fail(6138, "levels passed for >-Bnode '%s' are not in order (level %d is %g, level %d is %g)",
@@ -276,12 +304,14 @@ void SetLevels(Node& node, int num_states, const double* values)
         CheckMemory(double(count) * sizeof(double),
                     "to set the levels of >-node '%s' (see >-LimitMemoryUsage_vx)", node.name.c_str());
         levels.assign(values, values + count);
+        for (int i = 0; i < int(count); ++i) levels[i] = CheckedLevel(node, i, levels[i]);
         if (!IsDiscrete(node)) CheckThresholds(node, levels);
     } else if (!IsDiscrete(node) && num_states != 0) {
         Fail(6141, "argument 'levels' passed for >-Bnode '%s' is NULL", node.name.c_str());
     }
+    // A function that gives values leads to other states now, and its potential has to be made again.
     if (num_states == NumStates(node))
-        Change(node, node.states.levels, std::move(levels), NO_EFFECT, "set levels");
+        Change(node, node.states.levels, std::move(levels), RETABLES, "set levels");
     else
         Rediscretize(node, num_states, std::move(levels));
 }

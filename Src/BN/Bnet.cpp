@@ -251,14 +251,34 @@ void ValidateTables(const Node& node)
     TALORA_CHECK(tables.experience.empty() || double(tables.experience.size()) == rows);
 }
 
+void ValidateStates(const Node& node)
+{
+    const int num_states = NumStates(node), num_levels = int(node.states.levels.size());
+    TALORA_CHECK(num_states >= 0 && int64_t(node.states.texts.size()) <= num_states);
+    TALORA_CHECK(num_levels == 0 || num_levels == num_states + (IsDiscrete(node) ? 0 : 1) ||
+                 (num_states == 0 && num_levels == 2));
+    TALORA_CHECK(node.finding.state < std::max(1, num_states));
+    TALORA_CHECK(node.finding.likelihood.empty() || int(node.finding.likelihood.size()) == num_states);
+}
+
+// Links without delay form no cycle: in an order with parents first, each parent comes before its children.
+void ValidateNoCycle(const Net& net)
+{
+    std::vector<size_t> place(net.nodes.nodes.size());
+    const std::vector<Node*> order = TopologicalOrder(net);
+    TALORA_CHECK(order.size() == place.size());
+    for (size_t i = 0; i < order.size(); ++i) place[order[i]->index] = i;
+    for (const Node* node : order)
+        for (const Link& link : node->links)
+            TALORA_CHECK(IsDelayed(link) || place[link.parent->index] < place[node->index]);
+}
+
 void ValidateNode(const Node& node)
 {
     TALORA_CHECK(IsLive(&node, NODE_TYPE));
     TALORA_CHECK(CheckName(node.name.c_str(), true, nullptr) == 0);
     TALORA_CHECK(FindNode(*node.net, node.name) == &node);
-    TALORA_CHECK(node.states.num_states >= 0 && int64_t(node.states.texts.size()) <= node.states.num_states);
-    TALORA_CHECK(node.finding.state < std::max(1, NumStates(node)));
-    TALORA_CHECK(node.finding.likelihood.empty() || int(node.finding.likelihood.size()) == NumStates(node));
+    ValidateStates(node);
     ValidateLinks(node);
     ValidateTables(node);
 }
@@ -277,6 +297,7 @@ void ValidateNet(Net& net)
         num_children += node->children.nodes.size();
     }
     TALORA_CHECK(num_links == num_children);
+    ValidateNoCycle(net);
     for (const NodeSet& set : net.node_sets)
         for (const Node* node : set.nodes) TALORA_CHECK(IsLive(node, NODE_TYPE) && node->net == &net);
     CheckElimOrder(net);
@@ -303,16 +324,16 @@ Net* NewNet(environ_vx& env, std::string_view name)
     try {
         net = Nets().New(lock);
         net->name = name;
+        net->env = &env;
+        PrepareOwnedList(net->nodes, &env, lock);
+        PrepareOwnedList(net->elim_order, &env, lock);
         std::lock_guard guard(env.mutex);
-        env.nets.push_back(net);
+        env.nets.push_back(net);  // from here on others see it
     } catch (...) {
         if (net) Nets().Release(net);
         ReleaseNetLock(lock);
         throw;
     }
-    net->env = &env;
-    PrepareOwnedList(net->nodes, &env, lock);
-    PrepareOwnedList(net->elim_order, &env, lock);
     return net;
 }
 

@@ -1,6 +1,7 @@
 // Interface functions: links between nodes.
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 
 #include "BN/BnBasicOps1.h"
 #include "BN/BnEdit.h"
@@ -19,7 +20,7 @@ std::string DelayArgument(const Net& net, const char* argument, const char* dela
     for (const std::string& entry : entries) {
         double value = 0;
         const auto [end, error] = std::from_chars(entry.data(), entry.data() + entry.size(), value);
-        if (error != std::errc() || end != entry.data() + entry.size())
+        if (error != std::errc() || end != entry.data() + entry.size() || !std::isfinite(value))
             Fail(6206, "in argument '%s', '%.40s' is not a valid number", argument, entry.c_str());
     }
     if (net.num_dimensions > 0 && !entries.empty() && int(entries.size()) != net.num_dimensions)
@@ -117,7 +118,10 @@ void SetNodeInputDelay_bn(node_bn* node, int parent_index, const char* delay)
 {
     CallApi(__func__, node, [&] {
         const std::string text = DelayArgument(*node->net, "delay", delay);
-        AlterLink(*node, parent_index, "set delay of link", [&](Link& link) { link.delay = text; });
+        AlterLink(*node, parent_index, "set delay of link", [&](Link& link) {
+            link.delay = text;
+            if (!IsDelayed(link)) link.delay.clear();
+        });
     });
 }
 

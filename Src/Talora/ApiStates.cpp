@@ -10,20 +10,6 @@ using namespace talora;
 
 namespace {
 
-// One text of one state, changed through a copy of them all.
-void ChangeStateText(Node& node, int state, std::string StateText::*member, std::string text,
-                     const char* what)
-{
-    CheckState(node, state);
-    std::vector<StateText> texts = node.states.texts;
-    if (int(texts.size()) <= state) {
-        if (text.empty()) return;
-        texts.resize(size_t(state) + 1);
-    }
-    texts[state].*member = std::move(text);
-    Change(node, node.states.texts, std::move(texts), NO_EFFECT, what);
-}
-
 std::string LevelText(double level)
 {
     if (level == InfinityDbl()) return "infinity";
@@ -69,7 +55,7 @@ const char* GetNodeStateName_bn(const node_bn* node, state_bn state)
 void SetNodeStateTitle_bn(node_bn* node, state_bn state, const char* title)
 {
     CallApi(__func__, node, [&] {
-        ChangeStateText(*node, state, &StateText::title, TextArgument(title), "change state title");
+        SetStateText(*node, state, &StateText::title, TextArgument(title), "change state title");
     });
 }
 
@@ -84,7 +70,7 @@ const char* GetNodeStateTitle_bn(const node_bn* node, state_bn state)
 void SetNodeStateComment_bn(node_bn* node, state_bn state, const char* comment)
 {
     CallApi(__func__, node, [&] {
-        ChangeStateText(*node, state, &StateText::comment, TextArgument(comment), "change state comment");
+        SetStateText(*node, state, &StateText::comment, TextArgument(comment), "change state comment");
     });
 }
 
