@@ -105,6 +105,7 @@ int StateOfValue(const Node& node, double value)
 {
     const std::vector<double>& levels = node.states.levels;
     const int num_states = NumStates(node);
+    if (IsUndef(value)) return UNDEF_STATE;  // though it is a number, and may be a level that was left open
     if (IsDiscrete(node)) {
         const auto found = std::find(levels.begin(), levels.end(), value);
         return found == levels.end() ? int(UNDEF_STATE) : int(found - levels.begin());
