@@ -43,6 +43,7 @@ typedef struct net_bn net_bn;
 typedef struct node_bn node_bn;
 typedef struct nodelist_bn nodelist_bn;
 typedef struct stream_vx stream_vx;
+typedef struct randgen_vx randgen_vx;
 
 typedef int bool_vx;     /**< 0 false, anything else true */
 typedef int state_bn;    /**< state index, or one of the indicators below */
@@ -717,6 +718,78 @@ TALORA_API const char* GetStreamName_vx(const stream_vx* stream);
 TALORA_API net_bn* ReadNet_bn(stream_vx* stream, int control);
 /** Writes a net as text (.dne). A file is replaced as a whole or not at all. */
 TALORA_API void WriteNet_bn(const net_bn* net, stream_vx* stream);
+
+/* ---------------------------------------------------------------------------------------------
+ * Equations: the relation of a node to its parents as a line of text
+ * ------------------------------------------------------------------------------------------- */
+
+/** Gives a node an equation: "x (a, b) = ..." for its value or "P (x | a, b) = ..." for its
+ *  probability, where x is the node and a, b are parents (or link names, where links have them).
+ *  @param equation  "" or NULL takes the equation away
+ *  The table does not change: see EquationToTable_bn.  After an error (the text is refused with the
+ *  number and message of the mistake) the node has the equation that it had. */
+TALORA_API void SetNodeEquation_bn(node_bn* node, const char* equation);
+
+/** Whether a text is in order as an equation of a node; if not, a record says what is wrong.
+ *  @param equation  NULL for the one that the node has (6417 if it has none)
+ *  @param place     receives the byte in the text that the mistake is at, -1 if none; may be NULL */
+TALORA_API bool_vx CheckNodeEquation_bn(const node_bn* node, const char* equation, int* place);
+
+/** Fills a node's table from its equation; does nothing for a node without one.
+ *
+ *  Where all is discrete, or the equation is a distribution that can be integrated over the node's
+ *  intervals, the table is exact.  Otherwise values are drawn inside intervals, from the net's random
+ *  generator or else the environment's.  A deterministic equation gives a table of states or values;
+ *  one that has to be sampled gives probabilities.
+ *  @param num_samples  draws for each configuration of the parents (5572 below 1); 1 where all is exact
+ *  @param samp_unc     1: a sampled table keeps the number of samples of each row as its experience;
+ *                      0: it does not, and rows that are all zero are made uniform (5573 for others)
+ *  @param add_exist    true: samples are added to those that the table stands for already (probability
+ *                      times experience, or one sample where there is no experience)
+ *  Progress is reported; after a halt the rows that are done are kept.  After an error the table is
+ *  what it was: 2020, 2313 (thresholds missing), 2284, 6407 (too large), 6411 to 6416 (a value that
+ *  cannot be used), and the mistakes of the equation itself.  Cost: one evaluation for each cell, or
+ *  for each sample. */
+TALORA_API void EquationToTable_bn(node_bn* node, int num_samples, int samp_unc, bool_vx add_exist);
+
+/** The value of a formula in the language of equations; the undefined number where it is undefined.
+ *  @param names, values  count variables that it may use; may be NULL for none
+ *  @param place          receives the byte that a mistake is at, -1 if none; may be NULL */
+TALORA_API double CalcFormula_bn(environ_vx* env, const char* formula, const char* const* names,
+                                 const double* values, int count, int* place);
+
+/** The operators, functions, distributions, constants and units of equations, as a page in Markdown. */
+TALORA_API const char* GetEquationReference_bn(environ_vx* env);
+
+/* ---------------------------------------------------------------------------------------------
+ * Random numbers
+ * ------------------------------------------------------------------------------------------- */
+
+/** Makes a random generator.
+ *  @param seed     decimal digits (6404 if not, or above 2^63 - 1), or "-1" to start from the clock;
+ *                  the same seed gives the same numbers on every machine
+ *  @param options  NULL or "" */
+TALORA_API randgen_vx* NewRandomGenerator_vx(const char* seed, environ_vx* env, const char* options);
+
+/** Deletes a generator; nets that use it go back to their environment's.  NULL does nothing. */
+TALORA_API void DeleteRandomGen_vx(randgen_vx* generator);
+
+/** The state as text: index, then sixteen words in hexadecimal.  Valid until asked for again. */
+TALORA_API const char* GetRandomGenState_vx(randgen_vx* generator);
+
+/** Draws from a generator (NULL for that of the default environment, which always starts from seed 0):
+ *  32 random bits, or a uniform number in [0, 1). */
+TALORA_API uint32_t DrawRandomInteger_vx(randgen_vx* generator);
+TALORA_API double DrawRandomUniform_vx(randgen_vx* generator);
+
+/** Whether seeding "from the clock" counts from 0 instead, so that whole runs can be repeated. */
+TALORA_API void SetReproducibleRandom_vx(environ_vx* env, bool_vx reproducible);
+TALORA_API bool_vx GetReproducibleRandom_vx(environ_vx* env);
+
+/** The generator that a net draws from, NULL for its environment's.  It stays the caller's, must be of
+ *  the net's environment (6421), and is not locked: it belongs to the thread that uses the net. */
+TALORA_API void SetNetRandomGen_bn(net_bn* net, randgen_vx* generator);
+TALORA_API randgen_vx* GetNetRandomGen_bn(const net_bn* net);
 
 #ifdef __cplusplus
 }

@@ -170,6 +170,7 @@ struct net_bn {
     uint64_t label_counter = 100;  // unique labels of graph walks
     std::unique_ptr<talora::UndoList> undo;  // null until undo is first turned on
     bool changed = false;        // since it was read or written
+    randgen_vx* random_gen = nullptr;  // the caller's, or null for the environment's
     void* user_data = nullptr;
     std::string report;          // text given out last
 };

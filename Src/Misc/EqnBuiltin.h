@@ -21,9 +21,11 @@ inline double Div(double a, double b)
 {
     return b != 0 ? a / b : a == 0 ? 0.0 : kUndefinedEqn;
 }
+// The C library has NaN to the power 0 and 1 to the power NaN as 1.
 inline double Power(double a, double b)
 {
-    return a == 0 && b == 0 ? kUndefinedEqn : std::pow(a, b);
+    if (a != a || b != b || (a == 0 && b == 0)) return kUndefinedEqn;
+    return std::pow(a, b);
 }
 inline double Less(double a, double b)
 {

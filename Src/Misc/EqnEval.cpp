@@ -1,6 +1,7 @@
 #include "Misc/EqnEval.h"
 
 #include <algorithm>
+#include <functional>
 
 namespace talora {
 
@@ -119,9 +120,16 @@ bool IsIntegrable(const Equation& eqn)
 
 int FindInterval(const std::vector<double>& thresholds, double value)
 {
-    if (thresholds.size() < 2 || !(value >= thresholds.front()) || !(value <= thresholds.back())) return -1;
-    const auto above = std::upper_bound(thresholds.begin(), thresholds.end(), value);
-    const auto interval = above - thresholds.begin() - 1;
+    if (thresholds.size() < 2 || std::isnan(value)) return -1;
+    const bool rising = thresholds.front() <= thresholds.back();
+    const double lowest = rising ? thresholds.front() : thresholds.back();
+    const double highest = rising ? thresholds.back() : thresholds.front();
+    if (value < lowest || value > highest) return -1;
+    // The first threshold that the value has not reached, seen from the side that holds its end.
+    const auto beyond = rising
+                            ? std::upper_bound(thresholds.begin(), thresholds.end(), value)
+                            : std::upper_bound(thresholds.begin(), thresholds.end(), value, std::greater<>());
+    const auto interval = beyond - thresholds.begin() - 1;
     return static_cast<int>(std::min<ptrdiff_t>(interval, static_cast<ptrdiff_t>(thresholds.size()) - 2));
 }
 

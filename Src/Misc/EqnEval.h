@@ -40,8 +40,8 @@ bool IsIntegrable(const Equation& eqn);
 // Whether an expression mentions a variable (any variable for -1).
 bool Mentions(const Equation& eqn, int node, int variable);
 
-// The interval of a list of thresholds that holds a value, each without its upper end but the last;
-// -1 if none does.
+// The interval of a list of rising or falling thresholds that holds a value: each holds its first
+// threshold, the last one both; -1 if none does.
 int FindInterval(const std::vector<double>& thresholds, double value);
 
 // The state of a discrete variable whose level is nearest, the lower of equals; -1 without levels.

@@ -88,6 +88,13 @@ void CheckHandle(const report_vx* report)
     if (!IsLive(report, ERRLOG_TYPE)) Fail(5148, "deleted or damaged >-rept passed");
 }
 
+void CheckHandle(const randgen_vx* generator)
+{
+    if (!Checks()) return;
+    if (generator == nullptr) Fail(6419, "NULL passed for >-RandGen");
+    if (!IsLive(generator, RANDGEN_TYPE)) Fail(6420, "deleted or damaged >-RandGen passed");
+}
+
 void CheckListEntries(const nodelist_bn* list)
 {
     for (size_t i = 0; i < list->nodes.size(); ++i) {
@@ -106,6 +113,7 @@ void ValidateHandle(const node_bn* node) { ValidateNet(*node->net); }
 void ValidateHandle(const nodelist_bn*) {}
 void ValidateHandle(const stream_vx*) {}
 void ValidateHandle(const report_vx*) {}
+void ValidateHandle(const randgen_vx*) {}
 
 environ_vx* EnvironOf(const environ_vx* env) { return IsLive(env, ENVIRON_TYPE) ? const_cast<environ_vx*>(env) : nullptr; }
 environ_vx* EnvironOf(const net_bn* net) { return IsLive(net, NET_TYPE) ? net->env : DefaultEnviron(); }
@@ -113,6 +121,7 @@ environ_vx* EnvironOf(const node_bn* node) { return IsLive(node, NODE_TYPE) ? no
 environ_vx* EnvironOf(const nodelist_bn* list) { return IsLive(list, NODELIST_TYPE) ? list->env : DefaultEnviron(); }
 environ_vx* EnvironOf(const stream_vx* stream) { return IsLive(stream, STREAM_TYPE) ? stream->env : DefaultEnviron(); }
 environ_vx* EnvironOf(const report_vx* report) { return IsLive(report, ERRLOG_TYPE) ? report->env : DefaultEnviron(); }
+environ_vx* EnvironOf(const randgen_vx* generator) { return IsLive(generator, RANDGEN_TYPE) ? generator->env : DefaultEnviron(); }
 
 RecursiveLock* LockOf(const environ_vx*) { return nullptr; }
 RecursiveLock* LockOf(const net_bn* net) { return IsLive(net, NET_TYPE) ? net->header.Lock() : nullptr; }
@@ -120,6 +129,7 @@ RecursiveLock* LockOf(const node_bn* node) { return IsLive(node, NODE_TYPE) ? no
 RecursiveLock* LockOf(const nodelist_bn* list) { return IsLive(list, NODELIST_TYPE) ? list->header.Lock() : nullptr; }
 RecursiveLock* LockOf(const stream_vx*) { return nullptr; }
 RecursiveLock* LockOf(const report_vx*) { return nullptr; }
+RecursiveLock* LockOf(const randgen_vx*) { return nullptr; }
 
 // ---- Other arguments ----
 

@@ -32,6 +32,7 @@ void CheckHandle(const node_bn* node);
 void CheckHandle(const nodelist_bn* list);  // the list alone: it may hold NULL entries
 void CheckHandle(const stream_vx* stream);
 void CheckHandle(const report_vx* report);
+void CheckHandle(const randgen_vx* generator);
 
 // Every entry of a list is a live node, as functions need that work on the nodes.
 void CheckListEntries(const nodelist_bn* list);
@@ -43,6 +44,7 @@ void ValidateHandle(const node_bn* node);
 void ValidateHandle(const nodelist_bn* list);
 void ValidateHandle(const stream_vx* stream);
 void ValidateHandle(const report_vx* report);
+void ValidateHandle(const randgen_vx* generator);
 
 // The environment an object belongs to; null if the handle is null or damaged.
 environ_vx* EnvironOf(const environ_vx* env);
@@ -51,6 +53,7 @@ environ_vx* EnvironOf(const node_bn* node);
 environ_vx* EnvironOf(const nodelist_bn* list);
 environ_vx* EnvironOf(const stream_vx* stream);
 environ_vx* EnvironOf(const report_vx* report);
+environ_vx* EnvironOf(const randgen_vx* generator);
 
 // The lock kept with a handle's net; null for handles without one and for bad handles.
 RecursiveLock* LockOf(const environ_vx*);
@@ -59,6 +62,7 @@ RecursiveLock* LockOf(const node_bn* node);
 RecursiveLock* LockOf(const nodelist_bn* list);
 RecursiveLock* LockOf(const stream_vx*);
 RecursiveLock* LockOf(const report_vx*);
+RecursiveLock* LockOf(const randgen_vx*);
 
 // Whether calls on functions without a net take the process-wide lock: true for these handles.
 template <class H>

@@ -22,5 +22,7 @@ std::unique_ptr<Command> MakeCompile();
 std::unique_ptr<Command> MakeBeliefs();
 std::unique_ptr<Command> MakeTable();
 std::unique_ptr<Command> MakeConvert();
+std::unique_ptr<Command> MakeEquation();
+std::unique_ptr<Command> MakeCalc();
 
 }  // namespace command

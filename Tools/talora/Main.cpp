@@ -32,6 +32,14 @@ constexpr CommandDef kCommands[] = {
      "  talora beliefs Examples/chest-clinic.dne -f Dyspnoea=Yes --not Smoker=Yes\n"
      "  talora beliefs net.dne --likelihood XRay=0.8,0.2 --node LungCancer --json"},
     {"table", "Prints the table of a node", MakeTable, "  talora table Examples/chest-clinic.dne Dyspnoea"},
+    {"equation", "Builds tables from the equations of nodes", MakeEquation,
+     "  talora equation net.dne Dose -o net.dne\n"
+     "  talora equation net.dne --all --samples 10000 --seed 1 -o out.dne\n"
+     "  talora equation net.dne Dose --set 'P (Dose | Weight) = NormalDist (Dose, 2 * Weight, 5)' -o -"},
+    {"calc", "Computes a formula in the language of equations", MakeCalc,
+     "  talora calc 'NormalDist (x, 0, 1)' x=1.5\n"
+     "  talora calc 'sin (30 deg) ^ 2'\n"
+     "  talora calc --functions                what there is to call"},
     {"convert", "Writes a net to another file; the extension says in which format", MakeConvert,
      "  talora convert old.dne new.dne\n"
      "  talora convert net.dne - | diff net.dne -"},

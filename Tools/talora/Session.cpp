@@ -116,7 +116,7 @@ void PrintLine(const Message& m)
 {
     std::string line = "talora: " + m.severity;
     if (m.number) line += " " + std::to_string(m.number);
-    line += ": " + Printable(m.text);
+    line += ": " + (m.number ? Printable(m.text) : PrintableLines(m.text));  // the command's own may show a text
     if (!m.file.empty() && m.text.find("in file '") == std::string::npos) {
         if (m.line >= 0) line += ", on line " + std::to_string(m.line);
         line += ", in file '" + Printable(m.file) + "'";

@@ -1,0 +1,88 @@
+// Interface functions: random generators.
+#include <mutex>
+
+#include "BN/Bnet.h"
+#include "Basic/RandomNum.h"
+#include "Talora/APICheck.h"
+
+using namespace talora;
+
+namespace {
+
+// A draw from a generator, or from the default environment's under its lock.
+template <class Result, Result (*Next)(RandomState&)>
+Result DrawFrom(const char* function, randgen_vx* generator)
+{
+    if (generator != nullptr)
+        return CallApi(function, generator, Result(), [&] { return Next(generator->state); });
+    return CallEnviron(function, nullptr, Result(), [&](environ_vx& env) {
+        const std::lock_guard guard(RandomLock());
+        return Next(env.random);
+    });
+}
+
+}  // namespace
+
+randgen_vx* NewRandomGenerator_vx(const char* seed, environ_vx* env, const char* options)
+{
+    return CallEnviron(__func__, env, static_cast<randgen_vx*>(nullptr), [&](environ_vx& owner) {
+        CheckNoOptions(options);
+        return NewRandomGen(owner, ParseSeed(TextArgument(seed).c_str()));
+    });
+}
+
+void DeleteRandomGen_vx(randgen_vx* generator)
+{
+    if (generator == nullptr) return;
+    CallApi(__func__, generator, [&] {
+        for (net_bn* net : generator->env->nets)
+            if (net->random_gen == generator) net->random_gen = nullptr;
+        DeleteRandomGen(generator);
+    });
+}
+
+const char* GetRandomGenState_vx(randgen_vx* generator)
+{
+    return CallApi(__func__, generator, static_cast<const char*>(nullptr), [&] {
+        generator->text = DescribeState(generator->state);
+        return generator->text.c_str();
+    });
+}
+
+uint32_t DrawRandomInteger_vx(randgen_vx* generator)
+{
+    return DrawFrom<uint32_t, NextInteger>(__func__, generator);
+}
+
+double DrawRandomUniform_vx(randgen_vx* generator)
+{
+    return DrawFrom<double, NextUniform>(__func__, generator);
+}
+
+void SetReproducibleRandom_vx(environ_vx* env, bool_vx reproducible)
+{
+    CallEnviron(__func__, env, [&](environ_vx& owner) { owner.reproducible = reproducible != 0; });
+}
+
+bool_vx GetReproducibleRandom_vx(environ_vx* env)
+{
+    return CallEnviron(__func__, env, bool_vx(0), [&](environ_vx& owner) { return owner.reproducible; });
+}
+
+void SetNetRandomGen_bn(net_bn* net, randgen_vx* generator)
+{
+    CallApi(__func__, net, [&] {
+        if (generator != nullptr) {
+            CheckHandle(generator);
+            if (generator->env != net->env)
+                Fail(6421, "the >-RandGen passed belongs to another >-Enviro than the >-Bnet '%s'",
+                     net->name.c_str());
+        }
+        net->random_gen = generator;
+    });
+}
+
+randgen_vx* GetNetRandomGen_bn(const net_bn* net)
+{
+    return CallApi(__func__, net, static_cast<randgen_vx*>(nullptr), [&] { return net->random_gen; });
+}
