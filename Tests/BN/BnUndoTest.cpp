@@ -192,8 +192,9 @@ private:
                 if (num_states > 0) SetNodeStateName_bn(node, Below(num_states), Word("s").c_str());
                 break;
             case 23: {
-                const level_bn levels[] = {0, 1, 2.5, 7, 9};
-                SetNodeLevels_bn(node, Below(2) ? num_states : 3, levels);
+                std::vector<level_bn> levels = {0, 1, 2.5, 7, 9};
+                while (static_cast<int>(levels.size()) <= num_states) levels.push_back(2 * levels.back());
+                SetNodeLevels_bn(node, Below(2) ? num_states : 3, levels.data());
                 break;
             }
             case 24:
