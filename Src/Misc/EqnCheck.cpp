@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <unordered_map>
 
+#include "Basic/Memory.h"
 #include "Misc/ProbFuncs.h"
 
 namespace talora {
@@ -69,28 +70,39 @@ EqnType TypeOfVariable(const EqnVariable& variable)
 
 // ---- Readings of variables ----
 
-// A list with an entry per state for this purpose, made once for each variable.
+// The list with an entry per state for this purpose, made once for each variable.
 template <class Make>
-void ReadThrough(const Checker& c, Expr& expr, int purpose, Make make)
+int FindMap(const Checker& c, int variable_index, int purpose, Make make)
 {
-    const std::pair<int, int> key(expr.variable, purpose);
+    const std::pair<int, int> key(variable_index, purpose);
     auto& keys = c.eqn.map_keys;
     const auto found = std::find(keys.begin(), keys.end(), key);
-    expr.reading = Reading::MAPPED;
-    expr.map = static_cast<int>(found - keys.begin());
-    if (found != keys.end()) return;
-    const EqnVariable& variable = c.Variable(expr);
+    const int map_index = static_cast<int>(found - keys.begin());
+    if (found != keys.end()) return map_index;
+    const EqnVariable& variable = c.eqn.variables[variable_index];
+    CheckMemory(variable.num_states * double(sizeof(double)),
+                "for the equation's states of '%s' (see >-LimitMemoryUsage_vx)", variable.name.c_str());
     std::vector<double> map(variable.num_states);
     for (int state = 0; state < variable.num_states; ++state) map[state] = make(state);
     keys.push_back(key);
     c.eqn.maps.push_back(std::move(map));
+    return map_index;
+}
+
+template <class Make>
+void ReadThrough(const Checker& c, Expr& expr, int purpose, Make make)
+{
+    expr.reading = Reading::MAPPED;
+    expr.map = FindMap(c, expr.variable, purpose, make);
 }
 
 void ReadAsNumber(const Checker& c, Expr& expr)
 {
     const EqnVariable& variable = c.Variable(expr);
     if (variable.discrete && !variable.levels.empty())
-        ReadThrough(c, expr, kLevelsMap, [&](int state) { return variable.levels[state]; });
+        ReadThrough(c, expr, kLevelsMap, [&](int state) {
+            return state < static_cast<int>(variable.levels.size()) ? variable.levels[state] : kUndefinedEqn;
+        });
     else
         expr.reading = Reading::AS_IS;
 }
@@ -107,26 +119,53 @@ void ReadAsTruth(const Checker& c, Expr& expr)
     expr.type = BOOLEAN_EQN;
 }
 
-// A number for a state's name that the variable compared with does not have: equal names stay equal.
-double ForeignState(const Checker& c, const std::string& name)
+std::string_view NameOf(const EqnVariable& variable, int state)
 {
-    auto& names = c.eqn.foreign_states;
-    const auto found = std::find(names.begin(), names.end(), name);
-    const auto index = found - names.begin();
-    if (found == names.end()) names.push_back(name);
-    return -1.0 - static_cast<double>(index);
+    return state < static_cast<int>(variable.state_names.size())
+               ? std::string_view(variable.state_names[state])
+               : std::string_view();
 }
 
-// The number of a variable's state in the numbering of another one.
-double StateIn(const Checker& c, const EqnVariable& from, int state, const EqnVariable& to)
+// A number for a state that the variable compared with does not have: equal names stay equal, and one
+// without a name is like no other.
+double ForeignState(const Checker& c, std::string_view name, int state)
 {
-    if (&from == &to || !HasNames(from) || !HasNames(to)) return state;
-    const int index = FindState(to, from.state_names[state]);
-    if (index >= 0) return index;
-    const int from_true = TrueState(from), to_true = TrueState(to);
-    if (from_true >= 0 && to_true >= 0) return state == from_true ? to_true : 1 - to_true;
-    return ForeignState(c, from.state_names[state]);
+    if (name.empty()) return -1e10 - state;
+    auto& known = c.eqn.foreign_states;
+    return -1.0 - known.emplace(name, static_cast<int>(known.size())).first->second;
 }
+
+// The numbers of a variable's states in the numbering of another one.
+class StateTranslation {
+public:
+    StateTranslation(const Checker& c, const EqnVariable& from, const EqnVariable& to)
+        : c_(c),
+          from_(from),
+          to_(to),
+          same_(&from == &to || !HasNames(from) || !HasNames(to)),
+          from_true_(TrueState(from)),
+          to_true_(TrueState(to))
+    {}
+    double operator()(int state)
+    {
+        if (same_) return state;
+        if (index_.empty())
+            for (size_t i = 0; i < to_.state_names.size(); ++i)
+                index_.emplace(to_.state_names[i], static_cast<int>(i));
+        const std::string_view name = NameOf(from_, state);
+        const auto found = name.empty() ? index_.end() : index_.find(name);
+        if (found != index_.end()) return found->second;
+        if (from_true_ >= 0 && to_true_ >= 0) return state == from_true_ ? to_true_ : 1 - to_true_;
+        return ForeignState(c_, name, state);
+    }
+
+private:
+    const Checker& c_;
+    const EqnVariable &from_, &to_;
+    bool same_;
+    int from_true_, to_true_;
+    std::unordered_map<std::string_view, int> index_;
+};
 
 // Makes an expression yield a state in the numbering of a variable.
 void ReadAsStateOf(const Checker& c, int node, int reference)
@@ -134,13 +173,17 @@ void ReadAsStateOf(const Checker& c, int node, int reference)
     Expr& expr = c.At(node);
     const EqnVariable& to = c.eqn.variables[reference];
     if (expr.kind == ExprKind::STATE) {
-        expr.value = StateIn(c, c.Variable(expr), expr.state, to);
+        const EqnVariable& from = c.Variable(expr);
+        expr.value =
+            &from == &to
+                ? expr.state
+                : c.eqn.maps[FindMap(c, expr.variable, reference, StateTranslation(c, from, to))][expr.state];
     } else if (expr.kind == ExprKind::VARIABLE) {
         const EqnVariable& from = c.Variable(expr);
         if (!from.discrete || expr.sharp || expr.variable == reference || !HasNames(from) || !HasNames(to))
             ReadAsIndex(c, expr);
         else
-            ReadThrough(c, expr, reference, [&](int state) { return StateIn(c, from, state, to); });
+            ReadThrough(c, expr, reference, StateTranslation(c, from, to));
     } else if (expr.kind == ExprKind::CALL &&
                (expr.function->form == IF_FORM || expr.function->form == SELECT0_FORM ||
                 expr.function->form == SELECT1_FORM)) {

@@ -14,6 +14,7 @@
 
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -26,7 +27,7 @@ struct EqnVariable {
     std::string name;  // as it is called in the equation: name of the link if it has one
     bool discrete = false;
     int num_states = 0;
-    std::vector<std::string> state_names;  // empty, or one per state
+    std::vector<std::string> state_names;  // may be shorter than num_states: the others have none
     std::vector<double> levels;            // one per state; of a continuous one the thresholds; or empty
 };
 
@@ -89,7 +90,8 @@ struct Equation {
     std::vector<int> children;
     std::vector<std::vector<double>> maps;
     std::vector<std::pair<int, int>> map_keys;  // variable and purpose of each map
-    std::vector<std::string> foreign_states;    // names of states that the compared variable lacks
+    // Names of states that the variable compared with lacks, numbered.
+    std::unordered_map<std::string, int> foreign_states;
     int root = -1;
 
     const Expr& Root() const { return exprs[root]; }

@@ -210,6 +210,20 @@ class ConvertTest(unittest.TestCase):
             self.assertEqual(os.listdir(folder), [])
 
 
+class EquationTest(unittest.TestCase):
+    def test_formulas(self):
+        self.assertEqual(answer("calc", "x ^ 2 + sin(30 deg)", "x=3")["value"], 9.5)
+        self.assertIsNone(answer("calc", "1 / 0")["value"])
+        self.assertEqual(talora("calc", "--functions").stdout.decode(),
+                         (ROOT / "Docs" / "equation-functions.md").read_text())
+
+    def test_tables(self):
+        equation = "P (XRay | TbOrCancer) = (XRay == Abnormal) == TbOrCancer ? 0.75 : 0.25"
+        done = talora("equation", CLINIC, "XRay", "--set", equation, "-o", "-")
+        rows = answer("table", "-", "XRay", stdin=done.stdout)["rows"]
+        self.assertEqual([row["probs"] for row in rows], [[0.75, 0.25], [0.25, 0.75]])
+
+
 class UsageTest(unittest.TestCase):
     CASES = [
         # arguments, exit status, what standard error must mention
@@ -237,6 +251,9 @@ class UsageTest(unittest.TestCase):
         (["beliefs", CLINIC, "--findings", "x.cas"], 1, "case files"),
         (["beliefs", CLINIC, "--node", "Nobody"], 1, "Nobody"),
         (["table", CLINIC, "Nobody"], 1, "Nobody"),
+        (["calc", "2 * (3 + y)"], 1, "unknown name 'y'\n    2 * (3 + y)\n             ^"),
+        (["calc", "x", "x=1,5"], 2, "'x=1,5'"),
+        (["equation", CLINIC, "Smoker", "-o", "-"], 1, "doesnt have a defining equation"),
         (["info", ROOT / "README.md"], 1, "error -"),
         (["info", CLINIC, "--password-file", "no-such-file"], 1, "no-such-file"),
     ]
