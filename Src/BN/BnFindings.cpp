@@ -268,6 +268,8 @@ void EnterFinding(Node& node, int state, FindingMode mode)
     NodeFinding finding;
     if (mode == FindingMode::STRICT) finding = node.finding;
     finding.state = state;
+    if (IsRecording(*node.net))
+        DescribeStep(*node.net, "enter finding %s = %s", node.name.c_str(), StateWord(node, state).c_str());
     StoreFinding(node, std::move(finding), "enter finding");
 }
 
@@ -331,6 +333,7 @@ void EnterValue(Node& node, double value)
              node.name.c_str());
     }
     finding.value = value;
+    DescribeStep(*node.net, "enter finding %s = %g", node.name.c_str(), value);
     StoreFinding(node, std::move(finding), "enter value");
 }
 
@@ -418,6 +421,7 @@ void RetractFindings(Node& node)
 
 void RetractFindings(Net& net)
 {
+    DescribeStep(net, "retract all findings");
     for (Node* node : net.nodes.nodes)
         if (!node->finding.IsEmpty())
             Change(*node, node->finding, NodeFinding(), REFINDS, "retract findings");

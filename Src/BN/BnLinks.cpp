@@ -127,6 +127,7 @@ int AddLink(Node& parent, Node& child)
     for (size_t i = 0; i < links.size(); ++i) old_index.push_back(int(i));
     links.push_back({&parent, "", ""});
     old_index.push_back(-1);
+    DescribeStep(*child.net, "add link %s -> %s", parent.name.c_str(), child.name.c_str());
     ReplaceParents(child, std::move(links), old_index, "add link");
     return int(child.links.size()) - 1;
 }
@@ -140,6 +141,7 @@ void DeleteLink(Node& child, int index)
     std::vector<int> old_index;
     for (int i = 0; i < int(child.links.size()); ++i)
         if (i != index) old_index.push_back(i);
+    DescribeStep(*child.net, "remove link %s -> %s", parent.name.c_str(), child.name.c_str());
     ReplaceParents(child, std::move(links), old_index, "remove link");
     RemoveStandInIfUnused(parent);
 }
@@ -154,6 +156,11 @@ void SwitchParent(Node& child, int index, Node* new_parent)
             new_parent->name.c_str());
     Node& old_parent = *child.links[index].parent;
     if (new_parent == &old_parent || (new_parent == nullptr && old_parent.kind == DISCONNECTED_NODE)) return;
+    if (new_parent == nullptr)
+        DescribeStep(*child.net, "disconnect link %s -> %s", old_parent.name.c_str(), child.name.c_str());
+    else
+        DescribeStep(*child.net, "switch parent of %s from %s to %s", child.name.c_str(), old_parent.name.c_str(),
+                     new_parent->name.c_str());
     Node* stand_in = new_parent == nullptr ? NewStandIn(old_parent) : nullptr;
     std::vector<Link> links = child.links;
     links[index].parent = stand_in ? stand_in : new_parent;

@@ -65,6 +65,7 @@ Node* AddNode(Net& net, std::string_view name, int num_states)
         Fail(6111, "argument 'num_states' is negative (=%d), trying to add new >-Bnode to >-Bnet '%s'",
              num_states, net.name.c_str());
     CheckNameUnused(net, name, nullptr);
+    DescribeStep(net, "add node %.*s", int(name.size()), name.data());
     Node* node = InsertNode(net, name, "add node");
     node->states.type = num_states > 0 ? VarType::DISCRETE : VarType::CONTINUOUS;
     node->states.num_states = num_states;
@@ -82,6 +83,7 @@ void DeleteNode(Node& node)
     std::vector<NodeSet> sets = NodeSetsWithout(node);
     const bool is_ordered = std::find(net.elim_order.nodes.begin(), net.elim_order.nodes.end(), &node) !=
                             net.elim_order.nodes.end();
+    DescribeStep(net, "delete node %s", node.name.c_str());
     if (is_ordered) SetElimOrder(net, nullptr);
     Change(net, net.node_sets, std::move(sets), NO_EFFECT, "remove node from node sets");
     for (Orphaned& orphaned : children) {
@@ -96,6 +98,7 @@ void DeleteNode(Node& node)
 void RenameNode(Node& node, std::string_view name)
 {
     CheckNameUnused(*node.net, name, &node);
+    DescribeStep(*node.net, "rename node %s to %.*s", node.name.c_str(), int(name.size()), name.data());
     Change(node, node.name, std::string(name), RENAMES_NODE, "rename node");
 }
 
@@ -118,8 +121,8 @@ void SetKind(Node& node, int kind)
     NodeFinding finding = node.finding;
     if (kind == UTILITY_NODE || kind == UNKNOWN_KIND) finding = NodeFinding();
     if (kind == DECISION_NODE || kind == CONSTANT_NODE) finding.likelihood = TableVector<float>();
-    Change(node, node.finding, std::move(finding), REFINDS, "change node kind");
-    Change(node, node.kind, kind, RESTRUCTURES, "change node kind");
+    Change(node, node.finding, std::move(finding), REFINDS, "change kind");
+    Change(node, node.kind, kind, RESTRUCTURES, "change kind");
 }
 
 }  // namespace talora

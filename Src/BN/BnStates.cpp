@@ -214,6 +214,7 @@ void AddStates(Node& node, int first, const std::vector<std::string>& names, int
             6133,
             ">-node '%s' is losing its state names because a state with no name (just called #%d) is being added",
             node.name.c_str(), first);
+    DescribeStep(*node.net, "add states to %s", node.name.c_str());
     ApplyStates(node, std::move(prepared), "add states");
 }
 
@@ -281,11 +282,11 @@ void Rediscretize(Node& node, int num_states, std::vector<double> levels)
     states.num_states = num_states;
     states.levels = std::move(levels);
     for (Node* child : node.children.nodes)
-        Change(*child, child->tables, NodeTables(), RETABLES, "discretize node");
-    Change(node, node.tables, NodeTables(), RETABLES, "discretize node");
-    Change(node, node.finding, NodeFinding(), REFINDS, "discretize node");
-    Change(node, node.saved_belief, std::vector<float>(), NO_EFFECT, "discretize node");
-    Change(node, node.states, std::move(states), RESTRUCTURES, "discretize node");
+        Change(*child, child->tables, NodeTables(), RETABLES, "change discretization");
+    Change(node, node.tables, NodeTables(), RETABLES, "change discretization");
+    Change(node, node.finding, NodeFinding(), REFINDS, "change discretization");
+    Change(node, node.saved_belief, std::vector<float>(), NO_EFFECT, "change discretization");
+    Change(node, node.states, std::move(states), RESTRUCTURES, "change discretization");
 }
 
 }  // namespace

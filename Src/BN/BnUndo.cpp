@@ -232,7 +232,7 @@ void RecordAndDo(Net& net, const Node* node, std::unique_ptr<UndoRecord> record,
     std::string text;
     if (!net.undo->HasText()) {
         text = what;
-        if (node != nullptr) text.append(" ").append(node->name);
+        if (node != nullptr) text.append(" of ").append(node->name);
     }
     net.undo->Do(std::move(record), std::move(text));
 }

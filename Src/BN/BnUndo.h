@@ -199,7 +199,7 @@ private:
     std::vector<Node*> nodes_;
 };
 
-// Records a change and makes it.  The text of the step is `what` with the node's name unless it has one.
+// Records a change and makes it.  The text of the step is `what` "of" the node unless it has one.
 void RecordAndDo(Net& net, const Node* node, std::unique_ptr<UndoRecord> record, const char* what);
 
 }  // namespace talora
