@@ -597,7 +597,7 @@ TALORA_API void CloseNetUndoGroup_bn(net_bn* net);
 /** Gives a group up: takes back at once what was done since the outermost group was opened, and when that is
  *  closed what was still done afterwards. The groups must be closed nevertheless. */
 TALORA_API void AbortNetUndoGroup_bn(net_bn* net);
-TALORA_API undogroup_vx GetNetUndoGroup_bn(const net_bn* net);
+TALORA_API int GetNetUndoGroup_bn(const net_bn* net); /**< one of undogroup_vx */
 
 /* ---------------------------------------------------------------------------------------------
  * Compiling

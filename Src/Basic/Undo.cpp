@@ -73,8 +73,15 @@ UndoList::~UndoList()
     Delist();
 }
 
+void UndoList::CheckIdle() const
+{
+    if ((has_open_ && group_ == NO_UNDO_GROUP) || is_undoing_)
+        Fail(6306, "can't undo/redo in the middle of an operation");
+}
+
 void UndoList::SetLimits(int count, double memory)
 {
+    CheckIdle();
     TALORA_CHECK(memory == std::floor(memory));
     const bool is_lower =
         count < count_limit_ || (memory > 0 && (memory < memory_limit_ || memory_limit_ == 0));
@@ -272,7 +279,7 @@ void UndoList::CheckCanWalk(const UndoStep* step) const
     if (group_ == OPEN_UNDO_GROUP) Fail(6304, "can't undo/redo because an undo group is open");
     if (group_ == ABORTED_UNDO_GROUP)
         Fail(6305, "can't undo/redo because an undo group was aborted and is not closed yet");
-    if (has_open_ || is_undoing_) Fail(6306, "can't undo/redo in the middle of an operation");
+    CheckIdle();
     if (step == nullptr) return;
     for (const auto& record : step->records)
         if (record->Code() <= 0 || record->Code() >= kNumUndoCodes)

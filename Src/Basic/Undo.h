@@ -82,6 +82,8 @@ public:
     void TurnOn();  // fails with 3595 when both limits are 0
     void TurnOff() noexcept;
     bool IsOn() const { return is_on_; }
+    // Fails while an operation is recording, as in a callback from it.
+    void CheckIdle() const;
 
     // ---- Recording ----
     bool IsRecording() const { return is_on_ && !is_undoing_; }

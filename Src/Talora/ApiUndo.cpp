@@ -74,10 +74,13 @@ int GetNetNumUndos_bn(const net_bn* net, double* memory_limit)
 void SetNetUndoing_bn(net_bn* net, bool_vx on)
 {
     CallApi(__func__, net, [&] {
+        if (!on && !net->undo) return;
+        UndoList& list = NeedList(*net);
+        list.CheckIdle();
         if (on)
-            NeedList(*net).TurnOn();
-        else if (net->undo)
-            net->undo->TurnOff();
+            list.TurnOn();
+        else
+            list.TurnOff();
     });
 }
 
@@ -143,8 +146,8 @@ void AbortNetUndoGroup_bn(net_bn* net)
     });
 }
 
-undogroup_vx GetNetUndoGroup_bn(const net_bn* net)
+int GetNetUndoGroup_bn(const net_bn* net)
 {
-    return CallApi(__func__, net, undogroup_vx(-1),
-                   [&] { return net->undo ? undogroup_vx(net->undo->GroupStatus()) : NO_UNDO_GROUP; });
+    return CallApi(__func__, net, -1,
+                   [&] { return net->undo ? int(net->undo->GroupStatus()) : NO_UNDO_GROUP; });
 }

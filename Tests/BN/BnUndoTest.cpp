@@ -192,8 +192,8 @@ private:
                 if (num_states > 0) SetNodeStateName_bn(node, Below(num_states), Word("s").c_str());
                 break;
             case 23: {
-                std::vector<level_bn> levels = {0, 1, 2.5, 7, 9};
-                while (static_cast<int>(levels.size()) <= num_states) levels.push_back(2 * levels.back());
+                std::vector<level_bn> levels = {Below(3) * 0.5};
+                while (int(levels.size()) < num_states + 4) levels.push_back(levels.back() + 1);
                 SetNodeLevels_bn(node, Below(2) ? num_states : 3, levels.data());
                 break;
             }
