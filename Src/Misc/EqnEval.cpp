@@ -28,7 +28,7 @@ double EvaluateNode(const Evaluation& e, int node, double* stack);
 double EvaluateCall(const Evaluation& e, const Expr& call, double* stack)
 {
     const FunctionDef& def = *call.function;
-    const int* const children = &e.eqn.children[call.first_child];
+    const int* const children = e.eqn.children.data() + call.first_child;
     if (def.form == IF_FORM) {
         const double condition = EvaluateNode(e, children[0], stack);
         if (condition != condition || e.scratch.failure.IsSet()) return kUndefinedEqn;
