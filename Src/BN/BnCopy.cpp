@@ -43,7 +43,13 @@ public:
     {
         if (done_) return;
         if (IsRecording(net_)) return;  // the entry frame takes everything back
-        while (net_.nodes.nodes.size() > first_) DropNewNode(*net_.nodes.nodes.back());
+        // A copy may come after its parent or before it, so all links go before any record does.
+        std::vector<Node*>& nodes = net_.nodes.nodes;
+        for (size_t i = first_; i < nodes.size(); ++i) {
+            std::vector<Link> none;
+            Relink(*nodes[i], none, nullptr);
+        }
+        while (nodes.size() > first_) DropNewNode(*nodes.back());
     }
     void Done() { done_ = true; }
 

@@ -64,13 +64,14 @@ void CheckParentState(const Node& node, int index, int state, bool allow_every)
 std::vector<int64_t> MatchingRows(const Node& node, const int* parent_states)
 {
     NeedParentStates(node, parent_states);
+    const double all_rows = NumRows(node);
+    if (all_rows > kMaxTableEntries) FailTooLarge(node, all_rows);  // and rows could not be counted
     for (int i = 0; i < int(node.links.size()); ++i) CheckParentState(node, i, parent_states[i], true);
     const std::vector<int64_t> strides = RowStrides(node);
     double num_rows = 1;
     for (size_t i = 0; i < node.links.size(); ++i)
         if (parent_states[i] == EVERY_STATE)
             num_rows = MultiplySize(num_rows, NumStates(*node.links[i].parent));
-    if (num_rows > kMaxTableEntries) FailTooLarge(node, num_rows);
     CheckMemory(2 * num_rows * sizeof(int64_t), "%s", BuildTableText(node).c_str());
     std::vector<int64_t> rows = {0};
     for (size_t i = 0; i < node.links.size(); ++i) {
@@ -91,7 +92,6 @@ template <class T>
 TableVector<T> NewRowTable(const Node& node, T empty, const char* term)
 {
     const double rows = NumRows(node);
-    if (rows > kMaxTableEntries) FailTooLarge(node, rows);
     CheckMemory(rows * sizeof(T), "%s", term);
     return TableVector<T>(size_t(rows), empty);
 }

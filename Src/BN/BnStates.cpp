@@ -274,6 +274,29 @@ void CheckThresholds(const Node& node, const std::vector<double>& levels)
     }
 }
 
+void NoticeTablesGo(const Node& node)
+{
+    const auto has_tables = [](const Node* each) { return each->tables != NodeTables(); };
+    const std::vector<Node*>& children = node.children.nodes;
+    if (has_tables(&node) || std::any_of(children.begin(), children.end(), has_tables))
+        Notice(
+            6142,
+            ">-node '%s' and its children are losing their tables because it is discretized into another number of intervals",
+            node.name.c_str());
+}
+
+// A value that was entered may lie in another interval now; one that lies in none goes with its finding.
+void ChangeLevels(Node& node, std::vector<double> levels)
+{
+    NodeFinding finding = node.finding;
+    // A function that gives values leads to other states, and its potential has to be made again.
+    Change(node, node.states.levels, std::move(levels), RETABLES, "set levels");
+    if (IsUndef(finding.value) || !HasStates(node)) return;
+    finding.state = StateOfValue(node, finding.value);
+    if (finding.state < 0) finding = NodeFinding();
+    Change(node, node.finding, std::move(finding), REFINDS, "set levels");
+}
+
 // Another number of intervals: nothing in the tables of the node and its children can be carried over.
 void Rediscretize(Node& node, int num_states, std::vector<double> levels)
 {
@@ -281,6 +304,7 @@ void Rediscretize(Node& node, int num_states, std::vector<double> levels)
     states.type = node.states.type;
     states.num_states = num_states;
     states.levels = std::move(levels);
+    NoticeTablesGo(node);
     for (Node* child : node.children.nodes)
         Change(*child, child->tables, NodeTables(), RETABLES, "change discretization");
     Change(node, node.tables, NodeTables(), RETABLES, "change discretization");
@@ -310,9 +334,8 @@ void SetLevels(Node& node, int num_states, const double* values)
     } else if (!IsDiscrete(node) && num_states != 0) {
         Fail(6141, "argument 'levels' passed for >-Bnode '%s' is NULL", node.name.c_str());
     }
-    // A function that gives values leads to other states now, and its potential has to be made again.
     if (num_states == NumStates(node))
-        Change(node, node.states.levels, std::move(levels), RETABLES, "set levels");
+        ChangeLevels(node, std::move(levels));
     else
         Rediscretize(node, num_states, std::move(levels));
 }

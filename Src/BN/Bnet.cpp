@@ -186,20 +186,36 @@ uint64_t NewLabel(Net& net)
     return net.label_counter++;
 }
 
+// From both ends at once, each time at the end where less work has been done: one of the nodes often has few
+// relatives on its side of a large net.
 bool IsAncestor(Net& net, const Node& a, const Node& b)
 {
-    if (a.children.nodes.empty() || b.links.empty()) return false;
-    // Upwards from b: families are small where children lists may be long.
-    const uint64_t seen = NewLabel(net);
-    std::vector<const Node*> stack = {&b};
-    while (!stack.empty()) {
-        const Node* node = stack.back();
-        stack.pop_back();
-        for (const Link& link : node->links) {
-            if (link.parent->stamp == seen || IsDelayed(link)) continue;
-            if (link.parent == &a) return true;
-            link.parent->stamp = seen;
-            stack.push_back(link.parent);
+    if (&a == &b) return false;
+    const uint64_t above = NewLabel(net), below = NewLabel(net);  // reached from b upwards, from a downwards
+    std::vector<const Node*> up = {&b}, down = {&a};
+    size_t up_work = 0, down_work = 0;
+    while (!up.empty() && !down.empty()) {
+        const Node *lower = up.back(), *upper = down.back();
+        const size_t next_up = up_work + 1 + lower->links.size();
+        const size_t next_down = down_work + 1 + upper->children.nodes.size();
+        if (next_up <= next_down) {
+            up.pop_back();
+            up_work = next_up;
+            for (const Link& link : lower->links) {
+                if (IsDelayed(link) || link.parent->stamp == above) continue;
+                if (link.parent == &a || link.parent->stamp == below) return true;
+                link.parent->stamp = above;
+                up.push_back(link.parent);
+            }
+        } else {
+            down.pop_back();
+            down_work = next_down;
+            for (Node* child : upper->children.nodes) {
+                if (child->stamp == below || IsDelayed(child->links[FindParent(*child, upper)])) continue;
+                if (child == &b || child->stamp == above) return true;
+                child->stamp = below;
+                down.push_back(child);
+            }
         }
     }
     return false;

@@ -22,6 +22,16 @@ Enum EnumArgument(const char* argument, const char* word, int count, WordOf&& wo
     Fail(6204, "in argument '%s', '%.80s' is not a known word", argument, text.c_str());
 }
 
+// The net whose nodes a list holds, to be locked with the net that they go to; that net if the list tells
+// none.
+const net_bn* NetOfEntries(const nodelist_bn* list, const net_bn* otherwise)
+{
+    if (!IsLive(list, NODELIST_TYPE)) return otherwise;
+    for (const node_bn* node : list->nodes)
+        if (IsLive(node, NODE_TYPE)) return node->net;
+    return otherwise;
+}
+
 }  // namespace
 
 node_bn* NewNode_bn(const char* name, int num_states, net_bn* net)
@@ -37,7 +47,10 @@ void DeleteNode_bn(node_bn* node)
 
 nodelist_bn* CopyNodes_bn(const nodelist_bn* nodes, net_bn* net, const char* options)
 {
-    return CallApi2(__func__, net, nodes, static_cast<nodelist_bn*>(nullptr), [&]() -> nodelist_bn* {
+    const net_bn* source = NetOfEntries(nodes, net);
+    return CallApi2(__func__, net, source, static_cast<nodelist_bn*>(nullptr), [&]() -> nodelist_bn* {
+        CheckHandle(nodes);
+        if (nodes == nullptr) return nullptr;
         CheckListEntries(nodes);
         const uint32_t given = OptionsArgument(options, {"no_links", "no_tables", "dont_return_list"});
         const bool returns_list = (given & 4) == 0;

@@ -93,6 +93,22 @@ TEST_F(BnCopyTest, LinksOfCopies)
     ValidateNet(first);
 }
 
+// A copy that fails when nodes are linked already, whichever of parent and child was copied first.
+TEST_F(BnCopyTest, FailsLate)
+{
+    Make("X:100000; X -> Y");
+    Node &x = (*this)["X"], &y = (*this)["Y"];
+    x.finding.likelihood.assign(100000, 1.0f);
+    const double limit = MemoryLimit();
+    for (const auto& nodes : {std::vector<Node*>{&x, &y}, {&y, &x}}) {
+        SetMemoryLimit(double(MemoryInUse()) + 100000);
+        EXPECT_EQ(ErrorOf([&] { CopyNodes(nodes, *net_, {}); }), -1);
+        SetMemoryLimit(limit);
+        EXPECT_EQ(net_->nodes.nodes.size(), 2u);
+        ValidateNet(*net_);
+    }
+}
+
 TEST_F(BnCopyTest, StandInsComeAndGo)
 {
     Net& net = Make("P:3 A_1; P -> A B");

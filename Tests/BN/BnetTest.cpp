@@ -5,8 +5,10 @@
 #include <algorithm>
 #include <cmath>
 #include <functional>
+#include <random>
 
 #include "BN/BnCompile.h"
+#include "BN/BnFindings.h"
 #include "BN/BnProbs.h"
 #include "BN/BnUpdating.h"
 #include "TestNet.h"
@@ -80,6 +82,27 @@ TEST_F(BnetTest, LevelsRefused)
     EXPECT_EQ(NumStates((*this)["X"]), 2);
 }
 
+TEST_F(BnetTest, FindingsFollowLevels)
+{
+    Make("X:0");
+    Node& x = (*this)["X"];
+    const double low[] = {0, 1, 2}, high[] = {0, 0.2, 2}, beyond[] = {5, 6, 7}, more[] = {0, 1, 2, 3};
+    const float half[] = {0.5f, 0.5f};
+    SetLevels(x, 2, low);
+    SetProbs(x, nullptr, half);
+    EnterValue(x, 0.5);
+    SetLevels(x, 2, high);
+    EXPECT_EQ(x.finding.state, 1);
+    SetLevels(x, 2, beyond);
+    EXPECT_TRUE(x.finding.IsEmpty());
+    EXPECT_EQ(x.tables.probs.size(), 2u);
+    EXPECT_EQ(CountReports(), 0);
+    SetLevels(x, 3, more);
+    EXPECT_TRUE(x.tables.probs.empty());
+    EXPECT_EQ(CountReports(), 1);  // of the tables that went
+    ValidateNet(*net_);
+}
+
 // A function that gives values is a potential by way of the levels.
 TEST_F(BnetTest, BeliefsFollowLevels)
 {
@@ -119,6 +142,33 @@ TEST_F(BnetTest, ParentsComeFirst)
     EXPECT_EQ(order, "DBCAE");
     EXPECT_TRUE(IsAncestor(net, (*this)["D"], (*this)["E"]));
     EXPECT_FALSE(IsAncestor(net, (*this)["B"], (*this)["E"]));
+}
+
+TEST_F(BnetTest, AncestorsInRandomNets)
+{
+    std::mt19937 random(7);
+    for (int run = 0; run < 20; ++run) {
+        constexpr int kNodes = 25;
+        std::string names;
+        for (int i = 0; i < kNodes; ++i) names += "N" + std::to_string(i) + " ";
+        const std::vector<Node*>& nodes = Make(names).nodes.nodes;
+        bool reaches[kNodes][kNodes] = {};
+        for (int child = kNodes - 1; child > 0; --child)
+            for (int parent = 0; parent < child; ++parent) {
+                if (random() % 12 != 0) continue;
+                AddLink(*nodes[parent], *nodes[child]);
+                const bool is_delayed = random() % 5 == 0;
+                if (is_delayed) nodes[child]->links.back().delay = "1";
+                reaches[parent][child] = !is_delayed;
+            }
+        for (int via = 0; via < kNodes; ++via)
+            for (int a = 0; a < kNodes; ++a)
+                for (int b = 0; b < kNodes; ++b) reaches[a][b] |= reaches[a][via] && reaches[via][b];
+        for (int a = 0; a < kNodes; ++a)
+            for (int b = 0; b < kNodes; ++b)
+                ASSERT_EQ(IsAncestor(*net_, *nodes[a], *nodes[b]), reaches[a][b])
+                    << run << " " << a << " " << b;
+    }
 }
 
 TEST_F(BnetTest, ValidationNotices)

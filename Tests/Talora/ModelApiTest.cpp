@@ -208,6 +208,10 @@ TEST_F(ModelApiTest, TablesThatCannotBe)
     SetNodeProbs_bn(child, parents.data(), probs.data());
     EXPECT_EQ(TakeError(), 3615);
     EXPECT_NE(message_.find("(4.1943e+08)"), std::string::npos) << message_;
+    for (int i = 20; i < 70; ++i) AddLink_bn(Add(("P" + std::to_string(i)).c_str(), 2), child);
+    parents.resize(70, 1);
+    SetNodeExperience_bn(child, parents.data(), 1);  // more rows than can be numbered
+    EXPECT_EQ(TakeError(), 3615);
 
     node_bn *real = Add("Real", 0), *below = Add("Below", 2, {real});
     const prob_bn half[] = {0.5f, 0.5f};
