@@ -25,6 +25,7 @@ Environs& All()
 }
 
 std::atomic<int> checking_level{REGULAR_CHECK};
+std::atomic<environ_vx*> default_environ{nullptr};  // the last of `open`; read in signal handlers
 
 }  // namespace
 
@@ -36,6 +37,7 @@ environ_vx* NewEnviron()
     all.open.reserve(all.open.size() + 1);
     environ_vx* env = all.pool.New(nullptr);
     all.open.push_back(env);
+    default_environ.store(env);
     return env;
 }
 
@@ -44,18 +46,23 @@ void ReleaseEnviron(environ_vx* env) noexcept
     Environs& all = All();
     std::lock_guard guard(all.mutex);
     all.open.erase(std::remove(all.open.begin(), all.open.end(), env), all.open.end());
+    default_environ.store(all.open.empty() ? nullptr : all.open.back());
     all.pool.Release(env);
 }
 
 environ_vx* DefaultEnviron()
 {
-    Environs& all = All();
-    std::lock_guard guard(all.mutex);
-    return all.open.empty() ? nullptr : all.open.back();
+    return default_environ.load();
 }
 
-int CheckingLevel() { return checking_level.load(std::memory_order_relaxed); }
-void SetCheckingLevel(int level) { checking_level.store(level, std::memory_order_relaxed); }
+int CheckingLevel()
+{
+    return checking_level.load(std::memory_order_relaxed);
+}
+void SetCheckingLevel(int level)
+{
+    checking_level.store(level, std::memory_order_relaxed);
+}
 
 int AskQuestion(const char* question, const char* answers, const char* deflt)
 {

@@ -35,7 +35,7 @@ struct environ_vx {
     talora::EnvironState state = talora::CREATED_ENV;
     void* user_data = nullptr;
     int report_limit = 1000;  // reports shown per thread
-    std::mutex mutex;  // guards the three lists below, which functions on different nets change
+    std::mutex mutex;         // guards the three lists below, which functions on different nets change
     std::vector<net_bn*> nets;
     std::vector<nodelist_bn*> lists;  // made for callers
     std::vector<stream_vx*> streams;
@@ -64,9 +64,9 @@ struct environ_vx {
 namespace talora {
 
 // Environments in the order in which they were made; the default is the last one that is open.
-environ_vx* NewEnviron();                        // at most MAX_NUM_ENVIROS
-void ReleaseEnviron(environ_vx* env) noexcept;   // the record alone
-environ_vx* DefaultEnviron();                    // null when none is open
+environ_vx* NewEnviron();                       // at most MAX_NUM_ENVIROS
+void ReleaseEnviron(environ_vx* env) noexcept;  // the record alone
+environ_vx* DefaultEnviron();                   // null when none is open
 
 int CheckingLevel();  // 1 to 4, whole library
 void SetCheckingLevel(int level);

@@ -1,11 +1,11 @@
 #include "Basic/Error.h"
 
+#include <locale.h>
 #include <algorithm>
 #include <clocale>
 #include <cstdio>
 #include <cstring>
 #include <iterator>
-#include <locale.h>
 #include <mutex>
 #include <new>
 #include <vector>
@@ -41,6 +41,7 @@ struct ErrorGroup {
     report_vx* newest = nullptr;
     report_vx* oldest = nullptr;
     int count = 0;
+    int num_droppable = 0;  // below severity "error"
     int num_shown = 0;
     bool told_of_dropping = false;
     std::vector<int> repeats_shown;  // numbers for which "More ..." was shown
@@ -62,6 +63,7 @@ struct ErrorGroup {
 
 ErrorGroup* first_group = nullptr;  // guarded by ListMutex
 
+// Not to be called first with the list's mutex held: a new group registers itself.
 ErrorGroup& Group()
 {
     thread_local ErrorGroup group;
@@ -74,6 +76,7 @@ void Unlink(ErrorGroup& group, report_vx* record)
     (record->older ? record->older->newer : group.oldest) = record->newer;
     record->newer = record->older = nullptr;
     --group.count;
+    if (record->severity < ERROR_SEV) --group.num_droppable;
 }
 
 void LinkNewest(ErrorGroup& group, report_vx* record)
@@ -83,6 +86,7 @@ void LinkNewest(ErrorGroup& group, report_vx* record)
     (group.newest ? group.newest->newer : group.oldest) = record;
     group.newest = record;
     ++group.count;
+    if (record->severity < ERROR_SEV) ++group.num_droppable;
 }
 
 void Free(ErrorGroup& group, report_vx* record) noexcept
@@ -142,10 +146,12 @@ void FormatMessage(char (&buffer)[kMessageBytes], const char* format, va_list va
 {
     static const locale_t c_locale = newlocale(LC_ALL_MASK, "C", locale_t(0));
     const locale_t callers = c_locale ? uselocale(c_locale) : locale_t(0);
-    const int length = vsnprintf(buffer, sizeof buffer, format, values);
+    char text[kMessageBytes + 4];  // one character more than fits, to see where the last one begins
+    if (vsnprintf(text, sizeof text, format, values) < 0) text[0] = '\0';
     if (callers) uselocale(callers);
-    if (length >= kMessageBytes) buffer[CutLength(buffer, kMessageBytes - 5)] = '\0';
-    if (length < 0) buffer[0] = '\0';
+    const size_t length = CutLength(text, kMessageBytes - 1);
+    memcpy(buffer, text, length);
+    buffer[length] = '\0';
 }
 
 std::string PlaceSuffix(const FilePlace& place)
@@ -188,8 +194,8 @@ report_vx* UseMemoryRecord(const char* text) noexcept
 void DropOldest(ErrorGroup& group) noexcept
 {
     report_vx* victim = group.oldest;
-    while (victim != nullptr && victim->severity >= ERROR_SEV) victim = victim->newer;
-    Remove(group, victim ? victim : group.oldest);
+    while (victim && victim->severity >= ERROR_SEV && group.num_droppable > 0) victim = victim->newer;
+    Remove(group, victim && victim->severity < ERROR_SEV ? victim : group.oldest);
 }
 
 report_vx* NewRecord(const ReportArgs& args, std::string message)
@@ -207,6 +213,7 @@ report_vx* NewRecord(const ReportArgs& args, std::string message)
     record->fix = args.fix;
     record->conditions = args.conditions | (args.place.file ? uint32_t(FILE_CND) : 0u);
     record->parent = args.parent;
+    while (record->parent && record->parent->parent) record->parent = record->parent->parent;
     record->first_sub = nullptr;
     record->position = args.place.position;
     record->function = thread.function;
@@ -239,16 +246,19 @@ void TellOfDropping()
     ErrorGroup& group = Group();
     if (group.count < kMaxRecordsPerThread || group.told_of_dropping) return;
     group.told_of_dropping = true;
-    Enlist(NewRecord({.severity = NOTICE_SEV, .number = 5623, .place = {}},
-                     "more than " + std::to_string(kMaxRecordsPerThread) + " reports: the oldest are being dropped"));
+    Enlist(NewRecord(
+        {.severity = NOTICE_SEV, .number = 5623, .place = {}},
+        "more than " + std::to_string(kMaxRecordsPerThread) + " reports: the oldest are being dropped"));
 }
 
 // ---- Showing ----
 
 bool WasInDialog(const report_vx& record)
 {
+    std::lock_guard guard(ListMutex());
     for (const report_vx* other = record.older; other; other = other->older)
-        if (other->number == record.number && other->severity >= FALSE_ALERT_SEV && other->disposition == DIALOGED_ERR)
+        if (other->number == record.number && other->severity >= FALSE_ALERT_SEV &&
+            other->disposition == DIALOGED_ERR)
             return true;
     return false;
 }
@@ -258,8 +268,9 @@ std::string TextToShow(const report_vx& record)
 {
     ErrorGroup& group = Group();
     const int mode = ThisThread().repeat_mode;
-    const std::string prefix =
-        record.function && *record.function ? FunctionNameIn(CurrentFlavor(), record.function) + ": " : std::string();
+    const std::string prefix = record.function && *record.function
+                                   ? FunctionNameIn(CurrentFlavor(), record.function) + ": "
+                                   : std::string();
     const bool repeated = (mode == 1 || mode == 2) && WasInDialog(record);
     if (mode < 1 || mode > 3 || (mode == 1 && repeated)) return "";
     if (mode == 2 && repeated) {
@@ -287,7 +298,10 @@ void Show(report_vx* record)
     }
     if (!IsLive(record, ERRLOG_TYPE)) return;  // the handler cleared it
     record->display_result = result;
-    if (result == -4) record->conditions |= ABORTED_CND;
+    if (result == -4) {
+        record->conditions |= ABORTED_CND;
+        ThisThread().aborted = true;
+    }
     if (result > record->disposition && result < NUM_DISPLAY_ERR) record->disposition = Disposition(result);
 }
 
@@ -295,7 +309,8 @@ void Show(report_vx* record)
 bool CountWarning(int number, bool* last)
 {
     std::vector<ErrorGroup::WarningCount>& warnings = Group().warnings;
-    auto found = std::find_if(warnings.begin(), warnings.end(), [&](const auto& w) { return w.number == number; });
+    auto found =
+        std::find_if(warnings.begin(), warnings.end(), [&](const auto& w) { return w.number == number; });
     if (found == warnings.end()) found = warnings.insert(warnings.end(), {number, 0});
     *last = ++found->count == kMaxRepeatedWarnings + 1;
     return found->count <= kMaxRepeatedWarnings + 1;
@@ -310,7 +325,8 @@ const char* MessageOf(const report_vx& report)
 
 const char* SeverityWord(Severity severity)
 {
-    static constexpr const char* kWords[] = {"null-error", "false alert", "report", "notice", "warning", "error", "internal error"};
+    static constexpr const char* kWords[] = {"null-error", "false alert", "report",        "notice",
+                                             "warning",    "error",       "internal error"};
     return kWords[severity];
 }
 
@@ -320,16 +336,18 @@ report_vx* ReportV(const ReportArgs& args, const char* format, va_list values)
     try {
         bool last = false;
         if (args.severity == WARNING_SEV && !CountWarning(args.number, &last)) return Group().newest;
-        char buffer[kMessageBytes];
-        FormatMessage(buffer, ExpandMarkup(format).c_str(), values);
-        std::string message = (last ? "More warnings of the form: " : "") + std::string(buffer) + PlaceSuffix(args.place);
+        char wording[2 * kMessageBytes], buffer[kMessageBytes];
+        ExpandMarkupInto(CurrentFlavor(), format, wording, sizeof wording);
+        FormatMessage(buffer, wording, values);
+        std::string message =
+            (last ? "More warnings of the form: " : "") + std::string(buffer) + PlaceSuffix(args.place);
         TellOfDropping();
         report_vx* record = NewRecord(args, std::move(message));
         Enlist(record);
         Show(record);
         return record;
     } catch (const std::bad_alloc&) {
-        return UseMemoryRecord("not enough memory to report an error");
+        return ReportOutOfMemory("not enough memory to report an error");
     }
 }
 
@@ -343,9 +361,9 @@ report_vx* Report(const ReportArgs& args, const char* format, ...)
 }
 
 // The short forms differ only in what they put into ReportArgs.
-#define TALORA_REPORT(...)                              \
-    va_list values;                                     \
-    va_start(values, format);                           \
+#define TALORA_REPORT(...)                                    \
+    va_list values;                                           \
+    va_start(values, format);                                 \
     report_vx* record = ReportV(__VA_ARGS__, format, values); \
     va_end(values)
 
@@ -390,40 +408,61 @@ report_vx* Notice(int number, const char* format, ...)
 void FailInternal(const char* condition, const char* file, int line)
 {
     const char* name = strrchr(file, '/');
-    report_vx* record = Report({.severity = INTERNAL_SEV, .number = 5624}, "assertion failed: %s (%s, line %d)", condition, name ? name + 1 : file, line);
+    report_vx* record = Report({.severity = INTERNAL_SEV, .number = 5624},
+                               "assertion failed: %s (%s, line %d)", condition, name ? name + 1 : file, line);
     throw Unwind{record};
 }
 
 void FailOutOfMemory(const char* format, ...)
 {
-    OutOfMemory out;
     va_list values;
     va_start(values, format);
-    // Not through ExpandMarkup: there may be no memory for it.  Callers pass text that has been expanded.
-    const int length = snprintf(out.message, sizeof out.message, "not enough memory ");
-    vsnprintf(out.message + length, sizeof out.message - length, format, values);
+    FailOutOfMemoryV(format, values);
     va_end(values);
+}
+
+void FailOutOfMemoryV(const char* format, va_list values)
+{
+    static constexpr char kStart[] = "not enough memory ";
+    char wording[kMessageBytes];
+    memcpy(wording, kStart, sizeof kStart);
+    ExpandMarkupInto(CurrentFlavor(), format, wording + sizeof kStart - 1,
+                     sizeof wording - sizeof kStart + 1);
+    OutOfMemory out;
+    FormatMessage(out.message, wording, values);
     throw out;
 }
 
-report_vx* ReportOutOfMemory(const char* message) noexcept { return UseMemoryRecord(message); }
+report_vx* ReportOutOfMemory(const char* message) noexcept
+{
+    report_vx* record = UseMemoryRecord(message);
+    try {
+        Show(record);
+    } catch (const std::bad_alloc&) {
+        // It stays unseen, but it is in the list.
+    }
+    return record;
+}
 
 report_vx* FindReport(const environ_vx* env, Severity least, int number, const report_vx* after)
 {
+    ErrorGroup& group = Group();
     std::lock_guard guard(ListMutex());
     const int wanted = number < 0 ? number : -number;
-    report_vx* record = after ? after->older : Group().newest;
+    report_vx* record = after ? after->older : group.newest;
     for (; record; record = record->older) {
         const bool of_env = env == nullptr || record->env == nullptr || record->env == env;
-        if (of_env && record->severity >= least && (number == 0 || record->number == wanted)) return record;
+        const bool is_ours = of_env && record->thread_id == ThisThread().thread_id;
+        if (is_ours && record->severity >= least && (number == 0 || record->number == wanted)) return record;
     }
     return nullptr;
 }
 
 void ClearReport(report_vx* report) noexcept
 {
+    ErrorGroup& group = Group();
     std::lock_guard guard(ListMutex());
-    if (report->thread_id == ThisThread().thread_id) Remove(Group(), report);
+    if (report->thread_id == ThisThread().thread_id) Remove(group, report);
 }
 
 void ClearReports(const environ_vx* env, Severity most) noexcept
@@ -449,18 +488,26 @@ void ClearReportsOf(const environ_vx* env) noexcept
         }
 }
 
-int CountReports() { return Group().count; }
+int CountReports()
+{
+    return Group().count;
+}
 
-void ForgetWarningCounts() noexcept { Group().warnings.clear(); }
+void ForgetWarningCounts() noexcept
+{
+    Group().warnings.clear();
+}
 
 bool HasCondition(const report_vx& report, uint32_t condition)
 {
     // Numbers whose records are inconsistencies of findings by definition.
-    static constexpr int kInconsistencies[] = {2078, 2327, 2437, 2438, 2487, 2488, 2489, 2490, 2491, 3302, 3303, 3305, 3306,
-                                               3307, 3310, 3311, 3312, 3313, 3315, 3319, 3320, 3381, 3382, 3588};
+    static constexpr int kInconsistencies[] = {2078, 2327, 2437, 2438, 2487, 2488, 2489, 2490,
+                                               2491, 3302, 3303, 3305, 3306, 3307, 3310, 3311,
+                                               3312, 3313, 3315, 3319, 3320, 3381, 3382, 3588};
     if (report.conditions & condition) return true;
     return condition == INCONSISTENT_FINDING_CND &&
-           std::find(std::begin(kInconsistencies), std::end(kInconsistencies), -report.number) != std::end(kInconsistencies);
+           std::find(std::begin(kInconsistencies), std::end(kInconsistencies), -report.number) !=
+               std::end(kInconsistencies);
 }
 
 std::string PrintReport(report_vx& report, int verbosity)
@@ -468,10 +515,12 @@ std::string PrintReport(report_vx& report, int verbosity)
     static constexpr const char* kDisplay[NUM_DISPLAY_ERR] = {
         "not displayed", "printed to Messages window", "made warning sound and printed to Messages window",
         "displayed in dialog box"};
-    static constexpr const char* kFix[NUM_STATUS_ERR] = {"doesn't need fixing", "was fixed",     "was patched",
-                                                         "was covered up",      "still remains", "can't be fixed"};
+    static constexpr const char* kFix[NUM_STATUS_ERR] = {"doesn't need fixing", "was fixed",
+                                                         "was patched",         "was covered up",
+                                                         "still remains",       "can't be fixed"};
     char start[80];
-    snprintf(start, sizeof start, "%s %5d - t %u", SeverityWord(report.severity), -report.number, report.thread_id);
+    snprintf(start, sizeof start, "%s %5d - t %u", SeverityWord(report.severity), -report.number,
+             report.thread_id);
     std::string text = start;
     if (verbosity >= 1 && !report.file.empty()) {
         text += " in file '" + report.file + "'";
@@ -497,10 +546,12 @@ std::string PrintReport(report_vx& report, int verbosity)
 std::string ListReports(const environ_vx* env, int verbosity, int max_records)
 {
     std::vector<report_vx*> records;
-    for (report_vx* r = FindReport(env, NULL_SEV, 0, nullptr); r; r = FindReport(env, NULL_SEV, 0, r)) records.push_back(r);
+    for (report_vx* r = FindReport(env, NULL_SEV, 0, nullptr); r; r = FindReport(env, NULL_SEV, 0, r))
+        records.push_back(r);
     std::string text;
     int printed = 0;
-    for (auto r = records.rbegin(); r != records.rend() && printed < max_records; ++r, ++printed) text += PrintReport(**r, verbosity);
+    for (auto r = records.rbegin(); r != records.rend() && printed < max_records; ++r, ++printed)
+        text += PrintReport(**r, verbosity);
     if (verbosity >= 2 && printed < int(records.size())) text += "...\n\n";
     return text;
 }

@@ -50,7 +50,7 @@ constexpr int64_t kNoPosition = -1;
 struct FilePlace {
     const char* file = nullptr;
     int64_t position = kNoPosition;  // line number
-    const char* context = nullptr;  // ends the message: ", while reading field `x` of node 'A'"
+    const char* context = nullptr;   // ends the message: ", while reading field `x` of node 'A'"
 };
 
 // Thrown by Fail once its record is in the list, caught only by the entry frame (or by code that
@@ -82,6 +82,7 @@ report_vx* ReportOutOfMemory(const char* message) noexcept;
 // Memory is out: unwinds to the frame without allocating.  The text continues "not enough memory ",
 // for example "to build table for >-node '%s' (see >-LimitMemoryUsage_vx)".
 [[noreturn]] void FailOutOfMemory(const char* format, ...) TALORA_PRINTF(1, 2);
+[[noreturn]] void FailOutOfMemoryV(const char* format, va_list values);
 
 // The text of a record, in the preallocated one too.
 const char* MessageOf(const report_vx& report);

@@ -18,6 +18,15 @@
 #include <utility>
 #include <vector>
 
+#if defined(__SANITIZE_ADDRESS__)
+#include <sanitizer/asan_interface.h>
+#define TALORA_POISON(start, bytes) ASAN_POISON_MEMORY_REGION(start, bytes)
+#define TALORA_UNPOISON(start, bytes) ASAN_UNPOISON_MEMORY_REGION(start, bytes)
+#else
+#define TALORA_POISON(start, bytes) (void(start), void(bytes))
+#define TALORA_UNPOISON(start, bytes) (void(start), void(bytes))
+#endif
+
 struct report_vx;
 
 namespace talora {
@@ -51,7 +60,10 @@ struct HandleHeader {
 
     HandleHeader() {}  // leaves both as they are: see above
 
-    uint16_t Tag() const { return std::atomic_ref(const_cast<uint16_t&>(tag)).load(std::memory_order_acquire); }
+    uint16_t Tag() const
+    {
+        return std::atomic_ref(const_cast<uint16_t&>(tag)).load(std::memory_order_acquire);
+    }
     void SetTag(uint16_t value) { std::atomic_ref(tag).store(value, std::memory_order_release); }
     RecursiveLock* Lock() const
     {
@@ -80,6 +92,7 @@ public:
     T* New(RecursiveLock* lock, Args&&... args)
     {
         void* slot = TakeSlot();
+        TALORA_UNPOISON(slot, sizeof(T));
         T* record;
         try {
             record = ::new (slot) T(std::forward<Args>(args)...);
@@ -96,6 +109,9 @@ public:
     {
         record->header.SetTag(kKind | kDeletedFlag);
         record->~T();
+        // The sanitizer sees uses of all but the header.
+        TALORA_POISON(reinterpret_cast<std::byte*>(record) + sizeof(HandleHeader),
+                      sizeof(T) - sizeof(HandleHeader));
         GiveBack(record);
     }
 

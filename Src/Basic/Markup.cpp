@@ -1,7 +1,8 @@
 #include "Basic/Markup.h"
 
+#include <algorithm>
 #include <atomic>
-#include <iterator>
+#include <cstring>
 
 #include "Basic/Error.h"
 #include "Basic/MultiThread.h"
@@ -73,7 +74,7 @@ constexpr TermDef kTerms[] = {
     // clang-format on
 };
 
-std::atomic<FunctionTranslator> translator{nullptr};
+constinit std::atomic<FunctionTranslator> translator{nullptr};
 
 bool IsTermChar(char c)
 {
@@ -85,6 +86,22 @@ const char* WordsOf(const TermDef& def, Flavor flavor)
 {
     if (flavor != MANAGED_FLAVOR) return def.words[flavor];
     return std::string_view(def.term) == "bool" ? "bool" : def.words[PROGRAMMING_FLAVOR];
+}
+
+// Gives the pieces of a text to `append`, terms in the words of the flavour.
+template <class Append>
+void Expand(Flavor flavor, std::string_view text, Append append)
+{
+    for (size_t at = 0; at < text.size();) {
+        const size_t mark = std::min(text.find(">-", at), text.size());
+        append(text.substr(at, mark - at));
+        if (mark == text.size()) return;
+        size_t end = mark + 2;
+        while (end < text.size() && IsTermChar(text[end])) ++end;
+        const std::string_view term = text.substr(mark + 2, end - mark - 2);
+        if (!term.empty()) append(TermIn(flavor, term));
+        at = !term.empty() && end < text.size() && text[end] == '-' ? end + 1 : end;
+    }
 }
 
 }  // namespace
@@ -104,26 +121,30 @@ std::string_view TermIn(Flavor flavor, std::string_view term)
 std::string ExpandMarkupIn(Flavor flavor, std::string_view text)
 {
     std::string expanded;
-    expanded.reserve(text.size() + 32);
-    for (size_t at = 0; at < text.size();) {
-        const size_t mark = text.find(">-", at);
-        if (mark == std::string_view::npos) {
-            expanded += text.substr(at);
-            break;
-        }
-        expanded += text.substr(at, mark - at);
-        size_t end = mark + 2;
-        while (end < text.size() && IsTermChar(text[end])) ++end;
-        const std::string_view term = text.substr(mark + 2, end - mark - 2);
-        if (!term.empty()) expanded += TermIn(flavor, term);
-        at = !term.empty() && end < text.size() && text[end] == '-' ? end + 1 : end;
-    }
+    Expand(flavor, text, [&](std::string_view piece) { expanded += piece; });
     return expanded;
 }
 
-void SetFunctionTranslator(FunctionTranslator function) { translator.store(function); }
+void ExpandMarkupInto(Flavor flavor, std::string_view text, char* buffer, size_t size)
+{
+    size_t length = 0;
+    Expand(flavor, text, [&](std::string_view piece) {
+        const size_t count = std::min(piece.size(), size - 1 - length);
+        memcpy(buffer + length, piece.data(), count);
+        length += count;
+    });
+    buffer[length] = '\0';
+}
 
-std::string FunctionNameIn(Flavor flavor, const char* function) { return std::string(TermIn(flavor, function)); }
+void SetFunctionTranslator(FunctionTranslator function)
+{
+    translator.store(function);
+}
+
+std::string FunctionNameIn(Flavor flavor, const char* function)
+{
+    return std::string(TermIn(flavor, function));
+}
 
 Flavor CurrentFlavor()
 {
@@ -131,6 +152,9 @@ Flavor CurrentFlavor()
     return env ? env->flavor : PROGRAMMING_FLAVOR;
 }
 
-std::string ExpandMarkup(const char* format) { return ExpandMarkupIn(CurrentFlavor(), format); }
+std::string ExpandMarkup(const char* format)
+{
+    return ExpandMarkupIn(CurrentFlavor(), format);
+}
 
 }  // namespace talora

@@ -13,6 +13,8 @@ std::string_view TermIn(Flavor flavor, std::string_view term);
 
 // Replaces ">-term" by its words; a "-" that ends the term is dropped (">-node-s", ">-cr-").
 std::string ExpandMarkupIn(Flavor flavor, std::string_view text);
+// The same without allocating; what does not fit is cut off.  Ended with a zero.
+void ExpandMarkupInto(Flavor flavor, std::string_view text, char* buffer, size_t size);
 
 // The name of an interface function in a flavour, null if it has none of its own.  Set by the
 // folder that knows the functions.

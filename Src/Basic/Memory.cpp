@@ -5,27 +5,41 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdarg>
-#include <cstdio>
 
 namespace talora {
 
 namespace {
 
 // Four fifths of the machine's memory until the caller sets a limit.
-double DefaultLimit() { return 0.8 * double(sysconf(_SC_PHYS_PAGES)) * double(sysconf(_SC_PAGE_SIZE)); }
+double DefaultLimit()
+{
+    return 0.8 * double(sysconf(_SC_PHYS_PAGES)) * double(sysconf(_SC_PAGE_SIZE));
+}
 
 std::atomic<int64_t> in_use{0};
 std::atomic<double> limit{DefaultLimit()};
 
 }  // namespace
 
-int64_t MemoryInUse() { return in_use.load(std::memory_order_relaxed); }
+int64_t MemoryInUse()
+{
+    return in_use.load(std::memory_order_relaxed);
+}
 
-double MemoryLimit() { return limit.load(std::memory_order_relaxed); }
+double MemoryLimit()
+{
+    return limit.load(std::memory_order_relaxed);
+}
 
-void SetMemoryLimit(double bytes) { limit.store(bytes, std::memory_order_relaxed); }
+void SetMemoryLimit(double bytes)
+{
+    limit.store(bytes, std::memory_order_relaxed);
+}
 
-double MemoryAvailable() { return std::max(0.0, MemoryLimit() - double(MemoryInUse())); }
+double MemoryAvailable()
+{
+    return std::max(0.0, MemoryLimit() - double(MemoryInUse()));
+}
 
 void TakeMemory(size_t bytes)
 {
@@ -35,17 +49,17 @@ void TakeMemory(size_t bytes)
     throw std::bad_alloc();
 }
 
-void ReturnMemory(size_t bytes) noexcept { in_use.fetch_sub(int64_t(bytes), std::memory_order_relaxed); }
+void ReturnMemory(size_t bytes) noexcept
+{
+    in_use.fetch_sub(int64_t(bytes), std::memory_order_relaxed);
+}
 
 void CheckMemory(double bytes, const char* format, ...)
 {
     if (bytes <= MemoryAvailable()) return;
-    char text[kMessageBytes];
     va_list values;
     va_start(values, format);
-    vsnprintf(text, sizeof text, ExpandMarkup(format).c_str(), values);
-    va_end(values);
-    FailOutOfMemory("%s", text);
+    FailOutOfMemoryV(format, values);
 }
 
 }  // namespace talora

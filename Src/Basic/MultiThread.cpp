@@ -27,7 +27,10 @@ std::atomic<bool> is_changing{false};
 
 }  // namespace
 
-uint32_t RecursiveLock::ThreadNumber() { return ThisThread().thread_id; }
+uint32_t RecursiveLock::ThreadNumber()
+{
+    return ThisThread().thread_id;
+}
 
 RecursiveLock& ProcessLock()
 {
@@ -54,7 +57,10 @@ void ReleaseNetLock(RecursiveLock* lock)
     pool.idle.push_back(lock);
 }
 
-ConcurrencyMode Concurrency() { return ConcurrencyMode(mode.load(std::memory_order_relaxed)); }
+ConcurrencyMode Concurrency()
+{
+    return ConcurrencyMode(mode.load(std::memory_order_relaxed));
+}
 
 // Callers announce themselves first and look for a change afterwards; the changer announces the change
 // first and looks for callers afterwards.  So at least one of the two sees the other.
@@ -79,7 +85,8 @@ void ChangeConcurrency(ConcurrencyMode wanted)
     static std::mutex one_at_a_time;
     std::lock_guard guard(one_at_a_time);
     is_changing.store(true);
-    for (int inside = calls_inside.load(); inside != 0; inside = calls_inside.load()) calls_inside.wait(inside);
+    for (int inside = calls_inside.load(); inside != 0; inside = calls_inside.load())
+        calls_inside.wait(inside);
     mode.store(wanted);
     is_changing.store(false);
     is_changing.notify_all();

@@ -59,8 +59,9 @@ struct ThreadState {
     uint32_t thread_id = 0;
     const char* function = nullptr;  // current interface function, static text
     environ_vx* env = nullptr;       // environment of the call
-    int depth = 0;                   // nested calls, through callbacks
+    int depth = 0;                   // calls under way, more than 1 through callbacks
     bool failed = false;             // a record of severity "error" or more was raised in this call
+    bool aborted = false;            // the person asked to abort the operation, when a report was shown
     int repeat_mode = 2;
 };
 ThreadState& ThisThread();

@@ -10,8 +10,14 @@ namespace talora {
 namespace {
 
 // The C locale's classes, whatever locale the program runs in.
-bool IsLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
-bool IsNameChar(char c) { return IsLetter(c) || (c >= '0' && c <= '9') || c == '_'; }
+bool IsLetter(char c)
+{
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+}
+bool IsNameChar(char c)
+{
+    return IsLetter(c) || (c >= '0' && c <= '9') || c == '_';
+}
 
 template <class... Args>
 std::string Formatted(const char* format, Args... args)
@@ -26,13 +32,14 @@ std::string BadCharacter(const std::string& name)
 {
     for (const char c : name) {
         if (IsNameChar(c)) continue;
-        const std::string start = Formatted("'%.30s' contains ", name.c_str());
+        const std::string start = "'" + name.substr(0, CutLength(name, kMaxNameLength)) + "' contains ";
         if (c == ' ') return start + "a space";
         if (c == '\t') return start + "a tab";
         if (c == '\r') return start + "a 'return' character";
         if (c == '\n') return start + "a 'new-line' character";
         if (c > ' ' && c < 127) return start + Formatted("the illegal character '%c'", c);
-        return start + Formatted("an illegal character (ascii code %u)", unsigned(static_cast<unsigned char>(c)));
+        return start +
+               Formatted("an illegal character (ascii code %u)", unsigned(static_cast<unsigned char>(c)));
     }
     return "";
 }
@@ -42,9 +49,11 @@ std::string NonAsciiCharacter(const char* wide)
 {
     const size_t length = WideLength(wide);
     for (size_t i = 0; i < length; ++i) {
-        const unsigned unit = static_cast<unsigned char>(wide[2 + 2 * i]) | static_cast<unsigned char>(wide[3 + 2 * i]) << 8;
+        const unsigned unit =
+            static_cast<unsigned char>(wide[2 + 2 * i]) | static_cast<unsigned char>(wide[3 + 2 * i]) << 8;
         if (unit >= 128)
-            return Formatted("contains a non-ascii character (%s char is U+%04X)", Ordinal(int64_t(i) + 1).c_str(), unit);
+            return Formatted("contains a non-ascii character (%s char is U+%04X)",
+                             Ordinal(int64_t(i) + 1).c_str(), unit);
     }
     return "";
 }
@@ -72,16 +81,19 @@ uint32_t CheckName(const char* name, bool allow_star, std::string* reason)
         return problems;
     }
     if (text == "*") {
-        if (!allow_star) found(NAME_IS_STAR, Formatted("'%.30s' contains the illegal character '%c'", "*", '*'));
+        if (!allow_star)
+            found(NAME_IS_STAR, Formatted("'%.30s' contains the illegal character '%c'", "*", '*'));
         return problems;
     }
     const int length = int(TextLength(name));
     if (length > kMaxNameLength)
-        found(NAME_TOO_LONG, Formatted("'%.31s...' is too long (%d characters, maximum is %d)", text.c_str(), length, kMaxNameLength));
+        found(NAME_TOO_LONG, Formatted("'%.31s...' is too long (%d characters, maximum is %d)", text.c_str(),
+                                       length, kMaxNameLength));
     const std::string fault = BadCharacter(text);
     if (!fault.empty()) found(NAME_BAD_CHAR, fault);
     if (!IsLetter(text[0]) && text[0] != '_')
-        found(NAME_BAD_FIRST, Formatted("'%.30s' starts with non-alphabetic character '%c'", text.c_str(), text[0]));
+        found(NAME_BAD_FIRST,
+              Formatted("'%.30s' starts with non-alphabetic character '%c'", text.c_str(), text[0]));
     return problems;
 }
 

@@ -12,7 +12,9 @@ constexpr std::chrono::milliseconds kBetweenReports(100);
 
 }  // namespace
 
-Progress::Progress(const char* title) : title_(title), next_(std::chrono::steady_clock::now() + kBetweenReports) {}
+Progress::Progress(const char* title)
+    : title_(title), next_(std::chrono::steady_clock::now() + kBetweenReports)
+{}
 
 Progress::~Progress()
 {
@@ -38,8 +40,8 @@ bool Progress::Step(double fraction)
 
 bool IsHalted()
 {
-    const environ_vx* env = ThisThread().env;
-    return env != nullptr && env->halt.load(std::memory_order_relaxed);
+    const ThreadState& thread = ThisThread();
+    return thread.aborted || (thread.env != nullptr && thread.env->halt.load(std::memory_order_relaxed));
 }
 
 }  // namespace talora

@@ -27,7 +27,8 @@ private:
     bool shown_ = false;
 };
 
-// Whether the current environment's halt flag is set; safe to call in inner loops.
+// Whether the current environment's halt flag is set, or the person asked to abort when a report was
+// shown in this call.  Safe to call in inner loops.
 bool IsHalted();
 
 }  // namespace talora

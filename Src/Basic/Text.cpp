@@ -12,9 +12,8 @@ constexpr char kWideMark[] = "\xFF\xFE";
 
 uint16_t UnitAt(const char* wide, size_t index)
 {
-    uint16_t unit;
-    memcpy(&unit, wide + 2 + 2 * index, 2);
-    return unit;
+    const auto byte = [wide](size_t at) { return static_cast<unsigned char>(wide[at]); };
+    return uint16_t(byte(2 + 2 * index) | byte(3 + 2 * index) << 8);
 }
 
 void AppendUtf8(std::string& text, uint32_t code)
@@ -36,7 +35,10 @@ void AppendUtf8(std::string& text, uint32_t code)
     }
 }
 
-bool IsContinuation(char byte) { return (static_cast<unsigned char>(byte) & 0xC0) == 0x80; }
+bool IsContinuation(char byte)
+{
+    return (static_cast<unsigned char>(byte) & 0xC0) == 0x80;
+}
 
 // Decodes one character at `at` and moves past it; a damaged one gives U+FFFD and one byte.
 uint32_t NextCode(std::string_view text, size_t& at)
@@ -50,12 +52,17 @@ uint32_t NextCode(std::string_view text, size_t& at)
         code = code << 6 | (text[at + i] & 0x3F);
     }
     at += more;
-    return code > 0x10FFFF ? 0xFFFD : code;
+    static constexpr uint32_t kLeast[] = {0, 0x80, 0x800, 0x10000};  // shorter forms are not allowed
+    const bool is_surrogate = code >= 0xD800 && code < 0xE000;
+    return code > 0x10FFFF || code < kLeast[more] || is_surrogate ? 0xFFFD : code;
 }
 
 }  // namespace
 
-bool IsWide(const char* text) { return text != nullptr && strncmp(text, kWideMark, 2) == 0; }
+bool IsWide(const char* text)
+{
+    return text != nullptr && strncmp(text, kWideMark, 2) == 0;
+}
 
 size_t WideLength(const char* text)
 {
@@ -129,7 +136,11 @@ size_t CutLength(std::string_view text, size_t max_bytes)
 std::string Ordinal(int64_t number)
 {
     const int last_two = int(number % 100), last = int(number % 10);
-    const char* ending = last_two >= 11 && last_two <= 13 ? "th" : last == 1 ? "st" : last == 2 ? "nd" : last == 3 ? "rd" : "th";
+    const char* ending = last_two >= 11 && last_two <= 13 ? "th"
+                         : last == 1                      ? "st"
+                         : last == 2                      ? "nd"
+                         : last == 3                      ? "rd"
+                                                          : "th";
     return std::to_string(number) + ending;
 }
 

@@ -18,20 +18,28 @@ namespace {
 // With less than this left, only functions that free or read something are begun.
 constexpr double kLeastMemory = 4096;
 
-bool Checks() { return CheckingLevel() >= QUICK_CHECK; }
-
-constexpr const char* kRemote = "this function doesn't support remote use, but the >-%s passed is remote (see the locn argument of >-NewTaloraEnviron_vx)";
-
-void RefuseRemote(const environ_vx* env, const char* term)
+bool Checks()
 {
-    if (env == nullptr || !env->remote) return;
-    const std::string format = ExpandMarkup(kRemote);
-    Fail(5149, format.c_str(), TermIn(CurrentFlavor(), term).data());
+    return CheckingLevel() >= QUICK_CHECK;
+}
+
+bool IsRemote(const environ_vx* env)
+{
+    return env != nullptr && env->remote;
+}
+
+// A deleted object whose slot has not been used again.
+template <class T>
+bool WasDeleted(const T* object, HandleKind kind)
+{
+    if (object == nullptr || reinterpret_cast<uintptr_t>(object) % alignof(T) != 0) return false;
+    return (object->header.Tag() & (kKindMask | kDeletedFlag)) == (kind | kDeletedFlag);
 }
 
 bool NeedsMemory(const char* function)
 {
-    static constexpr const char* kFrees[] = {"Delete", "Close", "Clear", "Limit", "Retract", "Uncompile", "Get", "Error", "Set"};
+    static constexpr const char* kFrees[] = {"Delete",    "Close", "Clear", "Limit", "Retract",
+                                             "Uncompile", "Get",   "Error", "Set"};
     return std::none_of(std::begin(kFrees), std::end(kFrees),
                         [&](const char* start) { return strncmp(function, start, strlen(start)) == 0; });
 }
@@ -52,18 +60,22 @@ void CheckHandle(const net_bn* net)
     if (!Checks()) return;
     if (net == nullptr) Fail(5104, "NULL passed for >-Bnet");
     if (!IsLive(net, NET_TYPE)) Fail(5143, "deleted or damaged >-Bnet passed");
-    RefuseRemote(net->env, "Bnet");
+    if (IsRemote(net->env))
+        Fail(
+            5153,
+            "this function doesn't support remote use, but the >-Bnet passed is remote (see the locn argument of >-NewTaloraEnviron_vx)");
 }
 
 void CheckHandle(const node_bn* node)
 {
     if (!Checks()) return;
     if (node == nullptr) Fail(5105, "NULL passed for >-Bnode");
-    if (IsLive(node, NODE_TYPE)) return RefuseRemote(node->net->env, "Bnode");
-    const bool aligned = reinterpret_cast<uintptr_t>(node) % alignof(node_bn) == 0;
-    if (aligned && (node->header.Tag() & (kKindMask | kDeletedFlag)) == (NODE_TYPE | kDeletedFlag))
-        Fail(5184, "deleted >-Bnode passed");
-    Fail(5144, "deleted or damaged >-Bnode passed");
+    if (WasDeleted(node, NODE_TYPE)) Fail(5184, "deleted >-Bnode passed");
+    if (!IsLive(node, NODE_TYPE)) Fail(5144, "deleted or damaged >-Bnode passed");
+    if (IsRemote(node->net->env))
+        Fail(
+            5154,
+            "this function doesn't support remote use, but the >-Bnode passed is remote (see the locn argument of >-NewTaloraEnviron_vx)");
 }
 
 void CheckHandle(const nodelist_bn* list)
@@ -78,7 +90,10 @@ void CheckHandle(const stream_vx* stream)
     if (!Checks()) return;
     if (stream == nullptr) Fail(5108, "NULL passed for >-FileSpec");
     if (!IsLive(stream, STREAM_TYPE)) Fail(5147, "deleted or damaged >-FileSpec passed");
-    RefuseRemote(stream->env, "FileSpec");
+    if (IsRemote(stream->env))
+        Fail(
+            5156,
+            "this function doesn't support remote use, but the >-FileSpec passed is remote (see the locn argument of >-NewTaloraEnviron_vx)");
 }
 
 void CheckHandle(const report_vx* report)
@@ -95,66 +110,136 @@ void CheckHandle(const randgen_vx* generator)
     if (!IsLive(generator, RANDGEN_TYPE)) Fail(6420, "deleted or damaged >-RandGen passed");
 }
 
+void CheckEnviron(const environ_vx* env)
+{
+    if (env == nullptr) Fail(5626, "memory system (or environment) is uninitialized or has been closed");
+    if (!IsLive(env, ENVIRON_TYPE)) Fail(5146, "deleted or damaged >-Enviro passed");
+}
+
+void CheckLocal(const environ_vx& env)
+{
+    if (env.remote)
+        Fail(
+            5155,
+            "this function doesn't support remote use, but the >-Enviro passed is remote (see the locn argument of >-NewTaloraEnviron_vx)");
+}
+
+bool WasClosed(const environ_vx* env)
+{
+    return WasDeleted(env, ENVIRON_TYPE);
+}
+
 void CheckListEntries(const nodelist_bn* list)
 {
     for (size_t i = 0; i < list->nodes.size(); ++i) {
         const node_bn* node = list->nodes[i];
         if (node == nullptr) Fail(5150, ">-Bnodes passed contains a NULL (entry %d)", int(i));
         if (IsLive(node, NODE_TYPE)) continue;
-        if ((node->header.Tag() & (kKindMask | kDeletedFlag)) == (NODE_TYPE | kDeletedFlag))
-            Fail(5152, ">-Bnodes passed contains a deleted >-Bnode (the %s one)", Ordinal(int64_t(i) + 1).c_str());
-        Fail(5151, ">-Bnodes passed contains a deleted or damaged >-Bnode (the %s one)", Ordinal(int64_t(i) + 1).c_str());
+        if (WasDeleted(node, NODE_TYPE))
+            Fail(5152, ">-Bnodes passed contains a deleted >-Bnode (the %s one)",
+                 Ordinal(int64_t(i) + 1).c_str());
+        Fail(5151, ">-Bnodes passed contains a deleted or damaged >-Bnode (the %s one)",
+             Ordinal(int64_t(i) + 1).c_str());
     }
 }
 
 void ValidateHandle(const environ_vx*) {}
-void ValidateHandle(const net_bn* net) { ValidateNet(const_cast<net_bn&>(*net)); }
-void ValidateHandle(const node_bn* node) { ValidateNet(*node->net); }
+void ValidateHandle(const net_bn* net)
+{
+    ValidateNet(const_cast<net_bn&>(*net));
+}
+void ValidateHandle(const node_bn* node)
+{
+    ValidateNet(*node->net);
+}
 void ValidateHandle(const nodelist_bn*) {}
 void ValidateHandle(const stream_vx*) {}
 void ValidateHandle(const report_vx*) {}
 void ValidateHandle(const randgen_vx*) {}
 
-environ_vx* EnvironOf(const environ_vx* env) { return IsLive(env, ENVIRON_TYPE) ? const_cast<environ_vx*>(env) : nullptr; }
-environ_vx* EnvironOf(const net_bn* net) { return IsLive(net, NET_TYPE) ? net->env : DefaultEnviron(); }
-environ_vx* EnvironOf(const node_bn* node) { return IsLive(node, NODE_TYPE) ? node->net->env : DefaultEnviron(); }
-environ_vx* EnvironOf(const nodelist_bn* list) { return IsLive(list, NODELIST_TYPE) ? list->env : DefaultEnviron(); }
-environ_vx* EnvironOf(const stream_vx* stream) { return IsLive(stream, STREAM_TYPE) ? stream->env : DefaultEnviron(); }
-environ_vx* EnvironOf(const report_vx* report) { return IsLive(report, ERRLOG_TYPE) ? report->env : DefaultEnviron(); }
-environ_vx* EnvironOf(const randgen_vx* generator) { return IsLive(generator, RANDGEN_TYPE) ? generator->env : DefaultEnviron(); }
+environ_vx* EnvironOf(const environ_vx* env)
+{
+    return IsLive(env, ENVIRON_TYPE) ? const_cast<environ_vx*>(env) : nullptr;
+}
+environ_vx* EnvironOf(const net_bn* net)
+{
+    return IsLive(net, NET_TYPE) ? net->env : DefaultEnviron();
+}
+environ_vx* EnvironOf(const node_bn* node)
+{
+    return IsLive(node, NODE_TYPE) ? node->net->env : DefaultEnviron();
+}
+environ_vx* EnvironOf(const nodelist_bn* list)
+{
+    return IsLive(list, NODELIST_TYPE) ? list->env : DefaultEnviron();
+}
+environ_vx* EnvironOf(const stream_vx* stream)
+{
+    return IsLive(stream, STREAM_TYPE) ? stream->env : DefaultEnviron();
+}
+environ_vx* EnvironOf(const report_vx* report)
+{
+    return IsLive(report, ERRLOG_TYPE) ? report->env : DefaultEnviron();
+}
+environ_vx* EnvironOf(const randgen_vx* generator)
+{
+    return IsLive(generator, RANDGEN_TYPE) ? generator->env : DefaultEnviron();
+}
 
-RecursiveLock* LockOf(const environ_vx*) { return nullptr; }
-RecursiveLock* LockOf(const net_bn* net) { return IsLive(net, NET_TYPE) ? net->header.Lock() : nullptr; }
-RecursiveLock* LockOf(const node_bn* node) { return IsLive(node, NODE_TYPE) ? node->header.Lock() : nullptr; }
-RecursiveLock* LockOf(const nodelist_bn* list) { return IsLive(list, NODELIST_TYPE) ? list->header.Lock() : nullptr; }
-RecursiveLock* LockOf(const stream_vx*) { return nullptr; }
-RecursiveLock* LockOf(const report_vx*) { return nullptr; }
-RecursiveLock* LockOf(const randgen_vx*) { return nullptr; }
+RecursiveLock* LockOf(const environ_vx*)
+{
+    return nullptr;
+}
+RecursiveLock* LockOf(const net_bn* net)
+{
+    return IsLive(net, NET_TYPE) ? net->header.Lock() : nullptr;
+}
+RecursiveLock* LockOf(const node_bn* node)
+{
+    return IsLive(node, NODE_TYPE) ? node->header.Lock() : nullptr;
+}
+RecursiveLock* LockOf(const nodelist_bn* list)
+{
+    return IsLive(list, NODELIST_TYPE) ? list->header.Lock() : nullptr;
+}
+RecursiveLock* LockOf(const stream_vx*)
+{
+    return nullptr;
+}
+RecursiveLock* LockOf(const report_vx*)
+{
+    return nullptr;
+}
+RecursiveLock* LockOf(const randgen_vx*)
+{
+    return nullptr;
+}
 
 // ---- Other arguments ----
 
 std::string NameArgument(const char* name, const char* argument, bool allow_star)
 {
     if (name == nullptr) Fail(5114, "NULL passed for name");
-    if (IsWide(name)) {
-        std::string reason;
-        if (CheckName(name, allow_star, &reason) & NAME_BAD_CHAR)
-            Fail(5118, "in argument '%s', name string passed is bad because %s", argument, reason.c_str());
-    }
+    const std::string where = IsWide(name) ? "in argument '" + std::string(argument) + "', " : "";
     std::string text = NarrowText(name);
     if (text.empty()) Fail(5142, "empty string passed for name");
     std::string reason;
-    if (CheckingLevel() >= REGULAR_CHECK && CheckName(text.c_str(), allow_star, &reason) != 0)
-        Fail(5118, "name string passed is bad because %s", reason.c_str());
+    if (CheckingLevel() >= REGULAR_CHECK && CheckName(name, allow_star, &reason) != 0)
+        Fail(5118, "%sname string passed is bad because %s", where.c_str(), reason.c_str());
     return text;
 }
 
-std::string TextArgument(const char* text) { return NarrowText(text); }
+std::string TextArgument(const char* text)
+{
+    return NarrowText(text);
+}
 
 void CheckNoOptions(const char* options)
 {
     if (TextLength(options) == 0) return;
-    Fail(5627, "argument 'options' must be empty or null (0) with this version of >-Talora, but it is:  %.80s", NarrowText(options).c_str());
+    Fail(5627,
+         "argument 'options' must be empty or null (0) with this version of >-Talora, but it is:  %.80s",
+         NarrowText(options).c_str());
 }
 
 uint32_t OptionsArgument(const char* options, std::initializer_list<const char*> allowed)
@@ -170,7 +255,8 @@ uint32_t OptionsArgument(const char* options, std::initializer_list<const char*>
         if (found == allowed.end()) {
             std::string words;
             for (const char* option : allowed) words += (words.empty() ? "" : ", ") + std::string(option);
-            Fail(5628, "in argument 'options', '%.80s' is not an option of this function (they are: %s)", word.c_str(), words.c_str());
+            Fail(5628, "in argument 'options', '%.80s' is not an option of this function (they are: %s)",
+                 word.c_str(), words.c_str());
         }
         given |= 1u << (found - allowed.begin());
         at = end;
@@ -180,7 +266,7 @@ uint32_t OptionsArgument(const char* options, std::initializer_list<const char*>
 
 // ---- The frame ----
 
-EntryFrame::EntryFrame(const char* function, environ_vx* env, RecursiveLock* lock, RecursiveLock* second,
+EntryFrame::EntryFrame(const char* function, RecursiveLock* lock, RecursiveLock* second,
                        bool has_net) noexcept
 {
     ThreadState& thread = ThisThread();
@@ -189,11 +275,16 @@ EntryFrame::EntryFrame(const char* function, environ_vx* env, RecursiveLock* loc
     callers_failed_ = thread.failed;
     if (thread.depth++ == 0) {
         EnterLibrary();
+        thread.aborted = false;
         ForgetWarningCounts();
     }
     switch (Concurrency()) {
-        case NO_LOCKS: first_ = second_ = nullptr; break;
-        case LOCK_ALL: first_ = &ProcessLock(), second_ = nullptr; break;
+        case NO_LOCKS:
+            first_ = second_ = nullptr;
+            break;
+        case LOCK_ALL:
+            first_ = &ProcessLock(), second_ = nullptr;
+            break;
         case LOCK_PER_NET:
             first_ = has_net ? lock : &ProcessLock();
             second_ = has_net && second != lock ? second : nullptr;
@@ -204,8 +295,13 @@ EntryFrame::EntryFrame(const char* function, environ_vx* env, RecursiveLock* loc
     if (second_) second_->Enter();
     undo_mark_ = CallMark();
     thread.function = function;
-    thread.env = env;
+    thread.env = nullptr;
     thread.failed = false;
+}
+
+void EntryFrame::UseEnviron(environ_vx* env) noexcept
+{
+    ThisThread().env = env;
 }
 
 EntryFrame::~EntryFrame()
@@ -230,10 +326,14 @@ void EntryFrame::CheckReady()
         Fail(5625, "This function was called before Talora finished initialization, or while it was closing");
     }
     if (MemoryAvailable() < kLeastMemory && NeedsMemory(thread.function))
-        FailOutOfMemory("left to even start function %s", FunctionNameIn(CurrentFlavor(), thread.function).c_str());
+        FailOutOfMemory("left to even start function >-%s",
+                        FunctionNameIn(CurrentFlavor(), thread.function).c_str());
 }
 
-bool EntryFrame::Failed() const noexcept { return ThisThread().failed; }
+bool EntryFrame::Failed() const noexcept
+{
+    return ThisThread().failed;
+}
 
 void EntryFrame::RecordException() noexcept
 {

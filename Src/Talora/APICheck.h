@@ -34,6 +34,11 @@ void CheckHandle(const stream_vx* stream);
 void CheckHandle(const report_vx* report);
 void CheckHandle(const randgen_vx* generator);
 
+// An environment passed, or the default one.  Checked at every level, as there is no working without.
+void CheckEnviron(const environ_vx* env);
+void CheckLocal(const environ_vx& env);  // fails if its objects live elsewhere
+bool WasClosed(const environ_vx* env);   // a handle of an environment that has been closed
+
 // Every entry of a list is a live node, as functions need that work on the nodes.
 void CheckListEntries(const nodelist_bn* list);
 
@@ -66,8 +71,8 @@ RecursiveLock* LockOf(const randgen_vx*);
 
 // Whether calls on functions without a net take the process-wide lock: true for these handles.
 template <class H>
-constexpr bool kHasNet = std::is_same_v<H, net_bn> || std::is_same_v<H, node_bn> ||
-                         std::is_same_v<H, nodelist_bn>;
+constexpr bool kHasNet =
+    std::is_same_v<H, net_bn> || std::is_same_v<H, node_bn> || std::is_same_v<H, nodelist_bn>;
 
 // ---- Other arguments ----
 
@@ -85,14 +90,14 @@ uint32_t OptionsArgument(const char* options, std::initializer_list<const char*>
 
 class EntryFrame {
 public:
-    EntryFrame(const char* function, environ_vx* env, RecursiveLock* lock, RecursiveLock* second,
-               bool has_net) noexcept;
+    EntryFrame(const char* function, RecursiveLock* lock, RecursiveLock* second, bool has_net) noexcept;
     ~EntryFrame();
     EntryFrame(const EntryFrame&) = delete;
     EntryFrame& operator=(const EntryFrame&) = delete;
 
-    void CheckReady();             // environment initialised, enough memory to start
-    bool Failed() const noexcept;  // an error was raised since the frame was entered
+    void UseEnviron(environ_vx* env) noexcept;  // found under the lock: the handle may be on its way out
+    void CheckReady();                          // environment initialised, enough memory to start
+    bool Failed() const noexcept;               // an error was raised since the frame was entered
     // Turns the exception being handled into a record, and takes back what the call has changed so far
     // in nets whose edits are recorded.
     void RecordException() noexcept;
@@ -127,7 +132,8 @@ struct NoResult {};
 template <class R, class Body>
 R CallReports(const char* function, environ_vx* env, R failure, Body&& body) noexcept
 {
-    EntryFrame frame(function, env, nullptr, nullptr, true);
+    EntryFrame frame(function, nullptr, nullptr, true);
+    frame.UseEnviron(EnvironOf(env));
     try {
         return body();
     } catch (...) {
@@ -140,7 +146,8 @@ R CallReports(const char* function, environ_vx* env, R failure, Body&& body) noe
 template <class H, class R, class Body>
 R CallApi(const char* function, const H* handle, R failure, Body&& body) noexcept
 {
-    EntryFrame frame(function, EnvironOf(handle), LockOf(handle), nullptr, kHasNet<H>);
+    EntryFrame frame(function, LockOf(handle), nullptr, kHasNet<H>);
+    frame.UseEnviron(EnvironOf(handle));
     return RunFramed(frame, failure, [&]() -> R {
         // Without checking, nothing is said of a NULL handle; but neither is it followed.
         if (handle == nullptr && CheckingLevel() < QUICK_CHECK) return failure;
@@ -164,7 +171,8 @@ void CallApi(const char* function, const H* handle, Body&& body) noexcept
 template <class H1, class H2, class R, class Body>
 R CallApi2(const char* function, const H1* first, const H2* second, R failure, Body&& body) noexcept
 {
-    EntryFrame frame(function, EnvironOf(first), LockOf(first), LockOf(second), kHasNet<H1>);
+    EntryFrame frame(function, LockOf(first), LockOf(second), kHasNet<H1>);
+    frame.UseEnviron(EnvironOf(first));
     return RunFramed(frame, failure, [&]() -> R {
         if ((first == nullptr || second == nullptr) && CheckingLevel() < QUICK_CHECK) return failure;
         CheckHandle(first);
@@ -190,16 +198,20 @@ void CallApi2(const char* function, const H1* first, const H2* second, Body&& bo
 template <class R, class Body>
 R CallEnviron(const char* function, environ_vx* env, R failure, Body&& body) noexcept
 {
+    EntryFrame frame(function, nullptr, nullptr, false);
     if (env == nullptr) env = DefaultEnviron();
-    return CallApi(function, env, failure, [&] { return body(*env); });
+    frame.UseEnviron(EnvironOf(env));
+    return RunFramed(frame, failure, [&]() -> R {
+        CheckEnviron(env);
+        return static_cast<R>(body(*env));
+    });
 }
 
 template <class Body>
 void CallEnviron(const char* function, environ_vx* env, Body&& body) noexcept
 {
-    if (env == nullptr) env = DefaultEnviron();
-    CallApi(function, env, NoResult{}, [&] {
-        body(*env);
+    CallEnviron(function, env, NoResult{}, [&](environ_vx& checked) {
+        body(checked);
         return NoResult{};
     });
 }

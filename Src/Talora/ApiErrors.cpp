@@ -101,7 +101,8 @@ report_vx* NewError_vx(environ_vx* env, int number, errseverity_vx severity, con
     if (env == nullptr) env = DefaultEnviron();
     return CallReports(__func__, env, static_cast<report_vx*>(nullptr), [&] {
         if (severity < NOTHING_ERR || severity > XXX_ERR)
-            Fail(5645, "argument 'severity' is %d, but it should be between %d and %d inclusive", int(severity), int(NOTHING_ERR), int(XXX_ERR));
+            Fail(5645, "argument 'severity' is %d, but it should be between %d and %d inclusive",
+                 int(severity), int(NOTHING_ERR), int(XXX_ERR));
         ReportArgs args = {.severity = Severity(severity), .number = number};
         args.conditions = FROM_FRONT_END_CND;
         return Report(args, "%s", NarrowText(message).c_str());
@@ -133,7 +134,8 @@ int GetReportLimit_vx(environ_vx* env)
 int SetRepeatMode_vx(environ_vx* env, int mode)
 {
     return CallEnviron(__func__, env, -1, [&](environ_vx&) {
-        if (mode < 0 || mode > 3) Fail(5647, "argument 'mode' is %d, but it should be between %d and %d inclusive", mode, 0, 3);
+        if (mode < 0 || mode > 3)
+            Fail(5647, "argument 'mode' is %d, but it should be between %d and %d inclusive", mode, 0, 3);
         const int before = ThisThread().repeat_mode;
         ThisThread().repeat_mode = mode;
         return before;

@@ -10,20 +10,52 @@
 
 namespace talora {
 
+namespace {
+
+#if defined(__clang__)
+constexpr const char* kCompiler = __VERSION__;  // names itself
+#else
+constexpr const char* kCompiler = "GCC " __VERSION__;
+#endif
+
+// Holds the lock of a net while it lives, in the mode where nets have their own.
+class NetLockScope {
+public:
+    explicit NetLockScope(RecursiveLock* lock) : lock_(Concurrency() == LOCK_PER_NET ? lock : nullptr)
+    {
+        if (lock_) lock_->Enter();
+    }
+    ~NetLockScope()
+    {
+        if (lock_) lock_->Leave();
+    }
+    NetLockScope(const NetLockScope&) = delete;
+    NetLockScope& operator=(const NetLockScope&) = delete;
+
+private:
+    RecursiveLock* lock_;
+};
+
+}  // namespace
+
 std::string VersionText()
 {
     char text[MESG_LEN_vx];
-    snprintf(text, sizeof text, "%s %s, %s (%s)", kProduct, kVersionText, "C++20 engine", "GCC or Clang, " __VERSION__);
+    snprintf(text, sizeof text, "%s %s, %s (%s)", kProduct, kVersionText, "C++20 engine", kCompiler);
     return text;
 }
 
 std::string InitEnviron(environ_vx& env)
 {
     switch (env.state) {
-        case CREATED_ENV: break;
-        case READY_ENV: Fail(5630, "%s environment already initialized", kProduct);
-        case CLOSED_ENV: Fail(5631, "Attempt to initialize %s environment (which was closed), without first calling NewTaloraEnviron_vx", kProduct);
-        case PARTIAL_ENV: Fail(5632, "Attempt to initialize %s environment which is already partially initialized", kProduct);
+        case CREATED_ENV:
+            break;
+        case READY_ENV:
+            Fail(5630, "%s environment already initialized", kProduct);
+        case CLOSED_ENV:  // only for the moment in which it is closed
+        case PARTIAL_ENV:
+            Fail(5632, "Attempt to initialize %s environment which is already partially initialized",
+                 kProduct);
     }
     env.state = PARTIAL_ENV;
     std::string banner = VersionText() + ".  Bayesian belief networks and decision networks.\n";
@@ -35,8 +67,12 @@ std::string InitEnviron(environ_vx& env)
 void CloseEnviron(environ_vx* env) noexcept
 {
     env->state = PARTIAL_ENV;
-    for (net_bn* net : std::vector<net_bn*>(env->nets)) DeleteNet(net);
-    for (nodelist_bn* list : std::vector<nodelist_bn*>(env->lists)) DeleteNodeList(list);
+    while (!env->nets.empty()) {
+        net_bn* net = env->nets.back();
+        const NetLockScope lock(net->header.Lock());  // another thread may be at work on it
+        DeleteNet(net);
+    }
+    while (!env->lists.empty()) DeleteNodeList(env->lists.back());
     DeleteStreams(*env);
     while (!env->random_gens.empty()) DeleteRandomGen(env->random_gens.back());
     ClearReportsOf(env);
