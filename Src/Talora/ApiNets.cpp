@@ -11,8 +11,10 @@ using namespace talora;
 
 net_bn* NewNet_bn(const char* name, environ_vx* env)
 {
-    return CallEnviron(__func__, env, static_cast<net_bn*>(nullptr),
-                       [&](environ_vx& e) { return NewNet(e, NameArgument(name, "name")); });
+    return CallEnviron(__func__, env, static_cast<net_bn*>(nullptr), [&](environ_vx& e) {
+        CheckLocal(e);
+        return NewNet(e, NameArgument(name, "name"));
+    });
 }
 
 void DeleteNet_bn(net_bn* net)

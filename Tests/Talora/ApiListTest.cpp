@@ -1,0 +1,210 @@
+// Every interface function: the header and the list of functions agree, and wrong handles are recognised.
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <regex>
+#include <set>
+#include <string>
+#include <tuple>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include "Basic/FloatMode.h"
+#include "Talora/TestEnviron.h"
+
+namespace {
+
+TEST(ApiListTest, HeaderAndListHaveTheSameFunctions)
+{
+    const auto path = std::filesystem::path(__FILE__).parent_path() / "../../Include/Talora.h";
+    std::ifstream header(path);
+    if (!header) GTEST_SKIP() << "the header is not beside the tests";
+    std::string text((std::istreambuf_iterator<char>(header)), {});
+    text = std::regex_replace(text, std::regex("/\\*[^*]*\\*+([^/*][^*]*\\*+)*/"), "");
+    std::set<std::string> declared, listed;
+    const std::regex declaration("TALORA_API[^;(]*[ *]([A-Za-z0-9]+_(bn|vx)) *\\(");
+    for (std::sregex_iterator at(text.begin(), text.end(), declaration), end; at != end; ++at)
+        declared.insert((*at)[1]);
+#define TALORA_FUNCTION(name, automation, arguments) listed.insert(#name);
+#include "Talora/ApiFunctions.inc"
+#undef TALORA_FUNCTION
+    EXPECT_GT(declared.size(), 200u);
+    EXPECT_EQ(declared, listed) << "add a row to Src/Talora/ApiFunctions.inc";
+}
+
+enum class Wrong { kNull, kDeleted, kForeign };
+
+// Live objects, deleted ones, and bytes that were never a handle.
+struct Handles {
+    explicit Handles(environ_vx* e) : env(e)
+    {
+        net = NewNet_bn("net", env);
+        node = NewNode_bn("node", 2, net);
+        list = NewNodeList2_bn(0, net);
+        stream = NewMemoryStream_vx("m", env, nullptr);
+        report = NewError_vx(env, 1, NOTICE_ERR, "notice");
+        gone_env = NewTaloraEnviron_vx(nullptr, nullptr);
+        CloseTalora_bn(gone_env, nullptr);
+        gone_net = NewNet_bn("gone", env);
+        DeleteNet_bn(gone_net);
+        gone_node = NewNode_bn("gone", 2, net);
+        DeleteNode_bn(gone_node);
+        gone_list = NewNodeList2_bn(0, net);
+        DeleteNodeList_bn(gone_list);
+        gone_stream = NewMemoryStream_vx("m", env, nullptr);
+        DeleteStream_vx(gone_stream);
+        gone_report = NewError_vx(env, 1, NOTICE_ERR, "gone");
+        ClearError_vx(gone_report);
+    }
+
+    environ_vx *env, *gone_env;
+    net_bn *net, *gone_net;
+    node_bn *node, *gone_node;
+    nodelist_bn *list, *gone_list;
+    stream_vx *stream, *gone_stream;
+    report_vx *report, *gone_report;
+    alignas(64) char foreign[1024] = "bytes of somebody else";
+    alignas(64) char buffer[1024] = {};  // for what functions write
+};
+
+// The letter of a type in the list, and its live and deleted objects.
+template <class T>
+struct HandleOf {
+    static constexpr char kLetter = 0;
+};
+#define HANDLE(type, letter, member)                                                \
+    template <>                                                                     \
+    struct HandleOf<type> {                                                         \
+        static constexpr char kLetter = letter;                                     \
+        static type* Live(const Handles& handles) { return handles.member; }        \
+        static type* Gone(const Handles& handles) { return handles.gone_##member; } \
+    };
+HANDLE(environ_vx, 'e', env)
+HANDLE(net_bn, 'N', net)
+HANDLE(node_bn, 'n', node)
+HANDLE(nodelist_bn, 'l', list)
+HANDLE(stream_vx, 's', stream)
+HANDLE(report_vx, 'r', report)
+#undef HANDLE
+
+template <class A>
+char LetterOf()
+{
+    if constexpr (std::is_pointer_v<A>) {
+        using T = std::remove_cv_t<std::remove_pointer_t<A>>;
+        if (HandleOf<T>::kLetter) return HandleOf<T>::kLetter;
+        if (std::is_function_v<T>) return 'h';
+        return std::is_same_v<A, const char*> ? 't' : 'p';
+    } else {
+        return std::is_floating_point_v<A> ? 'd' : 'i';
+    }
+}
+
+// An argument of the type; the first handle is a wrong one.
+template <class A>
+A Argument(Handles& handles, Wrong wrong, bool& is_first)
+{
+    if constexpr (std::is_pointer_v<A>) {
+        using T = std::remove_cv_t<std::remove_pointer_t<A>>;
+        if constexpr (HandleOf<T>::kLetter != 0) {
+            if (!std::exchange(is_first, false)) return HandleOf<T>::Live(handles);
+            if (wrong == Wrong::kNull) return nullptr;
+            return wrong == Wrong::kDeleted ? HandleOf<T>::Gone(handles)
+                                            : reinterpret_cast<A>(handles.foreign);
+        } else if constexpr (std::is_same_v<A, const char*>) {
+            return "x";
+        } else if constexpr (std::is_function_v<T>) {
+            return nullptr;
+        } else {
+            return reinterpret_cast<A>(handles.buffer);
+        }
+    } else {
+        return A(0);
+    }
+}
+
+// Calls a function with a wrong first handle; a failure value of another kind than 0 or below is told.
+template <class R, class... A>
+void CallWrong(R (*function)(A...), [[maybe_unused]] Handles& handles, [[maybe_unused]] Wrong wrong)
+{
+    [[maybe_unused]] bool is_first = true;
+    std::tuple<A...> arguments{Argument<A>(handles, wrong, is_first)...};  // in order
+    if constexpr (std::is_void_v<R>)
+        std::apply(function, arguments);
+    else if constexpr (std::is_pointer_v<R>)
+        EXPECT_EQ(std::apply(function, arguments), nullptr);
+    else
+        EXPECT_LE(double(std::apply(function, arguments)), 0.0);
+}
+
+template <class R, class... A>
+std::string ArgumentsOf(R (*)(A...))
+{
+    return {LetterOf<A>()...};
+}
+
+// The error that a wrong first handle gives, 0 for none.
+int ExpectedError(const std::string& function, char letter, Wrong wrong)
+{
+    static const std::set<std::string> accept_null = {"DeleteNet_bn", "DeleteNodeList_bn", "DeleteStream_vx"};
+    if (wrong == Wrong::kNull && accept_null.count(function)) return 0;
+    switch (letter) {
+        case 'N':
+            return wrong == Wrong::kNull ? 5104 : 5143;
+        case 'n':
+            return wrong == Wrong::kNull ? 5105 : wrong == Wrong::kDeleted ? 5184 : 5144;
+        case 'l':
+            return wrong == Wrong::kNull ? 5106 : 5145;
+        case 's':
+            return wrong == Wrong::kNull ? 5108 : 5147;
+        case 'r':
+            return wrong == Wrong::kNull ? 5109 : 5148;
+    }
+    return wrong == Wrong::kNull ? 0 : 5146;
+}
+
+// Functions on an environment that do not go through its check: its life, reading records of it, and the
+// flag that signal handlers set.  NULL is the default environment for the others.  Lists may hold NULL and
+// deleted nodes.
+bool IsExempt(const std::string& function)
+{
+    static const std::set<std::string> exempt = {
+        "InitTalora2_bn", "CloseTalora_bn",   "GetTaloraVersion_bn", "GetError_vx",
+        "ClearErrors_vx", "NewError_vx",      "ListErrors_vx",       "SetHaltFlag_vx",
+        "GetHaltFlag_vx", "AddNodeToList_bn", "IndexOfNodeInList_bn"};
+    return exempt.count(function) != 0;
+}
+
+TEST(ApiListTest, WrongHandlesAreRecognised)
+{
+    TestEnviron env;
+    Handles handles(env);
+    const checking_vx level = ArgumentChecking_vx(QUICK_CHECK, env);
+    const talora::FloatControl mode = talora::ReadFloatControl();
+    const auto check = [&](const char* name, const std::string& arguments, auto function) {
+        SCOPED_TRACE(name);
+        EXPECT_EQ(ArgumentsOf(function), arguments);
+        const size_t first = arguments.find_first_of("eNnlsr");
+        if (first == std::string::npos || IsExempt(name)) return;
+        for (const Wrong wrong : {Wrong::kNull, Wrong::kDeleted, Wrong::kForeign}) {
+            if (wrong == Wrong::kNull && arguments[first] == 'e') continue;  // the default environment
+            CallWrong(function, handles, wrong);
+            const report_vx* error = GetError_vx(env, ERROR_ERR, 0, nullptr);
+            EXPECT_EQ(error ? -ErrorNumber_vx(error) : 0, ExpectedError(name, arguments[first], wrong))
+                << int(wrong);
+            while ((error = GetError_vx(env, ERROR_ERR, 0, nullptr)))
+                ClearError_vx(const_cast<report_vx*>(error));
+        }
+        EXPECT_EQ(talora::ReadFloatControl(), mode);
+    };
+#define TALORA_FUNCTION(name, automation, arguments) check(#name, arguments, &name);
+#include "Talora/ApiFunctions.inc"
+#undef TALORA_FUNCTION
+    ArgumentChecking_vx(level, env);
+}
+
+}  // namespace
