@@ -47,6 +47,7 @@ struct Handles {
         list = NewNodeList2_bn(0, net);
         stream = NewMemoryStream_vx("m", env, nullptr);
         report = NewError_vx(env, 1, NOTICE_ERR, "notice");
+        generator = NewRandomGenerator_vx("1", env, nullptr);
         gone_env = NewTaloraEnviron_vx(nullptr, nullptr);
         CloseTalora_bn(gone_env, nullptr);
         gone_net = NewNet_bn("gone", env);
@@ -59,6 +60,8 @@ struct Handles {
         DeleteStream_vx(gone_stream);
         gone_report = NewError_vx(env, 1, NOTICE_ERR, "gone");
         ClearError_vx(gone_report);
+        gone_generator = NewRandomGenerator_vx("1", env, nullptr);
+        DeleteRandomGen_vx(gone_generator);
     }
 
     environ_vx *env, *gone_env;
@@ -67,6 +70,7 @@ struct Handles {
     nodelist_bn *list, *gone_list;
     stream_vx *stream, *gone_stream;
     report_vx *report, *gone_report;
+    randgen_vx *generator, *gone_generator;
     alignas(64) char foreign[1024] = "bytes of somebody else";
     alignas(64) char buffer[1024] = {};  // for what functions write
 };
@@ -89,6 +93,7 @@ HANDLE(node_bn, 'n', node)
 HANDLE(nodelist_bn, 'l', list)
 HANDLE(stream_vx, 's', stream)
 HANDLE(report_vx, 'r', report)
+HANDLE(randgen_vx, 'g', generator)
 #undef HANDLE
 
 template <class A>
@@ -137,6 +142,8 @@ void CallWrong(R (*function)(A...), [[maybe_unused]] Handles& handles, [[maybe_u
         std::apply(function, arguments);
     else if constexpr (std::is_pointer_v<R>)
         EXPECT_EQ(std::apply(function, arguments), nullptr);
+    else if constexpr (std::is_unsigned_v<R>)
+        EXPECT_LE(std::make_signed_t<R>(std::apply(function, arguments)), 0);
     else
         EXPECT_LE(double(std::apply(function, arguments)), 0.0);
 }
@@ -150,7 +157,8 @@ std::string ArgumentsOf(R (*)(A...))
 // The error that a wrong first handle gives, 0 for none.
 int ExpectedError(const std::string& function, char letter, Wrong wrong)
 {
-    static const std::set<std::string> accept_null = {"DeleteNet_bn", "DeleteNodeList_bn", "DeleteStream_vx"};
+    static const std::set<std::string> accept_null = {"DeleteNet_bn", "DeleteNodeList_bn", "DeleteStream_vx",
+                                                      "DeleteRandomGen_vx"};
     if (wrong == Wrong::kNull && accept_null.count(function)) return 0;
     switch (letter) {
         case 'N':
@@ -163,6 +171,8 @@ int ExpectedError(const std::string& function, char letter, Wrong wrong)
             return wrong == Wrong::kNull ? 5108 : 5147;
         case 'r':
             return wrong == Wrong::kNull ? 5109 : 5148;
+        case 'g':
+            return wrong == Wrong::kNull ? 6419 : 6420;
     }
     return wrong == Wrong::kNull ? 0 : 5146;
 }
@@ -188,10 +198,11 @@ TEST(ApiListTest, WrongHandlesAreRecognised)
     const auto check = [&](const char* name, const std::string& arguments, auto function) {
         SCOPED_TRACE(name);
         EXPECT_EQ(ArgumentsOf(function), arguments);
-        const size_t first = arguments.find_first_of("eNnlsr");
+        const size_t first = arguments.find_first_of("eNnlsrg");
         if (first == std::string::npos || IsExempt(name)) return;
         for (const Wrong wrong : {Wrong::kNull, Wrong::kDeleted, Wrong::kForeign}) {
-            if (wrong == Wrong::kNull && arguments[first] == 'e') continue;  // the default environment
+            const bool has_default = arguments[first] == 'e' || std::string(name).starts_with("DrawRandom");
+            if (wrong == Wrong::kNull && has_default) continue;
             CallWrong(function, handles, wrong);
             const report_vx* error = GetError_vx(env, ERROR_ERR, 0, nullptr);
             EXPECT_EQ(error ? -ErrorNumber_vx(error) : 0, ExpectedError(name, arguments[first], wrong))
