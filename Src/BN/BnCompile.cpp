@@ -9,6 +9,7 @@
 
 #include "BN/BnEdit.h"
 #include "BN/BnProbs.h"
+#include "BN/EqnToTable.h"
 #include "BN/Graph_Triangulate.h"
 #include "BN/OptimizeOrder.h"
 #include "Basic/Error.h"
@@ -20,6 +21,7 @@ namespace talora {
 namespace {
 
 constexpr double kMaxTableBytes = 2e9;         // more and exact inference is refused
+constexpr int kSamplesToRebuild = 1000;        // per row of a table that has to be sampled
 constexpr double kQuestionTableBytes = 256e6;  // more and the person is asked
 
 TALORA_PRINTF(1, 2) std::string Phrase(const char* format, ...)
@@ -128,9 +130,11 @@ void StoreElimOrder(Net& net, const std::vector<Node*>& order, bool is_found, co
     std::string phrase;
     const int error = ElimOrderProblem(net, order, &phrase);
     if (error == 3556)
-        Fail(3556, "couldn't set the elimination order of >-net '%s', because new list %s", net.name.c_str(), phrase.c_str());
+        Fail(3556, "couldn't set the elimination order of >-net '%s', because new list %s", net.name.c_str(),
+             phrase.c_str());
     if (error != 0)
-        Fail(3277, "couldn't set the elimination order of >-net '%s', because new list %s", net.name.c_str(), phrase.c_str());
+        Fail(3277, "couldn't set the elimination order of >-net '%s', because new list %s", net.name.c_str(),
+             phrase.c_str());
     ChangeElimOrder(net, true, is_found, order, UNCOMPILES, what);
 }
 
@@ -222,24 +226,26 @@ void CheckMemoryFor(Net& net, const TreeSizes& sizes)
     }
 }
 
-// Tables that were built from an equation and may no longer match it.
-void AskAboutStaleTables(const Net& net)
+bool HasStaleTable(const Node& node)
 {
-    for (const Node* node : net.nodes.nodes) {
-        if (node->eqn_dirty != EqnDirty::DIRTY || node->equation.empty()) continue;
-        const std::string question = Phrase(
-            "The tables for some >-node(s) (e.g. %s) may not match their equation.  >-cr-Rebuild them?",
-            node->name.c_str());
-        const int answer =
-            AskQuestion(question.c_str(), "Yes,Not Now,Ignore any Discrepency,Cancel", "Not Now");
-        if (answer == 0)
-            Fail(
-                6016,
-                "can't compile >-net '%s', because this version of >-Talora does not rebuild the table of >-node '%s' from its equation",
-                net.name.c_str(), node->name.c_str());
-        if (answer == 3) FailWith(ABORTED_CND, 6000, "compiling halted (>-net '%s')", net.name.c_str());
-        return;
-    }
+    return node.eqn_dirty == EqnDirty::DIRTY && !node.equation.empty();
+}
+
+// Tables that were built from an equation and may no longer match it are built again if the person wants so.
+void AskAboutStaleTables(Net& net)
+{
+    const std::vector<Node*>& nodes = net.nodes.nodes;
+    const auto stale =
+        std::find_if(nodes.begin(), nodes.end(), [](const Node* node) { return HasStaleTable(*node); });
+    if (stale == nodes.end()) return;
+    const std::string question =
+        Phrase("The tables for some >-node(s) (e.g. %s) may not match their equation.  >-cr-Rebuild them?",
+               (*stale)->name.c_str());
+    const int answer = AskQuestion(question.c_str(), "Yes,Not Now,Ignore any Discrepency,Cancel", "Not Now");
+    if (answer == 3) FailWith(ABORTED_CND, 6000, "compiling halted (>-net '%s')", net.name.c_str());
+    if (answer != 0) return;
+    for (Node* node : nodes)
+        if (HasStaleTable(*node)) EquationToTable(*node, kSamplesToRebuild, false, false);
 }
 
 void ReportCompiled(const Net& net, const TreeSizes& sizes)

@@ -18,10 +18,6 @@ namespace {
 // More than this and exact inference is refused unless findings shrink the tables.
 constexpr double kMaxTableBytes = 2e9;
 
-// Numbers of records that say that findings contradict one another or the model.
-constexpr int kInconsistencies[] = {2078, 2327, 2437, 2438, 2487, 2488, 2489, 2490, 2491, 3302, 3303, 3305,
-                                    3306, 3307, 3310, 3311, 3312, 3313, 3315, 3319, 3320, 3381, 3382, 3588};
-
 int VariableOf(const Node& node)
 {
     const CompiledNet* compiled = node.net->compiled.get();
@@ -129,7 +125,7 @@ void CompileOnDemand(Net& net)
     try {
         CompileNet(net);
     } catch (const Unwind& unwind) {
-        const std::string reason = unwind.record->message;
+        const std::string reason = MessageOf(*unwind.record);
         Fail(6012, "can't update net because can't compile it: %s", reason.c_str());
     }
 }
@@ -278,20 +274,13 @@ bool HasFindings(const Net& net)
                        [](const Node* node) { return !node->finding.IsEmpty(); });
 }
 
-bool IsInconsistency(const report_vx& report)
-{
-    return (report.conditions & INCONSISTENT_FINDING_CND) != 0 ||
-           std::find(std::begin(kInconsistencies), std::end(kInconsistencies), -report.number) !=
-               std::end(kInconsistencies);
-}
-
 double LogFindingsProbability(Net& net)
 {
     if (!HasFindings(net)) return 0;
     try {
         UpdateBeliefs(net);
     } catch (const Unwind& unwind) {
-        if (!IsInconsistency(*unwind.record)) throw;
+        if (!HasCondition(*unwind.record, INCONSISTENT_FINDING_CND)) throw;
         // Probability 0 is the answer, not a failure of the question; the record stays.
         ThisThread().failed = false;
         return -InfinityDbl();

@@ -67,7 +67,4 @@ double LogFindingsProbability(Net& net);
 
 bool HasFindings(const Net& net);
 
-// Whether a record says that findings contradict one another or the model.
-bool IsInconsistency(const report_vx& report);
-
 }  // namespace talora

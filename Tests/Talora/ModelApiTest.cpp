@@ -381,6 +381,38 @@ TEST_F(ModelApiTest, CopiesAreEqualAndApart)
     EXPECT_FALSE(IsNodeInNodeset_bn(p, "middle"));
 }
 
+// A table that may not match its equation is built again when the person at the keyboard says so.
+TEST_F(ModelApiTest, StaleTables)
+{
+    static std::string question;
+    static int answer = 0;
+    node_bn *p = Add("P", 2), *x = Add("X", 2, {p});
+    SetNodeStateNames_bn(p, "yes,no");
+    SetNodeStateNames_bn(x, "yes,no");
+    FillTable(p);
+    SetQuestionHandler_vx(
+        env_,
+        [](environ_vx*, const char* text, const char*, const char*, void*) {
+            question = text;
+            return answer;
+        },
+        nullptr);
+    for (answer = 3; answer >= 0; --answer) {
+        SCOPED_TRACE(answer);  // Yes, Not Now, Ignore any Discrepency, Cancel
+        SetNodeEquation_bn(x, "X (P) = P");
+        ASSERT_EQ(TakeError(), 0) << message_;
+        question.clear();
+        UncompileNet_bn(net_);
+        CompileNet_bn(net_);
+        EXPECT_NE(question.find("The tables for some node(s) (e.g. X) may not match their equation."),
+                  std::string::npos)
+            << question;
+        EXPECT_EQ(IsNetCompiled_bn(net_), answer != 3);
+        EXPECT_EQ(HasNodeTable_bn(x, nullptr), answer == 0);
+        TakeError();
+    }
+}
+
 TEST_F(ModelApiTest, Labels)
 {
     node_bn* a = Add("A", 2);
