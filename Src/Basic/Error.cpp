@@ -309,6 +309,7 @@ void Show(report_vx* record)
 bool CountWarning(int number, bool* last)
 {
     std::vector<ErrorGroup::WarningCount>& warnings = Group().warnings;
+    ThisThread().has_warned = true;
     auto found =
         std::find_if(warnings.begin(), warnings.end(), [&](const auto& w) { return w.number == number; });
     if (found == warnings.end()) found = warnings.insert(warnings.end(), {number, 0});
@@ -495,6 +496,8 @@ int CountReports()
 
 void ForgetWarningCounts() noexcept
 {
+    if (!ThisThread().has_warned) return;
+    ThisThread().has_warned = false;
     Group().warnings.clear();
 }
 

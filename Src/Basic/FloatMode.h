@@ -10,13 +10,24 @@
 #include <xmmintrin.h>
 #endif
 
+// A small thread-local variable that every call touches: placed so that a shared library reaches it
+// without asking the loader.
+#define TALORA_NEAR_TLS __attribute__((tls_model("initial-exec")))
+
 namespace talora {
 
 #if defined(__SSE2__)
 using FloatControl = unsigned;
-constexpr FloatControl kLibraryMode = 0x1F80 | 0x8000 | 0x0040;  // all masked, flush to zero, denormals are zero
-inline FloatControl ReadFloatControl() { return _mm_getcsr(); }
-inline void WriteFloatControl(FloatControl mode) { _mm_setcsr(mode); }
+constexpr FloatControl kLibraryMode =
+    0x1F80 | 0x8000 | 0x0040;  // all masked, flush to zero, denormals are zero
+inline FloatControl ReadFloatControl()
+{
+    return _mm_getcsr();
+}
+inline void WriteFloatControl(FloatControl mode)
+{
+    _mm_setcsr(mode);
+}
 #elif defined(__aarch64__)
 using FloatControl = unsigned long;
 constexpr FloatControl kLibraryMode = 1ul << 24;  // flush to zero
@@ -26,11 +37,17 @@ inline FloatControl ReadFloatControl()
     asm volatile("mrs %0, fpcr" : "=r"(mode));
     return mode;
 }
-inline void WriteFloatControl(FloatControl mode) { asm volatile("msr fpcr, %0" : : "r"(mode)); }
+inline void WriteFloatControl(FloatControl mode)
+{
+    asm volatile("msr fpcr, %0" : : "r"(mode));
+}
 #else
 using FloatControl = int;
 constexpr FloatControl kLibraryMode = 0;
-inline FloatControl ReadFloatControl() { return 0; }
+inline FloatControl ReadFloatControl()
+{
+    return 0;
+}
 inline void WriteFloatControl(FloatControl) {}
 #endif
 
@@ -54,8 +71,8 @@ public:
 
 private:
     FloatControl saved_;
-    static inline thread_local int depth = 0;
-    static inline thread_local FloatControl callers_mode = 0;
+    static inline constinit thread_local int depth TALORA_NEAR_TLS = 0;
+    static inline constinit thread_local FloatControl callers_mode TALORA_NEAR_TLS = 0;
 };
 
 // The caller's mode while it lives, around a call of his code.

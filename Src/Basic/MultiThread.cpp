@@ -92,11 +92,12 @@ void ChangeConcurrency(ConcurrencyMode wanted)
     is_changing.notify_all();
 }
 
-ThreadState& ThisThread()
+constinit thread_local ThreadState this_thread;
+
+void NumberThread(ThreadState& thread)
 {
     static std::atomic<uint32_t> last_number{0};
-    thread_local ThreadState state = {.thread_id = ++last_number};
-    return state;
+    thread.thread_id = ++last_number;
 }
 
 }  // namespace talora

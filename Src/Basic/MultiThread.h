@@ -9,6 +9,8 @@
 #include <cstdint>
 #include <mutex>
 
+#include "Basic/FloatMode.h"
+
 struct environ_vx;
 struct report_vx;
 
@@ -56,14 +58,23 @@ void LeaveLibrary();
 
 // What is kept per thread while calls run.
 struct ThreadState {
-    uint32_t thread_id = 0;
+    uint32_t thread_id = 0;          // 0 until it is first asked for
     const char* function = nullptr;  // current interface function, static text
     environ_vx* env = nullptr;       // environment of the call
     int depth = 0;                   // calls under way, more than 1 through callbacks
     bool failed = false;             // a record of severity "error" or more was raised in this call
     bool aborted = false;            // the person asked to abort the operation, when a report was shown
+    bool has_warned = false;         // warnings of this call have been counted
     int repeat_mode = 2;
 };
-ThreadState& ThisThread();
+
+// Every call looks at it several times, so it is reached without a function call.
+extern constinit thread_local TALORA_NEAR_TLS ThreadState this_thread;
+void NumberThread(ThreadState& thread);
+inline ThreadState& ThisThread()
+{
+    if (this_thread.thread_id == 0) NumberThread(this_thread);
+    return this_thread;
+}
 
 }  // namespace talora
