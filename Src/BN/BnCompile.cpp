@@ -13,6 +13,7 @@
 #include "BN/Graph_Triangulate.h"
 #include "BN/OptimizeOrder.h"
 #include "Basic/Error.h"
+#include "Basic/FloatMode.h"
 #include "Basic/Progress.h"
 #include "Basic/Text.h"
 
@@ -263,6 +264,26 @@ void ReportCompiled(const Net& net, const TreeSizes& sizes)
             num_cliques, sizes.with_separators, sizes.under_findings);
 }
 
+// Shows the person what the best order so far will take, under a heading the first time.
+void ShowRequirements(environ_vx& env, double entries, bool is_first)
+{
+    if (env.message_handler == nullptr) return;
+    constexpr double kSecondsPerEntry = 3e-9;  // of a full update of a large net, measured
+    const double seconds = entries * kSecondsPerEntry;
+    std::string text;
+    if (is_first)
+        text = "\nCompiling...  Press Ctrl + Left Mouse Button when below values are satisfactory.\n\n";
+    text += "Max Required:" + Phrase("  Memory = %-10s", BytesInWords(entries * sizeof(float)).c_str());
+    if (seconds < 1)
+        text += Phrase("  Time = %d ms", int(std::ceil(seconds * 1000)));
+    else if (seconds < 3600)
+        text += Phrase("  Time = %.2f sec (with sufficient RAM)", seconds);
+    else
+        text += Phrase("  Time = %.5g hour (with sufficient RAM)", seconds / 3600);
+    const CallerFloatMode caller;
+    env.message_handler(&env, text.c_str(), nullptr, env.message_data);
+}
+
 std::vector<int> PositiveFindings(const CompiledNet& compiled)
 {
     std::vector<int> positive;
@@ -386,8 +407,13 @@ void OptimizeElimOrder(Net& net, double seconds)
         Progress progress("Compiling optimally");
         OptimizeLimits limits;
         limits.seconds = seconds;
-        OptimizeResult found = FindOptimizedOrder(graph.graph, net.has_elim_order ? &stored : nullptr, limits,
-                                                  &progress, nullptr);
+        bool is_first = true;
+        const auto show = [&](double entries) {
+            ShowRequirements(*net.env, entries, is_first);
+            is_first = false;
+        };
+        OptimizeResult found =
+            FindOptimizedOrder(graph.graph, net.has_elim_order ? &stored : nullptr, limits, &progress, show);
         if (found.order.empty()) CheckHalt(net);
         StoreFoundOrder(net, graph, found.order);
     }

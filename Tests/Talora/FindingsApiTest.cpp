@@ -213,6 +213,35 @@ TEST_F(FindingsApiTest, BeliefsFollowTheModel)
     EXPECT_EQ(LastError(), 0) << last_message_;
 }
 
+TEST_F(FindingsApiTest, OptimisingShowsWhatIsRequired)
+{
+    net_bn* ring = NewNet_bn("Ring", env_);
+    std::vector<node_bn*> nodes;
+    for (int i = 0; i < 8; ++i) nodes.push_back(NewNode_bn(("N" + std::to_string(i)).c_str(), 3, ring));
+    for (int i = 0; i < 8; ++i) AddLink_bn(nodes[i == 7 ? 0 : i], nodes[i == 7 ? 7 : i + 1]);
+    nodelist_bn* poor = NewNodeList2_bn(0, ring);
+    for (int i : {1, 3, 5, 7, 0, 2, 4, 6}) AddNodeToList_bn(nodes[i], poor, -1);
+    SetNetElimOrder_bn(ring, poor);
+    CompileNet_bn(ring);
+    double before = 0, after = 0;
+    GetCompiledNetSizes_bn(ring, &before, nullptr, nullptr);
+    static std::string shown;
+    shown.clear();
+    SetMessageHandler_vx(
+        env_,
+        [](environ_vx*, const char* text, const report_vx*, void*) {
+            shown += text;
+            return 0;
+        },
+        nullptr);
+    OptimizeNetElimOrder_bn(ring, 0.05, nullptr);
+    GetCompiledNetSizes_bn(ring, &after, nullptr, nullptr);
+    EXPECT_LE(after, before);
+    EXPECT_TRUE(shown.starts_with("\nCompiling...")) << shown;
+    EXPECT_NE(shown.find("Max Required:  Memory = "), std::string::npos) << shown;
+    EXPECT_EQ(LastError(), 0) << last_message_;
+}
+
 TEST_F(FindingsApiTest, ElimOrderChecks)
 {
     node_bn* value = NewNode_bn("Value", 0, net_);
