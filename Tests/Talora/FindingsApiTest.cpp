@@ -213,6 +213,42 @@ TEST_F(FindingsApiTest, BeliefsFollowTheModel)
     EXPECT_EQ(LastError(), 0) << last_message_;
 }
 
+// Lack of memory and a halt end an update with their record, and the next one goes on as if nothing had been.
+TEST_F(FindingsApiTest, UpdatesThatDoNotFinish)
+{
+    std::vector<node_bn*> parents;
+    const prob_bn even[] = {0.5f, 0.5f};
+    for (int i = 0; i < 18; ++i) {
+        parents.push_back(NewNode_bn(("P" + std::to_string(i)).c_str(), 2, net_));
+        SetNodeProbs_bn(parents.back(), nullptr, even);
+    }
+    node_bn* all = NewNode_bn("All", 2, net_);
+    for (node_bn* parent : parents) AddLink_bn(parent, all);
+    const std::vector<state_bn> every(parents.size(), EVERY_STATE);
+    const prob_bn third[] = {0.25f, 0.75f};
+    SetNodeProbs_bn(all, every.data(), third);
+    CompileNet_bn(net_);
+    ASSERT_EQ(LastError(), 0) << last_message_;
+
+    const double limit = LimitMemoryUsage_vx(GetMemoryUsage_vx(env_) + 150000, env_);
+    EXPECT_EQ(GetNodeBeliefs_bn(all), nullptr);
+    EXPECT_EQ(LastError(), 5622);
+    EXPECT_EQ(last_message_, "not enough memory to compile/update net 'Garden' (see LimitMemoryUsage_vx)");
+    UncompileNet_bn(net_);
+    CompileNet_bn(net_);
+    EXPECT_EQ(LastError(), 5622);
+    EXPECT_FALSE(IsNetCompiled_bn(net_));
+    LimitMemoryUsage_vx(limit, env_);
+    CompileNet_bn(net_);
+
+    SetHaltFlag_vx(env_, 1);
+    EXPECT_EQ(GetNodeBeliefs_bn(all), nullptr);
+    EXPECT_EQ(LastError(), 6013);
+    SetHaltFlag_vx(env_, 0);
+    EXPECT_NEAR(Belief(all), 0.25, 1e-6);
+    EXPECT_EQ(LastError(), 0) << last_message_;
+}
+
 TEST_F(FindingsApiTest, OptimisingShowsWhatIsRequired)
 {
     net_bn* ring = NewNet_bn("Ring", env_);
