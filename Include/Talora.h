@@ -8,7 +8,7 @@
  * 2. No function throws, prints or exits.  A failure leaves an error record on the calling thread
  *    (GetError_vx) and the function returns its failure value: NULL for handles and vectors, -1 for
  *    counts, indices and other integers, UNDEF_STATE for states, the undefined double for reals.
- *    The object is then as it was before the call.  Records of severity WARNING_ERR and below
+ *    The object is then as it was before the call.  Records of severity WARNING_SEVERITY and below
  *    leave the result valid.
  * 3. Text is narrow: bytes, ASCII or UTF-8.  Where text is passed in, a string that begins with the
  *    bytes 0xFF 0xFE is taken as UTF-16 (little endian, ended by a 16-bit zero).  Text returned is
@@ -69,31 +69,31 @@ enum { CONTINUOUS_TYPE = 1, DISCRETE_TYPE = 2 };
 typedef int nodetype_bn;
 
 enum {
-    NOTHING_ERR = 0,
-    FALSE_ALERT_ERR = 1,
-    REPORT_ERR = 2,
-    NOTICE_ERR = 3,
-    WARNING_ERR = 4,
-    ERROR_ERR = 5,
-    XXX_ERR = 6 /**< internal error */
+    NULL_SEVERITY = 0,
+    FALSE_ALERT_SEVERITY = 1,
+    REPORT_SEVERITY = 2,
+    NOTICE_SEVERITY = 3,
+    WARNING_SEVERITY = 4,
+    ERROR_SEVERITY = 5,
+    INTERNAL_SEVERITY = 6
 };
 typedef int errseverity_vx;
 
 enum {
-    OUT_OF_MEMORY_COND = 0x08,
-    USER_ABORTED_COND = 0x20,
-    FROM_WRAPPER_COND = 0x40,
-    FILE_COND = 0x80,
-    INCONS_FINDING_COND = 0x200
+    MEMORY_CONDITION = 0x08,    /**< memory was out */
+    ABORTED_CONDITION = 0x20,   /**< stopped by the person or a handler */
+    FRONT_END_CONDITION = 0x40, /**< added with NewError_vx */
+    FILE_CONDITION = 0x80,      /**< about the contents of a file */
+    FINDING_CONDITION = 0x200   /**< findings contradict one another or the model */
 };
 typedef int errcond_vx;
 
 enum {
-    QUERY_CHECK = -1,
-    NO_CHECK = 1,      /**< nothing is checked in advance */
-    QUICK_CHECK = 2,   /**< handles, missing arguments */
-    REGULAR_CHECK = 3, /**< values too: names, probability vectors */
-    COMPLETE_CHECK = 4 /**< the whole object is validated before the work starts */
+    CHECK_QUERY = -1,
+    CHECK_NOTHING = 1, /**< nothing is checked in advance */
+    CHECK_HANDLES = 2, /**< handles, missing arguments */
+    CHECK_VALUES = 3,  /**< values too: names, probability vectors */
+    CHECK_OBJECTS = 4 /**< the whole object is validated before the work starts */
 };
 typedef int checking_vx;
 

@@ -9,7 +9,7 @@
 /* Prints the errors of the library, if there are any, and ends the program. */
 static void CheckErrors(environ_vx* env)
 {
-    const report_vx* error = GetError_vx(env, ERROR_ERR, 0, NULL);
+    const report_vx* error = GetError_vx(env, ERROR_SEVERITY, 0, NULL);
     if (error == NULL) return;
     fprintf(stderr, "error %d: %s\n", ErrorNumber_vx(error), ErrorMessage_vx(error));
     exit(1);

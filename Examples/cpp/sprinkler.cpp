@@ -14,7 +14,7 @@ namespace {
 // Ends the program with the library's reason when a call has failed.
 void CheckErrors(environ_vx* env)
 {
-    const report_vx* error = GetError_vx(env, ERROR_ERR, 0, nullptr);
+    const report_vx* error = GetError_vx(env, ERROR_SEVERITY, 0, nullptr);
     if (!error) return;
     std::fprintf(stderr, "error %d: %s\n", ErrorNumber_vx(error), ErrorMessage_vx(error));
     std::exit(1);

@@ -209,7 +209,7 @@ void SetProbs(Node& node, const int* parent_states, const float* probs)
     CheckCanHaveTable(node);
     const std::vector<int64_t> rows = MatchingRows(node, parent_states);
     const uint32_t problems = CheckProbs(probs, num_states);
-    if (CheckingLevel() >= REGULAR_CHECK && (problems & ~kAcceptedProbs))
+    if (CheckingLevel() >= CHECK_VALUES && (problems & ~kAcceptedProbs))
         Fail(5133, "passed probability vector %s", DescribeProbs(problems, false).c_str());
     if (node.tables.probs.empty()) {
         const double entries = TableEntries(node);

@@ -24,7 +24,7 @@ Environs& All()
     return *all;
 }
 
-std::atomic<int> checking_level{REGULAR_CHECK};
+std::atomic<int> checking_level{CHECK_VALUES};
 std::atomic<environ_vx*> default_environ{nullptr};  // the last of `open`; read in signal handlers
 
 }  // namespace

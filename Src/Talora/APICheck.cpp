@@ -20,7 +20,7 @@ constexpr double kLeastMemory = 4096;
 
 bool Checks()
 {
-    return CheckingLevel() >= QUICK_CHECK;
+    return CheckingLevel() >= CHECK_HANDLES;
 }
 
 bool IsRemote(const environ_vx* env)
@@ -224,7 +224,7 @@ std::string NameArgument(const char* name, const char* argument, bool allow_star
     std::string text = NarrowText(name);
     if (text.empty()) Fail(5142, "empty string passed for name");
     std::string reason;
-    if (CheckingLevel() >= REGULAR_CHECK && CheckName(name, allow_star, &reason) != 0)
+    if (CheckingLevel() >= CHECK_VALUES && CheckName(name, allow_star, &reason) != 0)
         Fail(5118, "%sname string passed is bad because %s", where.c_str(), reason.c_str());
     return text;
 }

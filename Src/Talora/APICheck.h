@@ -150,9 +150,9 @@ R CallApi(const char* function, const H* handle, R failure, Body&& body) noexcep
     frame.UseEnviron(EnvironOf(handle));
     return RunFramed(frame, failure, [&]() -> R {
         // Without checking, nothing is said of a NULL handle; but neither is it followed.
-        if (handle == nullptr && CheckingLevel() < QUICK_CHECK) return failure;
+        if (handle == nullptr && CheckingLevel() < CHECK_HANDLES) return failure;
         CheckHandle(handle);
-        if (CheckingLevel() >= COMPLETE_CHECK) ValidateHandle(handle);
+        if (CheckingLevel() >= CHECK_OBJECTS) ValidateHandle(handle);
         return static_cast<R>(body());
     });
 }
@@ -174,10 +174,10 @@ R CallApi2(const char* function, const H1* first, const H2* second, R failure, B
     EntryFrame frame(function, LockOf(first), LockOf(second), kHasNet<H1>);
     frame.UseEnviron(EnvironOf(first));
     return RunFramed(frame, failure, [&]() -> R {
-        if ((first == nullptr || second == nullptr) && CheckingLevel() < QUICK_CHECK) return failure;
+        if ((first == nullptr || second == nullptr) && CheckingLevel() < CHECK_HANDLES) return failure;
         CheckHandle(first);
         CheckHandle(second);
-        if (CheckingLevel() >= COMPLETE_CHECK) {
+        if (CheckingLevel() >= CHECK_OBJECTS) {
             ValidateHandle(first);
             ValidateHandle(second);
         }

@@ -126,10 +126,10 @@ int GetTaloraVersion_bn(environ_vx* env, const char** version)
 
 checking_vx ArgumentChecking_vx(checking_vx setting, environ_vx* env)
 {
-    return CallEnviron(__func__, env, checking_vx(QUERY_CHECK), [&](environ_vx&) {
+    return CallEnviron(__func__, env, checking_vx(CHECK_QUERY), [&](environ_vx&) {
         CheckSetting(5529, setting);
         const int before = CheckingLevel();
-        if (setting != QUERY_CHECK) SetCheckingLevel(setting);
+        if (setting != CHECK_QUERY) SetCheckingLevel(setting);
         return checking_vx(before);
     });
 }

@@ -11,7 +11,7 @@ template <class R, class Body>
 R CallRecord(const char* function, const report_vx* error, R failure, Body&& body) noexcept
 {
     return CallReports(function, nullptr, failure, [&]() -> R {
-        if (error == nullptr && CheckingLevel() < QUICK_CHECK) return failure;
+        if (error == nullptr && CheckingLevel() < CHECK_HANDLES) return failure;
         CheckHandle(error);
         return static_cast<R>(body());
     });
@@ -39,7 +39,8 @@ const char* ErrorMessage_vx(const report_vx* error)
 
 errseverity_vx ErrorSeverity_vx(const report_vx* error)
 {
-    return CallRecord(__func__, error, errseverity_vx(NOTHING_ERR), [&] { return errseverity_vx(error->severity); });
+    return CallRecord(__func__, error, errseverity_vx(NULL_SEVERITY),
+                      [&] { return errseverity_vx(error->severity); });
 }
 
 bool_vx ErrorCategory_vx(errcond_vx cond, const report_vx* error)
@@ -100,9 +101,9 @@ report_vx* NewError_vx(environ_vx* env, int number, errseverity_vx severity, con
 {
     if (env == nullptr) env = DefaultEnviron();
     return CallReports(__func__, env, static_cast<report_vx*>(nullptr), [&] {
-        if (severity < NOTHING_ERR || severity > XXX_ERR)
+        if (severity < NULL_SEVERITY || severity > INTERNAL_SEVERITY)
             Fail(5645, "argument 'severity' is %d, but it should be between %d and %d inclusive",
-                 int(severity), int(NOTHING_ERR), int(XXX_ERR));
+                 int(severity), int(NULL_SEVERITY), int(INTERNAL_SEVERITY));
         ReportArgs args = {.severity = Severity(severity), .number = number};
         args.conditions = FROM_FRONT_END_CND;
         return Report(args, "%s", NarrowText(message).c_str());

@@ -190,7 +190,7 @@ const nodelist_bn* GetNetNodes2_bn(const net_bn* net, const char* options)
 node_bn* GetNodeNamed_bn(const char* name, const net_bn* net)
 {
     return CallApi(__func__, net, static_cast<node_bn*>(nullptr), [&] {
-        if (name == nullptr && CheckingLevel() >= QUICK_CHECK) Fail(5114, "NULL passed for name");
+        if (name == nullptr && CheckingLevel() >= CHECK_HANDLES) Fail(5114, "NULL passed for name");
         return FindNode(*net, NarrowText(name));
     });
 }

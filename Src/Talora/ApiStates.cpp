@@ -85,7 +85,7 @@ const char* GetNodeStateComment_bn(const node_bn* node, state_bn state)
 state_bn GetStateNamed_bn(const char* name, const node_bn* node)
 {
     return CallApi(__func__, node, int(UNDEF_STATE), [&] {
-        if (name == nullptr && CheckingLevel() >= QUICK_CHECK) Fail(5114, "NULL passed for name");
+        if (name == nullptr && CheckingLevel() >= CHECK_HANDLES) Fail(5114, "NULL passed for name");
         return FindState(*node, NarrowText(name));
     });
 }

@@ -20,7 +20,7 @@ protected:
     {
         env_ = NewTaloraEnviron_vx(nullptr, nullptr);
         ASSERT_GE(InitTalora2_bn(env_, nullptr), 0);
-        ClearErrors_vx(env_, XXX_ERR);  // of other tests
+        ClearErrors_vx(env_, INTERNAL_SEVERITY);  // of other tests
         stream_ = NewMemoryStream(*env_, "test.dne");
     }
     void TearDown() override { CloseTalora_bn(env_, nullptr); }
@@ -39,11 +39,11 @@ protected:
         }
         numbers_.clear();
         messages_.clear();
-        for (const report_vx* r = nullptr; (r = GetError_vx(env_, NOTHING_ERR, 0, r)) != nullptr;) {
+        for (const report_vx* r = nullptr; (r = GetError_vx(env_, NULL_SEVERITY, 0, r)) != nullptr;) {
             numbers_.insert(numbers_.begin(), -ErrorNumber_vx(r));
             messages_.insert(messages_.begin(), ErrorMessage_vx(r));
         }
-        ClearErrors_vx(env_, XXX_ERR);
+        ClearErrors_vx(env_, INTERNAL_SEVERITY);
         return net;
     }
     Net* ReadBody(const std::string& body) { return Read(kHeader + "bnet N {" + body + "};"); }
@@ -310,7 +310,7 @@ TEST_F(BnParseTest, ALongReadCanBeHalted)
     SetContents(*stream_, text + "};");
     env_->halt = true;
     EXPECT_EQ(ReadNet_bn(stream_, NO_WINDOW), nullptr);
-    EXPECT_NE(GetError_vx(env_, ERROR_ERR, 3605, nullptr), nullptr);
+    EXPECT_NE(GetError_vx(env_, ERROR_SEVERITY, 3605, nullptr), nullptr);
     EXPECT_TRUE(env_->nets.empty());
     env_->halt = false;
     EXPECT_NE(ReadNet_bn(stream_, NO_WINDOW), nullptr);

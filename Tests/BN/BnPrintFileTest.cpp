@@ -14,7 +14,7 @@ protected:
     {
         env_ = NewTaloraEnviron_vx(nullptr, nullptr);
         ASSERT_GE(InitTalora2_bn(env_, nullptr), 0);
-        ClearErrors_vx(env_, XXX_ERR);
+        ClearErrors_vx(env_, INTERNAL_SEVERITY);
         net_ = NewNet_bn("New", env_);
         stream_ = NewMemoryStream_vx("test.dne", env_, nullptr);
     }
@@ -25,7 +25,7 @@ protected:
         WriteNet_bn(net, stream_);
         int64_t length = 0;
         const char* text = GetStreamContents_vx(stream_, &length);
-        EXPECT_EQ(GetError_vx(env_, WARNING_ERR, 0, nullptr), nullptr) << ListErrors_vx(env_, 2, 5);
+        EXPECT_EQ(GetError_vx(env_, WARNING_SEVERITY, 0, nullptr), nullptr) << ListErrors_vx(env_, 2, 5);
         return std::string(text, static_cast<size_t>(length));
     }
     // What is written is read and written again.
@@ -161,9 +161,9 @@ TEST_F(BnPrintFileTest, FilesAreWrittenAndRead)
     EXPECT_EQ(Written(net), Written(net_));
     std::filesystem::remove(path);
     EXPECT_EQ(ReadNet_bn(file, 0), nullptr);
-    EXPECT_NE(GetError_vx(env_, ERROR_ERR, 5177, nullptr), nullptr);
+    EXPECT_NE(GetError_vx(env_, ERROR_SEVERITY, 5177, nullptr), nullptr);
     EXPECT_EQ(ReadNet_bn(file, NO_WINDOW), nullptr);
-    EXPECT_NE(GetError_vx(env_, ERROR_ERR, 4030, nullptr), nullptr);
+    EXPECT_NE(GetError_vx(env_, ERROR_SEVERITY, 4030, nullptr), nullptr);
 }
 
 // A net that cannot be compiled is read all the same, with the reason as a warning.
@@ -174,8 +174,8 @@ TEST_F(BnPrintFileTest, FailedAutoCompileKeepsTheNet)
         "node B {states = (a, b); parents = (A); delays = ((1));};};";
     SetStreamContents_vx(stream_, text.data(), static_cast<int64_t>(text.size()));
     EXPECT_NE(ReadNet_bn(stream_, NO_WINDOW), nullptr);
-    EXPECT_EQ(GetError_vx(env_, ERROR_ERR, 0, nullptr), nullptr);
-    EXPECT_NE(GetError_vx(env_, WARNING_ERR, 0, nullptr), nullptr);
+    EXPECT_EQ(GetError_vx(env_, ERROR_SEVERITY, 0, nullptr), nullptr);
+    EXPECT_NE(GetError_vx(env_, WARNING_SEVERITY, 0, nullptr), nullptr);
 }
 
 }  // namespace

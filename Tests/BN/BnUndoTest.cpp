@@ -19,7 +19,7 @@ public:
     {
         for (int i = 0; i < 6; ++i) Edit(0);
         for (int i = 0; i < 40; ++i) Edit(Below(kNumEdits));
-        ClearErrors_vx(env_, XXX_ERR);
+        ClearErrors_vx(env_, INTERNAL_SEVERITY);
     }
     ~RandomEditor() { DeleteNet_bn(net_); }
 
@@ -59,7 +59,7 @@ public:
             if (beliefs) all.insert(all.end(), beliefs, beliefs + GetNodeNumberStates_bn(node));
         }
         DeleteNet_bn(copy);
-        ClearErrors_vx(env_, XXX_ERR);
+        ClearErrors_vx(env_, INTERNAL_SEVERITY);
         return all;
     }
     std::vector<node_bn*> Nodes() const
@@ -255,11 +255,11 @@ protected:
     {
         env_ = NewTaloraEnviron_vx(nullptr, nullptr);
         ASSERT_GE(InitTalora2_bn(env_, nullptr), 0);
-        ArgumentChecking_vx(COMPLETE_CHECK, env_);  // every call validates the whole net first
+        ArgumentChecking_vx(CHECK_OBJECTS, env_);  // every call validates the whole net first
     }
     void TearDown() override
     {
-        ArgumentChecking_vx(REGULAR_CHECK, env_);
+        ArgumentChecking_vx(CHECK_VALUES, env_);
         CloseTalora_bn(env_, nullptr);
     }
 
@@ -275,9 +275,9 @@ protected:
     }
     int LastError()
     {
-        const report_vx* error = GetError_vx(env_, ERROR_ERR, 0, nullptr);
+        const report_vx* error = GetError_vx(env_, ERROR_SEVERITY, 0, nullptr);
         const int number = error ? -ErrorNumber_vx(error) : 0;
-        ClearErrors_vx(env_, XXX_ERR);
+        ClearErrors_vx(env_, INTERNAL_SEVERITY);
         return number;
     }
 
@@ -310,7 +310,7 @@ TEST_F(BnUndoTest, RandomEditsWalkedBackAndForth)
             for (int edits = 1 + editor.Below(8); edits > 0; --edits) {
                 const int count = Count(net, GetNetNthUndo_bn);
                 editor.Edit();
-                ClearErrors_vx(env_, XXX_ERR);
+                ClearErrors_vx(env_, INTERNAL_SEVERITY);
                 const int steps = Count(net, GetNetNthUndo_bn) - count;
                 if (steps == 0) {
                     EXPECT_EQ(editor.Text(), stops[at].text);
@@ -409,7 +409,7 @@ TEST_F(SmallNetUndoTest, EachCallIsOneStepWithItsName)
         EXPECT_NE(after, before);
         EXPECT_TRUE(UndoNetLastOper_vx(net_, -1));
         EXPECT_EQ(std::string("Undoing ") + c.text + ".\n",
-                  ErrorMessage_vx(GetError_vx(env_, NOTHING_ERR, 0, nullptr)));
+                  ErrorMessage_vx(GetError_vx(env_, NULL_SEVERITY, 0, nullptr)));
         EXPECT_EQ(Text(), before);
         EXPECT_TRUE(IsNetCompiled_bn(net_));
         EXPECT_EQ(GetNodeBeliefs_bn(cancer_)[0], 0.21875f);

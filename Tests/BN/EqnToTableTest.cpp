@@ -37,11 +37,11 @@ protected:
         return node;
     }
     // The first error on record, or "" if there is none; the records are cleared.
-    std::string Mistake(errseverity_vx least = ERROR_ERR)
+    std::string Mistake(errseverity_vx least = ERROR_SEVERITY)
     {
         const report_vx* report = GetError_vx(env_, least, 0, nullptr);
         const std::string text = report ? std::to_string(report->number) + ": " + report->message : "";
-        ClearErrors_vx(env_, XXX_ERR);
+        ClearErrors_vx(env_, INTERNAL_SEVERITY);
         return text;
     }
     void Convert(node_bn* node, const char* equation, int samples = 1, int uncertain = 0, bool add = false)
@@ -160,7 +160,7 @@ TEST_F(EqnToTableTest, MistakesAreTold)
     int place = 0;
     EXPECT_FALSE(CheckNodeEquation_bn(x, "x (a) = a + b", &place));
     EXPECT_EQ(place, 12);
-    ClearErrors_vx(env_, XXX_ERR);
+    ClearErrors_vx(env_, INTERNAL_SEVERITY);
     EquationToTable_bn(x, 0, 0, 0);
     EXPECT_EQ(Mistake(), "-5572: argument 'num_samples' must be one or more (it is 0)");
     EquationToTable_bn(x, 1, 2, 0);
@@ -188,7 +188,7 @@ TEST_F(EqnToTableTest, ZeroRows)
     AddLink_bn(a, x);
     Convert(x, "P (x | a) = a == red");
     EXPECT_EQ(
-        Mistake(NOTICE_ERR),
+        Mistake(NOTICE_SEVERITY),
         "-6408: In equation of node x, for 2 out of 3 parent settings (i.e. conditions), its equation specified zero for all its states, so they were given uniform distributions");
     EXPECT_EQ(Prob(x, 2, 1), 0.5);
 }

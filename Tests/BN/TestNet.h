@@ -19,11 +19,11 @@ protected:
     {
         env_ = NewTaloraEnviron_vx(nullptr, nullptr);
         ASSERT_GE(InitTalora2_bn(env_, nullptr), 0);
-        ClearErrors_vx(env_, XXX_ERR);  // of other tests
+        ClearErrors_vx(env_, INTERNAL_SEVERITY);  // of other tests
     }
     void TearDown() override
     {
-        ClearErrors_vx(env_, XXX_ERR);
+        ClearErrors_vx(env_, INTERNAL_SEVERITY);
         CloseTalora_bn(env_, nullptr);
     }
 

@@ -29,7 +29,7 @@ protected:
     }
     void TearDown() override
     {
-        ClearErrors_vx(env_, XXX_ERR);  // some belong to no environment
+        ClearErrors_vx(env_, INTERNAL_SEVERITY);  // some belong to no environment
         CloseTalora_bn(env_, nullptr);
         fs::remove_all(folder_);
     }
@@ -49,9 +49,9 @@ protected:
     // Number of the newest error, 0 for none; clears all.
     int LastError()
     {
-        const report_vx* error = GetError_vx(env_, ERROR_ERR, 0, nullptr);
+        const report_vx* error = GetError_vx(env_, ERROR_SEVERITY, 0, nullptr);
         const int number = error ? -ErrorNumber_vx(error) : 0;
-        ClearErrors_vx(env_, XXX_ERR);
+        ClearErrors_vx(env_, INTERNAL_SEVERITY);
         return number;
     }
     static int NumberOf(const Unwind& failure) { return -failure.record->number; }

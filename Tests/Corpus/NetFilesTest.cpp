@@ -24,7 +24,7 @@ protected:
         folder_ = corpus;
         env_ = NewTaloraEnviron_vx(nullptr, nullptr);
         ASSERT_GE(InitTalora2_bn(env_, nullptr), 0);
-        ClearErrors_vx(env_, XXX_ERR);
+        ClearErrors_vx(env_, INTERNAL_SEVERITY);
     }
     void TearDown() override
     {
@@ -59,8 +59,9 @@ protected:
     int NumWarnings()
     {
         int count = 0;
-        for (const report_vx* r = nullptr; (r = GetError_vx(env_, WARNING_ERR, 0, r)) != nullptr;) ++count;
-        ClearErrors_vx(env_, XXX_ERR);
+        for (const report_vx* r = nullptr; (r = GetError_vx(env_, WARNING_SEVERITY, 0, r)) != nullptr;)
+            ++count;
+        ClearErrors_vx(env_, INTERNAL_SEVERITY);
         return count;
     }
     static std::string Contents(const fs::path& path)

@@ -109,8 +109,8 @@ TEST_P(OracleTest, BeliefsAndProbability)
         ++num_queries;
         if (query.contains("impossible") && query["impossible"].get<bool>()) {
             EXPECT_EQ(FindingsProbability_bn(net), 0.0);
-            EXPECT_NE(GetError_vx(env_, ERROR_ERR, 0, nullptr), nullptr);
-            ClearErrors_vx(env_, XXX_ERR);
+            EXPECT_NE(GetError_vx(env_, ERROR_SEVERITY, 0, nullptr), nullptr);
+            ClearErrors_vx(env_, INTERNAL_SEVERITY);
             continue;
         }
         const double expected = query["log_prob"].get<double>();
@@ -124,7 +124,7 @@ TEST_P(OracleTest, BeliefsAndProbability)
         if (query.contains("table_size_under_findings")) {
             EXPECT_EQ(SizeCompiledNet_bn(net, 0), query["table_size_under_findings"].get<double>());
         }
-        ASSERT_EQ(GetError_vx(env_, ERROR_ERR, 0, nullptr), nullptr) << ListErrors_vx(env_, 1, 5);
+        ASSERT_EQ(GetError_vx(env_, ERROR_SEVERITY, 0, nullptr), nullptr) << ListErrors_vx(env_, 1, 5);
     }
     std::printf("    %-12s %3d queries, largest error: beliefs %.1e, log-probability %.1e\n", GetParam(),
                 num_queries, belief_error, log_error);
@@ -171,7 +171,7 @@ TEST_P(OracleTest, OrderAndSizes)
     EXPECT_EQ(CliquesOf(net), expected);
     for (const auto& [name, size] : oracle["home_size"].items())
         EXPECT_EQ(GetCliqueSize_bn(net, GetNodeHomeClique_bn(NodeOf(net, name))), size.get<double>()) << name;
-    EXPECT_EQ(GetError_vx(env_, WARNING_ERR, 0, nullptr), nullptr) << ListErrors_vx(env_, 1, 5);
+    EXPECT_EQ(GetError_vx(env_, WARNING_SEVERITY, 0, nullptr), nullptr) << ListErrors_vx(env_, 1, 5);
 }
 
 INSTANTIATE_TEST_SUITE_P(Corpus, OracleTest,
@@ -211,7 +211,7 @@ TEST(ExpectedValueOracleTest, MeansAndDeviations)
             EXPECT_NEAR(deviation, pair[1].get<double>(), 1e-4 * scale) << name;
         }
     }
-    EXPECT_EQ(GetError_vx(env, ERROR_ERR, 0, nullptr), nullptr) << ListErrors_vx(env, 1, 5);
+    EXPECT_EQ(GetError_vx(env, ERROR_SEVERITY, 0, nullptr), nullptr) << ListErrors_vx(env, 1, 5);
     CloseTalora_bn(env, nullptr);
 }
 

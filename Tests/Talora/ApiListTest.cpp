@@ -48,7 +48,7 @@ struct Handles {
         node = NewNode_bn("node", 2, net);
         list = NewNodeList2_bn(0, net);
         stream = NewMemoryStream_vx("m", env, nullptr);
-        report = NewError_vx(env, 1, NOTICE_ERR, "notice");
+        report = NewError_vx(env, 1, NOTICE_SEVERITY, "notice");
         generator = NewRandomGenerator_vx("1", env, nullptr);
         gone_env = NewTaloraEnviron_vx(nullptr, nullptr);
         CloseTalora_bn(gone_env, nullptr);
@@ -60,7 +60,7 @@ struct Handles {
         DeleteNodeList_bn(gone_list);
         gone_stream = NewMemoryStream_vx("m", env, nullptr);
         DeleteStream_vx(gone_stream);
-        gone_report = NewError_vx(env, 1, NOTICE_ERR, "gone");
+        gone_report = NewError_vx(env, 1, NOTICE_SEVERITY, "gone");
         ClearError_vx(gone_report);
         gone_generator = NewRandomGenerator_vx("1", env, nullptr);
         DeleteRandomGen_vx(gone_generator);
@@ -195,7 +195,7 @@ TEST(ApiListTest, WrongHandlesAreRecognised)
 {
     TestEnviron env;
     Handles handles(env);
-    const checking_vx level = ArgumentChecking_vx(QUICK_CHECK, env);
+    const checking_vx level = ArgumentChecking_vx(CHECK_HANDLES, env);
     const talora::FloatControl mode = talora::ReadFloatControl();
     const auto check = [&](const char* name, const std::string& arguments, auto function) {
         SCOPED_TRACE(name);
@@ -206,10 +206,10 @@ TEST(ApiListTest, WrongHandlesAreRecognised)
             const bool has_default = arguments[first] == 'e' || std::string(name).starts_with("DrawRandom");
             if (wrong == Wrong::kNull && has_default) continue;
             CallWrong(function, handles, wrong);
-            const report_vx* error = GetError_vx(env, ERROR_ERR, 0, nullptr);
+            const report_vx* error = GetError_vx(env, ERROR_SEVERITY, 0, nullptr);
             EXPECT_EQ(error ? -ErrorNumber_vx(error) : 0, ExpectedError(name, arguments[first], wrong))
                 << int(wrong);
-            while ((error = GetError_vx(env, ERROR_ERR, 0, nullptr)))
+            while ((error = GetError_vx(env, ERROR_SEVERITY, 0, nullptr)))
                 ClearError_vx(const_cast<report_vx*>(error));
         }
         EXPECT_EQ(talora::ReadFloatControl(), mode);

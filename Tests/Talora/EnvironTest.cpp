@@ -16,7 +16,7 @@ TEST(EnvironTest, Life)
     environ_vx* env = NewTaloraEnviron_vx("life", "");
     EXPECT_EQ(GetDefaultEnviron_vx(), env);
     EXPECT_EQ(NewNet_bn("early", env), nullptr);
-    EXPECT_STREQ(ErrorMessage_vx(GetError_vx(env, ERROR_ERR, 0, nullptr)),
+    EXPECT_STREQ(ErrorMessage_vx(GetError_vx(env, ERROR_SEVERITY, 0, nullptr)),
                  "This function was called before Talora finished initialization, or while it was closing");
     EXPECT_GE(InitTalora2_bn(env, mesg), 0);
     EXPECT_EQ(std::string(mesg).rfind("Talora 6.01, ", 0), 0u) << mesg;
@@ -33,7 +33,7 @@ TEST(EnvironTest, Life)
         "Attempt to initialize Talora environment (which was closed), without first calling NewTaloraEnviron_vx");
     EXPECT_LT(CloseTalora_bn(env, mesg), 0);
     EXPECT_STREQ(mesg, "Attempt to close Talora with an ill formed environ_vx.\n");
-    ClearErrors_vx(nullptr, XXX_ERR);
+    ClearErrors_vx(nullptr, INTERNAL_SEVERITY);
 }
 
 TEST(EnvironTest, AtMost64)
@@ -45,19 +45,19 @@ TEST(EnvironTest, AtMost64)
         open.push_back(env);
     }
     EXPECT_EQ(open.size(), 64u);
-    EXPECT_NE(GetError_vx(nullptr, XXX_ERR, 0, nullptr), nullptr);
+    EXPECT_NE(GetError_vx(nullptr, INTERNAL_SEVERITY, 0, nullptr), nullptr);
     for (environ_vx* env : open) CloseTalora_bn(env, nullptr);
-    ClearErrors_vx(nullptr, XXX_ERR);
+    ClearErrors_vx(nullptr, INTERNAL_SEVERITY);
 }
 
 TEST(EnvironTest, WithoutAnEnvironment)
 {
-    EXPECT_EQ(ArgumentChecking_vx(QUERY_CHECK, nullptr), -1);
-    const report_vx* error = GetError_vx(nullptr, ERROR_ERR, 0, nullptr);
+    EXPECT_EQ(ArgumentChecking_vx(CHECK_QUERY, nullptr), -1);
+    const report_vx* error = GetError_vx(nullptr, ERROR_SEVERITY, 0, nullptr);
     ASSERT_NE(error, nullptr);
     EXPECT_STREQ(ErrorMessage_vx(error),
                  "memory system (or environment) is uninitialized or has been closed");
-    ClearErrors_vx(nullptr, XXX_ERR);
+    ClearErrors_vx(nullptr, INTERNAL_SEVERITY);
 }
 
 TEST(EnvironTest, RefusedSettingsChangeNothing)
@@ -86,14 +86,14 @@ TEST(EnvironTest, RefusedSettingsChangeNothing)
         {[&] { ControlConcurrency_vx(env, "mode", "3"); }, 5638,
          "in argument 'value', '3' should be \"0\", \"1\" or \"2\" (or empty to query)"},
     };
-    const checking_vx level = ArgumentChecking_vx(QUERY_CHECK, env);
+    const checking_vx level = ArgumentChecking_vx(CHECK_QUERY, env);
     const double limit = LimitMemoryUsage_vx(-1, env);
     for (const Row& row : rows) {
         row.call();
         EXPECT_EQ(env.Taken(), row.number);
         EXPECT_EQ(env.Message(), row.message);
     }
-    EXPECT_EQ(ArgumentChecking_vx(QUERY_CHECK, env), level);
+    EXPECT_EQ(ArgumentChecking_vx(CHECK_QUERY, env), level);
     EXPECT_EQ(LimitMemoryUsage_vx(-1, env), limit);
     EXPECT_EQ(ControlConcurrency_vx(env, "mode", nullptr), 1);
     EXPECT_EQ(UserAllowed_vx(env, -1), 4);
@@ -105,8 +105,8 @@ TEST(EnvironTest, RefusedSettingsChangeNothing)
 TEST(EnvironTest, SettingsReturnTheOneBefore)
 {
     TestEnviron env;
-    const checking_vx level = ArgumentChecking_vx(COMPLETE_CHECK, env);
-    EXPECT_EQ(ArgumentChecking_vx(level, nullptr), COMPLETE_CHECK);
+    const checking_vx level = ArgumentChecking_vx(CHECK_OBJECTS, env);
+    EXPECT_EQ(ArgumentChecking_vx(level, nullptr), CHECK_OBJECTS);
     const double limit = LimitMemoryUsage_vx(200000, env);
     EXPECT_EQ(LimitMemoryUsage_vx(limit, env), 200000);
     EXPECT_EQ(ControlConcurrency_vx(env, "mode", "2"), 1);
@@ -130,7 +130,7 @@ TEST(EnvironTest, ALimitBelowWhatIsInUseIsRaised)
     const double in_use = GetMemoryUsage_vx(env);
     ASSERT_GE(in_use, 800000);
     const double before = LimitMemoryUsage_vx(300000, env);
-    EXPECT_EQ(env.Taken(NOTICE_ERR), 5636);
+    EXPECT_EQ(env.Taken(NOTICE_SEVERITY), 5636);
     EXPECT_EQ(LimitMemoryUsage_vx(before, env), in_use + 100000);
 }
 
@@ -139,7 +139,7 @@ TEST(EnvironTest, RemoteEnvironmentsAreRefused)
     environ_vx* env = NewTaloraEnviron_vx("far", "remote");
     ASSERT_GE(InitTalora2_bn(env, nullptr), 0);
     EXPECT_EQ(NewNet_bn("n", env), nullptr);
-    const report_vx* error = GetError_vx(env, ERROR_ERR, 0, nullptr);
+    const report_vx* error = GetError_vx(env, ERROR_SEVERITY, 0, nullptr);
     ASSERT_NE(error, nullptr);
     EXPECT_STREQ(
         ErrorMessage_vx(error),

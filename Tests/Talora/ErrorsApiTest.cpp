@@ -23,42 +23,43 @@ struct Shown {
 TEST(ErrorsApiTest, ListedNewestFirstAndFiltered)
 {
     TestEnviron env;
-    NewError_vx(env, 70001, WARNING_ERR, "first");
-    report_vx* second = NewError_vx(env, -70002, NOTICE_ERR, "second %s >-Bnet");
-    NewError_vx(env, 70001, REPORT_ERR, "third");
+    NewError_vx(env, 70001, WARNING_SEVERITY, "first");
+    report_vx* second = NewError_vx(env, -70002, NOTICE_SEVERITY, "second %s >-Bnet");
+    NewError_vx(env, 70001, REPORT_SEVERITY, "third");
     std::vector<std::string> texts;
-    for (report_vx* r = GetError_vx(env, NOTHING_ERR, 0, nullptr); r; r = GetError_vx(env, NOTHING_ERR, 0, r))
+    for (report_vx* r = GetError_vx(env, NULL_SEVERITY, 0, nullptr); r;
+         r = GetError_vx(env, NULL_SEVERITY, 0, r))
         texts.push_back(ErrorMessage_vx(r));
     EXPECT_EQ(texts, (std::vector<std::string>{"third", "second %s >-Bnet", "first"}));
-    EXPECT_EQ(GetError_vx(env, NOTHING_ERR, 70002, nullptr), second);
+    EXPECT_EQ(GetError_vx(env, NULL_SEVERITY, 70002, nullptr), second);
     EXPECT_EQ(ErrorNumber_vx(second), -70002);
-    EXPECT_TRUE(ErrorCategory_vx(FROM_WRAPPER_COND, second));
-    EXPECT_STREQ(ErrorMessage_vx(GetError_vx(env, NOTICE_ERR, -70001, nullptr)), "first");
+    EXPECT_TRUE(ErrorCategory_vx(FRONT_END_CONDITION, second));
+    EXPECT_STREQ(ErrorMessage_vx(GetError_vx(env, NOTICE_SEVERITY, -70001, nullptr)), "first");
     ClearError_vx(second);
     EXPECT_EQ(ErrorNumber_vx(second), -1) << "a cleared record is known to be gone";
     EXPECT_EQ(env.Taken(), 5148);
-    NewError_vx(env, 1, WARNING_ERR, "w");
-    NewError_vx(env, 2, ERROR_ERR, "e");
-    ClearErrors_vx(env, WARNING_ERR);
-    EXPECT_EQ(GetError_vx(env, NOTHING_ERR, 1, nullptr), nullptr);
+    NewError_vx(env, 1, WARNING_SEVERITY, "w");
+    NewError_vx(env, 2, ERROR_SEVERITY, "e");
+    ClearErrors_vx(env, WARNING_SEVERITY);
+    EXPECT_EQ(GetError_vx(env, NULL_SEVERITY, 1, nullptr), nullptr);
     EXPECT_EQ(env.Taken(), 2);
 }
 
 TEST(ErrorsApiTest, ThreadsAndEnvironments)
 {
     TestEnviron env;
-    NewError_vx(env, 1, WARNING_ERR, "of this thread");
+    NewError_vx(env, 1, WARNING_SEVERITY, "of this thread");
     std::thread([&] {
-        EXPECT_EQ(GetError_vx(env, NOTHING_ERR, 0, nullptr), nullptr);
-        NewError_vx(env, 2, ERROR_ERR, "of the other");
+        EXPECT_EQ(GetError_vx(env, NULL_SEVERITY, 0, nullptr), nullptr);
+        NewError_vx(env, 2, ERROR_SEVERITY, "of the other");
     }).join();
-    EXPECT_EQ(GetError_vx(env, ERROR_ERR, 0, nullptr), nullptr);
+    EXPECT_EQ(GetError_vx(env, ERROR_SEVERITY, 0, nullptr), nullptr);
     {
         TestEnviron inner;
-        NewError_vx(inner, 3, WARNING_ERR, "of the inner environment");
-        EXPECT_EQ(GetError_vx(env, NOTHING_ERR, 3, nullptr), nullptr);
+        NewError_vx(inner, 3, WARNING_SEVERITY, "of the inner environment");
+        EXPECT_EQ(GetError_vx(env, NULL_SEVERITY, 3, nullptr), nullptr);
     }
-    EXPECT_EQ(GetError_vx(nullptr, NOTHING_ERR, 3, nullptr), nullptr) << "goes with its environment";
+    EXPECT_EQ(GetError_vx(nullptr, NULL_SEVERITY, 3, nullptr), nullptr) << "goes with its environment";
     env.Taken();
 }
 
@@ -84,7 +85,7 @@ TEST(ErrorsApiTest, RepeatModes)
         const int before = SetRepeatMode_vx(env, row.mode);
         report_vx* first = nullptr;
         for (const char* text : {"a", "b", "c"}) {
-            report_vx* record = NewError_vx(env, 5, WARNING_ERR, text);
+            report_vx* record = NewError_vx(env, 5, WARNING_SEVERITY, text);
             if (!first) first = record;
         }
         EXPECT_EQ(shown.texts, row.shown);
@@ -100,11 +101,11 @@ TEST(ErrorsApiTest, LimitAndAbort)
     shown.answer = -4;
     SetMessageHandler_vx(env, &Shown::Handler, &shown);
     SetReportLimit_vx(env, 1);
-    report_vx* record = NewError_vx(env, 6, WARNING_ERR, "shown");
-    EXPECT_TRUE(ErrorCategory_vx(USER_ABORTED_COND, record));
+    report_vx* record = NewError_vx(env, 6, WARNING_SEVERITY, "shown");
+    EXPECT_TRUE(ErrorCategory_vx(ABORTED_CONDITION, record));
     EXPECT_EQ(ErrorDisposition_vx(record), 0);
-    record = NewError_vx(env, 7, WARNING_ERR, "kept only");
-    EXPECT_FALSE(ErrorCategory_vx(USER_ABORTED_COND, record));
+    record = NewError_vx(env, 7, WARNING_SEVERITY, "kept only");
+    EXPECT_FALSE(ErrorCategory_vx(ABORTED_CONDITION, record));
     EXPECT_EQ(shown.texts.size(), 1u);
     PrintToMessagesWindow_vx(env, "plain");
     EXPECT_EQ(shown.texts.back(), "plain");
@@ -128,8 +129,8 @@ TEST(ErrorsApiTest, MessagesInEachFlavor)
 TEST(ErrorsApiTest, Listing)
 {
     TestEnviron env;
-    NewError_vx(env, 8, WARNING_ERR, "one");
-    NewError_vx(env, 9, NOTICE_ERR, "two");
+    NewError_vx(env, 8, WARNING_SEVERITY, "one");
+    NewError_vx(env, 9, NOTICE_SEVERITY, "two");
     const std::string all = ListErrors_vx(env, 0, 10);
     EXPECT_NE(all.find("warning     8 - t "), std::string::npos) << all;
     EXPECT_LT(all.find(": NewError_vx: one.\n"), all.find(": NewError_vx: two.\n"));

@@ -17,7 +17,7 @@ protected:
     {
         env_ = NewTaloraEnviron_vx(nullptr, nullptr);
         ASSERT_GE(InitTalora2_bn(env_, nullptr), 0);
-        ClearErrors_vx(env_, XXX_ERR);
+        ClearErrors_vx(env_, INTERNAL_SEVERITY);
         net_ = NewNet_bn("Garden", env_);
         rain_ = Add("Rain", {}, {0.2f, 0.8f});
         sprinkler_ = Add("Sprinkler", {}, {0.4f, 0.6f});
@@ -44,10 +44,10 @@ protected:
     // Number of the newest error, 0 for none; all records are then cleared.
     int LastError()
     {
-        const report_vx* error = GetError_vx(env_, ERROR_ERR, 0, nullptr);
+        const report_vx* error = GetError_vx(env_, ERROR_SEVERITY, 0, nullptr);
         const int number = error ? -ErrorNumber_vx(error) : 0;
         last_message_ = error ? ErrorMessage_vx(error) : "";
-        ClearErrors_vx(env_, XXX_ERR);
+        ClearErrors_vx(env_, INTERNAL_SEVERITY);
         return number;
     }
 
@@ -119,10 +119,10 @@ TEST_F(FindingsApiTest, ContradictionFoundOnUpdating)
     EnterFinding_bn(rain_, 0);
     ASSERT_EQ(LastError(), 0);
     EXPECT_EQ(FindingsProbability_bn(net_), 0.0);
-    const report_vx* error = GetError_vx(env_, ERROR_ERR, 0, nullptr);
+    const report_vx* error = GetError_vx(env_, ERROR_SEVERITY, 0, nullptr);
     ASSERT_NE(error, nullptr);
-    EXPECT_TRUE(ErrorCategory_vx(INCONS_FINDING_COND, error));
-    ClearErrors_vx(env_, XXX_ERR);
+    EXPECT_TRUE(ErrorCategory_vx(FINDING_CONDITION, error));
+    ClearErrors_vx(env_, INTERNAL_SEVERITY);
     EXPECT_EQ(LogFindingsProbability_bn(net_), -GetInfinityDbl_vx());
     EXPECT_EQ(GetNodeBeliefs_bn(slip_), nullptr);
     EXPECT_EQ(GetNodeFinding_bn(rain_), 0);

@@ -21,17 +21,17 @@ TEST(FrameTest, EveryKindOfFaultBecomesItsRecord)
         int number;
         errseverity_vx severity;
         bool out_of_memory;
-    } rows[] = {{"out of memory", 5622, ERROR_ERR, true},
-                {"exception", 5621, ERROR_ERR, false},
-                {"foreign exception", 5621, ERROR_ERR, false},
-                {"assertion", 5624, XXX_ERR, false},
-                {"nonsense", 5644, ERROR_ERR, false}};
+    } rows[] = {{"out of memory", 5622, ERROR_SEVERITY, true},
+                {"exception", 5621, ERROR_SEVERITY, false},
+                {"foreign exception", 5621, ERROR_SEVERITY, false},
+                {"assertion", 5624, INTERNAL_SEVERITY, false},
+                {"nonsense", 5644, ERROR_SEVERITY, false}};
     for (const auto& row : rows) {
         SCOPED_TRACE(row.fault);
         EXPECT_EQ(TestFaultRecovery_vx(env, row.fault), -1);
-        const report_vx* error = GetError_vx(env, ERROR_ERR, 0, nullptr);
+        const report_vx* error = GetError_vx(env, ERROR_SEVERITY, 0, nullptr);
         EXPECT_EQ(ErrorSeverity_vx(error), row.severity);
-        EXPECT_EQ(ErrorCategory_vx(OUT_OF_MEMORY_COND, error), row.out_of_memory);
+        EXPECT_EQ(ErrorCategory_vx(MEMORY_CONDITION, error), row.out_of_memory);
         EXPECT_STREQ(ErrorFunction_vx(error), "TestFaultRecovery_vx");
         EXPECT_EQ(env.Taken(), row.number);
     }
@@ -68,7 +68,7 @@ TEST(FrameTest, FailuresStayWithTheirCall)
             return 1;
         },
         &seen);
-    EXPECT_NE(NewError_vx(env, 10, WARNING_ERR, "calls back"), nullptr);
+    EXPECT_NE(NewError_vx(env, 10, WARNING_SEVERITY, "calls back"), nullptr);
     EXPECT_TRUE(seen.denormals) << "callbacks run in the caller's floating-point mode";
     EXPECT_EQ(env.Taken(), 5639);
     net_bn* net = NewNet_bn("n", env);
@@ -89,7 +89,7 @@ TEST(FrameTest, FloatingPointModeComesBack)
 TEST(FrameTest, WithoutCheckingNothingIsSaidOfNull)
 {
     TestEnviron env;
-    const checking_vx level = ArgumentChecking_vx(NO_CHECK, env);
+    const checking_vx level = ArgumentChecking_vx(CHECK_NOTHING, env);
     EXPECT_EQ(GetNetName_bn(nullptr), nullptr);
     ArgumentChecking_vx(level, env);
     EXPECT_EQ(env.Taken(), 0);
@@ -108,9 +108,9 @@ TEST(FrameTest, ThreadsShareANet)
                 const std::string title = std::to_string(i) + std::string(k % 50, 'x');
                 SetNetTitle_bn(net, title.c_str());
                 if (k % 7 == 0) GetNetName_bn(nullptr);
-                if (k % 70 == 0) ClearErrors_vx(env, XXX_ERR);
+                if (k % 70 == 0) ClearErrors_vx(env, INTERNAL_SEVERITY);
             }
-            EXPECT_NE(GetError_vx(env, NOTHING_ERR, 5104, nullptr), reinterpret_cast<report_vx*>(1));
+            EXPECT_NE(GetError_vx(env, NULL_SEVERITY, 5104, nullptr), reinterpret_cast<report_vx*>(1));
         });
     for (int i = 0; i < 30; ++i) ControlConcurrency_vx(env, "mode", i % 2 ? "1" : "2");
     stop = true;
@@ -127,9 +127,9 @@ TEST(FrameTest, ANetDeletedWhileOthersUseIt)
         std::vector<std::thread> threads;
         for (int i = 0; i < 3; ++i)
             threads.emplace_back([&] {
-                while (SetNetTitle_bn(net, "t"), GetError_vx(env, ERROR_ERR, 0, nullptr) == nullptr) {
+                while (SetNetTitle_bn(net, "t"), GetError_vx(env, ERROR_SEVERITY, 0, nullptr) == nullptr) {
                 }
-                EXPECT_EQ(ErrorNumber_vx(GetError_vx(env, ERROR_ERR, 0, nullptr)), -5143);
+                EXPECT_EQ(ErrorNumber_vx(GetError_vx(env, ERROR_SEVERITY, 0, nullptr)), -5143);
             });
         DeleteNet_bn(net);
         for (std::thread& thread : threads) thread.join();

@@ -16,12 +16,12 @@ protected:
     {
         env_ = NewTaloraEnviron_vx(nullptr, nullptr);
         ASSERT_GE(InitTalora2_bn(env_, nullptr), 0);
-        ClearErrors_vx(env_, XXX_ERR);
+        ClearErrors_vx(env_, INTERNAL_SEVERITY);
         net_ = NewNet_bn("Test", env_);
     }
     void TearDown() override
     {
-        ArgumentChecking_vx(REGULAR_CHECK, env_);
+        ArgumentChecking_vx(CHECK_VALUES, env_);
         CloseTalora_bn(env_, nullptr);
     }
 
@@ -54,10 +54,10 @@ protected:
 
     int TakeError()
     {
-        const report_vx* error = GetError_vx(env_, WARNING_ERR, 0, nullptr);
+        const report_vx* error = GetError_vx(env_, WARNING_SEVERITY, 0, nullptr);
         const int number = error ? -ErrorNumber_vx(error) : 0;
         message_ = error ? ErrorMessage_vx(error) : "";
-        ClearErrors_vx(env_, XXX_ERR);
+        ClearErrors_vx(env_, INTERNAL_SEVERITY);
         return number;
     }
 
@@ -120,7 +120,7 @@ TEST_F(ModelApiTest, BadHandles)
     EXPECT_EQ(TakeError(), 5143);
     GetNetName_bn(nullptr);
     EXPECT_EQ(TakeError(), 5104);
-    ArgumentChecking_vx(NO_CHECK, env_);
+    ArgumentChecking_vx(CHECK_NOTHING, env_);
     EXPECT_EQ(GetNetName_bn(nullptr), nullptr);
     EXPECT_EQ(TakeError(), 0);
 }
@@ -285,7 +285,7 @@ TEST_F(ModelApiTest, TablesFollowParents)
     DeleteNode_bn(r);
     EXPECT_EQ(SizeNodeTable_bn(x), 6);
     EXPECT_EQ(FirstProb(x, {1}), 1.0f / 3);
-    ArgumentChecking_vx(COMPLETE_CHECK, env_);
+    ArgumentChecking_vx(CHECK_OBJECTS, env_);
     EXPECT_STREQ(GetNetName_bn(net_), "Test");
     EXPECT_EQ(TakeError(), 0) << message_;
 }

@@ -34,7 +34,7 @@ public:
         int place = -1;
         const double value = CalcFormula_bn(session.env, expression_.c_str(), names.data(), values_.data(),
                                             static_cast<int>(names.size()), &place);
-        if (GetError_vx(session.env, ERROR_ERR, 0, nullptr))
+        if (GetError_vx(session.env, ERROR_SEVERITY, 0, nullptr))
             throw CommandFailed(ExplainMistake(session, expression_, place));
         session.Field("value") = RealOrNull(value);
         session.Print(ValueText(value) + "\n");

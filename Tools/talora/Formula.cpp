@@ -15,9 +15,9 @@ constexpr int kShown = 60;
 
 std::string ExplainMistake(Session& session, const std::string& text, int place)
 {
-    const report_vx* report = GetError_vx(session.env, ERROR_ERR, 0, nullptr);
+    const report_vx* report = GetError_vx(session.env, ERROR_SEVERITY, 0, nullptr);
     std::string message = report ? ErrorMessage_vx(report) : "there is a mistake in the equation";
-    ClearErrors_vx(session.env, ERROR_ERR);
+    ClearErrors_vx(session.env, ERROR_SEVERITY);
     if (place < 0 || place > static_cast<int>(text.size())) return message;
     const int first = std::max(0, place - kShown);
     const std::string before = Printable(text.substr(first, place - first));

@@ -81,7 +81,7 @@ Message FromRecord(const report_vx* record)
 {
     Message m;
     const int severity = ErrorSeverity_vx(record);
-    m.is_error = severity >= ERROR_ERR;
+    m.is_error = severity >= ERROR_SEVERITY;
     m.number = ErrorNumber_vx(record);
     m.severity = kSeverityWords[std::clamp(severity, 0, int{std::size(kSeverityWords)} - 1)];
     m.text = ErrorMessage_vx(record);
@@ -95,7 +95,7 @@ std::vector<Message> CollectMessages(environ_vx* env)
 {
     std::vector<Message> messages;
     const report_vx* record = nullptr;
-    while ((record = GetError_vx(env, REPORT_ERR, 0, record)) != nullptr)
+    while ((record = GetError_vx(env, REPORT_SEVERITY, 0, record)) != nullptr)
         messages.push_back(FromRecord(record));
     return {messages.rbegin(), messages.rend()};
 }
@@ -116,7 +116,8 @@ void PrintLine(const Message& m)
 {
     std::string line = "talora: " + m.severity;
     if (m.number) line += " " + std::to_string(m.number);
-    line += ": " + (m.number ? Printable(m.text) : PrintableLines(m.text));  // the command's own may show a text
+    line +=
+        ": " + (m.number ? Printable(m.text) : PrintableLines(m.text));  // the command's own may show a text
     if (!m.file.empty() && m.text.find("in file '") == std::string::npos) {
         if (m.line >= 0) line += ", on line " + std::to_string(m.line);
         line += ", in file '" + Printable(m.file) + "'";
@@ -166,14 +167,14 @@ void Session::Begin()
 
 void Session::Check()
 {
-    const report_vx* newest = GetError_vx(env, ERROR_ERR, 0, nullptr);
+    const report_vx* newest = GetError_vx(env, ERROR_SEVERITY, 0, nullptr);
     if (newest && newest != impl_->accepted_error) throw CommandFailed();
     if (g_interrupted) throw CommandFailed("interrupted");
 }
 
 void Session::AcceptErrors()
 {
-    impl_->accepted_error = GetError_vx(env, ERROR_ERR, 0, nullptr);
+    impl_->accepted_error = GetError_vx(env, ERROR_SEVERITY, 0, nullptr);
 }
 
 Json& Session::Field(const char* name)
