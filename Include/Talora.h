@@ -44,6 +44,11 @@ typedef struct node_bn node_bn;
 typedef struct nodelist_bn nodelist_bn;
 typedef struct stream_vx stream_vx;
 typedef struct randgen_vx randgen_vx;
+typedef struct caseset_cs caseset_cs;
+typedef struct dbmgr_cs dbmgr_cs;
+typedef struct learner_bn learner_bn;
+typedef struct tester_bn tester_bn;
+typedef struct sensv_bn sensv_bn;
 
 typedef int bool_vx;     /**< 0 false, anything else true */
 typedef int state_bn;    /**< state index, or one of the indicators below */
@@ -93,7 +98,7 @@ enum {
     CHECK_NOTHING = 1, /**< nothing is checked in advance */
     CHECK_HANDLES = 2, /**< handles, missing arguments */
     CHECK_VALUES = 3,  /**< values too: names, probability vectors */
-    CHECK_OBJECTS = 4 /**< the whole object is validated before the work starts */
+    CHECK_OBJECTS = 4  /**< the whole object is validated before the work starts */
 };
 typedef int checking_vx;
 
@@ -234,7 +239,8 @@ TALORA_API int TestFaultRecovery_vx(environ_vx* env, const char* test);
  *  @param number    only this error number (sign ignored), or 0 for all
  *  @param after     the record returned last, or NULL to begin
  *  @return the next older record, or NULL.  Valid until cleared. */
-TALORA_API report_vx* GetError_vx(environ_vx* env, errseverity_vx severity, int number, const report_vx* after);
+TALORA_API report_vx* GetError_vx(environ_vx* env, errseverity_vx severity, int number,
+                                  const report_vx* after);
 
 TALORA_API int ErrorNumber_vx(const report_vx* error); /**< negative */
 TALORA_API const char* ErrorMessage_vx(const report_vx* error);
@@ -561,11 +567,12 @@ typedef enum {
     ABORTED_UNDO_GROUP = 2 /**< given up: everything is taken back until the group is closed */
 } undogroup_vx;
 
-/** Sets how much of a net's history is kept, and so turns undoing on, or off when both limits are 0. Turning it
- *  off discards the history; lower limits discard the oldest steps at once.  A new net has both limits 0.
- *  @param count_limit   steps kept at most; -1 leaves it as it is.  0 beside a memory limit keeps the last one.
- *  @param memory_limit  bytes that they may take; -1 leaves it as it is.  0 beside a count limit sets no limit
- *                       of memory.  The last step is kept even if it alone takes more.
+/** Sets how much of a net's history is kept, and so turns undoing on, or off when both limits are 0. Turning
+ * it off discards the history; lower limits discard the oldest steps at once.  A new net has both limits 0.
+ *  @param count_limit   steps kept at most; -1 leaves it as it is.  0 beside a memory limit keeps the last
+ * one.
+ *  @param memory_limit  bytes that they may take; -1 leaves it as it is.  0 beside a count limit sets no
+ * limit of memory.  The last step is kept even if it alone takes more.
  *  @param options       must be NULL or empty */
 TALORA_API void SetNetNumUndos_bn(net_bn* net, int count_limit, double memory_limit, const char* options);
 /** @param memory_limit  receives the memory limit; may be NULL.  @return the count limit */
@@ -579,7 +586,8 @@ TALORA_API bool_vx GetNetUndoing_bn(const net_bn* net);
  *  @param to_when  must be -1
  *  @return whether there was one */
 TALORA_API bool_vx UndoNetLastOper_vx(net_bn* net, double to_when);
-/** Redoes the step undone last; called again, the one after it. A new step ends what can be redone. As above. */
+/** Redoes the step undone last; called again, the one after it. A new step ends what can be redone. As above.
+ */
 TALORA_API bool_vx RedoNetOper_vx(net_bn* net, double to_when);
 /** What undoing would undo ("add link Smoking -> Cancer"): 0 the next step, 1 the one before ...; NULL
  *  beyond the oldest. Belongs to the net, valid until it changes. */
@@ -589,8 +597,8 @@ TALORA_API const char* GetNetNthRedo_bn(const net_bn* net, int index);
 /** Bytes that the kept steps take now. */
 TALORA_API double GetNetUndoMemory_bn(const net_bn* net);
 
-/** Begins a group: what is done until the matching close is one step. Groups may be nested; the outermost counts.
- *  While undoing is off, opening and closing do nothing.
+/** Begins a group: what is done until the matching close is one step. Groups may be nested; the outermost
+ * counts. While undoing is off, opening and closing do nothing.
  *  @param description  of the step; NULL or "" takes that of the first operation in it */
 TALORA_API void OpenNetUndoGroup_bn(net_bn* net, const char* description);
 TALORA_API void CloseNetUndoGroup_bn(net_bn* net);
@@ -618,7 +626,8 @@ TALORA_API bool_vx IsNetCompiled_bn(const net_bn* net);
 TALORA_API void SetNetElimOrder_bn(net_bn* net, const nodelist_bn* order);
 /** The stored order, belonging to the net; NULL if none. */
 TALORA_API const nodelist_bn* GetNetElimOrder_bn(const net_bn* net);
-/** The sum over the stored order's steps of the table sizes, as the search counts it; undefined without one. */
+/** The sum over the stored order's steps of the table sizes, as the search counts it; undefined without one.
+ */
 TALORA_API double GetNetElimCost_bn(const net_bn* net);
 
 /** Table entries of the junction tree under the current findings, cliques and separators.
@@ -790,6 +799,55 @@ TALORA_API bool_vx GetReproducibleRandom_vx(environ_vx* env);
  *  the net's environment (6421), and is not locked: it belongs to the thread that uses the net. */
 TALORA_API void SetNetRandomGen_bn(net_bn* net, randgen_vx* generator);
 TALORA_API randgen_vx* GetNetRandomGen_bn(const net_bn* net);
+
+/* ---------------------------------------------------------------------------------------------
+ * Case files and case sets
+ * ------------------------------------------------------------------------------------------- */
+
+/** An empty set of cases.
+ *  @param name  NULL or "" for none */
+TALORA_API caseset_cs* NewCaseset_cs(const char* name, environ_vx* env);
+
+/** Deletes a case set and all it holds, but never the files it refers to.  NULL does nothing. */
+TALORA_API void DeleteCaseset_cs(caseset_cs* cases);
+
+/* ---------------------------------------------------------------------------------------------
+ * Learning tables from cases
+ * ------------------------------------------------------------------------------------------- */
+
+/** A learner for a method: 1 counting, 2 counting with minimum dependence, 3 expectation maximisation,
+ *  4 gradient ascent (5632 for others).  The caller deletes it, or the environment when it closes. */
+TALORA_API learner_bn* NewLearner_bn(int method, environ_vx* env);
+
+/** Deletes a learner.  NULL does nothing. */
+TALORA_API void DeleteLearner_bn(learner_bn* learner);
+
+/* ---------------------------------------------------------------------------------------------
+ * Testing a net with cases
+ * ------------------------------------------------------------------------------------------- */
+
+/** A tester of how well a net predicts some of its nodes.
+ *  @param test_nodes        nodes of one net
+ *  @param unobserved_nodes  nodes whose findings are never entered; may be empty
+ *  @param tests             -1
+ *  The caller deletes it, or it goes with the net. */
+TALORA_API tester_bn* NewNetTester_bn(const nodelist_bn* test_nodes, const nodelist_bn* unobserved_nodes,
+                                      int tests);
+
+/** Deletes a tester.  NULL does nothing. */
+TALORA_API void DeleteNetTester_bn(tester_bn* tester);
+
+/* ---------------------------------------------------------------------------------------------
+ * Sensitivity to findings
+ * ------------------------------------------------------------------------------------------- */
+
+/** A measurer of how much findings at the varying nodes would be expected to tell of the query node.
+ *  @param what_find  flags that say what is to be measured
+ *  The caller deletes it, or it goes with the net. */
+TALORA_API sensv_bn* NewSensvToFinding_bn(const node_bn* query, const nodelist_bn* varying, int what_find);
+
+/** Deletes a measurer.  NULL does nothing. */
+TALORA_API void DeleteSensvToFinding_bn(sensv_bn* sensv);
 
 #ifdef __cplusplus
 }

@@ -6,6 +6,8 @@
 
 #include "BN/BnCompile.h"
 #include "BN/BnProbs.h"
+#include "BN/BnSensitivity.h"
+#include "BN/BnTestNet.h"
 #include "Basic/Error.h"
 #include "Basic/Names.h"
 
@@ -361,6 +363,8 @@ void DeleteNet(Net* net) noexcept
         std::lock_guard guard(env.mutex);
         env.nets.erase(std::remove(env.nets.begin(), env.nets.end(), net), env.nets.end());
     }
+    while (!net->testers.empty()) DeleteTester(net->testers.back());
+    while (!net->sensvs.empty()) DeleteSensv(net->sensvs.back());
     net->undo.reset();  // its records own nodes
     net->compiled.reset();
     for (Node* node : net->nodes.nodes) ReleaseNode(node);

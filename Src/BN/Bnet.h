@@ -173,6 +173,8 @@ struct net_bn {
     randgen_vx* random_gen = nullptr;  // the caller's, or null for the environment's
     void* user_data = nullptr;
     std::string report;          // text given out last
+    std::vector<tester_bn*> testers;  // made for callers, deleted with the net
+    std::vector<sensv_bn*> sensvs;
 };
 
 namespace talora {

@@ -35,11 +35,14 @@ struct environ_vx {
     talora::EnvironState state = talora::CREATED_ENV;
     void* user_data = nullptr;
     int report_limit = 1000;  // reports shown per thread
-    std::mutex mutex;         // guards the three lists below, which functions on different nets change
+    std::mutex mutex;         // guards the lists below, which functions on different nets change
     std::vector<net_bn*> nets;
     std::vector<nodelist_bn*> lists;  // made for callers
     std::vector<stream_vx*> streams;
     std::vector<randgen_vx*> random_gens;  // made for callers
+    std::vector<caseset_cs*> casesets;
+    std::vector<dbmgr_cs*> dbmgrs;
+    std::vector<learner_bn*> learners;
 
     talora::RandomState random = talora::SeededState(0);  // the default generator, under RandomLock
     bool reproducible = false;  // seeds from the clock become a mere count

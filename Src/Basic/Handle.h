@@ -45,7 +45,8 @@ enum HandleKind : uint16_t {
     LEARNER_TYPE = 0x10A,
     CASESET_TYPE = 0x10B,
     CRITSEC_TYPE = 0x10C,
-    SETTING_TYPE = 0x10D
+    SETTING_TYPE = 0x10D,
+    DBMGR_TYPE = 0x10E
 };
 
 constexpr uint16_t kKindMask = 0x0FFF;

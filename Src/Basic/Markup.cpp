@@ -34,6 +34,8 @@ constexpr TermDef kTerms[] = {
     {"Bnode",                 {"node", "node_bn", "BNode"}},
     {"Bnodes",                {"nodes", "nodelist_bn", "BNodes"}},
     {"icase",                 {"condition", "setting_bn", "Condition"}},
+    {"caseset_cs",            {"case set", "caseset_cs", "Caseset"}},
+    {"learner_bn",            {"learner", "learner_bn", "Learner"}},
     {"NetTest",               {"net tester", "tester_bn", "NetTester"}},
     {"Sensv",                 {"sensitivity", "sensv_bn", "Sensitivity"}},
     {"DBmgr",                 {"database manager", "dbmgr_bn", "DatabaseManager"}},

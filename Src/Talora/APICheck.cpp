@@ -4,12 +4,17 @@
 #include <cstring>
 #include <exception>
 
+#include "BN/BnSensitivity.h"
+#include "BN/BnTestNet.h"
 #include "BN/Bnet.h"
+#include "BN/Learner.h"
 #include "Basic/Markup.h"
 #include "Basic/Memory.h"
 #include "Basic/Names.h"
 #include "Basic/Stream.h"
 #include "Basic/Text.h"
+#include "VarVal/Caseset.h"
+#include "VarVal/DbManager.h"
 
 namespace talora {
 
@@ -110,6 +115,41 @@ void CheckHandle(const randgen_vx* generator)
     if (!IsLive(generator, RANDGEN_TYPE)) Fail(6420, "deleted or damaged >-RandGen passed");
 }
 
+void CheckHandle(const caseset_cs* cases)
+{
+    if (!Checks()) return;
+    if (cases == nullptr) Fail(6500, "NULL passed for the >-caseset_cs");
+    if (!IsLive(cases, CASESET_TYPE)) Fail(6501, "deleted or damaged >-caseset_cs passed");
+}
+
+void CheckHandle(const dbmgr_cs* manager)
+{
+    if (!Checks()) return;
+    if (manager == nullptr) Fail(6720, "NULL passed for >-DBmgr");
+    if (!IsLive(manager, DBMGR_TYPE)) Fail(6721, "deleted or damaged >-DBmgr passed");
+}
+
+void CheckHandle(const learner_bn* learner)
+{
+    if (!Checks()) return;
+    if (learner == nullptr) Fail(6580, "NULL passed for >-learner_bn");
+    if (!IsLive(learner, LEARNER_TYPE)) Fail(6581, "deleted or damaged >-learner_bn passed");
+}
+
+void CheckHandle(const tester_bn* tester)
+{
+    if (!Checks()) return;
+    if (tester == nullptr) Fail(6730, "argument 'test' is NULL (i.e. 0)");
+    if (!IsLive(tester, TESTER_TYPE)) Fail(6731, "deleted or damaged tester_bn passed");
+}
+
+void CheckHandle(const sensv_bn* sensv)
+{
+    if (!Checks()) return;
+    if (sensv == nullptr) Fail(6780, "NULL passed for >-Sensv");
+    if (!IsLive(sensv, SENSV_TYPE)) Fail(6781, "deleted or damaged >-Sensv passed");
+}
+
 void CheckEnviron(const environ_vx* env)
 {
     if (env == nullptr) Fail(5626, "memory system (or environment) is uninitialized or has been closed");
@@ -156,6 +196,17 @@ void ValidateHandle(const nodelist_bn*) {}
 void ValidateHandle(const stream_vx*) {}
 void ValidateHandle(const report_vx*) {}
 void ValidateHandle(const randgen_vx*) {}
+void ValidateHandle(const caseset_cs*) {}
+void ValidateHandle(const dbmgr_cs*) {}
+void ValidateHandle(const learner_bn*) {}
+void ValidateHandle(const tester_bn* tester)
+{
+    ValidateNet(*tester->net);
+}
+void ValidateHandle(const sensv_bn* sensv)
+{
+    ValidateNet(*sensv->net);
+}
 
 environ_vx* EnvironOf(const environ_vx* env)
 {
@@ -186,6 +237,27 @@ environ_vx* EnvironOf(const randgen_vx* generator)
     return IsLive(generator, RANDGEN_TYPE) ? generator->env : DefaultEnviron();
 }
 
+environ_vx* EnvironOf(const caseset_cs* cases)
+{
+    return IsLive(cases, CASESET_TYPE) ? cases->env : DefaultEnviron();
+}
+environ_vx* EnvironOf(const dbmgr_cs* manager)
+{
+    return IsLive(manager, DBMGR_TYPE) ? manager->env : DefaultEnviron();
+}
+environ_vx* EnvironOf(const learner_bn* learner)
+{
+    return IsLive(learner, LEARNER_TYPE) ? learner->env : DefaultEnviron();
+}
+environ_vx* EnvironOf(const tester_bn* tester)
+{
+    return IsLive(tester, TESTER_TYPE) ? tester->net->env : DefaultEnviron();
+}
+environ_vx* EnvironOf(const sensv_bn* sensv)
+{
+    return IsLive(sensv, SENSV_TYPE) ? sensv->net->env : DefaultEnviron();
+}
+
 RecursiveLock* LockOf(const environ_vx*)
 {
     return nullptr;
@@ -213,6 +285,26 @@ RecursiveLock* LockOf(const report_vx*)
 RecursiveLock* LockOf(const randgen_vx*)
 {
     return nullptr;
+}
+RecursiveLock* LockOf(const caseset_cs*)
+{
+    return nullptr;
+}
+RecursiveLock* LockOf(const dbmgr_cs*)
+{
+    return nullptr;
+}
+RecursiveLock* LockOf(const learner_bn*)
+{
+    return nullptr;
+}
+RecursiveLock* LockOf(const tester_bn* tester)
+{
+    return IsLive(tester, TESTER_TYPE) ? tester->header.Lock() : nullptr;
+}
+RecursiveLock* LockOf(const sensv_bn* sensv)
+{
+    return IsLive(sensv, SENSV_TYPE) ? sensv->header.Lock() : nullptr;
 }
 
 // ---- Other arguments ----

@@ -33,6 +33,11 @@ void CheckHandle(const nodelist_bn* list);  // the list alone: it may hold NULL 
 void CheckHandle(const stream_vx* stream);
 void CheckHandle(const report_vx* report);
 void CheckHandle(const randgen_vx* generator);
+void CheckHandle(const caseset_cs* cases);
+void CheckHandle(const dbmgr_cs* manager);
+void CheckHandle(const learner_bn* learner);
+void CheckHandle(const tester_bn* tester);
+void CheckHandle(const sensv_bn* sensv);
 
 // An environment passed, or the default one.  Checked at every level, as there is no working without.
 void CheckEnviron(const environ_vx* env);
@@ -50,6 +55,11 @@ void ValidateHandle(const nodelist_bn* list);
 void ValidateHandle(const stream_vx* stream);
 void ValidateHandle(const report_vx* report);
 void ValidateHandle(const randgen_vx* generator);
+void ValidateHandle(const caseset_cs* cases);
+void ValidateHandle(const dbmgr_cs* manager);
+void ValidateHandle(const learner_bn* learner);
+void ValidateHandle(const tester_bn* tester);
+void ValidateHandle(const sensv_bn* sensv);
 
 // The environment an object belongs to; null if the handle is null or damaged.
 environ_vx* EnvironOf(const environ_vx* env);
@@ -59,6 +69,11 @@ environ_vx* EnvironOf(const nodelist_bn* list);
 environ_vx* EnvironOf(const stream_vx* stream);
 environ_vx* EnvironOf(const report_vx* report);
 environ_vx* EnvironOf(const randgen_vx* generator);
+environ_vx* EnvironOf(const caseset_cs* cases);
+environ_vx* EnvironOf(const dbmgr_cs* manager);
+environ_vx* EnvironOf(const learner_bn* learner);
+environ_vx* EnvironOf(const tester_bn* tester);
+environ_vx* EnvironOf(const sensv_bn* sensv);
 
 // The lock kept with a handle's net; null for handles without one and for bad handles.
 RecursiveLock* LockOf(const environ_vx*);
@@ -68,11 +83,17 @@ RecursiveLock* LockOf(const nodelist_bn* list);
 RecursiveLock* LockOf(const stream_vx*);
 RecursiveLock* LockOf(const report_vx*);
 RecursiveLock* LockOf(const randgen_vx*);
+RecursiveLock* LockOf(const caseset_cs*);
+RecursiveLock* LockOf(const dbmgr_cs*);
+RecursiveLock* LockOf(const learner_bn*);
+RecursiveLock* LockOf(const tester_bn* tester);
+RecursiveLock* LockOf(const sensv_bn* sensv);
 
 // Whether calls on functions without a net take the process-wide lock: true for these handles.
 template <class H>
 constexpr bool kHasNet =
-    std::is_same_v<H, net_bn> || std::is_same_v<H, node_bn> || std::is_same_v<H, nodelist_bn>;
+    std::is_same_v<H, net_bn> || std::is_same_v<H, node_bn> || std::is_same_v<H, nodelist_bn> ||
+    std::is_same_v<H, tester_bn> || std::is_same_v<H, sensv_bn>;
 
 // ---- Other arguments ----
 

@@ -5,8 +5,11 @@
 #include <vector>
 
 #include "BN/Bnet.h"
+#include "BN/Learner.h"
 #include "Basic/Error.h"
 #include "Basic/Stream.h"
+#include "VarVal/Caseset.h"
+#include "VarVal/DbManager.h"
 
 namespace talora {
 
@@ -73,6 +76,9 @@ void CloseEnviron(environ_vx* env) noexcept
         DeleteNet(net);
     }
     while (!env->lists.empty()) DeleteNodeList(env->lists.back());
+    DeleteLearners(*env);
+    DeleteCasesets(*env);
+    DeleteDbManagers(*env);
     DeleteStreams(*env);
     while (!env->random_gens.empty()) DeleteRandomGen(env->random_gens.back());
     ClearReportsOf(env);

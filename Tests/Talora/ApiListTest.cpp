@@ -15,6 +15,7 @@
 
 #include "Basic/FloatMode.h"
 #include "Talora/TestEnviron.h"
+#include "VarVal/DbManager.h"
 
 namespace {
 
@@ -28,7 +29,7 @@ TEST(ApiListTest, HeaderAndListHaveTheSameFunctions)
     std::string text((std::istreambuf_iterator<char>(header)), {});
     text = std::regex_replace(text, std::regex("/\\*[^*]*\\*+([^/*][^*]*\\*+)*/"), "");
     std::set<std::string> declared, listed;
-    const std::regex declaration("TALORA_API[^;(]*[ *]([A-Za-z0-9]+_(bn|vx)) *\\(");
+    const std::regex declaration("TALORA_API[^;(]*[ *]([A-Za-z0-9]+_(bn|vx|cs)) *\\(");
     for (std::sregex_iterator at(text.begin(), text.end(), declaration), end; at != end; ++at)
         declared.insert((*at)[1]);
 #define TALORA_FUNCTION(name, automation, arguments) listed.insert(#name);
@@ -50,6 +51,13 @@ struct Handles {
         stream = NewMemoryStream_vx("m", env, nullptr);
         report = NewError_vx(env, 1, NOTICE_SEVERITY, "notice");
         generator = NewRandomGenerator_vx("1", env, nullptr);
+        nodelist_bn* one = NewNodeList2_bn(1, net);
+        SetNthNode_bn(one, 0, node);
+        cases = NewCaseset_cs("c", env);
+        manager = talora::NewDbManager(*env, "");
+        learner = NewLearner_bn(1, env);
+        tester = NewNetTester_bn(one, list, -1);
+        sensv = NewSensvToFinding_bn(node, list, 1);
         gone_env = NewTaloraEnviron_vx(nullptr, nullptr);
         CloseTalora_bn(gone_env, nullptr);
         gone_net = NewNet_bn("gone", env);
@@ -64,6 +72,16 @@ struct Handles {
         ClearError_vx(gone_report);
         gone_generator = NewRandomGenerator_vx("1", env, nullptr);
         DeleteRandomGen_vx(gone_generator);
+        gone_cases = NewCaseset_cs("c", env);
+        DeleteCaseset_cs(gone_cases);
+        gone_manager = talora::NewDbManager(*env, "");
+        talora::DeleteDbManager(gone_manager);
+        gone_learner = NewLearner_bn(1, env);
+        DeleteLearner_bn(gone_learner);
+        gone_tester = NewNetTester_bn(one, list, -1);
+        DeleteNetTester_bn(gone_tester);
+        gone_sensv = NewSensvToFinding_bn(node, list, 1);
+        DeleteSensvToFinding_bn(gone_sensv);
     }
 
     environ_vx *env, *gone_env;
@@ -73,6 +91,11 @@ struct Handles {
     stream_vx *stream, *gone_stream;
     report_vx *report, *gone_report;
     randgen_vx *generator, *gone_generator;
+    caseset_cs *cases, *gone_cases;
+    dbmgr_cs *manager, *gone_manager;
+    learner_bn *learner, *gone_learner;
+    tester_bn *tester, *gone_tester;
+    sensv_bn *sensv, *gone_sensv;
     alignas(64) char foreign[1024] = "bytes of somebody else";
     alignas(64) char buffer[1024] = {};  // for what functions write
 };
@@ -96,6 +119,11 @@ HANDLE(nodelist_bn, 'l', list)
 HANDLE(stream_vx, 's', stream)
 HANDLE(report_vx, 'r', report)
 HANDLE(randgen_vx, 'g', generator)
+HANDLE(caseset_cs, 'c', cases)
+HANDLE(dbmgr_cs, 'b', manager)
+HANDLE(learner_bn, 'L', learner)
+HANDLE(tester_bn, 'T', tester)
+HANDLE(sensv_bn, 'S', sensv)
 #undef HANDLE
 
 template <class A>
@@ -159,8 +187,9 @@ std::string ArgumentsOf(R (*)(A...))
 // The error that a wrong first handle gives, 0 for none.
 int ExpectedError(const std::string& function, char letter, Wrong wrong)
 {
-    static const std::set<std::string> accept_null = {"DeleteNet_bn", "DeleteNodeList_bn", "DeleteStream_vx",
-                                                      "DeleteRandomGen_vx"};
+    static const std::set<std::string> accept_null = {
+        "DeleteNet_bn",     "DeleteNodeList_bn", "DeleteStream_vx",    "DeleteRandomGen_vx",
+        "DeleteCaseset_cs", "DeleteLearner_bn",  "DeleteNetTester_bn", "DeleteSensvToFinding_bn"};
     if (wrong == Wrong::kNull && accept_null.count(function)) return 0;
     switch (letter) {
         case 'N':
@@ -175,6 +204,16 @@ int ExpectedError(const std::string& function, char letter, Wrong wrong)
             return wrong == Wrong::kNull ? 5109 : 5148;
         case 'g':
             return wrong == Wrong::kNull ? 6419 : 6420;
+        case 'c':
+            return wrong == Wrong::kNull ? 6500 : 6501;
+        case 'b':
+            return wrong == Wrong::kNull ? 6720 : 6721;
+        case 'L':
+            return wrong == Wrong::kNull ? 6580 : 6581;
+        case 'T':
+            return wrong == Wrong::kNull ? 6730 : 6731;
+        case 'S':
+            return wrong == Wrong::kNull ? 6780 : 6781;
     }
     return wrong == Wrong::kNull ? 0 : 5146;
 }
@@ -200,7 +239,7 @@ TEST(ApiListTest, WrongHandlesAreRecognised)
     const auto check = [&](const char* name, const std::string& arguments, auto function) {
         SCOPED_TRACE(name);
         EXPECT_EQ(ArgumentsOf(function), arguments);
-        const size_t first = arguments.find_first_of("eNnlsrg");
+        const size_t first = arguments.find_first_of("eNnlsrgcbLTS");
         if (first == std::string::npos || IsExempt(name)) return;
         for (const Wrong wrong : {Wrong::kNull, Wrong::kDeleted, Wrong::kForeign}) {
             const bool has_default = arguments[first] == 'e' || std::string(name).starts_with("DrawRandom");

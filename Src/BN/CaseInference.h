@@ -1,0 +1,64 @@
+// Many cases through one compiled net: the findings of each case in, beliefs, probabilities and expected
+// counts out.  Learning, testing and scoring work through this.
+//
+// It has tables of its own, so the findings and beliefs of the net are neither used nor changed.  The net
+// must stay compiled and keep its structure meanwhile; its tables may change if it is told.
+// One thread at a time.  Results are those of exact propagation of each case alone, to the bit the same on
+// every run.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <vector>
+
+#include "BN/Bnet.h"
+
+namespace talora {
+
+// What is known of one case, by variable of the compiled net (CompiledNet::variable_of).
+struct CaseFindings {
+    const int32_t* states = nullptr;  // per variable: a state, or negative for not known
+    // Further weights, each num_states long; usually none.
+    struct Weights {
+        int variable;
+        const float* weights;
+    };
+    std::span<const Weights> likelihoods;
+};
+
+class CaseInference {
+public:
+    // What is going to be asked; asking for less is faster.
+    struct Wanted {
+        std::vector<int> beliefs;   // variables
+        std::vector<int> families;  // variables, each with its parents
+    };
+
+    // Compiles the net if it is not compiled.  Fails as compiling and updating do.
+    CaseInference(Net& net, const Wanted& wanted);
+    ~CaseInference();
+    CaseInference(const CaseInference&) = delete;
+    CaseInference& operator=(const CaseInference&) = delete;
+
+    // How many cases one run takes; a run with fewer costs nearly as much.
+    int Width() const;
+
+    // Propagates up to Width() cases.  Those with equal findings should be handed over once.
+    void Run(std::span<const CaseFindings> cases);
+
+    // ---- Results of the last run; k counts its cases ----
+    double LogProbability(int k) const;  // natural log of the probability of the findings; -infinity for 0
+    void Belief(int k, int variable, float* belief) const;  // not of an impossible case
+    // Adds the sum over all cases that are not impossible of weights[k] * P(family of variable | case k) to
+    // counts, which has the shape of the node's table.  Weights may be negative.
+    void AddFamilyCounts(int variable, std::span<const double> weights, double* counts) const;
+
+    void TableChanged(int variable);  // the net's table has other numbers
+
+private:
+    struct Engine;
+    std::unique_ptr<Engine> engine_;
+};
+
+}  // namespace talora

@@ -1,0 +1,32 @@
+// Learners: which method learns tables from cases, and when it stops.
+//
+// A learner belongs to its environment.
+#pragma once
+
+#include "Basic/Environ.h"
+#include "Basic/Handle.h"
+
+namespace talora {
+
+enum LearnMethod { COUNTING_METHOD = 1, MINDEP_METHOD = 2, EM_METHOD = 3, GRADIENT_METHOD = 4 };
+
+}  // namespace talora
+
+struct learner_bn {
+    talora::HandleHeader header;
+    environ_vx* env = nullptr;
+    int method = talora::COUNTING_METHOD;
+    int max_iters = 1000;
+    double tolerance = 1e-5;           // relative change of the negative log-likelihood
+    randgen_vx* random_gen = nullptr;  // the caller's, or null for the environment's
+};
+
+namespace talora {
+
+using Learner = learner_bn;
+
+Learner* NewLearner(environ_vx& env, int method);
+void DeleteLearner(Learner* learner) noexcept;
+void DeleteLearners(environ_vx& env) noexcept;  // all of an environment
+
+}  // namespace talora
