@@ -15,6 +15,8 @@
 #include "BN/Graph_Triangulate.h"
 #include "BN/Junction.h"
 #include "BN/Propagate.h"
+#include "BN/PropagateBatch.h"
+#include "Basic/FloatMode.h"
 
 namespace {
 
@@ -203,6 +205,47 @@ void OneMore(benchmark::State& state, std::shared_ptr<Net> net, bool all)
     net->propagation->ClearFindings();
 }
 
+// Sixteen cases at once, each with its own findings on a tenth of the variables: the time of one case, with
+// all beliefs; and of one case alone, each from what the case before it left.
+void Batch(benchmark::State& state, std::shared_ptr<Net> net, bool together)
+{
+    constexpr int kCases = BatchPropagation::kCases;
+    if (!BatchPropagation::Suits(net->graph, net->tree)) return state.SkipWithError("too large for batches");
+    const DenormalsOff mode;
+    CaseInference::Wanted wanted;
+    for (int v = 0; v < int(net->graph.variables.size()); ++v) wanted.beliefs.push_back(v);
+    BatchPropagation batch(
+        net->graph, net->tree, [&](int v) { return net->tables[size_t(v)].data(); }, wanted);
+    std::mt19937 random(9);
+    std::vector<std::vector<int32_t>> states(kCases);
+    std::vector<CaseFindings> cases(kCases);
+    net->propagation->ClearFindings();
+    net->propagation->Update();
+    auto prepare = [&] {
+        for (int k = 0; k < kCases; ++k) {
+            states[size_t(k)].assign(wanted.beliefs.size(), -1);
+            for (int v : wanted.beliefs)
+                if (random() % 10 == 0) states[size_t(k)][size_t(v)] = LikelyState(*net, v);
+            cases[size_t(k)].states = states[size_t(k)].data();
+        }
+    };
+    Measure(state, *net, prepare, [&] {
+        if (together) batch.Run(cases);
+        for (int k = 0; k < kCases; ++k) {
+            if (!together) {
+                for (int v : wanted.beliefs) net->propagation->SetPositive(v, cases[size_t(k)].states[v]);
+                net->propagation->Update();
+                ReadAllBeliefs(*net);
+                continue;
+            }
+            for (int v : wanted.beliefs) batch.Belief(k, v, net->belief.data());
+        }
+    });
+    for (const char* name : {"U", "per_ns"}) state.counters[name] = state.counters[name] / kCases;
+    net->propagation->ClearFindings();
+    net->propagation->Update();
+}
+
 const bool registered = [] {
     const std::string folder = test::CorpusFolder();
     if (folder.empty()) return false;
@@ -226,6 +269,8 @@ const bool registered = [] {
         add("findings", FreshFindings);
         add("one_more", [](auto& state, auto net) { OneMore(state, net, true); });
         add("one_belief", [](auto& state, auto net) { OneMore(state, net, false); });
+        add("cases_one_by_one", [](auto& state, auto net) { Batch(state, net, false); });
+        add("cases_together", [](auto& state, auto net) { Batch(state, net, true); });
     }
     return true;
 }();
