@@ -11,7 +11,7 @@ namespace {
 constexpr int kUsualBlock = 2048;    // entries: a few buffers of them fit the first-level cache
 constexpr int kLargestBlock = 8192;  // where the usual size would leave a very small block
 constexpr int kSmallBlock = 256;
-constexpr int kShortRun = 8;  // shorter runs are spread out through a map first
+constexpr int kShortRun = 16;  // shorter runs are spread out through a map first
 constexpr int kSingleAdditions = 256;
 constexpr int kNoBuffer = -1;
 
@@ -25,8 +25,10 @@ struct Layout {
     int64_t size = 1;
     std::vector<int64_t> strides;  // per axis, 0 where the table does not cover it
     // Short runs: the innermost axes, all covered, make a row, so that runs are rows.
-    int spread = 0;           // entries of the part spread out; 0: not needed
-    int64_t spread_map = -1;  // per entry of the part spread out, its place in the part
+    int spread = 0;        // entries of the part spread out; 0: not needed
+    int row = 1;           // entries of a row
+    int from = 1;          // entries of the part that make a row
+    int64_t row_map = -1;  // per entry of a row, its place among them
 };
 
 class Builder {
@@ -40,7 +42,10 @@ public:
     {
         ChooseBlock();
         for (const SweepScope& factor : factors_) layouts_.push_back(LayOut(factor));
-        for (const SweepScope& output : outputs_) layouts_.push_back(LayOut(output));
+        for (const SweepScope& output : outputs_) {
+            layouts_.push_back(LayOut(output));
+            if (layouts_.back().shape == SweepShape::kRunsIn) InvertMap(layouts_.back());
+        }
         OrderLoops();
         WriteLoops();
         WriteOutputs();
@@ -123,7 +128,11 @@ private:
                        : size == row       ? SweepShape::kTail
                                            : SweepShape::kRunsIn;
         if (layout.shape == SweepShape::kRunsIn) layout.map = WriteMap(strides, first_inner_, row);
-        layout.spread_map = WriteSpreadMap(layout, covers, axis);
+        layout.row = row;
+        for (size_t k = size_t(axis); k < sizes_.size(); ++k)
+            if (covers[k]) layout.from *= sizes_[k];
+        layout.row_map = WriteMap(layout.strides, axis, 1);
+        plan_.maps.resize(plan_.maps.size() + kSweepPadding);
     }
 
     // For each run of the entries over the axes from `first`, its place by the strides.
@@ -147,34 +156,31 @@ private:
         return start;
     }
 
-    // Per entry of a part spread out (all axes from `row_axis`, covered ones before), its place in the part.
-    int64_t WriteSpreadMap(const Layout& layout, const std::vector<char>& covers, int row_axis)
+    // For a sum: in place of the place of each run of the block, per run of the sum the runs of the block.
+    void InvertMap(Layout& layout)
     {
-        const int64_t start = WriteMap(layout.strides, row_axis, 1);
-        const std::vector<uint16_t> row(plan_.maps.begin() + start, plan_.maps.end());
-        plan_.maps.resize(size_t(start));
-        int64_t in_row = 1;  // entries of the part that belong to a row
-        for (size_t k = size_t(row_axis); k < sizes_.size(); ++k)
-            if (covers[k]) in_row *= sizes_[k];
-        for (int64_t first = 0; first < layout.part; first += in_row)
-            for (uint16_t place : row) plan_.maps.push_back(uint16_t(first + place));
-        plan_.maps.resize(plan_.maps.size() + kSweepPadding);
-        return start;
+        const auto first = plan_.maps.begin() + layout.map;
+        std::vector<uint16_t> from(size_t(plan_.block / layout.run));
+        for (size_t k = 0; k < from.size(); ++k) from[k] = uint16_t(k);
+        std::stable_sort(from.begin(), from.end(),
+                         [&](uint16_t a, uint16_t b) { return first[a] < first[b]; });
+        for (uint16_t& place : from) place = uint16_t(place * layout.run);
+        std::copy(from.begin(), from.end(), first);
     }
 
-    // The other way round: the block sum has `fold` entries for each entry of the part; for the first,
-    // second ... of them a row with its place per entry of the part.
+    // The other way round: a row of the block sum has several entries for each entry of the part; for the
+    // first, second ... of them a list with its place per entry of the part.
     int64_t WriteFoldMap(const Layout& layout)
     {
-        const std::vector<uint16_t> places(plan_.maps.begin() + layout.spread_map,
-                                           plan_.maps.begin() + layout.spread_map + layout.spread);
+        const std::vector<uint16_t> places(plan_.maps.begin() + layout.row_map,
+                                           plan_.maps.begin() + layout.row_map + layout.row);
         const int64_t start = int64_t(plan_.maps.size());
-        const int row = (layout.part + kSweepPadding - 1) / kSweepPadding * kSweepPadding;
-        plan_.maps.resize(size_t(start + int64_t(row) * (layout.spread / layout.part)));
-        std::vector<int> next(static_cast<size_t>(layout.part));
-        for (int i = 0; i < layout.spread; ++i) {
+        const int padded = (layout.from + kSweepPadding - 1) / kSweepPadding * kSweepPadding;
+        plan_.maps.resize(size_t(start + int64_t(padded) * (layout.row / layout.from)));
+        std::vector<int> next(static_cast<size_t>(layout.from));
+        for (int i = 0; i < layout.row; ++i) {
             const int entry = places[size_t(i)];
-            plan_.maps[size_t(start + int64_t(row) * next[size_t(entry)]++ + entry)] = uint16_t(i);
+            plan_.maps[size_t(start + int64_t(padded) * next[size_t(entry)]++ + entry)] = uint16_t(i);
         }
         return start;
     }
@@ -263,7 +269,8 @@ private:
             output.flush_blocks = int(std::min(most, still));
             if (layout.spread > 0) {
                 output.block_sum = layout.spread;
-                output.fold = layout.spread / layout.part;
+                output.row = layout.row;
+                output.row_sum = layout.from;
                 output.fold_map = WriteFoldMap(layout);
             } else if (output.wide) {
                 output.block_sum = layout.part;
@@ -319,6 +326,13 @@ private:
         plan_.ops.push_back(op);
     }
 
+    static void SetRows(SweepOp& op, const Layout& layout)
+    {
+        op.run = layout.row;
+        op.from = layout.from;
+        op.map = layout.row_map;
+    }
+
     // A factor spread out is kept until its part moves.
     int SpreadOut(int factor)
     {
@@ -327,19 +341,19 @@ private:
         if (layout.spread == 0 || number != kNoBuffer) return number;
         number = plan_.num_buffers++;
         Emit(SweepAction::kSpread, factor, {}, {number, layout.level, false}, 0, int(outputs_.size()));
-        plan_.ops.back().map = layout.spread_map;
-        plan_.ops.back().run = layout.part;
+        SetRows(plan_.ops.back(), layout);
         return number;
     }
 
     // Runs that are no multiple of what kernels work on at once spill over into the next run.
-    static bool CanMultiplyInPlace(const Layout& layout)
+    static bool CanMultiplyInPlace(const Layout& layout, bool in_rows)
     {
+        if (in_rows) return layout.row % kSweepPadding == 0;
         return layout.shape < SweepShape::kTail || layout.run % kSweepPadding == 0;
     }
 
     // A factor that is spread over the whole block at every step, and only used once, needs no buffer.
-    bool GoesThroughMap(const Layout& layout) const
+    bool GoesInRows(const Layout& layout) const
     {
         return layout.spread == plan_.block && layout.level == InnermostLevel() && outputs_.size() == 1;
     }
@@ -349,27 +363,26 @@ private:
     {
         const Layout& layout = layouts_[size_t(factor)];
         const int level = std::max(source.level, layout.level);
-        const bool through_map = GoesThroughMap(layout);
-        const int spread = through_map ? kNoBuffer : SpreadOut(factor);
+        const bool in_rows = GoesInRows(layout);
+        const int spread = in_rows ? kNoBuffer : SpreadOut(factor);
         Buffer target;
         if (source.number == kNoBuffer) {
             target = NewBuffer(level);
-            target.is_part = layout.shape == SweepShape::kFull && !through_map;
+            target.is_part = layout.shape == SweepShape::kFull && !in_rows;
             const SweepAction start = target.is_part ? SweepAction::kPoint : SweepAction::kExpand;
             Emit(start, factor, source, target, first, end);
         } else {
             const bool in_place = !keep_source && source.level == level && !source.is_part &&
-                                  (CanMultiplyInPlace(layout) || through_map);
+                                  CanMultiplyInPlace(layout, in_rows);
             target = in_place ? source : NewBuffer(level);
             Emit(SweepAction::kMultiply, factor, source, target, first, end);
             if (!in_place && !keep_source) Release(source);
         }
         SweepOp& op = plan_.ops.back();
         op.spread = spread;
-        if (through_map) {
-            op.shape = SweepShape::kMap;
-            op.map = layout.spread_map;
-            op.count = layout.part;
+        if (in_rows) {
+            op.shape = SweepShape::kRows;
+            SetRows(op, layout);
         }
         return target;
     }

@@ -10,7 +10,8 @@
 //
 // Where the covered axes alternate in short runs, a part is first spread out over the innermost few
 // axes (or, for sums, the block is first added up over the others), so that what touches the whole
-// block still runs over long runs.
+// block still runs over long runs.  The innermost axes make a row of sixteen entries or more; how the
+// entries of a table spread over a row is the same for every row, so it is a fixed permutation.
 //
 // A product is kept as long as none of its factors moves to another part: the loops are ordered so
 // that the innermost one touches as few tables as possible.
@@ -37,12 +38,12 @@ enum class SweepShape : uint8_t {
     kTail,     // the same run of entries again and again
     kRunsIn,   // runs of entries, each from its own place
     kRunsOut,  // runs of one and the same entry, each from its own place
-    kMap       // entry by entry through a map
+    kRows      // rows, each from its own run of entries, all through the same map
 };
 
 enum class SweepAction : uint8_t {
     kOnes,      // target = 1
-    kSpread,    // target = the table's part, its innermost axes spread out through a map
+    kSpread,    // target = the table's part, its innermost axes spread out (rows)
     kPoint,     // target is the table's own part (full shape)
     kExpand,    // target = table
     kMultiply,  // target = source * table
@@ -57,7 +58,8 @@ struct SweepOp {
     int target;
     int spread;        // buffer with the table's part spread out, or -1: the table itself
     int table;         // factor, or number of factors + output
-    int run;           // length of a run; when spreading, entries of the part
+    int run;           // length of a run, or of a row
+    int from;          // of rows: entries of the part that make a row
     int count;         // entries of the part, or of the part spread out
     int64_t map;       // place in SweepPlan::maps
     int first_output;  // the outputs this serves, so that others can be left out
@@ -65,14 +67,16 @@ struct SweepOp {
 };
 
 struct SweepOutput {
-    int64_t size = 1;       // entries
-    int level = 0;          // the innermost loop that moves its part
-    int part = 1;           // entries that belong to a block
-    int block_sum = 0;      // entries that a block is first added up to; 0: straight into the result
-    int flush_blocks = 0;   // so many blocks at most go into one block sum
-    int64_t fold_map = -1;  // how a block sum is added up to a part; -1: it is one
-    int fold = 1;           // entries of the block sum per entry of the part
-    bool wide = false;      // its parts come back, or are long sums: doubles
+    int64_t size = 1;      // entries
+    int level = 0;         // the innermost loop that moves its part
+    int part = 1;          // entries that belong to a block
+    int block_sum = 0;     // entries that a block is first added up to; 0: straight into the result
+    int flush_blocks = 0;  // so many blocks at most go into one block sum
+    // How a block sum is added up to a part, row by row; -1: it is one.  All rows use the same map.
+    int64_t fold_map = -1;
+    int row = 1;        // entries of the block sum
+    int row_sum = 1;    // the entries of the part that they are added up to
+    bool wide = false;  // its parts come back, or are long sums: doubles
 };
 
 // Kernels work on so many entries at once and may read that much behind the end of a table.
@@ -87,7 +91,7 @@ struct SweepPlan {
     std::vector<int> loop_sizes;  // outermost first
     std::vector<int64_t> deltas;  // per loop and table: how far the table's part moves
     std::vector<SweepOp> ops;
-    std::vector<uint16_t> maps;  // places, per run or per entry; lists of entries are padded
+    std::vector<uint16_t> maps;  // places, per run or per entry of a row; rows are padded
     std::vector<SweepOutput> outputs;
 
     int Stride() const
