@@ -210,10 +210,21 @@ typedef bool_vx (*progress_handler_vx)(environ_vx* env, const char* title, doubl
  *  @return how it was shown, 0 to 3, or -4 to abort the operation */
 typedef int (*message_handler_vx)(environ_vx* env, const char* text, const report_vx* report, void* data);
 
+/** Asks the person for the password of a file.
+ *  @param password  receives it, ending with a zero byte; cleared by the library once it is used
+ *  @param size      bytes that there is room for, the zero byte included (4096)
+ *  @return whether one was given */
+typedef bool_vx (*password_handler_vx)(environ_vx* env, const char* question, char* password, int size,
+                                       void* data);
+
 /** Handlers that a front end sets; NULL removes one. They may call the interface. */
 TALORA_API void SetQuestionHandler_vx(environ_vx* env, question_handler_vx handler, void* data);
 TALORA_API void SetProgressHandler_vx(environ_vx* env, progress_handler_vx handler, void* data);
 TALORA_API void SetMessageHandler_vx(environ_vx* env, message_handler_vx handler, void* data);
+/** Without this handler, encrypted files open only through streams that have the password. */
+TALORA_API void SetPasswordHandler_vx(environ_vx* env, password_handler_vx handler, void* data);
+/** @param data  receives what was passed with the handler; may be NULL */
+TALORA_API password_handler_vx GetPasswordHandler_vx(environ_vx* env, void** data);
 
 /** Asks long operations to stop, or withdraws the request. It stays set until withdrawn. Takes no lock
  *  and may be called from any thread or a signal handler. */
@@ -707,7 +718,11 @@ TALORA_API stream_vx* NewFileStream_vx(const char* filename, environ_vx* env, co
 TALORA_API stream_vx* NewMemoryStream_vx(const char* name, environ_vx* env, const char* access);
 /** Frees a stream and its contents, never the file. NULL does nothing. */
 TALORA_API void DeleteStream_vx(stream_vx* stream);
-/** Password for what is written encrypted and read encrypted; NULL removes it. Text files do not use it. */
+/** Password for encrypting what is written to the stream and decrypting what is read from it; NULL removes
+ *  it.  Only binary net files (.tala) are encrypted: with a text file it is not used, and writing one warns
+ *  (6854).  The word "simple" stands for a key that every copy of the library knows: it keeps off those who
+ *  only look into the file, and protects nothing.  The password is copied, and wiped when it goes.
+ *  Error 5172: empty. */
 TALORA_API void SetStreamEncryption_vx(stream_vx* stream, const char* password);
 /** The same under the name of the object interfaces. */
 TALORA_API void SetStreamPassword_vx(stream_vx* stream, const char* password);
@@ -720,13 +735,32 @@ TALORA_API void SetStreamContents_vx(stream_vx* stream, const void* buffer, int6
 TALORA_API const char* GetStreamContents_vx(const stream_vx* stream, int64_t* length);
 TALORA_API const char* GetStreamName_vx(const stream_vx* stream);
 
-/** Reads a net.
+/** Reads a net from a text file or a binary one, whichever the contents are; the password of an encrypted
+ *  file comes from the stream or from the person (SetPasswordHandler_vx).
  *  @param control  NO_VISUAL_INFO, NO_WINDOW, MINIMIZED_WINDOW or REGULAR_WINDOW
  *  @return the new net; NULL with error records if the file cannot be read as a net.  Warnings name what
  *          was skipped. */
 TALORA_API net_bn* ReadNet_bn(stream_vx* stream, int control);
-/** Writes a net as text (.dne). A file is replaced as a whole or not at all. */
+/** Writes a net: in the binary format if the name of the stream ends with .tala, and else as text (.dne).
+ *  A binary file is encrypted if the stream, or else the net, has a password; it is then readable by its
+ *  owner only.  A file is replaced as a whole or not at all. */
 TALORA_API void WriteNet_bn(const net_bn* net, stream_vx* stream);
+
+/** Password for encrypting the net when it is written as a binary file to a stream without a password;
+ *  NULL removes it.  A net read from an encrypted file has that file's password, a copy has its original's.
+ *  Error 5172: empty. */
+TALORA_API void SetNetPassword_bn(net_bn* net, const char* password);
+/** Whether a password is set; the password itself is not given out. */
+TALORA_API bool_vx HasNetPassword_bn(const net_bn* net);
+
+/** What files are encrypted with from now on: "AES" (AES-256 in Galois/Counter Mode, the default) or
+ *  "Blowfish" (with an HMAC), for sites that ask for it.  Reading goes by the file.  Error 6855: another. */
+TALORA_API void SetFileCipher_vx(environ_vx* env, const char* cipher);
+TALORA_API const char* GetFileCipher_vx(environ_vx* env);
+/** How much work an encrypted file may ask for before its password is known to be right: iterations of the
+ *  key derivation, 2,000,000 (some seconds) unless set.  Error 6856: below 600,000, which are written. */
+TALORA_API void SetMaxKeyIterations_vx(environ_vx* env, int iterations);
+TALORA_API int GetMaxKeyIterations_vx(environ_vx* env);
 
 /* ---------------------------------------------------------------------------------------------
  * Equations: the relation of a node to its parents as a line of text
@@ -791,7 +825,8 @@ TALORA_API const char* GetRandomGenState_vx(randgen_vx* generator);
 TALORA_API uint32_t DrawRandomInteger_vx(randgen_vx* generator);
 TALORA_API double DrawRandomUniform_vx(randgen_vx* generator);
 
-/** Whether seeding "from the clock" counts from 0 instead, so that whole runs can be repeated. */
+/** Whether seeding "from the clock" counts from 0 instead, and binary files that are not encrypted do not
+ *  tell when they were written, so that whole runs can be repeated. */
 TALORA_API void SetReproducibleRandom_vx(environ_vx* env, bool_vx reproducible);
 TALORA_API bool_vx GetReproducibleRandom_vx(environ_vx* env);
 

@@ -136,6 +136,7 @@ Net* CopyNet(const Net& net, std::string_view new_name, environ_vx& env, const C
     try {
         CopyVisual(net.text, copy->text, !options.no_visual);
         copy->auto_compile = net.auto_compile;
+        copy->password = net.password;
         copy->num_dimensions = net.num_dimensions;
         if (!options.no_nodes) {
             const std::vector<Node*> made =

@@ -6,7 +6,9 @@
 #include <cstring>
 
 #include "BN/BnEdit.h"
+#include "BN/NetContainer.h"
 #include "Basic/Error.h"
+#include "Basic/FileType.h"
 #include "Basic/Names.h"
 #include "Basic/Text.h"
 
@@ -14,31 +16,9 @@ namespace talora {
 
 namespace {
 
-constexpr std::string_view kHeader = "// ~->[";
 constexpr size_t kPollBytes = 1 << 20;
 constexpr size_t kFreeInheritance = 1 << 20;  // bytes of statements inherited, and per byte of the file
 constexpr size_t kInheritancePerByte = 16;
-constexpr char kNoType[] = "????";
-
-// The four-letter code of the kind of file that a text begins like.
-std::string TypeByContents(std::string_view text)
-{
-    if (!text.starts_with(kHeader) || text.size() < kHeader.size() + 4) return kNoType;
-    const std::string_view type = text.substr(kHeader.size(), 4);
-    for (const char c : type)
-        if (c < 'A' || c > 'Z') return kNoType;
-    return std::string(type);
-}
-
-std::string TypeByExtension(std::string_view name)
-{
-    const size_t dot = name.rfind('.');
-    const std::string_view extension = dot == std::string_view::npos ? "" : name.substr(dot + 1);
-    if (extension == "dne") return "DNET";
-    if (extension == "tala") return "TALA";
-    if (extension == "cas") return "CASE";
-    return kNoType;
-}
 
 // The text without a byte-order mark; wide text comes back in narrow.
 std::string_view PlainText(std::string_view bytes, std::string& narrow)
@@ -49,6 +29,19 @@ std::string_view PlainText(std::string_view bytes, std::string& narrow)
     wide.append(2, '\0');
     narrow = NarrowText(wide.c_str());
     return narrow;
+}
+
+// Reads on only if the person wants to, where the format is not the one that this version writes.
+void CheckFormatVersion(int version, const FilePlace& place)
+{
+    if (version == 1) return;
+    const char* const age = version == 0 ? "unknown" : version < 0 ? "old" : "new";
+    WarnAt(place, 2912,
+           "this >-net was stored using a %s version of file format (=%d). It may not read correctly", age,
+           version);
+    if (AskQuestion("This net was stored using another version of the file format. Read it?",
+                    "Continue,Cancel", "Continue") == 1)
+        FailWith(ABORTED_CND, 3605, "user halted reading");
 }
 
 }  // namespace
@@ -65,8 +58,8 @@ bool IsLegalName(std::string_view name)
 
 int NetFileVersion(std::string_view text)
 {
-    if (TypeByContents(text) != "DNET") return kNoVersion;
-    text.remove_prefix(kHeader.size() + 4);
+    if (FileTypeByContents(text) != "DNET") return kNoVersion;
+    text.remove_prefix(kFileMark.size() + 4);
     if (!text.starts_with('-')) return 0;
     int version = 0;
     std::from_chars(text.data() + 1, text.data() + std::min<size_t>(text.size(), 12), version);
@@ -75,9 +68,18 @@ int NetFileVersion(std::string_view text)
 
 Net* ReadNet(const Stream& stream, const ReadNetOptions& options)
 {
-    const StreamBytes bytes(stream);
+    const StreamBytes bytes(stream, FileTypeByName(stream.name) == "TALA");
     std::string narrow;
-    return NetReader(PlainText(bytes.View(), narrow), stream, options).Read();
+    std::string_view text = PlainText(bytes.View(), narrow);
+    UnpackedNet unpacked;
+    if (IsBinaryNet(text, stream.name)) {
+        unpacked = UnpackNet(bytes.View(), stream);
+        CheckFormatVersion(unpacked.version, {.file = stream.name.c_str()});
+        text = PlainText(unpacked.text.View(), narrow);
+    }
+    Net* const net = NetReader(text, stream, options).Read();
+    net->password = std::move(unpacked.password);  // saved again, it is encrypted again
+    return net;
 }
 
 NetReader::NetReader(std::string_view contents, const Stream& stream, const ReadNetOptions& options)
@@ -114,16 +116,9 @@ void NetReader::CheckHeader()
         FailAt(
             text.PlaceOf(0), 4109,
             "'%s' is not a %s file (by file extension it looks like a %s file, but by starting contents it looks like a %s file)",
-            stream_.name.c_str(), "DNET", TypeByExtension(stream_.name).c_str(),
-            TypeByContents(start).c_str());
-    if (version == 1) return;
-    const char* const age = version == 0 ? "unknown" : version < 0 ? "old" : "new";
-    WarnAt(text.PlaceOf(0), 2912,
-           "this >-net was stored using a %s version of file format (=%d). It may not read correctly", age,
-           version);
-    if (AskQuestion("This net was stored using another version of the file format. Read it?",
-                    "Continue,Cancel", "Continue") == 1)
-        FailWith(ABORTED_CND, 3605, "user halted reading");
+            stream_.name.c_str(), "DNET", FileTypeByName(stream_.name).c_str(),
+            FileTypeByContents(start).c_str());
+    CheckFormatVersion(version, text.PlaceOf(0));
 }
 
 Net* NetReader::Read()

@@ -5,8 +5,10 @@
 #include <cmath>
 
 #include "BN/BnProbs.h"
+#include "BN/NetContainer.h"
 #include "BN/NetFields.h"
 #include "Basic/Error.h"
+#include "Basic/FileType.h"
 #include "Basic/Memory.h"
 #include "Basic/Parser.h"
 #include "Basic/Progress.h"
@@ -628,8 +630,20 @@ std::string PrintNet(const Net& net)
 
 void WriteNet(const Net& net, Stream& stream)
 {
-    ByteSink sink(stream);
-    PrintNet(net, [&](std::string_view piece) { sink.Write(piece); });
+    const Secret& password = stream.password.IsSet() ? stream.password : net.password;
+    const bool is_binary = FileTypeByName(stream.name) == "TALA";
+    if (!is_binary && password.IsSet())
+        Warn(
+            6854,
+            "although there is an encryption password entered for this >-net, the file won't be encrypted, since the >-net is not being saved in .tala format >-cr-(to remove the password use: File->Encryption Password)");
+    ByteSink sink(stream, is_binary && password.IsSet());
+    if (is_binary) {
+        NetPacker packer(net, password);
+        PrintNet(net, [&](std::string_view piece) { packer.Add(piece); });
+        packer.WriteTo(sink);
+    } else {
+        PrintNet(net, [&](std::string_view piece) { sink.Write(piece); });
+    }
     sink.Commit();
 }
 

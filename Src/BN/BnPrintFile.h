@@ -18,7 +18,8 @@ namespace talora {
 void PrintNet(const Net& net, const std::function<void(std::string_view)>& write);
 std::string PrintNet(const Net& net);
 
-// As text, whatever the name of the stream.  A file is replaced as a whole or stays as it was.
+// As a binary file where the stream's name says so (BN/NetContainer.h), else as text.  A file is replaced as
+// a whole or stays as it was.
 void WriteNet(const Net& net, Stream& stream);
 
 // What the writers of single values, in the field tables, write to.

@@ -21,6 +21,7 @@
 #include "Basic/Handle.h"
 #include "Basic/Memory.h"
 #include "Basic/MultiThread.h"
+#include "Basic/Secret.h"
 #include "Basic/Undo.h"
 #include "Talora.h"
 
@@ -170,6 +171,7 @@ struct net_bn {
     uint64_t label_counter = 100;  // unique labels of graph walks
     std::unique_ptr<talora::UndoList> undo;  // null until undo is first turned on
     bool changed = false;        // since it was read or written
+    talora::Secret password;     // for writing it encrypted
     randgen_vx* random_gen = nullptr;  // the caller's, or null for the environment's
     void* user_data = nullptr;
     std::string report;          // text given out last

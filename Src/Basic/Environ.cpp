@@ -1,5 +1,7 @@
 #include "Basic/Environ.h"
 
+#include <string.h>
+
 #include <algorithm>
 #include <string_view>
 
@@ -10,6 +12,8 @@
 namespace talora {
 
 namespace {
+
+constexpr size_t kPasswordBuffer = 4096;
 
 struct Environs {
     std::mutex mutex;
@@ -81,6 +85,23 @@ int AskQuestion(const char* question, const char* answers, const char* deflt)
     const CallerFloatMode caller;
     const int answer = env->question_handler(env, question, answers, deflt, env->question_data);
     return answer >= 0 && answer < num_answers ? answer : default_answer;
+}
+
+Secret AskPassword(const char* question)
+{
+    environ_vx* env = ThisThread().env;
+    if (env == nullptr || env->password_handler == nullptr) return {};
+    char buffer[kPasswordBuffer] = "";
+    bool given = false;
+    {
+        const CallerFloatMode caller;
+        given = env->password_handler(env, question, buffer, sizeof buffer, env->password_data) != 0;
+    }
+    buffer[sizeof buffer - 1] = '\0';
+    const size_t length = given ? strlen(buffer) : 0;
+    const Secret password = length > 0 ? Secret(std::string_view(buffer, length)) : Secret();
+    Wipe(buffer, sizeof buffer);
+    return password;
 }
 
 }  // namespace talora

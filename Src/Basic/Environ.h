@@ -12,6 +12,7 @@
 
 #include "Basic/Handle.h"
 #include "Basic/RandomNum.h"
+#include "Basic/Secret.h"
 #include "Talora.h"
 
 namespace talora {
@@ -45,7 +46,7 @@ struct environ_vx {
     std::vector<learner_bn*> learners;
 
     talora::RandomState random = talora::SeededState(0);  // the default generator, under RandomLock
-    bool reproducible = false;  // seeds from the clock become a mere count
+    bool reproducible = false;  // seeds from the clock become a mere count; files tell no time of writing
 
     std::string name;
     bool remote = false;
@@ -62,6 +63,11 @@ struct environ_vx {
     void* progress_data = nullptr;
     message_handler_vx message_handler = nullptr;
     void* message_data = nullptr;
+    password_handler_vx password_handler = nullptr;
+    void* password_data = nullptr;
+
+    char file_cipher = 'G';            // what encrypted files are written with, see BN/NetCipher.h
+    int max_key_iterations = 2000000;  // of files that are read: a file may not ask for more work
 };
 
 namespace talora {
@@ -76,5 +82,8 @@ void SetCheckingLevel(int level);
 
 // Puts a question to the front end; the index of the answer, that of the default without a handler.
 int AskQuestion(const char* question, const char* answers, const char* deflt);
+
+// Asks the front end for a password; none without a handler, or when the person gives none.
+Secret AskPassword(const char* question);
 
 }  // namespace talora

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdarg>
+#include <cstring>
 
 namespace talora {
 
@@ -60,6 +61,23 @@ void CheckMemory(double bytes, const char* format, ...)
     va_list values;
     va_start(values, format);
     FailOutOfMemoryV(format, values);
+}
+
+ByteBuffer::~ByteBuffer()
+{
+    if (bytes_ != nullptr) CountedAllocator<char>().deallocate(bytes_, capacity_);
+}
+
+void ByteBuffer::Reserve(size_t capacity)
+{
+    if (capacity <= capacity_) return;
+    char* const bytes = CountedAllocator<char>().allocate(capacity);
+    if (bytes_ != nullptr) {
+        std::memcpy(bytes, bytes_, size_);
+        CountedAllocator<char>().deallocate(bytes_, capacity_);
+    }
+    bytes_ = bytes;
+    capacity_ = capacity;
 }
 
 }  // namespace talora

@@ -9,6 +9,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <new>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "Basic/Error.h"
@@ -63,6 +65,38 @@ struct CountedAllocator {
 
 template <class T>
 using TableVector = std::vector<T, CountedAllocator<T>>;
+
+// Bytes that are appended in place.  Unlike a vector's, new bytes are not set to zero first.
+class ByteBuffer {
+public:
+    ByteBuffer() = default;
+    ByteBuffer(ByteBuffer&& other) noexcept { Swap(other); }
+    ByteBuffer& operator=(ByteBuffer&& other) noexcept
+    {
+        Swap(other);
+        return *this;
+    }
+    ~ByteBuffer();
+
+    size_t Size() const { return size_; }
+    size_t Capacity() const { return capacity_; }
+    char* Data() { return bytes_; }
+    std::string_view View() const { return {bytes_, size_}; }
+    void Reserve(size_t capacity);
+    void SetSize(size_t size) { size_ = size; }  // at most the capacity; the bytes have been written
+
+private:
+    void Swap(ByteBuffer& other) noexcept
+    {
+        std::swap(bytes_, other.bytes_);
+        std::swap(size_, other.size_);
+        std::swap(capacity_, other.capacity_);
+    }
+
+    char* bytes_ = nullptr;
+    size_t size_ = 0;
+    size_t capacity_ = 0;
+};
 
 // ---- Special values: large finite numbers with fixed bit patterns, compared exactly. ----
 

@@ -31,13 +31,6 @@ Stream* NewStream(environ_vx& env, std::string_view name, bool in_memory)
     return stream;
 }
 
-void Wipe(std::string& secret) noexcept
-{
-    volatile char* bytes = secret.data();
-    for (size_t i = 0; i < secret.size(); ++i) bytes[i] = 0;
-    secret.clear();
-}
-
 }  // namespace
 
 Stream* NewFileStream(environ_vx& env, std::string_view path)
@@ -53,7 +46,7 @@ Stream* NewMemoryStream(environ_vx& env, std::string_view name)
 void DeleteStream(Stream* stream) noexcept
 {
     if (stream == nullptr) return;
-    Wipe(stream->password);
+    stream->password.Remove();
     std::erase(stream->env->streams, stream);
     Pool().Release(stream);
 }
@@ -69,19 +62,6 @@ const char* FileNameProblem(std::string_view path)
     if (path.size() >= 4096) return "is too long";
     if (path.back() == '/') return "names a folder";
     return nullptr;
-}
-
-void SetPassword(Stream& stream, std::string_view password)
-{
-    Wipe(stream.password);
-    stream.password.assign(password);
-    stream.has_password = true;
-}
-
-void RemovePassword(Stream& stream) noexcept
-{
-    Wipe(stream.password);
-    stream.has_password = false;
 }
 
 void SetContents(Stream& stream, std::string_view bytes)
@@ -134,14 +114,18 @@ int64_t ByteSource::SizeHint() const
     return file_ ? file_->SizeHint() : static_cast<int64_t>(rest_.size());
 }
 
-StreamBytes::StreamBytes(const Stream& stream)
+StreamBytes::StreamBytes(const Stream& stream, bool binary)
 {
     if (stream.in_memory) {
         view_ = stream.contents;  // a std::string ends with a zero byte
         return;
     }
     ByteSource source(stream);
-    CheckMemory(static_cast<double>(source.SizeHint()), "to read file '%s'", stream.name.c_str());
+    const auto size = static_cast<double>(source.SizeHint());
+    if (binary)
+        CheckMemory(size, "to read binary file '%s'", stream.name.c_str());
+    else
+        CheckMemory(size, "to read file '%s'", stream.name.c_str());
     // Room for the size that the file has now, and one byte by which its end is seen without growing.
     size_t used = 0;
     bytes_.resize(std::max<size_t>(static_cast<size_t>(source.SizeHint()), kBlock) + 2);

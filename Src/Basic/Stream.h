@@ -13,6 +13,7 @@
 #include "Basic/Handle.h"
 #include "Basic/Memory.h"
 #include "Basic/SafeFile.h"
+#include "Basic/Secret.h"
 
 struct stream_vx {
     talora::HandleHeader header;
@@ -21,8 +22,7 @@ struct stream_vx {
     std::string name;      // path of a file; of memory: a name for messages, and for the type when writing
     std::string contents;  // of a memory stream
     bool has_contents = false;
-    std::string password;
-    bool has_password = false;
+    talora::Secret password;  // for what is encrypted
 };
 
 namespace talora {
@@ -37,8 +37,6 @@ void DeleteStreams(environ_vx& env) noexcept;  // all of an environment
 // What is wrong with a file name, as a phrase ("is empty"); null if nothing is.
 const char* FileNameProblem(std::string_view path);
 
-void SetPassword(Stream& stream, std::string_view password);
-void RemovePassword(Stream& stream) noexcept;  // wipes it
 void SetContents(Stream& stream, std::string_view bytes);
 bool IsPlainText(std::string_view bytes);  // ASCII or UTF-8 without zero bytes
 
@@ -57,7 +55,8 @@ private:
 // The whole of a stream, followed by a zero byte.  A memory stream is not copied.
 class StreamBytes {
 public:
-    explicit StreamBytes(const Stream& stream);
+    // @param binary  only for the message when there is not enough memory
+    explicit StreamBytes(const Stream& stream, bool binary = false);
     std::string_view View() const { return view_; }
 
 private:

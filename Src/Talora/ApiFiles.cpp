@@ -27,16 +27,6 @@ void NeedMemoryStream(const Stream& stream)
             "this function is only for a >-FileSpec created with >-NewMemoryStream_vx, but this >-FileSpec was created with >-NewFileStream_vx");
 }
 
-void SetPasswordArgument(Stream& stream, const char* password)
-{
-    if (password == nullptr)
-        RemovePassword(stream);
-    else if (*password == 0)
-        Fail(5172, "in argument 'password', the text is empty (pass NULL to remove the password)");
-    else
-        SetPassword(stream, NarrowText(password));
-}
-
 // A net that cannot be compiled is still read; its message stays as a warning.
 void CompileRead(Net& net)
 {
@@ -78,21 +68,6 @@ void DeleteStream_vx(stream_vx* stream)
 {
     if (stream == nullptr) return;
     CallApi(__func__, stream, [&] { DeleteStream(stream); });
-}
-
-void SetStreamEncryption_vx(stream_vx* stream, const char* password)
-{
-    CallApi(__func__, stream, [&] { SetPasswordArgument(*stream, password); });
-}
-
-void SetStreamPassword_vx(stream_vx* stream, const char* password)
-{
-    CallApi(__func__, stream, [&] { SetPasswordArgument(*stream, password); });
-}
-
-bool_vx HasStreamPassword_vx(const stream_vx* stream)
-{
-    return CallApi(__func__, stream, bool_vx{0}, [&] { return stream->has_password; });
 }
 
 void SetStreamContents_vx(stream_vx* stream, const void* buffer, int64_t length)

@@ -1,0 +1,102 @@
+// Interface functions: passwords and what is done with them.
+#include <climits>
+#include <string>
+
+#include "BN/Bnet.h"
+#include "BN/NetCipher.h"
+#include "Basic/Secret.h"
+#include "Basic/Stream.h"
+#include "Basic/Text.h"
+#include "Talora/APICheck.h"
+
+using namespace talora;
+
+namespace {
+
+// The password passed; none for NULL.
+Secret PasswordArgument(const char* password)
+{
+    if (password == nullptr) return {};
+    std::string text = NarrowText(password);
+    const Secret secret(text);
+    Wipe(text);
+    if (secret.Text().empty())
+        Fail(5172, "in argument 'password', the text is empty (pass NULL to remove the password)");
+    return secret;
+}
+
+}  // namespace
+
+void SetStreamEncryption_vx(stream_vx* stream, const char* password)
+{
+    CallApi(__func__, stream, [&] { stream->password = PasswordArgument(password); });
+}
+
+void SetStreamPassword_vx(stream_vx* stream, const char* password)
+{
+    CallApi(__func__, stream, [&] { stream->password = PasswordArgument(password); });
+}
+
+bool_vx HasStreamPassword_vx(const stream_vx* stream)
+{
+    return CallApi(__func__, stream, bool_vx{0}, [&] { return stream->password.IsSet(); });
+}
+
+void SetNetPassword_bn(net_bn* net, const char* password)
+{
+    CallApi(__func__, net, [&] { net->password = PasswordArgument(password); });
+}
+
+bool_vx HasNetPassword_bn(const net_bn* net)
+{
+    return CallApi(__func__, net, bool_vx{0}, [&] { return net->password.IsSet(); });
+}
+
+void SetPasswordHandler_vx(environ_vx* env, password_handler_vx handler, void* data)
+{
+    CallEnviron(__func__, env, [&](environ_vx& e) {
+        e.password_handler = handler;
+        e.password_data = data;
+    });
+}
+
+password_handler_vx GetPasswordHandler_vx(environ_vx* env, void** data)
+{
+    return CallEnviron(__func__, env, static_cast<password_handler_vx>(nullptr), [&](environ_vx& e) {
+        if (data != nullptr) *data = e.password_data;
+        return e.password_handler;
+    });
+}
+
+void SetFileCipher_vx(environ_vx* env, const char* cipher)
+{
+    CallEnviron(__func__, env, [&](environ_vx& e) {
+        const std::string name = NarrowText(cipher);
+        const CipherDef* const found = FindCipher(name);
+        if (found == nullptr)
+            Fail(6855, "in argument 'cipher', '%.80s' is not known (it should be \"AES\" or \"Blowfish\")",
+                 name.c_str());
+        e.file_cipher = found->letter;
+    });
+}
+
+const char* GetFileCipher_vx(environ_vx* env)
+{
+    return CallEnviron(__func__, env, static_cast<const char*>(nullptr),
+                       [](environ_vx& e) { return FindCipher(e.file_cipher)->name; });
+}
+
+void SetMaxKeyIterations_vx(environ_vx* env, int iterations)
+{
+    CallEnviron(__func__, env, [&](environ_vx& e) {
+        if (iterations < kKeyIterations)
+            Fail(6856, "argument 'iterations' is %d, but it should be between %d and %d inclusive",
+                 iterations, kKeyIterations, INT_MAX);
+        e.max_key_iterations = iterations;
+    });
+}
+
+int GetMaxKeyIterations_vx(environ_vx* env)
+{
+    return CallEnviron(__func__, env, -1, [](environ_vx& e) { return e.max_key_iterations; });
+}

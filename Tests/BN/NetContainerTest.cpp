@@ -1,0 +1,355 @@
+#include "BN/NetContainer.h"
+
+#include <gtest/gtest.h>
+#include <zlib.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "BN/NetCipher.h"
+#include "Basic/LittleEndian.h"
+#include "Talora/TestEnviron.h"
+
+namespace talora {
+namespace {
+
+constexpr size_t kBlockAt = 96;  // bytes of the block header, which stands before the payload
+
+const std::string kNetText = R"(// ~->[DNET-1]->~
+
+bnet Tiny {
+	autoupdate = FALSE;
+	comment = "two lines\nand \"quotes\"";
+
+	node A {
+		discrete = TRUE;
+		states = (yes, no);
+		kind = NATURE;
+		probs = 
+			(0.25, 0.75);
+	};
+};
+)";
+
+class NetContainerTest : public testing::Test {
+protected:
+    // Reads a net from bytes; what came of it is in number_ and message_ (0 and "" without a record).
+    net_bn* Read(const std::string& bytes, const char* password = nullptr, const char* name = "x.tala")
+    {
+        stream_vx* stream = NewMemoryStream_vx(name, env_, nullptr);
+        SetStreamContents_vx(stream, bytes.data(), static_cast<int64_t>(bytes.size()));
+        if (password) SetStreamPassword_vx(stream, password);
+        net_bn* net = ReadNet_bn(stream, NO_WINDOW);
+        number_ = env_.Taken(WARNING_SEVERITY);
+        message_ = env_.Message();
+        DeleteStream_vx(stream);
+        return net;
+    }
+    std::string Write(const net_bn* net, const char* name = "x.tala", const char* password = nullptr)
+    {
+        stream_vx* stream = NewMemoryStream_vx(name, env_, nullptr);
+        if (password) SetStreamPassword_vx(stream, password);
+        WriteNet_bn(net, stream);
+        int64_t length = 0;
+        const char* contents = GetStreamContents_vx(stream, &length);
+        const std::string bytes(contents ? contents : "", static_cast<size_t>(length));
+        DeleteStream_vx(stream);
+        return bytes;
+    }
+    std::string Packed(const std::string& text, const char* password = nullptr)
+    {
+        net_bn* net = Read(text, nullptr, "x.dne");
+        const std::string bytes = Write(net, "x.tala", password);
+        DeleteNet_bn(net);
+        return bytes;
+    }
+    // Whether bytes read as the net with this text; deletes it.
+    bool ReadsAs(const std::string& bytes, const std::string& text, const char* password = nullptr)
+    {
+        net_bn* net = Read(bytes, password);
+        const bool same = net != nullptr && Write(net, "x.dne") == text;
+        env_.Taken(WARNING_SEVERITY);  // of a password that the text does not use
+        if (net) DeleteNet_bn(net);
+        return same;
+    }
+
+    TestEnviron env_;
+    int number_ = 0;
+    std::string message_;
+};
+
+// A member as zlib would write it, with its own header.
+std::string Gzipped(const std::string& text, int level = 6)
+{
+    z_stream zlib = {};
+    deflateInit2(&zlib, level, Z_DEFLATED, MAX_WBITS + 16, 8, Z_DEFAULT_STRATEGY);
+    std::string out(deflateBound(&zlib, text.size()) + 64, '\0');
+    zlib.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(text.data()));
+    zlib.avail_in = static_cast<uInt>(text.size());
+    zlib.next_out = reinterpret_cast<Bytef*>(out.data());
+    zlib.avail_out = static_cast<uInt>(out.size());
+    deflate(&zlib, Z_FINISH);
+    out.resize(zlib.total_out);
+    deflateEnd(&zlib);
+    return out;
+}
+
+// A file put together by hand.
+struct Parts {
+    std::string line = "// ~->[TALA=1]->~ ";
+    std::string numbers;  // "" for those that fit
+    std::string line_end = "\r\n";
+    std::string readable = "// encrypt = N\r\n";
+    uint64_t version = 10, magic = 0x70EACA50, header_length = 96;
+    uint64_t size = 0;  // 0 for the one that fits
+    uint64_t check1 = 0, check2 = 0;
+    std::string member;
+
+    std::string Bytes(uint64_t text_size) const
+    {
+        const uint64_t stated = size ? size : text_size;
+        std::string out = line;
+        out += numbers.empty() ? std::to_string(readable.size()) + " " + std::to_string(text_size) : numbers;
+        out += line_end + readable;
+        AppendLittleEndian(out, version, 4);
+        AppendLittleEndian(out, 0, 4);
+        for (const uint64_t field : {magic, header_length, stated, check1, check2})
+            AppendLittleEndian(out, field, 8);
+        return out + std::string(48, '\0') + member;
+    }
+};
+
+TEST_F(NetContainerTest, LayoutIsTheDocumentedOne)
+{
+    SetReproducibleRandom_vx(env_, 1);
+    const std::string file = Packed(kNetText);
+    const size_t readable = file.find("\r\n") + 2, block = file.find("// encrypt = N\r\n") + 16;
+    const size_t payload = block + kBlockAt;
+    EXPECT_EQ(file.substr(0, readable), "// ~->[TALA=1]->~ " + std::to_string(block - readable) + " " +
+                                            std::to_string(kNetText.size()) + "\r\n");
+    for (
+        const char* line :
+        {"// This is a Talora Bayes net file in the binary .tala format (for a readable text file, save in .dne file format instead).\r\n",
+         "// File created\r\n", "// stamp = \"00000000-",
+         "// comment = \"two lines\\nand \\\"quotes\\\"\";\r\n"})
+        EXPECT_NE(file.find(line), std::string::npos) << line;
+    const auto number = [&](size_t at, size_t width) {
+        return LittleEndian(std::string_view(file).substr(block + at, width));
+    };
+    EXPECT_EQ(number(0, 4), 10u);
+    EXPECT_EQ(number(8, 8), 0x70EACA50u);
+    EXPECT_EQ(number(16, 8), 96u);
+    EXPECT_EQ(number(24, 8), kNetText.size());
+    const auto* const text = reinterpret_cast<const Bytef*>(kNetText.data());
+    EXPECT_EQ(number(32, 8), crc32(0, text, static_cast<uInt>(kNetText.size())));
+    EXPECT_EQ(number(40, 8), file.size() - payload);
+    EXPECT_EQ(file.substr(block + 48, 48), std::string(48, '\0'));
+    EXPECT_EQ(file.substr(payload, 19),
+              std::string("\x1F\x8B\x08\x09\0\0\0\0\0\x0B", 10) + "internal" + '\0');
+    EXPECT_EQ(Packed(kNetText), file);  // no times in it
+    EXPECT_TRUE(ReadsAs(file, kNetText));
+    EXPECT_EQ(number_, 0) << message_;
+    SetReproducibleRandom_vx(env_, 0);
+    EXPECT_NE(Packed(kNetText).find("// File created 20"), std::string::npos);
+}
+
+TEST_F(NetContainerTest, FaultsHaveTheirMessages)
+{
+    const std::string member = Gzipped(kNetText);
+    const auto with = [&](auto change) {
+        Parts parts;
+        parts.member = member;
+        change(parts);
+        return parts.Bytes(kNetText.size());
+    };
+    const auto changed = [&](size_t at, char byte) {
+        return with([&](Parts& p) { p.member[at < p.member.size() ? at : p.member.size() + at] = byte; });
+    };
+    const std::string unknown = "file is corrupted or of unrecognized format ";
+    const std::string size = std::to_string(kNetText.size());
+    const struct {
+        const char* label;
+        std::string bytes;
+        int number;
+        std::string message;  // what it begins with
+        bool is_read;
+    } rows[] = {
+        {"by another program", with([](Parts&) {}), 0, "", true},
+        {"line ends with LF", with([](Parts& p) { p.line_end = "\n"; }), 0, "", true},
+        {"no line for the cipher", with([](Parts& p) { p.readable = "// hello\n"; }), 0, "", true},
+        {"nothing readable", with([](Parts& p) { p.readable = ""; }), 0, "", true},
+        {"later format", with([](Parts& p) { p.line[12] = '2'; }), 2912, "this net was stored using a new",
+         true},
+        {"no mark", with([](Parts& p) { p.line[0] = '#'; }), 6840, unknown + "(-4)", false},
+        {"empty", "", 6840, unknown + "(-4)", false},
+        {"no equals sign", with([](Parts& p) { p.line[11] = '-'; }), 6840, unknown + "(-5)", false},
+        {"no version", with([](Parts& p) { p.line[12] = 'x'; }), 6840, unknown + "(-5)", false},
+        {"no arrow", with([](Parts& p) { p.line[17] = '_'; }), 6840, unknown + "(-6)", false},
+        {"another kind", with([](Parts& p) { p.line.replace(7, 4, "CASE"); }), 4109,
+         "'x.tala' is not a TALA file", false},
+        {"no numbers", with([](Parts& p) { p.numbers = "x"; }), 6840, unknown + "(-7)", false},
+        {"one number", with([](Parts& p) { p.numbers = "16"; }), 6840, unknown + "(-7)", false},
+        {"number of 65 bits", with([](Parts& p) { p.numbers = "18446744073709551616 1"; }), 6840,
+         unknown + "(-7)", false},
+        {"no line end", with([](Parts& p) { p.line_end = " "; }), 6840, unknown + "(-8)", false},
+        {"readable section beyond the end", with([](Parts& p) { p.numbers = "18446744073709551615 1"; }),
+         6840, unknown + "(-11)", false},
+        {"error code for a version", with([](Parts& p) { p.version = 1000; }), 6840, unknown + "(-11)",
+         false},
+        {"no magic", with([](Parts& p) { p.magic = 0x50CAEA70; }), 6840, unknown + "(-11)", false},
+        {"long header", with([](Parts& p) { p.header_length = 97; }), 6841,
+         "file is corrupted or of wrong format (has incorrect header)", false},
+        {"line states another size", with([](Parts& p) { p.numbers = "16 1"; }), 2627,
+         "DANGER: file appears to have been tampered with (ascii field doesn't match binary one)", true},
+        {"another text's check field", with([](Parts& p) { p.check1 = 1; }), 6852,
+         "the block header does not belong", true},
+        {"bytes behind the member", with([](Parts& p) {
+             p.check2 = p.member.size();
+             p.member += "!";
+         }),
+         6852, "the block header does not belong", true},
+        {"unknown cipher", with([](Parts& p) { p.readable = "// encrypt = Q\r\n"; }), 6853,
+         "the file encryption (Q) is not one readable by this version of Talora, so can't read encrypted file 'x.tala'",
+         false},
+        {"no gzip", changed(0, 'P'), 6842,
+         "does not appear to be a gzip format (starts with 0x50 8b instead of 0x1f 8b)", false},
+        {"no payload", with([](Parts& p) { p.member = ""; }), 6842,
+         "does not appear to be a gzip format (starts with 0x00 00", false},
+        {"not deflated", changed(2, 7), 6843, "unknown gzip compression type 0x07", false},
+        {"unknown flags", changed(3, char(0x40)), 6844,
+         "file is using unknown features of gzip; may read incorrectly", true},
+        {"damaged data", changed(10, char(0xFF)), 6847, "error during file uncompressing (code -3)", false},
+        {"damaged checksum", changed(size_t(-8), 0), 6851, "crc of uncompressed file (", false},
+        {"damaged size", changed(size_t(-1), 1), 6850, "number of bytes after uncompressing (>" + size + "d)",
+         false},
+        {"states too little", with([](Parts& p) {
+             p.size = 100;
+             p.numbers = "16 100";
+         }),
+         6846, "buffer to decompress gzip '' is too small (is 100 but " + size + " needed)", false},
+        {"states too much", with([](Parts& p) {
+             p.size = 1000;
+             p.numbers = "16 1000";
+         }),
+         6850,
+         "number of bytes after uncompressing (>" + size +
+             "d) does not match stated original uncompressed size (1000d)",
+         false},
+        {"states more than can be", with([](Parts& p) {
+             p.size = 1 << 28;
+             p.numbers = "16 268435456";
+         }),
+         6841, "file is corrupted or of wrong format (has incorrect header)", false},
+        {"states 2^63", with([](Parts& p) {
+             p.size = 1ull << 63;
+             p.numbers = "16 9223372036854775808";
+         }),
+         6845, "file is too large for this version (expands to 9223372036854775807)", false},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.label);
+        net_bn* net = Read(row.bytes);
+        EXPECT_EQ(number_, row.number) << message_;
+        EXPECT_EQ(message_.substr(0, row.message.size()), row.message);
+        EXPECT_EQ(net != nullptr, row.is_read);
+        if (net) DeleteNet_bn(net);
+    }
+}
+
+TEST_F(NetContainerTest, OptionalFieldsOfGzipAreSkipped)
+{
+    const std::string plain = Gzipped(kNetText);
+    Parts parts;
+    parts.member = std::string("\x1F\x8B\x08\x1F\0\0\0\0\0\x0B", 10) + std::string("\x03\0abc", 5) +
+                   std::string("name\0comment\0XY", 15) + plain.substr(10);
+    EXPECT_TRUE(ReadsAs(parts.Bytes(kNetText.size()), kNetText)) << message_;
+    EXPECT_EQ(number_, 0) << message_;
+}
+
+TEST_F(NetContainerTest, NameAndContentsTellTheKind)
+{
+    const std::string file = Packed(kNetText);
+    const struct {
+        const char* name;
+        const std::string& bytes;
+        int number;
+    } rows[] = {
+        {"x.tala", file, 0},   {"x", file, 0},          {"X.TALA", file, 0},
+        {"x.dne", file, 4109}, {"x.tala", kNetText, 0}, {nullptr, file, 0},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name ? row.name : "no name");
+        net_bn* net = Read(row.bytes, nullptr, row.name);
+        EXPECT_EQ(number_, row.number) << message_;
+        EXPECT_EQ(net != nullptr, row.number == 0);
+        if (net) DeleteNet_bn(net);
+    }
+    net_bn* net = Read(kNetText, nullptr, "x.dne");
+    EXPECT_EQ(Write(net, "x"), kNetText);
+    EXPECT_EQ(Write(net, "x.TALA").substr(0, 18), "// ~->[TALA=1]->~ ");
+}
+
+TEST_F(NetContainerTest, DamageIsFoundOrHarmless)
+{
+    const std::string file = Packed(kNetText);
+    const size_t payload = file.find("\x1F\x8B");
+    for (size_t at = 0; at < file.size(); ++at) {
+        for (const int mask : {0x01, 0x80, 0xFF}) {
+            SCOPED_TRACE("byte " + std::to_string(at));
+            std::string damaged = file;
+            damaged[at] = static_cast<char>(damaged[at] ^ mask);
+            net_bn* net = Read(damaged);
+            EXPECT_TRUE(net != nullptr || number_ != 0);
+            // The text is guarded by its checksum.  Comments, unread fields and bits that fill up a byte
+            // may change.
+            if (net == nullptr) continue;
+            EXPECT_EQ(Write(net, "x.dne"), kNetText);
+            DeleteNet_bn(net);
+        }
+    }
+    for (size_t length = 0; length < file.size(); ++length) {
+        SCOPED_TRACE("length " + std::to_string(length));
+        EXPECT_EQ(Read(file.substr(0, length)), nullptr);
+        const bool in_member = length >= payload + 2;
+        EXPECT_EQ(number_ == 6850 || number_ == 6851, in_member) << message_;
+    }
+}
+
+TEST_F(NetContainerTest, BombsStayWithinTheLimit)
+{
+    const double before = LimitMemoryUsage_vx(64e6, env_);
+    Parts bomb;
+    bomb.member = Gzipped(std::string(100'000'000, '\0'), 1);
+    EXPECT_EQ(Read(bomb.Bytes(100'000'000)), nullptr);
+    EXPECT_NE(message_.find("for uncompressing file"), std::string::npos) << message_;
+    bomb.size = 1000;
+    EXPECT_EQ(Read(bomb.Bytes(1000)), nullptr);
+    EXPECT_EQ(message_.substr(0, 70),
+              "buffer to decompress gzip '' is too small (is 1000 but 100000000 neede");
+    LimitMemoryUsage_vx(before, env_);
+}
+
+TEST_F(NetContainerTest, CorpusComesBackTheSame)
+{
+    const char* corpus = std::getenv("TALORA_CORPUS");
+    if (corpus == nullptr) GTEST_SKIP() << "TALORA_CORPUS is not set: corpus files not read";
+    int files = 0;
+    for (const auto& entry :
+         std::filesystem::recursive_directory_iterator(std::filesystem::path(corpus) / "nets")) {
+        if (entry.path().extension() != ".dne") continue;
+        SCOPED_TRACE(entry.path().filename());
+        std::stringstream contents;
+        contents << std::ifstream(entry.path(), std::ios::binary).rdbuf();
+        net_bn* net = Read(contents.str(), nullptr, "x.dne");
+        ASSERT_NE(net, nullptr);
+        EXPECT_TRUE(ReadsAs(Write(net), Write(net, "x.dne"))) << message_;
+        DeleteNet_bn(net);
+        ++files;
+    }
+    EXPECT_GE(files, 17);
+}
+
+}  // namespace
+}  // namespace talora
