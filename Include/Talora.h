@@ -876,13 +876,82 @@ TALORA_API void DeleteNetTester_bn(tester_bn* tester);
  * Sensitivity to findings
  * ------------------------------------------------------------------------------------------- */
 
+/** What a measurer is asked to find; added up. */
+enum {
+    BELIEF_SENSV = 1,     /* how much each belief of the query node changes */
+    ENTROPY_SENSV = 2,    /* entropy reduction, which is mutual information */
+    REAL_SENSV = 4,       /* how much the mean of the query node's real value changes */
+    NODEVAR_SENSV = 8,    /* variance of the query node's beliefs */
+    RATIO_SENSV = 16,     /* by which factor each belief of the query node may change */
+    VARIANCE_SENSV = 256, /* variance of those changes */
+    RANGE_SENSV = 512     /* smallest and largest of those changes */
+};
+
 /** A measurer of how much findings at the varying nodes would be expected to tell of the query node.
- *  @param what_find  flags that say what is to be measured
- *  The caller deletes it, or it goes with the net. */
+ *  @param varying    nodes of the same net, copied; the query node may be among them
+ *  @param what_find  which measures, BELIEF_SENSV and so on
+ *  The caller deletes it, or it goes with the net.  The first question to it finds all measures, compiling
+ *  the net if need be, with one propagation for each possible state of the query node; they are kept until
+ *  the beliefs of the net change.  The findings of the net stay as they are.  Docs/sensitivity.md defines the
+ *  measures.  A measure that was not asked for here fails (2520 to 2528), and so does a question about a node
+ *  that is not among the varying nodes (6787), a query node without states (6784) or deleted (6783), and a
+ *  net that cannot be compiled or updated.  Errors here: nodes of two nets 6782, unknown flags 6790. */
 TALORA_API sensv_bn* NewSensvToFinding_bn(const node_bn* query, const nodelist_bn* varying, int what_find);
 
 /** Deletes a measurer.  NULL does nothing. */
 TALORA_API void DeleteSensvToFinding_bn(sensv_bn* sensv);
+
+/** What the measurer was made with. Lists belong to it; a node deleted since is NULL. */
+TALORA_API node_bn* GetSensvQueryNode_bn(const sensv_bn* sensv);
+TALORA_API const nodelist_bn* GetSensvVaryingNodes_bn(const sensv_bn* sensv);
+TALORA_API int GetSensvWhatFound_bn(const sensv_bn* sensv);
+
+/** Mutual information of the query node and a varying node in bits: how much of the query node's entropy a
+ *  finding there is expected to take away.  Of the query node itself: its entropy.  Needs ENTROPY_SENSV
+ *  (2520). */
+TALORA_API double GetMutualInfo_bn(sensv_bn* sensv, const node_bn* varying);
+
+/** Expected reduction of the variance of the query node's real value by a finding at a varying node.  Of the
+ *  query node itself: that variance.  Needs REAL_SENSV (6788) and VARIANCE_SENSV (6789); fails where states
+ *  have no values (6786) or an interval has an infinite end without a bound (6785). */
+TALORA_API double GetVarianceOfReal_bn(sensv_bn* sensv, const node_bn* varying);
+
+/** Expected reduction of the variance of the query node's beliefs by a finding at a varying node.  Of the
+ *  query node itself: that variance, the sum of p (1 - p)^2.  Needs NODEVAR_SENSV (2521). */
+TALORA_API double GetVarianceOfBeliefs_bn(sensv_bn* sensv, const node_bn* varying);
+
+/** The largest belief in a state of the query node after a finding at a varying node divided by the smallest:
+ *  1 if none changes it, infinite if one rules the state out.  Needs RATIO_SENSV (2522). */
+TALORA_API double GetSensitivityRatio_bn(sensv_bn* sensv, const node_bn* varying, state_bn query_state);
+
+/** Expected size of the change of the belief in a state of the query node by a finding at a varying node.
+ *  @param variance  receives the expected square of the change; needs VARIANCE_SENSV (2524); may be NULL
+ *  @param least     receives the smallest change, with its sign; needs RANGE_SENSV (2525); may be NULL
+ *  @param greatest  receives the largest change, likewise
+ *  Needs BELIEF_SENSV (2523).  The smallest belief there may be is the present one plus the least change. */
+TALORA_API double GetBeliefChange_bn(sensv_bn* sensv, const node_bn* varying, state_bn query_state,
+                                     double* variance, double* least, double* greatest);
+
+/** The same for the mean of the query node's real value.  Needs REAL_SENSV (2526), VARIANCE_SENSV (2527),
+ *  RANGE_SENSV (2528); other errors as for GetVarianceOfReal_bn. */
+TALORA_API double GetMeanChange_bn(sensv_bn* sensv, const node_bn* varying, double* variance, double* least,
+                                   double* greatest);
+
+/** Bounds on the query node's real value that stand for infinite ends of its intervals, undefined for none
+ *  (then measures of the real value fail with 6785).  Bounds inside the finite ends fail (6791, 6792). */
+TALORA_API void SetSensvRealBounds_bn(sensv_bn* sensv, double lower, double upper);
+/** The bounds back; each pointer may be NULL. */
+TALORA_API void GetSensvRealBounds_bn(const sensv_bn* sensv, double* lower, double* upper);
+
+/** How findings at one varying node change the beliefs and the mean of the query node, for people.
+ *  Where the real value has an infinite end and no bound, the question handler is asked for one; without an
+ *  answer the figures of the real value are left out.
+ *  @return text that stays until the next report of this measurer */
+TALORA_API const char* ReportSensvToNode_bn(sensv_bn* sensv, const node_bn* varying);
+/** One row for each varying node, those that tell most first; otherwise likewise. */
+TALORA_API const char* ReportSensvToAll_bn(sensv_bn* sensv);
+/** The same as a table in HTML, to be put into a page. */
+TALORA_API const char* ReportSensvHtml_bn(sensv_bn* sensv);
 
 #ifdef __cplusplus
 }

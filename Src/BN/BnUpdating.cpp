@@ -8,6 +8,7 @@
 #include "BN/BnCompile.h"
 #include "BN/BnFindings.h"
 #include "BN/BnProbs.h"
+#include "BN/ImpossibleCondition.h"
 #include "Basic/Error.h"
 #include "Basic/Memory.h"
 
@@ -130,6 +131,11 @@ void CompileOnDemand(Net& net)
     }
 }
 
+[[noreturn]] void FailHalted(const Net& net)
+{
+    FailWith(ABORTED_CND, 6013, "updating of beliefs was halted for >-net '%s'", net.name.c_str());
+}
+
 }  // namespace
 
 int ConstantState(const Node& node)
@@ -205,11 +211,35 @@ void UpdateBeliefs(Net& net)
         case UpdateStatus::kUpdated:
             return;
         case UpdateStatus::kInconsistent:
+            ReportImpossibleCondition(net, [&](int variable) { return TableOf(*net.compiled, variable); });
             FailWith(INCONSISTENT_FINDING_CND, 3305,
                      "according to this model, the >-finding-(s) entered are inconsistent%s", "");
         case UpdateStatus::kHalted:
-            FailWith(ABORTED_CND, 6013, "updating of beliefs was halted for >-net '%s'", net.name.c_str());
+            FailHalted(net);
     }
+}
+
+bool TryState(Node& node, int state)
+{
+    Net& net = *node.net;
+    CompiledNet& compiled = *net.compiled;
+    const int variable = VariableOf(node);
+    if (!compiled.finding_is_stale[variable]) {
+        compiled.finding_is_stale[variable] = 1;
+        compiled.stale_findings.push_back(variable);  // reserved for all variables
+    }
+    compiled.propagation->SetPositive(variable, state);
+    const UpdateStatus status = compiled.propagation->Update();
+    if (status == UpdateStatus::kHalted) FailHalted(net);
+    return status == UpdateStatus::kUpdated;
+}
+
+bool BeliefOf(const Node& node, float* beliefs)
+{
+    const int variable = VariableOf(node);
+    if (variable < 0) return false;
+    node.net->compiled->propagation->Belief(variable, beliefs);
+    return true;
 }
 
 void AutoUpdate(Net& net)

@@ -24,7 +24,7 @@ struct CompiledNet {
     std::vector<Node*> utilities;  // in the order of graph.utility_parents
     ModelGraph graph;
     JunctionTree tree;
-    bool has_decisions = false;    // or utility nodes
+    bool has_decisions = false;  // or utility nodes
 
     // The graph as propagation takes it: a node without states counts as having one.
     ModelGraph propagation_graph;
@@ -55,6 +55,14 @@ void UpdateBeliefs(Net& net);
 // After a change of findings: updates at once if the net is compiled and auto-updates.
 void AutoUpdate(Net& net);
 bool AreBeliefsUpdated(const Net& net);
+
+// Tries a state of a node of the tree: afterwards BeliefOf gives the beliefs there would be with that
+// finding instead of the node's own.  Findings and update count stay, and the net counts as not updated until
+// its next update takes the state back.  Needs an updated net, or one where states have been tried since.
+// False if the state contradicts the findings, and there are no beliefs.
+bool TryState(Node& node, int state);
+// Whether the tree holds the node; if so, writes its beliefs as they are after the last update or trial.
+bool BeliefOf(const Node& node, float* beliefs);
 
 // ---- Results; each brings beliefs up to date first ----
 

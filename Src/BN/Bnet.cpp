@@ -386,6 +386,7 @@ Node* NewNodeRecord(Net& net)
 
 void ReleaseNode(Node* node) noexcept
 {
+    ForgetNode(*node->net, node);
     node->parents.header.SetTag(DELETED_TYPE);
     node->children.header.SetTag(DELETED_TYPE);
     Nodes().Release(node);
