@@ -846,6 +846,14 @@ TALORA_API caseset_cs* NewCaseset_cs(const char* name, environ_vx* env);
 /** Deletes a case set and all it holds, but never the files it refers to.  NULL does nothing. */
 TALORA_API void DeleteCaseset_cs(caseset_cs* cases);
 
+/** Adds all cases of a case file, on disk or in memory, to a set.  A file on disk is only opened when the
+ *  cases are read; of a memory stream the contents are copied.  The stream may be deleted afterwards.
+ *  @param degree   each case counts so many times, 0 or more (6528); normally 1
+ *  @param options  NULL or "", or "SkipMisfits": cases with a value that fits no state or range are left
+ *                  out whole, not just that value */
+TALORA_API void AddFileToCaseset_cs(caseset_cs* cases, const stream_vx* file, double degree,
+                                    const char* options);
+
 /* ---------------------------------------------------------------------------------------------
  * Learning tables from cases
  * ------------------------------------------------------------------------------------------- */

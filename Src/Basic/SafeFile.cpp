@@ -180,4 +180,11 @@ size_t InputFile::Read(char* bytes, size_t count)
     }
 }
 
+void InputFile::GoTo(int64_t position)
+{
+    if (::lseek(file_, position, SEEK_SET) < 0)
+        FailWith(FILE_CND, 6502, "can't go to byte %lld of file '%s' (OS error %d)",
+                 static_cast<long long>(position), path_.c_str(), errno);
+}
+
 }  // namespace talora

@@ -55,6 +55,7 @@ public:
     InputFile& operator=(const InputFile&) = delete;
 
     size_t Read(char* bytes, size_t count);          // 0 at the end
+    void GoTo(int64_t position);                     // fails for what is no regular file
     int64_t SizeHint() const { return size_hint_; }  // 0 if not known; the file may change meanwhile
 
 private:

@@ -70,6 +70,7 @@ void SetContents(Stream& stream, std::string_view bytes)
                 stream.name.c_str());
     stream.contents.assign(bytes);
     stream.has_contents = true;
+    stream.next_case = 0;
 }
 
 bool IsPlainText(std::string_view bytes)
@@ -95,9 +96,27 @@ bool IsPlainText(std::string_view bytes)
 ByteSource::ByteSource(const Stream& stream)
 {
     if (stream.in_memory)
-        rest_ = stream.contents;
+        all_ = rest_ = stream.contents;
     else
         file_ = std::make_unique<InputFile>(stream.name);
+}
+
+ByteSource::ByteSource(const std::string& path) : file_(std::make_unique<InputFile>(path))
+{}
+
+ByteSource ByteSource::OfBytes(std::string_view bytes)
+{
+    ByteSource source;
+    source.all_ = source.rest_ = bytes;
+    return source;
+}
+
+void ByteSource::GoTo(int64_t position)
+{
+    if (file_)
+        file_->GoTo(position);
+    else
+        rest_ = all_.substr(std::min(static_cast<size_t>(position), all_.size()));
 }
 
 size_t ByteSource::Read(char* bytes, size_t count)

@@ -23,6 +23,7 @@ struct stream_vx {
     std::string contents;  // of a memory stream
     bool has_contents = false;
     talora::Secret password;  // for what is encrypted
+    int64_t next_case = 0;    // where the next case begins, when cases are read one by one
 };
 
 namespace talora {
@@ -44,12 +45,17 @@ bool IsPlainText(std::string_view bytes);  // ASCII or UTF-8 without zero bytes
 class ByteSource {
 public:
     explicit ByteSource(const Stream& stream);
+    explicit ByteSource(const std::string& path);
+    static ByteSource OfBytes(std::string_view bytes);  // which outlive it
     size_t Read(char* bytes, size_t count);  // 0 at the end
+    void GoTo(int64_t position);             // counted in bytes from the beginning; behind the end: the end
     int64_t SizeHint() const;
 
 private:
+    ByteSource() = default;
+
     std::unique_ptr<InputFile> file_;  // null for memory
-    std::string_view rest_;
+    std::string_view all_, rest_;
 };
 
 // The whole of a stream, followed by a zero byte.  A memory stream is not copied.

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "Basic/Environ.h"
+#include "Basic/Stream.h"
 
 namespace talora {
 
@@ -39,6 +40,21 @@ void DeleteCaseset(Caseset* cases) noexcept
 void DeleteCasesets(environ_vx& env) noexcept
 {
     while (!env.casesets.empty()) DeleteCaseset(env.casesets.back());
+}
+
+void AddFileToCaseset(Caseset& cases, const stream_vx& file, double degree, bool skips_misfits)
+{
+    CaseSource source;
+    source.name = file.name;
+    source.in_memory = file.in_memory;
+    source.degree = degree;
+    source.skips_misfits = skips_misfits;
+    if (file.in_memory) {
+        CheckMemory(double(file.contents.size()), "to add the cases of >-FileSpec %s to a >-caseset_cs",
+                    file.name.c_str());
+        source.contents = file.contents;
+    }
+    cases.sources.push_back(std::move(source));
 }
 
 }  // namespace talora

@@ -22,8 +22,9 @@ namespace talora {
 struct CaseSource {
     std::string name;  // path, or the name of the memory stream, for messages
     bool in_memory = false;
-    std::string contents;  // of a source in memory
-    double degree = 1;     // each of its cases counts so many times
+    std::string contents;        // of a source in memory
+    double degree = 1;           // each of its cases counts so many times
+    bool skips_misfits = false;  // a case with a value that does not fit is left out whole
 };
 
 }  // namespace talora
@@ -42,6 +43,7 @@ using Caseset = caseset_cs;
 Caseset* NewCaseset(environ_vx& env, std::string_view name);
 void DeleteCaseset(Caseset* cases) noexcept;
 void DeleteCasesets(environ_vx& env) noexcept;  // all of an environment
+void AddFileToCaseset(Caseset& cases, const stream_vx& file, double degree, bool skips_misfits);
 
 // What a case says of a node other than a state: a weight per state.
 struct CaseLikelihood {
@@ -65,9 +67,13 @@ struct CaseBlock {
 };
 
 // Reads all cases of a case set for some nodes of one net.  Nodes without a column are never known.
+//
+// When somebody can answer questions, making a reader goes through all cases once and asks what has to be
+// asked; answers may add states or expand bounds.  So make the reader before sizing anything by the numbers
+// of states: from then on reading does not change the net.
 class CaseReader {
 public:
-    // @param nodes  of one net, each once; the set, the net and the nodes outlive the reader
+    // @param nodes  of one net, each once, or none at all; the set, the net and the nodes outlive the reader
     CaseReader(const Caseset& cases, std::span<Node* const> nodes);
     ~CaseReader();
     CaseReader(const CaseReader&) = delete;

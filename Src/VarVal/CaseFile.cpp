@@ -1,0 +1,391 @@
+#include "VarVal/CaseFile.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstring>
+
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
+#include "Basic/Error.h"
+
+namespace talora {
+
+namespace {
+
+constexpr size_t kBlockBytes = 1 << 20;
+constexpr size_t kBeginningBytes = 256;
+constexpr std::string_view kTypeMark = "// ~->[";
+constexpr std::string_view kDatabaseMark = "// DB columns in order:  ";
+constexpr int kLastVersion = 2;
+
+bool IsBlank(char c)
+{
+    return c == ' ' || c == '\t' || c == '\r' || c == '\v' || c == '\f';
+}
+
+std::string_view Trim(std::string_view text)
+{
+    while (!text.empty() && IsBlank(text.front())) text.remove_prefix(1);
+    while (!text.empty() && IsBlank(text.back())) text.remove_suffix(1);
+    return text;
+}
+
+// What a file says of its type: "CASE", "DNET", ...; empty if it says nothing.  The rest follows the type.
+std::string_view FileType(std::string_view beginning, std::string_view& rest)
+{
+    if (!beginning.starts_with(kTypeMark)) return {};
+    const std::string_view type = beginning.substr(kTypeMark.size(), 4);
+    if (type.size() < 4 ||
+        !std::all_of(type.begin(), type.end(), [](char c) { return c >= 'A' && c <= 'Z'; }))
+        return {};
+    rest = beginning.substr(kTypeMark.size() + 4);
+    return type;
+}
+
+void CheckVersion(std::string_view rest, const std::string& file)
+{
+    int version = 0;
+    if (rest.starts_with('-'))
+        std::from_chars(rest.data() + 1, rest.data() + std::min<size_t>(rest.size(), 12), version);
+    if (version == 0)
+        Warn(2450, "case file doesn't indicate format version, in file '%s'", file.c_str());
+    else if (version < 0 || version > kLastVersion)
+        Warn(
+            2082,
+            "these cases were stored using a %s version of file format (%d). They may not read correctly, in file '%s'",
+            version < 0 ? "old" : "new", version, file.c_str());
+}
+
+bool IsFromDatabase(std::string_view beginning)
+{
+    const size_t end = beginning.find('\n');
+    if (end == std::string_view::npos || !beginning.starts_with("// ~->[CASE-1]->~")) return false;
+    std::string_view rest = beginning.substr(end + 1);
+    if (rest.starts_with('\r')) rest.remove_prefix(1);
+    return rest.starts_with('\n') && rest.substr(1).starts_with(kDatabaseMark);
+}
+
+// Where a comment begins: two characters that do not stand within an entry.  npos if none does.
+size_t FindComment(std::string_view text, char delimiter)
+{
+    bool quoted = false;
+    for (size_t i = 0; i + 1 < text.size(); ++i) {
+        if (delimiter == ',' && text[i] == '"') quoted = !quoted;
+        if (quoted || text[i] != '/' || (text[i + 1] != '/' && text[i + 1] != '*')) continue;
+        if (i == 0 || IsBlank(text[i - 1]) || text[i - 1] == delimiter) return i;
+    }
+    return std::string_view::npos;
+}
+
+// Places of the delimiters in a line, at most `most` of them; kLinePadding bytes behind it can be read.
+// @return how many there are, most + 1 if more
+int FindDelimiters(const char* text, size_t length, char first, char second, uint32_t* places, int most)
+{
+    int count = 0;
+#ifdef __SSE2__
+    const __m128i wanted = _mm_set1_epi8(first), also = _mm_set1_epi8(second);
+    for (size_t at = 0; at < length; at += 16) {
+        const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + at));
+        const __m128i hits = _mm_or_si128(_mm_cmpeq_epi8(bytes, wanted), _mm_cmpeq_epi8(bytes, also));
+        uint32_t mask = static_cast<uint32_t>(_mm_movemask_epi8(hits));
+        if (length - at < 16) mask &= (1u << (length - at)) - 1;
+        for (; mask != 0; mask &= mask - 1) {
+            if (count == most) return most + 1;
+            places[count++] = static_cast<uint32_t>(at) + static_cast<uint32_t>(__builtin_ctz(mask));
+        }
+    }
+#else
+    for (size_t at = 0; at < length; ++at) {
+        if (text[at] != first && text[at] != second) continue;
+        if (count == most) return most + 1;
+        places[count++] = static_cast<uint32_t>(at);
+    }
+#endif
+    return count;
+}
+
+}  // namespace
+
+std::string PlaceText(const CasePlace& place)
+{
+    const int64_t line = place.line - (place.from_database ? kDatabaseHeaderLines : 0);
+    return "case " + (place.case_number > 0 ? std::to_string(place.case_number) + " " : "") + "on line " +
+           std::to_string(line) + " (char " + std::to_string(place.character) + ") of file '" + *place.file +
+           "'";
+}
+
+// ---- Splitting ----
+
+int LineSplitter::Split(const CaseLine& line, int most)
+{
+    const std::string_view text = line.text;
+    unquoted_ = false;
+    if (delimiter_ == ',' && std::memchr(text.data(), '"', text.size()) != nullptr)
+        return SplitQuoted(text, most);
+    text_ = text.data();
+    const size_t room = std::min<size_t>(static_cast<size_t>(most) + 1, text.size() + 1);
+    const bool by_blanks = delimiter_ == ' ';
+    // Blanks may come in runs, so that only the length of the line bounds how many there are.
+    const size_t most_places = by_blanks ? text.size() : room;
+    if (places_.size() < most_places + 1) places_.resize(most_places + 1);
+    int count = FindDelimiters(text.data(), text.size(), delimiter_, by_blanks ? '\t' : delimiter_,
+                               places_.data(), static_cast<int>(most_places));
+    count = std::min(count, static_cast<int>(most_places));
+    if (spans_.size() < room + 1) spans_.resize(room + 1);
+    EntrySpan* out = spans_.data();
+    uint32_t begin = 0;
+    if (by_blanks) {
+        int entries = 0;
+        for (int i = 0; i <= count; ++i) {
+            const uint32_t end = i < count ? places_[static_cast<size_t>(i)] : uint32_t(text.size());
+            if (end > begin) {
+                if (entries == most) return most + 1;
+                out[entries++] = {begin, end};
+            }
+            begin = end + 1;
+        }
+        return entries;
+    }
+    for (int i = 0; i <= count; ++i) {
+        uint32_t from = begin, end = i < count ? places_[static_cast<size_t>(i)] : uint32_t(text.size());
+        begin = end + 1;
+        while (from < end && static_cast<unsigned char>(text[from]) <= ' ') ++from;
+        while (from < end && static_cast<unsigned char>(text[end - 1]) <= ' ') --end;
+        if (i == most) {
+            // A delimiter at the end of the line is no further entry.
+            const bool is_last = i == count && from == end;
+            return is_last ? most : most + 1;
+        }
+        out[i] = {from, end};
+    }
+    return count + 1;
+}
+
+// The entries without their quotes go one after the other into the scratch text.
+int LineSplitter::SplitQuoted(std::string_view line, int most)
+{
+    unquoted_ = true;
+    scratch_.clear();
+    spans_.clear();
+    places_.clear();
+    size_t at = 0;
+    for (;;) {
+        while (at < line.size() && IsBlank(line[at])) ++at;
+        if (static_cast<int>(spans_.size()) == most) return at == line.size() ? most : most + 1;
+        const auto begin = static_cast<uint32_t>(scratch_.size());
+        places_.push_back(static_cast<uint32_t>(at));
+        if (at < line.size() && line[at] == '"') {
+            for (++at; at < line.size(); ++at) {
+                if (line[at] == '"' && (at + 1 >= line.size() || line[at + 1] != '"')) break;
+                if (line[at] == '"') ++at;
+                scratch_ += line[at];
+            }
+            ++at;
+        }
+        const size_t comma = std::min(line.find(',', std::min(at, line.size())), line.size());
+        if (at < comma) scratch_ += Trim(line.substr(at, comma - at));
+        spans_.push_back({begin, static_cast<uint32_t>(scratch_.size())});
+        at = comma + 1;
+        if (comma >= line.size()) break;
+    }
+    const auto length = scratch_.size();
+    scratch_.resize(length + kLinePadding);
+    text_ = scratch_.data();
+    return static_cast<int>(spans_.size());
+}
+
+int64_t LineSplitter::Character(int index) const
+{
+    const auto i = static_cast<size_t>(index);
+    return int64_t{1} + (unquoted_ ? places_[i] : spans_[i].begin);
+}
+
+// ---- The file ----
+
+CaseFileReader::CaseFileReader(const CaseSource& source, char default_delimiter, bool warn)
+    : source_(source),
+      bytes_(source.in_memory ? ByteSource::OfBytes(source.contents) : ByteSource(source.name))
+{
+    size_ = bytes_.SizeHint();
+    block_.resize(kBlockBytes + kLinePadding);
+    while (end_ < kBeginningBytes && Fill()) continue;
+    CheckBeginning(warn);
+    ReadHeader(default_delimiter);
+}
+
+// Reads more behind what is not taken yet; false at the end of the file.
+bool CaseFileReader::Fill()
+{
+    if (ended_) return false;
+    if (at_ > 0) {
+        std::memmove(block_.data(), block_.data() + at_, end_ - at_);
+        block_position_ += static_cast<int64_t>(at_);
+        end_ -= at_;
+        slash_ = slash_ > at_ ? slash_ - at_ : 0;
+        at_ = 0;
+    }
+    if (end_ + kLinePadding >= block_.size()) {
+        if (end_ >= kLongestCaseLine)
+            Fail(6503, "line %lld of case file '%s' is longer than %lld bytes", (long long)(lines_ + 1),
+                 Name().c_str(), (long long)kLongestCaseLine);
+        CheckMemory(double(block_.size()) * 2, "to read a line of %lld bytes from file '%s'", (long long)end_,
+                    Name().c_str());
+        block_.resize(block_.size() * 2);
+    }
+    const size_t got = bytes_.Read(block_.data() + end_, block_.size() - kLinePadding - end_);
+    end_ += got;
+    ended_ = got == 0;
+    if (ended_ && block_position_ + static_cast<int64_t>(end_) < size_)
+        FailWith(
+            FILE_CND, 6504,
+            "case file '%s' became shorter while it was being read (from %lld bytes to %lld), so its last case may be cut",
+            Name().c_str(), (long long)size_, (long long)(block_position_ + static_cast<int64_t>(end_)));
+    return !ended_;
+}
+
+void CaseFileReader::CheckBeginning(bool warn)
+{
+    std::string_view beginning(block_.data(), std::min(end_, kBeginningBytes));
+    if (beginning.starts_with("\xFF\xFE") || beginning.starts_with("\xFE\xFF"))
+        Fail(6505, "case file '%s' is written in UTF-16; it should be plain ASCII or UTF-8", Name().c_str());
+    if (beginning.starts_with("\xEF\xBB\xBF")) {
+        beginning.remove_prefix(3);
+        at_ = 3;
+    }
+    std::string_view rest;
+    const std::string_view type = FileType(beginning, rest);
+    if (type.empty()) return;
+    if (type != "CASE")
+        Fail(2081, "not a case data file (it is a %s file), file '%s'", std::string(type).c_str(),
+             Name().c_str());
+    if (warn) CheckVersion(rest, Name());
+    header_.from_database = IsFromDatabase(beginning);
+}
+
+// The next line, whatever it holds.
+bool CaseFileReader::NextLine(CaseLine& line)
+{
+    size_t searched = at_;
+    const char* found = nullptr;
+    for (;;) {
+        found = static_cast<const char*>(std::memchr(block_.data() + searched, '\n', end_ - searched));
+        if (found != nullptr) break;
+        searched = end_ - at_;  // where it will be once the block has moved
+        if (!Fill()) break;
+    }
+    if (found == nullptr && at_ == end_) return false;
+    const size_t begin = at_;
+    size_t end = found != nullptr ? static_cast<size_t>(found - block_.data()) : end_;
+    at_ = found != nullptr ? end + 1 : end_;
+    if (end > begin && block_[end - 1] == '\r') --end;
+    line.text = {block_.data() + begin, end - begin};
+    line.position = block_position_ + static_cast<int64_t>(begin);
+    line.number = lines_known_ ? ++lines_ : 0;
+    return true;
+}
+
+// Whether the line is, or begins, a comment; a comment of several lines is read to its end, and what
+// follows it on its last line becomes the line.  A comment behind a case is cut off.
+bool CaseFileReader::SkipComments(CaseLine& line)
+{
+    const auto begin = static_cast<size_t>(line.text.data() - block_.data());
+    if (slash_ < begin) slash_ = begin;
+    const size_t end = begin + line.text.size();
+    if (slash_ >= end) return false;
+    const void* slash = std::memchr(block_.data() + slash_, '/', end_ - slash_);
+    slash_ = slash != nullptr ? static_cast<size_t>(static_cast<const char*>(slash) - block_.data()) : end_;
+    if (slash_ >= end) return false;
+    const std::string_view text = Trim(line.text);
+    if (text.starts_with("//")) return true;
+    const size_t comment = FindComment(line.text, header_.delimiter);
+    if (comment == std::string_view::npos) return false;
+    if (line.text[comment + 1] == '/') {
+        line.text = line.text.substr(0, comment);
+        // The delimiter in front of the comment belongs to it.
+        while (!line.text.empty() && IsBlank(line.text.back())) line.text.remove_suffix(1);
+        return false;
+    }
+    TakeComment(line, comment);
+    return SkipComments(line);
+}
+
+void CaseFileReader::TakeComment(CaseLine& line, size_t begin)
+{
+    const bool has_data = !Trim(line.text.substr(0, begin)).empty();
+    size_t end = line.text.find("*/", begin + 2);
+    if (end != std::string_view::npos) {
+        // On one line: as good as blanks.
+        char* text = block_.data() + (line.text.data() - block_.data());
+        std::fill(text + begin, text + end + 2, ' ');
+        return;
+    }
+    if (has_data) {
+        const CasePlace place{0, line.number, int64_t(begin) + 1, header_.from_database, &source_.name};
+        Fail(6506, "multi-line comment found starting on a line which has case information, in %s",
+             PlaceText(place).c_str());
+    }
+    const int64_t first_line = line.number;
+    do {
+        if (!NextLine(line))
+            Fail(6507, "comment that begins on line %lld of case file '%s' does not end",
+                 (long long)first_line, Name().c_str());
+        end = line.text.find("*/");
+    } while (end == std::string_view::npos);
+    line.position += static_cast<int64_t>(end) + 2;
+    line.text.remove_prefix(end + 2);
+}
+
+bool CaseFileReader::Next(CaseLine& line)
+{
+    while (NextLine(line)) {
+        if (SkipComments(line)) continue;
+        const std::string_view text = line.text;
+        // Most lines begin with something to see.
+        if (text.empty() || (IsBlank(text.front()) && Trim(text).empty())) continue;
+        return true;
+    }
+    return false;
+}
+
+void CaseFileReader::ReadHeader(char default_delimiter)
+{
+    CaseLine line;
+    header_.delimiter = ',';  // so that quotes are minded
+    if (!Next(line)) Fail(6508, "case file '%s' has no line of column names", Name().c_str());
+    const std::string_view text = Trim(line.text);
+    header_.delimiter = text.find(',') != std::string_view::npos    ? ','
+                        : text.find('\t') != std::string_view::npos ? '\t'
+                        : text.find(' ') != std::string_view::npos  ? ' '
+                                                                    : default_delimiter;
+    LineSplitter splitter(header_.delimiter);
+    const int count = splitter.Split(line, INT32_MAX - 1);
+    for (int i = 0; i < count; ++i) {
+        const std::string_view name = splitter.Entry(i);
+        const int column = static_cast<int>(header_.columns.size());
+        if (name.empty() && i == count - 1) break;  // a delimiter at the end of the line
+        int* special = name == kIdColumn     ? &header_.id_column
+                       : name == kFreqColumn ? &header_.freq_column
+                                             : nullptr;
+        if (special == &header_.id_column && *special >= 0)
+            Fail(6509, "multiple IDnum columns in case file '%s'", Name().c_str());
+        if (special == &header_.freq_column && *special >= 0)
+            Fail(6510, "multiple NumCases columns in case file '%s'", Name().c_str());
+        if (special != nullptr) *special = column;
+        header_.columns.emplace_back(name);
+    }
+    first_case_ = block_position_ + static_cast<int64_t>(at_);
+}
+
+void CaseFileReader::GoTo(int64_t position)
+{
+    position = std::max(position, first_case_);
+    bytes_.GoTo(position);
+    block_position_ = position;
+    at_ = end_ = slash_ = 0;
+    ended_ = false;
+    lines_known_ = position == first_case_ && lines_known_;
+}
+
+}  // namespace talora

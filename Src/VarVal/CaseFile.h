@@ -1,0 +1,124 @@
+// Case files: opening one, its header, and the lines that hold cases.
+//
+// The file is read in blocks of about a megabyte; only the line at hand is in memory, however long the
+// file is.  Lines given out are views into the block and hold until the next one is asked for; at least
+// kLinePadding bytes behind their end may be read (and mean nothing), so that vector code need not care.
+//
+// A file whose first lines tell the columns of a database query counts its lines from behind that block.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Basic/Memory.h"
+#include "Basic/Stream.h"
+#include "VarVal/Caseset.h"
+
+namespace talora {
+
+constexpr size_t kLinePadding = 64;
+constexpr size_t kLongestCaseLine = size_t{1} << 30;
+constexpr int kDatabaseHeaderLines = 6;
+constexpr const char kIdColumn[] = "IDnum";
+constexpr const char kFreqColumn[] = "NumCases";
+
+struct CaseFileHeader {
+    bool from_database = false;
+    char delimiter = '\t';  // comma, tab or blank
+    std::vector<std::string> columns;
+    int id_column = -1, freq_column = -1;
+};
+
+struct CaseLine {
+    std::string_view text;
+    int64_t number = 0;    // from 1; 0 if not known
+    int64_t position = 0;  // of its first byte in the file
+};
+
+// Where a case stands, for messages.
+struct CasePlace {
+    int64_t case_number = 0;  // 0 if not known
+    int64_t line = 0;
+    int64_t character = 1;  // in the line, from 1
+    bool from_database = false;
+    const std::string* file = nullptr;
+};
+// "case 3 on line 5 (char 7) of file 'x.cas'"
+std::string PlaceText(const CasePlace& place);
+
+struct EntrySpan {
+    uint32_t begin, end;
+};
+
+// Splits lines at one delimiter.  Runs of blanks count once where the delimiter is a blank; blanks around
+// other entries are dropped; with commas, entries may be in double quotes (doubled inside).
+class LineSplitter {
+public:
+    explicit LineSplitter(char delimiter) : delimiter_(delimiter) {}
+
+    // @param most  stop when there are more entries than this
+    // @return the number of entries, most + 1 if there are more
+    int Split(const CaseLine& line, int most);
+    std::string_view Entry(int index) const
+    {
+        const EntrySpan span = spans_[static_cast<size_t>(index)];
+        return {text_ + span.begin, span.end - span.begin};
+    }
+    // Where the entry begins in the line, from 1.
+    int64_t Character(int index) const;
+
+private:
+    int SplitQuoted(std::string_view line, int most);
+
+    char delimiter_;
+    const char* text_ = nullptr;
+    bool unquoted_ = false;  // the entries are in scratch_, not in the line
+    std::vector<EntrySpan> spans_;
+    std::vector<uint32_t> places_;  // of the entries in the line, when they are in scratch_
+    std::string scratch_;
+};
+
+class CaseFileReader {
+public:
+    // Opens the file, looks at its beginning and reads the line of column names.
+    // @param default_delimiter  where the header line has but one column
+    // @param warn  whether to tell of what is odd about the file as a whole
+    CaseFileReader(const CaseSource& source, char default_delimiter, bool warn);
+
+    const CaseFileHeader& Header() const { return header_; }
+    const std::string& Name() const { return source_.name; }
+
+    // The next line that holds a case; false at the end of the file.
+    bool Next(CaseLine& line);
+    // Goes to the line that holds this byte, or begins there; positions within the header: to the first case.
+    void GoTo(int64_t position);
+
+    int64_t BytesTaken() const { return block_position_ + static_cast<int64_t>(at_); }
+    int64_t Size() const { return size_; }  // when it was opened; 0 if not known
+    int64_t FirstCase() const { return first_case_; }
+
+private:
+    bool NextLine(CaseLine& line);
+    bool Fill();
+    bool SkipComments(CaseLine& line);
+    void CheckBeginning(bool warn);
+    void ReadHeader(char default_delimiter);
+    void TakeComment(CaseLine& line, size_t begin);
+
+    const CaseSource& source_;
+    ByteSource bytes_;
+    CaseFileHeader header_;
+    TableVector<char> block_;
+    int64_t block_position_ = 0;  // of the first byte of the block in the file
+    size_t at_ = 0, end_ = 0;     // what is not taken yet
+    size_t slash_ = 0;            // no '/' between at_ and here
+    bool ended_ = false;
+    int64_t size_ = 0;
+    int64_t lines_ = 0;  // taken so far
+    bool lines_known_ = true;
+    int64_t first_case_ = 0;
+};
+
+}  // namespace talora

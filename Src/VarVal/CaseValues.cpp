@@ -1,0 +1,305 @@
+#include "VarVal/CaseValues.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdarg>
+#include <cstdio>
+
+#include "BN/BnBasicOps1.h"
+#include "BN/BnEdit.h"
+#include "Basic/Error.h"
+#include "Basic/Names.h"
+#include "Basic/Parser.h"
+
+namespace talora {
+
+namespace {
+
+// A state number far beyond those there are is taken for a mistake, not for that many states to be added.
+constexpr int kMostStatesAdded = 1000;
+
+std::string Format(const char* format, ...) TALORA_PRINTF(1, 2);
+std::string Format(const char* format, ...)
+{
+    char text[kMessageBytes];
+    va_list values;
+    va_start(values, format);
+    vsnprintf(text, sizeof text, format, values);
+    va_end(values);
+    return text;
+}
+
+char Lower(char c)
+{
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+bool IsSameWord(std::string_view a, std::string_view b)
+{
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                      [](char x, char y) { return Lower(x) == Lower(y); });
+}
+
+// By name, then by name without regard to case, then by title.
+int FindStateWord(const Node& node, std::string_view text)
+{
+    int state = FindState(node, text);
+    const int num_texts = static_cast<int>(node.states.texts.size());
+    for (int i = 0; state < 0 && i < num_texts; ++i)
+        if (!StateName(node, i).empty() && IsSameWord(StateName(node, i), text)) state = i;
+    for (int i = 0; state < 0 && i < num_texts; ++i)
+        if (!StateTitle(node, i).empty() && StateTitle(node, i) == text) state = i;
+    return state;
+}
+
+bool IsStateNumber(const Node& node, double value)
+{
+    return value >= 0 && value < NumStates(node) && value == std::floor(value);
+}
+
+// Whether some level of the node's states might be meant as the number of a state, so that numbers of
+// states cannot be used in its place.
+bool LevelsLookLikeStates(const Node& node)
+{
+    return std::any_of(node.states.levels.begin(), node.states.levels.end(),
+                       [&](double level) { return IsStateNumber(node, level); });
+}
+
+CaseEntry OfState(int state)
+{
+    CaseEntry entry;
+    entry.kind = EntryKind::STATE;
+    entry.state = state;
+    return entry;
+}
+
+CaseEntry OfValue(int state, double value)
+{
+    CaseEntry entry;
+    entry.kind = state >= 0 ? EntryKind::STATE : EntryKind::VALUE;
+    entry.state = state;
+    entry.value = value;
+    entry.always = false;
+    return entry;
+}
+
+// A node without states may have bounds: its two levels.
+bool IsInBounds(const Node& node, double value)
+{
+    const std::vector<double>& levels = node.states.levels;
+    return levels.size() != 2 ||
+           (value >= std::min(levels[0], levels[1]) && value <= std::max(levels[0], levels[1]));
+}
+
+}  // namespace
+
+CaseEntry CaseValues::Read(Node& node, std::string_view text, const CasePlace& place)
+{
+    if (text.empty() || text == "*" || (text.size() == 1 && text[0] == missing_)) return CaseEntry();
+    if (text[0] == '{') return ReadLikelihood(node, text, place);
+    if (HasStates(node)) {
+        const int state = FindStateWord(node, text);
+        if (state >= 0) return OfState(state);
+        double number = 0;
+        if (text[0] == '#' && ParseReal(text.substr(1), number)) {
+            if (IsStateNumber(node, number)) return OfState(static_cast<int>(number));
+            return Unreadable(node, text, place);
+        }
+    }
+    double value = 0;
+    if (ParseReal(text, value)) return ReadNumber(node, text, value, place);
+    if (!IsDiscrete(node) || CheckName(std::string(text).c_str(), false, nullptr) != 0)
+        return Unreadable(node, text, place);
+    return Settle(node, {NO_SUCH_NAME, text}, place);
+}
+
+CaseEntry CaseValues::ReadNumber(Node& node, std::string_view text, double value, const CasePlace& place)
+{
+    if (!HasStates(node) && !IsDiscrete(node)) {
+        if (!IsInBounds(node, value)) return Settle(node, {OUT_OF_BOUNDS, text, value}, place);
+        return OfValue(UNDEF_STATE, value);
+    }
+    if (!IsDiscrete(node)) {
+        const int state = StateOfValue(node, value);
+        if (state < 0) return Settle(node, {OUT_OF_BOUNDS, text, value}, place);
+        return OfValue(state, value);
+    }
+    if (!node.states.levels.empty()) {
+        const int state = StateOfValue(node, value);
+        if (state >= 0) return OfState(state);
+        if (!LevelsLookLikeStates(node) && IsStateNumber(node, value))
+            return OfState(static_cast<int>(value));
+        return Settle(node, {NO_SUCH_NUMBER, text, value}, place);
+    }
+    if (IsStateNumber(node, value)) return OfState(static_cast<int>(value));
+    const bool could_be =
+        value >= 0 && value == std::floor(value) && value < NumStates(node) + kMostStatesAdded;
+    return Settle(node, {could_be ? NO_SUCH_NUMBER : NOT_POSSIBLE, text, value}, place);
+}
+
+// "{w1;w2;...}": how probable what was observed is in each state.
+CaseEntry CaseValues::ReadLikelihood(Node& node, std::string_view text, const CasePlace& place)
+{
+    CaseEntry entry;
+    entry.kind = EntryKind::LIKELIHOOD;
+    entry.always = false;
+    bool is_good = text.back() == '}';
+    bool is_possible = false;
+    std::string_view rest = text.substr(1, text.size() - (is_good ? 2 : 1));
+    while (is_good) {
+        const size_t end = std::min(rest.find(';'), rest.size());
+        float weight = 0;
+        is_good = ParseFloat(rest.substr(0, end), weight) && weight >= 0 && weight < InfinityFlt() &&
+                  entry.weights.size() < static_cast<size_t>(NumStates(node));
+        is_possible |= weight > 0;
+        entry.weights.push_back(weight);
+        if (end == rest.size()) break;
+        rest.remove_prefix(end + 1);
+    }
+    if (!is_good || !is_possible || entry.weights.size() != static_cast<size_t>(NumStates(node)))
+        return Unreadable(node, text, place);
+    return entry;
+}
+
+// What can be no value of the node, whatever the person says.
+CaseEntry CaseValues::Unreadable(Node& node, std::string_view text, const CasePlace& place)
+{
+    if (!quiet_)
+        Warn(6511, "illegal value '%.80s' for variable '%s', in %s", std::string(text.substr(0, 80)).c_str(),
+             node.name.c_str(), PlaceText(place).c_str());
+    CaseEntry entry;
+    entry.kind = EntryKind::MISFIT;
+    return entry;
+}
+
+// ---- What fits nothing ----
+
+CaseEntry CaseValues::Settle(Node& node, const Misfit& misfit, const CasePlace& place)
+{
+    CaseEntry skipped;
+    skipped.kind = EntryKind::MISFIT;
+    if (quiet_ || skip_all_[misfit.situation]) return skipped;
+    const std::string where = PlaceText(place);
+    switch (Ask(node, misfit, where)) {
+        case SKIP:
+            TellSkipped(node, misfit, where);
+            return skipped;
+        case HALT:
+            TellSkipped(node, misfit, where);
+            throw HaltedReading();
+        case FIT:
+            break;
+    }
+    MakeFit(node, misfit, where);
+    ++changes_;
+    return Read(node, misfit.text, place);
+}
+
+CaseValues::Answer CaseValues::Ask(const Node& node, const Misfit& misfit, const std::string& place)
+{
+    if (fit_all_[misfit.situation]) return FIT;
+    const std::string text(misfit.text.substr(0, 80));
+    const char* const name = node.name.c_str();
+    std::string question;
+    const char* answers = "Add State,Add All States,Skip,Skip All,Halt";
+    switch (misfit.situation) {
+        case OUT_OF_BOUNDS:
+            question =
+                Format("value %g for variable '%s' is out of bounds (as defined in node properties), in %s",
+                       misfit.value, name, place.c_str());
+            answers = "Expand Bounds,Expand All,Skip,Skip All,Halt";
+            break;
+        case NO_SUCH_NUMBER:
+            question = Format("value %g does not correspond to any state of variable '%s', in %s",
+                              misfit.value, name, place.c_str());
+            break;
+        case NO_SUCH_NAME:
+            question = Format("value '%.80s' is not one of the possible states of variable '%s', in %s",
+                              text.c_str(), name, place.c_str());
+            break;
+        case NOT_POSSIBLE:
+        default:
+            question = Format("value %g is not one of the possibilities for variable '%s', in %s",
+                              misfit.value, name, place.c_str());
+            answers = "Skip,Skip All,Halt";
+            break;
+    }
+    int answer = AskQuestion(question.c_str(), answers, "Skip All");
+    if (misfit.situation == NOT_POSSIBLE) answer += 2;
+    if (answer == 1) fit_all_[misfit.situation] = true;
+    if (answer == 3) skip_all_[misfit.situation] = true;
+    return answer <= 1 ? FIT : answer <= 3 ? SKIP : HALT;
+}
+
+void CaseValues::TellSkipped(const Node& node, const Misfit& misfit, const std::string& place) const
+{
+    const std::string text(misfit.text.substr(0, 80));
+    const char* const name = node.name.c_str();
+    if (misfit.situation == OUT_OF_BOUNDS)
+        Warn(
+            6512,
+            "skipping value %g for variable '%s' because it is out of bounds (as defined in node properties), in %s",
+            misfit.value, name, place.c_str());
+    else if (misfit.situation != NO_SUCH_NAME)
+        Warn(6513, "skipping value %g for variable '%s' because it is not one of the possibilities, in %s",
+             misfit.value, name, place.c_str());
+    else if (skips_cases_)
+        Warn(6514, "unknown value '%.80s' for variable '%s', so case is skipped, in %s", text.c_str(), name,
+             place.c_str());
+    else
+        Warn(6515, "unknown value '%.80s' for variable '%s', appears in %s", text.c_str(), name,
+             place.c_str());
+}
+
+void CaseValues::MakeFit(Node& node, const Misfit& misfit, const std::string& place)
+{
+    if (misfit.situation == OUT_OF_BOUNDS)
+        ExpandBounds(node, misfit.value, place);
+    else if (misfit.situation == NO_SUCH_NUMBER)
+        AddNumber(node, misfit.value, place);
+    else
+        AddName(node, misfit.text, place);
+}
+
+void CaseValues::ExpandBounds(Node& node, double value, const std::string& place)
+{
+    std::vector<double> levels = node.states.levels;
+    const bool rising = levels.front() <= levels.back();
+    const bool below = value < std::min(levels.front(), levels.back());
+    (below == rising ? levels.front() : levels.back()) = value;
+    SetLevels(node, NumStates(node), levels.data());
+    Notice(6516, "range of variable '%s' expanded to include %g, to read %s", node.name.c_str(), value,
+           place.c_str());
+}
+
+void CaseValues::AddNumber(Node& node, double value, const std::string& place)
+{
+    const int first = NumStates(node);
+    if (node.states.levels.empty()) {
+        AddStates(node, -1, {}, static_cast<int>(value) - first + 1, 0);
+        Notice(6517, "state '%.80s' added to variable '%s' to read %s",
+               ("#" + std::to_string(static_cast<int>(value))).c_str(), node.name.c_str(), place.c_str());
+        return;
+    }
+    AddStates(node, -1, {}, 1, 0);
+    std::vector<double> levels = node.states.levels;
+    levels.back() = value;
+    SetLevels(node, first + 1, levels.data());
+    Notice(6518, "added state %d to variable '%s', with level %g, to read %s", first, node.name.c_str(),
+           value, place.c_str());
+}
+
+void CaseValues::AddName(Node& node, std::string_view name, const std::string& place)
+{
+    const std::string text(name);
+    if (HasStates(node) && !HasStateNames(node))
+        Warn(
+            6519,
+            "trying to add named states (e.g. '%.80s') to >-node '%s' whose states were not named, so perhaps some of the new names actually refer to existing states",
+            text.c_str(), node.name.c_str());
+    AddStates(node, -1, {text}, 1, 0);
+    Notice(6517, "state '%.80s' added to variable '%s' to read %s", text.c_str(), node.name.c_str(),
+           place.c_str());
+}
+
+}  // namespace talora
