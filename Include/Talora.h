@@ -693,6 +693,18 @@ TALORA_API bool_vx HasNodeFinding_bn(const node_bn* node);
 /** The beliefs of a node, after updating if need be: one entry per state, sum 1. Belongs to the node, valid
  *  until findings, tables or structure change. Error 2364: not a nature, decision or disconnected node. */
 TALORA_API const prob_bn* GetNodeBeliefs_bn(node_bn* node);
+/** The beliefs of a few nodes under the findings entered, without compiling the net: only the part of the net
+ *  that matters for them is looked at, which is far quicker for few nodes of a large net.  Nodes below all
+ *  that is known, and nodes that the findings cut off, take no part.  What was worked out is kept for the next
+ *  question with the same nodes and the same nodes observed, whatever their states.
+ *  @param nodes            nature or decision nodes with states (6860), of one net
+ *  @param log_probability  receives the natural logarithm of the probability of all findings, which may need a
+ *                          larger part of the net; NULL: not asked, and a contradiction among findings that
+ *                          do not matter for the nodes goes unnoticed
+ *  @return the entries of one node after another; belongs to the net, valid until asked again or until the
+ *  net is changed or compiled.  NULL after an error (3305: the findings contradict one another) */
+TALORA_API const prob_bn* QueryBeliefs_bn(const nodelist_bn* nodes, double* log_probability);
+
 /** The mean of the node's numeric value under its beliefs: state values, or midpoints of intervals.
  *  @param std_dev  receives the standard deviation; may be NULL.  Undefined without levels. */
 TALORA_API double GetNodeExpectedValue_bn(node_bn* node, double* std_dev);

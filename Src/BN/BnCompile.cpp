@@ -377,6 +377,12 @@ double ElimOrderCost(Net& net)
     return CostOfOrder(graph.graph, OrderAsNumbers(graph, net.elim_order.nodes));
 }
 
+void DescribeModel(const Net& net, CompiledNet& compiled)
+{
+    CheckCompilable(net);
+    BuildGraph(net, compiled);
+}
+
 void CompileNet(Net& net)
 {
     if (net.compiled) return;

@@ -22,6 +22,9 @@ double ElimOrderCost(Net& net);
 
 // ---- Compiling ----
 
+// Numbers the nodes that take part and tells who is whose parent, after checking that this can be done.
+void DescribeModel(const Net& net, CompiledNet& compiled);
+
 void CompileNet(Net& net);
 // Searches for a better order for at most so many seconds, stores it and compiles.
 void OptimizeElimOrder(Net& net, double seconds);

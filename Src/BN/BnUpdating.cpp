@@ -8,6 +8,7 @@
 #include "BN/BnCompile.h"
 #include "BN/BnFindings.h"
 #include "BN/BnProbs.h"
+#include "BN/BnQuery.h"
 #include "BN/ImpossibleCondition.h"
 #include "Basic/Error.h"
 #include "Basic/Memory.h"
@@ -53,25 +54,6 @@ TableVector<float> CutAtConstants(const Node& node, const float* probs)
         }
     }
     return cut;
-}
-
-// The CPT of a variable in the form in which propagation reads it: parents in the tree only.  Constant
-// parents are fixed at their state, function tables become zeros and ones.
-const float* TableOf(CompiledNet& compiled, int variable)
-{
-    const Node& node = *compiled.nodes[variable];
-    if (node.kind == DECISION_NODE) return nullptr;
-    TableVector<float>& made = compiled.made_tables[variable];
-    const float* probs = EffectiveProbs(node, made);
-    const bool all_in_tree = std::all_of(node.links.begin(), node.links.end(),
-                                         [](const Link& link) { return IsInTree(*link.parent); });
-    if (probs == nullptr || all_in_tree) {
-        if (made.empty()) compiled.made_tables.erase(variable);
-        return probs;
-    }
-    TableVector<float> cut = CutAtConstants(node, probs);
-    made = std::move(cut);
-    return made.data();
 }
 
 void SyncFinding(CompiledNet& compiled, int variable)
@@ -138,6 +120,23 @@ void CompileOnDemand(Net& net)
 
 }  // namespace
 
+const float* TableOf(CompiledNet& compiled, int variable)
+{
+    const Node& node = *compiled.nodes[variable];
+    if (node.kind == DECISION_NODE) return nullptr;
+    TableVector<float>& made = compiled.made_tables[variable];
+    const float* probs = EffectiveProbs(node, made);
+    const bool all_in_tree = std::all_of(node.links.begin(), node.links.end(),
+                                         [](const Link& link) { return IsInTree(*link.parent); });
+    if (probs == nullptr || all_in_tree) {
+        if (made.empty()) compiled.made_tables.erase(variable);
+        return probs;
+    }
+    TableVector<float> cut = CutAtConstants(node, probs);
+    made = std::move(cut);
+    return made.data();
+}
+
 int ConstantState(const Node& node)
 {
     if (node.finding.state >= 0) return node.finding.state;
@@ -163,6 +162,7 @@ uint64_t NewUpdateCount() noexcept
 void DiscardTree(Net& net) noexcept
 {
     net.compiled.reset();
+    net.queries.reset();
     net.update_count = NewUpdateCount();
 }
 
@@ -170,6 +170,11 @@ void TableChanged(Node& node) noexcept
 {
     Net& net = *node.net;
     net.update_count = NewUpdateCount();
+    if (net.queries && IsInTree(node)) {
+        const int variable = net.queries->model.variable_of[size_t(node.index)];
+        net.queries->model.made_tables.erase(variable);
+        net.queries->query->TableChanged(variable);
+    }
     const int variable = VariableOf(node);
     if (variable < 0) {
         // A table of a constant node fixes states in the tables of its children.
@@ -207,11 +212,18 @@ void UpdateBeliefs(Net& net)
         SyncFindings(*net.compiled);
         CheckTableMemory(net);
     }
-    switch (net.compiled->propagation->Update()) {
+    CheckUpdated(net, net.compiled->propagation->Update());
+}
+
+void CheckUpdated(const Net& net, UpdateStatus status)
+{
+    switch (status) {
         case UpdateStatus::kUpdated:
             return;
         case UpdateStatus::kInconsistent:
-            ReportImpossibleCondition(net, [&](int variable) { return TableOf(*net.compiled, variable); });
+            if (net.compiled)
+                ReportImpossibleCondition(net,
+                                          [&](int variable) { return TableOf(*net.compiled, variable); });
             FailWith(INCONSISTENT_FINDING_CND, 3305,
                      "according to this model, the >-finding-(s) entered are inconsistent%s", "");
         case UpdateStatus::kHalted:

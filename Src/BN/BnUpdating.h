@@ -44,6 +44,13 @@ void FindingChanged(Node& node) noexcept;
 // One counter for all nets, so that a result cached for a net is recognised as stale.
 uint64_t NewUpdateCount() noexcept;
 
+// The CPT of a variable in the form in which propagation reads it: parents in the tree only.  Constant
+// parents are fixed at their state, function tables become zeros and ones.  Valid until the table changes.
+const float* TableOf(CompiledNet& compiled, int variable);
+
+// Fails unless an update came to its end.
+void CheckUpdated(const Net& net, UpdateStatus status);
+
 // The state of a constant node: its finding, else what its table says for sure; -1 if neither tells.
 int ConstantState(const Node& node);
 

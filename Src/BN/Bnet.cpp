@@ -367,6 +367,7 @@ void DeleteNet(Net* net) noexcept
     while (!net->sensvs.empty()) DeleteSensv(net->sensvs.back());
     net->undo.reset();  // its records own nodes
     net->compiled.reset();
+    net->queries.reset();
     for (Node* node : net->nodes.nodes) ReleaseNode(node);
     RecursiveLock* lock = net->header.Lock();
     net->nodes.header.SetTag(DELETED_TYPE);

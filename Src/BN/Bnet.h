@@ -114,6 +114,11 @@ struct CompiledNetDeleter {
     void operator()(CompiledNet* compiled) const noexcept;
 };
 
+struct NetQueries;  // what questions about a few nodes keep, BnQuery.h
+struct NetQueriesDeleter {
+    void operator()(NetQueries* queries) const noexcept;
+};
+
 }  // namespace talora
 
 struct node_bn {
@@ -167,6 +172,7 @@ struct net_bn {
     nodelist_bn elim_order;
 
     std::unique_ptr<talora::CompiledNet, talora::CompiledNetDeleter> compiled;
+    std::unique_ptr<talora::NetQueries, talora::NetQueriesDeleter> queries;
     uint64_t update_count = 0;   // fresh number whenever cached results become stale
     uint64_t label_counter = 100;  // unique labels of graph walks
     std::unique_ptr<talora::UndoList> undo;  // null until undo is first turned on

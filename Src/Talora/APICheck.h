@@ -109,6 +109,25 @@ uint32_t OptionsArgument(const char* options, std::initializer_list<const char*>
 
 // ---- The frame ----
 
+// Holds the lock of a net while it lives, in the mode where nets have their own: for functions on lists and
+// environments, which find out only then which net they work on.
+class NetLockScope {
+public:
+    explicit NetLockScope(RecursiveLock* lock) : lock_(Concurrency() == LOCK_PER_NET ? lock : nullptr)
+    {
+        if (lock_) lock_->Enter();
+    }
+    ~NetLockScope()
+    {
+        if (lock_) lock_->Leave();
+    }
+    NetLockScope(const NetLockScope&) = delete;
+    NetLockScope& operator=(const NetLockScope&) = delete;
+
+private:
+    RecursiveLock* lock_;
+};
+
 class EntryFrame {
 public:
     EntryFrame(const char* function, RecursiveLock* lock, RecursiveLock* second, bool has_net) noexcept;

@@ -4,6 +4,7 @@
 #include "BN/BnBasicOps1.h"
 #include "BN/BnEdit.h"
 #include "BN/BnFindings.h"
+#include "BN/BnQuery.h"
 #include "BN/BnUpdating.h"
 #include "Talora/APICheck.h"
 
@@ -98,6 +99,22 @@ bool_vx HasNodeFinding_bn(const node_bn* node)
 const prob_bn* GetNodeBeliefs_bn(node_bn* node)
 {
     return CallApi(__func__, node, static_cast<const prob_bn*>(nullptr), [&] { return GetBeliefs(*node); });
+}
+
+const prob_bn* QueryBeliefs_bn(const nodelist_bn* nodes, double* log_probability)
+{
+    if (log_probability) *log_probability = UndefDbl();
+    return CallApi(__func__, nodes, static_cast<const prob_bn*>(nullptr), [&]() -> const prob_bn* {
+        CheckListEntries(nodes);
+        if (nodes->nodes.empty()) return nullptr;
+        Net& net = *nodes->nodes[0]->net;
+        for (const node_bn* node : nodes->nodes)
+            if (node->net != &net)
+                Fail(6861, ">-node-s '%s' and '%s' are in different >-net-s", nodes->nodes[0]->name.c_str(),
+                     node->name.c_str());
+        const NetLockScope lock(net.header.Lock());
+        return QueryBeliefs(net, nodes->nodes, log_probability);
+    });
 }
 
 double GetNodeExpectedValue_bn(node_bn* node, double* std_dev)

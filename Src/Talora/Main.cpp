@@ -8,6 +8,7 @@
 #include "BN/Learner.h"
 #include "Basic/Error.h"
 #include "Basic/Stream.h"
+#include "Talora/APICheck.h"
 #include "VarVal/Caseset.h"
 #include "VarVal/DbManager.h"
 
@@ -20,24 +21,6 @@ constexpr const char* kCompiler = __VERSION__;  // names itself
 #else
 constexpr const char* kCompiler = "GCC " __VERSION__;
 #endif
-
-// Holds the lock of a net while it lives, in the mode where nets have their own.
-class NetLockScope {
-public:
-    explicit NetLockScope(RecursiveLock* lock) : lock_(Concurrency() == LOCK_PER_NET ? lock : nullptr)
-    {
-        if (lock_) lock_->Enter();
-    }
-    ~NetLockScope()
-    {
-        if (lock_) lock_->Leave();
-    }
-    NetLockScope(const NetLockScope&) = delete;
-    NetLockScope& operator=(const NetLockScope&) = delete;
-
-private:
-    RecursiveLock* lock_;
-};
 
 }  // namespace
 

@@ -319,4 +319,57 @@ TEST_F(FindingsApiTest, ElimOrderChecks)
     EXPECT_EQ(GetNetElimOrder_bn(net_), nullptr);
 }
 
+// Questions about a few nodes, without a compiled net, keep up with everything that changes.
+TEST_F(FindingsApiTest, QueriesAgreeWithBeliefsWhateverChanges)
+{
+    const std::vector<std::pair<const char*, std::function<void()>>> steps = {
+        {"nothing known", [] {}},
+        {"finding", [&] { EnterFinding_bn(slip_, 1); }},
+        {"another state of it",
+         [&] {
+             RetractNodeFindings_bn(slip_);
+             EnterFinding_bn(slip_, 0);
+         }},
+        {"likelihood",
+         [&] {
+             const prob_bn likelihood[] = {0.3f, 0.9f};
+             EnterNodeLikelihood_bn(sprinkler_, likelihood);
+         }},
+        {"table",
+         [&] {
+             const prob_bn table[] = {0.6f, 0.4f};
+             SetNodeTable_bn(rain_, table, 2);
+         }},
+        {"node asked for is observed", [&] { EnterFinding_bn(wet_, 0); }},
+        {"structure", [&] { DeleteLink_bn(0, slip_); }},
+        {"all retracted", [&] { RetractNetFindings_bn(net_); }},
+    };
+    nodelist_bn* nodes = NewNodeList2_bn(2, net_);
+    SetNthNode_bn(nodes, 0, rain_);
+    SetNthNode_bn(nodes, 1, wet_);
+    for (const auto& [what, change] : steps) {
+        SCOPED_TRACE(what);
+        change();
+        UncompileNet_bn(net_);
+        double log_probability = 1;
+        const prob_bn* few = QueryBeliefs_bn(nodes, nullptr);
+        ASSERT_NE(few, nullptr);
+        std::vector<prob_bn> asked(few, few + 4);
+        ASSERT_NE(few = QueryBeliefs_bn(nodes, &log_probability), nullptr);
+        asked.insert(asked.end(), few, few + 4);
+        CompileNet_bn(net_);
+        for (size_t k = 0; k < 8; ++k)
+            EXPECT_NEAR(asked[k], Belief(k % 4 < 2 ? rain_ : wet_, int(k % 2)), 1e-6) << k;
+        EXPECT_NEAR(log_probability, LogFindingsProbability_bn(net_), 1e-6);
+        ASSERT_EQ(LastError(), 0) << last_message_;
+    }
+    EnterFinding_bn(rain_, 0);
+    EnterFinding_bn(wet_, 1);
+    LastError();
+    double log_probability = 1;
+    EXPECT_EQ(QueryBeliefs_bn(nodes, &log_probability), nullptr);
+    EXPECT_EQ(LastError(), 3305);
+    DeleteNodeList_bn(nodes);
+}
+
 }  // namespace

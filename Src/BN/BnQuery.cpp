@@ -1,0 +1,67 @@
+#include "BN/BnQuery.h"
+
+#include <cmath>
+
+#include "BN/BnCompile.h"
+#include "Basic/Error.h"
+
+namespace talora {
+
+namespace {
+
+NetQueries& QueriesOf(Net& net)
+{
+    if (net.queries) return *net.queries;
+    std::unique_ptr<NetQueries, NetQueriesDeleter> queries(new NetQueries);
+    DescribeModel(net, queries->model);
+    CompiledNet& model = queries->model;
+    queries->query = std::make_unique<TargetedQuery>(model.propagation_graph,
+                                                     [&model](int v) { return TableOf(model, v); });
+    net.queries = std::move(queries);
+    return *net.queries;
+}
+
+ModelFindings FindingsOf(const CompiledNet& model)
+{
+    ModelFindings findings;
+    for (const Node* node : model.nodes) {
+        const NodeFinding& finding = node->finding;
+        findings.positive.push_back(finding.state);
+        findings.likelihoods.push_back(finding.likelihood.empty() ? nullptr : finding.likelihood.data());
+    }
+    return findings;
+}
+
+}  // namespace
+
+void NetQueriesDeleter::operator()(NetQueries* queries) const noexcept
+{
+    delete queries;
+}
+
+const float* QueryBeliefs(Net& net, std::span<Node* const> nodes, double* log_probability)
+{
+    NetQueries& queries = QueriesOf(net);
+    std::vector<int> targets;
+    size_t count = 0;
+    for (const Node* node : nodes) {
+        const int variable = queries.model.variable_of[size_t(node->index)];
+        if (variable < 0 || !HasStates(*node))
+            Fail(6860, ">-node '%s' has no beliefs: it must be a >-nature_node or >-decision_node with states",
+                 node->name.c_str());
+        targets.push_back(variable);
+        count += size_t(NumStates(*node));
+    }
+    ModelFindings findings = FindingsOf(queries.model);
+    CheckUpdated(net, queries.query->Ask(targets, findings, log_probability != nullptr));
+    queries.beliefs.resize(count);
+    float* place = queries.beliefs.data();
+    for (size_t t = 0; t < nodes.size(); ++t) {
+        queries.query->Belief(int(t), place);
+        place += NumStates(*nodes[t]);
+    }
+    if (log_probability != nullptr) *log_probability = HasFindings(net) ? queries.query->LogProbability() : 0;
+    return queries.beliefs.data();
+}
+
+}  // namespace talora

@@ -1,0 +1,189 @@
+#include "BN/TargetedQuery.h"
+
+#include <algorithm>
+#include <cmath>
+#include <list>
+#include <numeric>
+
+#include "BN/Graph_Triangulate.h"
+#include "BN/Junction.h"
+#include "Basic/Error.h"
+#include "Basic/Memory.h"
+
+namespace talora {
+
+namespace {
+
+constexpr size_t kMostTrees = 16;
+
+// A question that was answered, with its tree.
+struct Prepared {
+    std::vector<int> key;
+    RelevantPart part;
+    JunctionTree tree;
+    std::vector<std::vector<float>> tables;  // cut down to the findings
+    std::vector<int> positive;               // the states that they are cut down to, by variable of the model
+    std::unique_ptr<Propagation> propagation;
+};
+
+}  // namespace
+
+struct TargetedQuery::Engine {
+    const ModelGraph* graph;
+    TableSource table;
+    std::list<Prepared> prepared;  // last used first
+    std::vector<int> observed;     // states of the targets of the last question that were observed, or -1
+    std::vector<int> asked;
+    std::vector<char> constrained;   // by variable
+    std::vector<int> not_looked_at;  // variables whose table changed since
+
+    static std::vector<int> KeyOf(std::span<const int> targets, const ModelFindings& findings, bool whole)
+    {
+        std::vector<int> key(targets.begin(), targets.end());
+        key.push_back(whole ? -1 : -2);
+        for (int v = 0; v < int(findings.positive.size()); ++v)
+            if (findings.positive[size_t(v)] >= 0) key.push_back(v);
+        key.push_back(-3);
+        for (int v = 0; v < int(findings.likelihoods.size()); ++v)
+            if (findings.likelihoods[size_t(v)] != nullptr) key.push_back(v);
+        return key;
+    }
+
+    void FindConstrained()
+    {
+        constrained.resize(graph->variables.size());
+        for (int v : not_looked_at) {
+            const ModelGraph::Variable& variable = graph->variables[size_t(v)];
+            int64_t rows = 1;
+            for (int parent : variable.parents) rows *= graph->variables[size_t(parent)].num_states;
+            const bool before = constrained[size_t(v)] != 0;
+            constrained[size_t(v)] =
+                !variable.is_decision && HasImpossibleRow(table(v), rows, std::max(1, variable.num_states));
+            if (before != (constrained[size_t(v)] != 0)) prepared.clear();  // another part matters
+        }
+        not_looked_at.clear();
+    }
+
+    // The tree for this question, at the front of the list.
+    Prepared& Prepare(std::span<const int> targets, const ModelFindings& findings, bool whole)
+    {
+        std::vector<int> key = KeyOf(targets, findings, whole);
+        const auto found =
+            std::find_if(prepared.begin(), prepared.end(), [&](const Prepared& p) { return p.key == key; });
+        if (found != prepared.end()) {
+            prepared.splice(prepared.begin(), prepared, found);
+            RefillChanged(prepared.front(), findings);
+            return prepared.front();
+        }
+        if (prepared.size() >= kMostTrees) prepared.pop_back();
+        prepared.emplace_front();
+        try {
+            Build(prepared.front(), targets, findings, whole);
+        } catch (...) {
+            prepared.pop_front();
+            throw;
+        }
+        prepared.front().key = std::move(key);
+        return prepared.front();
+    }
+
+    void Build(Prepared& p, std::span<const int> targets, const ModelFindings& findings, bool whole)
+    {
+        p.part = FindRelevantPart(*graph, targets, findings, whole);
+        std::vector<int> all(p.part.original.size());
+        std::iota(all.begin(), all.end(), 0);
+        const std::vector<int> order = FindGreedyOrder(p.part.graph, all, nullptr).order;
+        p.tree = JoinTree(p.part.graph, Triangulate(p.part.graph, order), false);
+        CheckMemory(p.tree.total_size * sizeof(float), "to find the beliefs of a few >-node-s");
+        p.tables.resize(all.size());
+        for (int v : all) Refill(p, v, findings);
+        p.positive = findings.positive;
+        p.propagation = std::make_unique<Propagation>(p.part.graph, p.tree,
+                                                      [&p](int v) { return p.tables[size_t(v)].data(); });
+    }
+
+    void Refill(Prepared& p, int v, const ModelFindings& findings) const
+    {
+        const int whole = p.part.original[size_t(v)];
+        if (graph->variables[size_t(whole)].is_decision) return;  // has no table
+        CutTable(*graph, p.part, v, findings, table(whole), p.tables[size_t(v)]);
+    }
+
+    // Tables that a finding with another state, or a likelihood, has a part in.
+    void RefillChanged(Prepared& p, const ModelFindings& findings) const
+    {
+        for (int v = 0; v < int(p.part.original.size()); ++v) {
+            const int whole = p.part.original[size_t(v)];
+            const auto changed = [&](int u) { return findings.positive[size_t(u)] != p.positive[size_t(u)]; };
+            const auto& parents = graph->variables[size_t(whole)].parents;
+            if (!changed(whole) && findings.likelihoods[size_t(whole)] == nullptr &&
+                std::none_of(parents.begin(), parents.end(), changed))
+                continue;
+            Refill(p, v, findings);
+            if (!graph->variables[size_t(whole)].is_decision) p.propagation->TableChanged(v);
+        }
+        p.positive = findings.positive;
+    }
+
+    UpdateStatus Ask(std::span<const int> targets, const ModelFindings& findings, bool whole)
+    {
+        Prepared& p = Prepare(targets, findings, whole);
+        observed.clear();
+        for (int target : targets) observed.push_back(findings.positive[size_t(target)]);
+        asked.assign(targets.begin(), targets.end());
+        if (whole || targets.size() != 1 || p.part.targets[0] < 0) return p.propagation->Update();
+        return p.propagation->UpdateFor(p.part.targets[0]);
+    }
+};
+
+TargetedQuery::TargetedQuery(const ModelGraph& graph, TableSource table) : engine_(std::make_unique<Engine>())
+{
+    engine_->graph = &graph;
+    engine_->table = std::move(table);
+    engine_->not_looked_at.resize(graph.variables.size());
+    std::iota(engine_->not_looked_at.begin(), engine_->not_looked_at.end(), 0);
+}
+
+TargetedQuery::~TargetedQuery() = default;
+
+UpdateStatus TargetedQuery::Ask(std::span<const int> targets, ModelFindings& findings, bool wants_probability)
+{
+    engine_->FindConstrained();
+    findings.constrained = engine_->constrained;
+    return engine_->Ask(targets, findings, wants_probability);
+}
+
+void TargetedQuery::Belief(int target, float* belief) const
+{
+    const Prepared& p = engine_->prepared.front();
+    const int state = engine_->observed[size_t(target)];
+    if (state < 0) {
+        p.propagation->Belief(p.part.targets[size_t(target)], belief);
+        return;
+    }
+    const int n = engine_->graph->variables[size_t(engine_->asked[size_t(target)])].num_states;
+    std::fill_n(belief, n, 0.0f);
+    belief[state] = 1;
+}
+
+double TargetedQuery::LogProbability() const
+{
+    return engine_->prepared.front().propagation->LogProbability();
+}
+
+double TargetedQuery::TreeSize() const
+{
+    return engine_->prepared.front().tree.total_size;
+}
+
+void TargetedQuery::TableChanged(int variable)
+{
+    engine_->not_looked_at.push_back(variable);
+    for (Prepared& p : engine_->prepared) {
+        const auto found = std::find(p.part.original.begin(), p.part.original.end(), variable);
+        // Filled anew with the next question.
+        if (found != p.part.original.end()) p.positive.assign(p.positive.size(), -2);
+    }
+}
+
+}  // namespace talora

@@ -1,0 +1,43 @@
+// Beliefs of a few variables under given findings, from the part of the model that matters for them.
+//
+// No junction tree of the whole model is needed.  The tree of the part is kept for the next question with
+// the same targets and the same observed variables, whatever their states; then only the tables that mention
+// a changed finding are filled anew.  A handful of such trees are kept, the oldest unused one goes first.
+//
+// The graph must outlive it.  One thread at a time.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <vector>
+
+#include "BN/Propagate.h"
+#include "BN/RelevantPart.h"
+
+namespace talora {
+
+class TargetedQuery {
+public:
+    TargetedQuery(const ModelGraph& graph, TableSource table);
+    ~TargetedQuery();
+    TargetedQuery(const TargetedQuery&) = delete;
+    TargetedQuery& operator=(const TargetedQuery&) = delete;
+
+    // @param wants_probability  also that of all findings, which may need a larger part of the model
+    // findings.constrained is filled in here.
+    UpdateStatus Ask(std::span<const int> targets, ModelFindings& findings, bool wants_probability);
+
+    // ---- Of the last question, if it was answered. ----
+    void Belief(int target, float* belief) const;  // `target` counts the targets asked for
+    double LogProbability() const;                 // natural log
+    double TreeSize() const;                       // entries of the tree that answered
+
+    void TableChanged(int variable);
+
+private:
+    struct Engine;
+    std::unique_ptr<Engine> engine_;
+};
+
+}  // namespace talora
