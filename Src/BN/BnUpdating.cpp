@@ -120,21 +120,26 @@ void CompileOnDemand(Net& net)
 
 }  // namespace
 
-const float* TableOf(CompiledNet& compiled, int variable)
+const float* TreeTable(const CompiledNet& compiled, int variable, MadeTables& made_tables)
 {
     const Node& node = *compiled.nodes[variable];
     if (node.kind == DECISION_NODE) return nullptr;
-    TableVector<float>& made = compiled.made_tables[variable];
+    TableVector<float>& made = made_tables[variable];
     const float* probs = EffectiveProbs(node, made);
     const bool all_in_tree = std::all_of(node.links.begin(), node.links.end(),
                                          [](const Link& link) { return IsInTree(*link.parent); });
     if (probs == nullptr || all_in_tree) {
-        if (made.empty()) compiled.made_tables.erase(variable);
+        if (made.empty()) made_tables.erase(variable);
         return probs;
     }
     TableVector<float> cut = CutAtConstants(node, probs);
     made = std::move(cut);
     return made.data();
+}
+
+const float* TableOf(CompiledNet& compiled, int variable)
+{
+    return TreeTable(compiled, variable, compiled.made_tables);
 }
 
 int ConstantState(const Node& node)

@@ -18,6 +18,9 @@
 
 namespace talora {
 
+// Tables that are not stored in the form in which propagation reads them, by variable.
+using MadeTables = std::unordered_map<int, TableVector<float>>;
+
 struct CompiledNet {
     std::vector<Node*> nodes;      // by variable: nature and decision nodes in net order
     std::vector<int> variable_of;  // by node index, -1 for nodes outside the tree
@@ -29,8 +32,7 @@ struct CompiledNet {
     // The graph as propagation takes it: a node without states counts as having one.
     ModelGraph propagation_graph;
     std::unique_ptr<Propagation> propagation;  // null until beliefs are first needed
-    // Tables that are not stored in this form: made from a function table or cut at constant parents.
-    std::unordered_map<int, TableVector<float>> made_tables;
+    MadeTables made_tables;
 
     std::vector<int> stale_findings;     // variables whose finding the propagation does not know yet
     std::vector<char> finding_is_stale;  // by variable
@@ -44,15 +46,17 @@ void FindingChanged(Node& node) noexcept;
 // One counter for all nets, so that a result cached for a net is recognised as stale.
 uint64_t NewUpdateCount() noexcept;
 
-// The CPT of a variable in the form in which propagation reads it: parents in the tree only.  Constant
-// parents are fixed at their state, function tables become zeros and ones.  Valid until the table changes.
-const float* TableOf(CompiledNet& compiled, int variable);
-
 // Fails unless an update came to its end.
 void CheckUpdated(const Net& net, UpdateStatus status);
 
 // The state of a constant node: its finding, else what its table says for sure; -1 if neither tells.
 int ConstantState(const Node& node);
+
+// The CPT of a variable in the form in which propagation reads it: parents in the tree only.  Constant
+// parents are fixed at their state, function tables become zeros and ones.  Null for none.  What has to be
+// made is kept with the compiled net, or in made_tables.  Valid until the table changes.
+const float* TableOf(CompiledNet& compiled, int variable);
+const float* TreeTable(const CompiledNet& compiled, int variable, MadeTables& made_tables);
 
 // ---- Updating ----
 

@@ -27,6 +27,9 @@ struct CaseFindings {
     std::span<const Weights> likelihoods;
 };
 
+// Small trees take sixteen cases at a time (PropagateBatch.h).  Otherwise, and for cases that are too
+// improbable for that, each case goes on from the findings of the one before, so that only what differs is
+// propagated.
 class CaseInference {
 public:
     // What is going to be asked; asking for less is faster.
@@ -44,7 +47,8 @@ public:
     // How many cases one run takes; a run with fewer costs nearly as much.
     int Width() const;
 
-    // Propagates up to Width() cases.  Those with equal findings should be handed over once.
+    // Propagates up to Width() cases.  Those with equal findings should be handed over once.  Fails with
+    // the condition ABORTED_CND when the halt flag is set.
     void Run(std::span<const CaseFindings> cases);
 
     // ---- Results of the last run; k counts its cases ----
@@ -55,6 +59,10 @@ public:
     void AddFamilyCounts(int variable, std::span<const double> weights, double* counts) const;
 
     void TableChanged(int variable);  // the net's table has other numbers
+
+    // Takes this in place of the net's table: of its shape, complete, and there until it is replaced.  After
+    // changes to its numbers it must be handed over again.
+    void UseTable(int variable, const float* probs);
 
 private:
     struct Engine;

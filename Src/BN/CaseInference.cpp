@@ -1,0 +1,276 @@
+#include "BN/CaseInference.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+#include "BN/BnCompile.h"
+#include "BN/BnUpdating.h"
+#include "BN/PropagateBatch.h"
+#include "Basic/Error.h"
+#include "Basic/FloatMode.h"
+
+namespace talora {
+
+namespace {
+
+// A variable and its parents in the tree, and where their configurations stand in the node's table.
+struct Family {
+    std::vector<int> members;     // parents in the tree, then the variable
+    int64_t size = 1;             // configurations of the members
+    bool is_cut = false;          // the node has parents outside the tree, whose states are fixed
+    std::vector<int64_t> places;  // by configuration of the members; only if cut
+};
+
+std::vector<int64_t> PlacesInTable(const CompiledNet& compiled, const Node& node, int64_t size)
+{
+    std::vector<int64_t> places(size_t(size), 0);
+    int64_t stride = 1, kept_stride = 1;
+    const auto add = [&](int num_states, int fixed) {
+        for (int64_t at = 0; at < size; ++at)
+            places[size_t(at)] += stride * (fixed >= 0 ? fixed : at / kept_stride % num_states);
+        stride *= num_states;
+        if (fixed < 0) kept_stride *= num_states;
+    };
+    add(std::max(1, NumStates(node)), -1);
+    for (size_t i = node.links.size(); i-- > 0;) {
+        const Node& parent = *node.links[i].parent;
+        const bool in_tree = compiled.variable_of[parent.index] >= 0;
+        add(std::max(1, NumStates(parent)), in_tree ? -1 : std::max(0, ConstantState(parent)));
+    }
+    return places;
+}
+
+Family FamilyOf(const CompiledNet& compiled, int variable)
+{
+    const Node& node = *compiled.nodes[size_t(variable)];
+    Family family;
+    family.members = compiled.graph.variables[size_t(variable)].parents;
+    family.is_cut = family.members.size() != node.links.size();
+    family.members.push_back(variable);
+    for (int member : family.members)
+        family.size *= std::max(1, compiled.graph.variables[size_t(member)].num_states);
+    if (family.is_cut) family.places = PlacesInTable(compiled, node, family.size);
+    return family;
+}
+
+}  // namespace
+
+// Results of a case that was propagated by itself; those of the others are asked of the batch.
+struct SingleResult {
+    int k = 0;
+    double log_probability = 0;
+    std::vector<float> numbers;  // beliefs wanted, then families wanted
+};
+
+struct CaseInference::Engine {
+    Net& net;
+    const CompiledNet& compiled;
+    Wanted wanted;
+    int num_variables = 0;
+    std::vector<int> belief_at;     // by variable: where its belief stands in numbers, -1 not wanted
+    std::vector<int> family_at;     // by variable: the same for its family
+    std::vector<int> family_index;  // by variable: in families, -1 not wanted
+    std::vector<Family> families;   // as wanted
+    int64_t num_numbers = 0;
+    std::vector<const float*> tables_used;  // by variable, in place of the net's
+    MadeTables made;
+
+    std::unique_ptr<BatchPropagation> batch;   // null where the tree is too large
+    std::unique_ptr<Propagation> propagation;  // null until it is needed
+    std::vector<int32_t> entered;              // the states that the propagation has
+    std::vector<int> softened;                 // variables that have weights in it
+    std::vector<SingleResult> singles;         // of the last run, ascending k
+    size_t num_singles = 0;
+    int num_cases = 0;
+
+    Engine(Net& of, const Wanted& asked) : net(of), compiled(*of.compiled), wanted(asked)
+    {
+        num_variables = int(compiled.nodes.size());
+        tables_used.assign(size_t(num_variables), nullptr);
+        belief_at.assign(size_t(num_variables), -1);
+        family_at.assign(size_t(num_variables), -1);
+        family_index.assign(size_t(num_variables), -1);
+        for (int v : wanted.beliefs) {
+            belief_at[size_t(v)] = int(num_numbers);
+            num_numbers += compiled.propagation_graph.variables[size_t(v)].num_states;
+        }
+        for (int v : wanted.families) {
+            family_index[size_t(v)] = int(families.size());
+            family_at[size_t(v)] = int(num_numbers);
+            families.push_back(FamilyOf(compiled, v));
+            num_numbers += families.back().size;
+        }
+        if (BatchPropagation::Suits(compiled.propagation_graph, compiled.tree))
+            batch = std::make_unique<BatchPropagation>(
+                compiled.propagation_graph, compiled.tree, [this](int v) { return Table(v); }, wanted);
+    }
+
+    const float* Table(int variable)
+    {
+        const float* const used = tables_used[size_t(variable)];
+        if (used == nullptr) return TreeTable(compiled, variable, made);
+        const int index = family_index[size_t(variable)];
+        const Family own = index < 0 ? FamilyOf(compiled, variable) : Family();
+        const Family& family = index < 0 ? own : families[size_t(index)];
+        if (!family.is_cut) return used;
+        TableVector<float>& cut = made[variable];
+        cut.resize(size_t(family.size));
+        for (size_t at = 0; at < cut.size(); ++at) cut[at] = used[family.places[at]];
+        return cut.data();
+    }
+
+    void TableChanged(int variable)
+    {
+        made.erase(variable);
+        if (batch) batch->TableChanged(variable);
+        if (propagation) propagation->TableChanged(variable);
+    }
+
+    void Run(std::span<const CaseFindings> cases)
+    {
+        const DenormalsOff mode;
+        num_cases = int(cases.size());
+        num_singles = 0;
+        if (batch) batch->Run(cases);
+        for (int k = 0; k < num_cases; ++k)
+            if (!batch || batch->IsWeak(k)) RunSingle(k, cases[size_t(k)]);
+    }
+
+    void RunSingle(int k, const CaseFindings& findings)
+    {
+        if (!propagation) {
+            propagation = std::make_unique<Propagation>(compiled.propagation_graph, compiled.tree,
+                                                        [this](int v) { return Table(v); });
+            entered.assign(size_t(num_variables), -1);
+        }
+        Enter(findings);
+        if (singles.size() == num_singles) singles.emplace_back();
+        SingleResult& result = singles[num_singles];
+        result.k = k;
+        const UpdateStatus status = Update();
+        if (status == UpdateStatus::kHalted)
+            FailWith(ABORTED_CND, 6582, "working through cases was halted for >-net '%s'", net.name.c_str());
+        result.log_probability = status == UpdateStatus::kInconsistent
+                                     ? -std::numeric_limits<double>::infinity()
+                                     : propagation->LogProbability();
+        if (status == UpdateStatus::kUpdated) KeepResults(result);
+        ++num_singles;
+    }
+
+    void Enter(const CaseFindings& findings)
+    {
+        for (int v : softened) propagation->SetLikelihood(v, nullptr);
+        softened.clear();
+        for (int v = 0; v < num_variables; ++v) {
+            const int32_t state = std::max(-1, findings.states[v]);
+            if (state == entered[size_t(v)]) continue;
+            propagation->SetPositive(v, state);
+            entered[size_t(v)] = state;
+        }
+        for (const CaseFindings::Weights& soft : findings.likelihoods) {
+            softened.push_back(soft.variable);
+            propagation->SetLikelihood(soft.variable, soft.weights);
+        }
+    }
+
+    // Messages towards one clique are enough where little is asked.
+    UpdateStatus Update()
+    {
+        if (!wanted.families.empty() || wanted.beliefs.size() > 2) return propagation->Update();
+        if (wanted.beliefs.empty()) return propagation->UpdateFor(0);
+        for (int v : wanted.beliefs)
+            if (const UpdateStatus status = propagation->UpdateFor(v); status != UpdateStatus::kUpdated)
+                return status;
+        return UpdateStatus::kUpdated;
+    }
+
+    void KeepResults(SingleResult& result)
+    {
+        result.numbers.resize(size_t(num_numbers));
+        for (int v : wanted.beliefs) propagation->Belief(v, result.numbers.data() + belief_at[size_t(v)]);
+        for (int v : wanted.families)
+            TALORA_CHECK(propagation->JointBelief(families[size_t(family_index[size_t(v)])].members,
+                                                  result.numbers.data() + family_at[size_t(v)]));
+    }
+
+    const SingleResult* Single(int k) const
+    {
+        const auto end = singles.begin() + std::ptrdiff_t(num_singles);
+        const auto found = std::lower_bound(singles.begin(), end, k,
+                                            [](const SingleResult& result, int at) { return result.k < at; });
+        return found != end && found->k == k ? &*found : nullptr;
+    }
+
+    void AddFamilyCounts(int variable, std::span<const double> weights, double* counts) const
+    {
+        const Family& family = families[size_t(family_index[size_t(variable)])];
+        std::vector<double> sums;  // in the order of the tree, where the table has another
+        double* out = counts;
+        if (family.is_cut) {
+            sums.assign(size_t(family.size), 0);
+            out = sums.data();
+        }
+        if (batch) batch->AddFamilyCounts(variable, weights, out);
+        for (size_t i = 0; i < num_singles; ++i) {
+            const SingleResult& result = singles[i];
+            const double weight = weights[size_t(result.k)];
+            if (weight == 0 || std::isinf(result.log_probability)) continue;
+            const float* const joint = result.numbers.data() + family_at[size_t(variable)];
+            for (int64_t at = 0; at < family.size; ++at) out[at] += weight * double(joint[at]);
+        }
+        for (size_t at = 0; at < sums.size(); ++at) counts[family.places[at]] += sums[at];
+    }
+};
+
+CaseInference::CaseInference(Net& net, const Wanted& wanted)
+{
+    if (!net.compiled) CompileNet(net);
+    engine_ = std::make_unique<Engine>(net, wanted);
+}
+
+CaseInference::~CaseInference() = default;
+
+int CaseInference::Width() const
+{
+    return engine_->batch ? BatchPropagation::kCases : 1;
+}
+
+void CaseInference::Run(std::span<const CaseFindings> cases)
+{
+    TALORA_CHECK(!cases.empty() && int(cases.size()) <= Width());
+    engine_->Run(cases);
+}
+
+double CaseInference::LogProbability(int k) const
+{
+    if (const SingleResult* single = engine_->Single(k)) return single->log_probability;
+    return engine_->batch->LogProbability(k);
+}
+
+void CaseInference::Belief(int k, int variable, float* belief) const
+{
+    const SingleResult* const single = engine_->Single(k);
+    if (single == nullptr) return engine_->batch->Belief(k, variable, belief);
+    const float* const from = single->numbers.data() + engine_->belief_at[size_t(variable)];
+    std::copy_n(from, engine_->compiled.propagation_graph.variables[size_t(variable)].num_states, belief);
+}
+
+void CaseInference::AddFamilyCounts(int variable, std::span<const double> weights, double* counts) const
+{
+    engine_->AddFamilyCounts(variable, weights, counts);
+}
+
+void CaseInference::TableChanged(int variable)
+{
+    engine_->tables_used[size_t(variable)] = nullptr;
+    engine_->TableChanged(variable);
+}
+
+void CaseInference::UseTable(int variable, const float* probs)
+{
+    engine_->tables_used[size_t(variable)] = probs;
+    engine_->TableChanged(variable);
+}
+
+}  // namespace talora
