@@ -115,12 +115,16 @@ void Prepare(Sensv& sensv)
 
 // ---- The three measures that every report has ----
 
+// A share of the whole that rounding alone may give between nodes that are independent.
+constexpr double kRounding = 1e-12;
+
 struct Measured {
     double value, whole;  // whole: of the query node alone
+    Measured(double v, double w) : value(!IsUndef(v) && v < kRounding * w ? 0 : v), whole(w) {}
     double Percent() const { return PercentOf(value, whole); }
 };
 
-constexpr Measured kUnavailable = {UndefDbl(), UndefDbl()};
+const Measured kUnavailable = {UndefDbl(), UndefDbl()};
 
 Measured RealVariance(Sensv& sensv, const Node& node)
 {
@@ -314,9 +318,9 @@ std::string HtmlRow(Sensv& sensv, const Node& node)
     std::string text = &node == sensv.query ? "<tr class=\"query\">" : "<tr>";
     for (const TextColumn& column : kTextColumns)
         text += HtmlCell("td", "text", column.key, Escaped(column.text(node)));
-    Measured measured[std::size(kMeasures)];
-    for (size_t i = 0; i < std::size(kMeasures); ++i)
-        measured[i] = Shows(sensv, kMeasures[i]) ? kMeasures[i].measure(sensv, node) : kUnavailable;
+    std::vector<Measured> measured;
+    for (const MeasureDef& measure : kMeasures)
+        measured.push_back(Shows(sensv, measure) ? measure.measure(sensv, node) : kUnavailable);
     for (const FigureColumn& column : kFigureColumns)
         if (Shows(sensv, kMeasures[column.measure]))
             text += HtmlCell("td", "number", column.key,

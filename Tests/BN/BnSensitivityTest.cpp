@@ -371,7 +371,7 @@ TEST_F(SensitivityRulesTest, RealValues)
     GetSensvRealBounds_bn(sensv, &lower, &upper);
     EXPECT_EQ(lower, GetUndefDbl_vx());
     EXPECT_EQ(upper, 9);
-    // Wet is yes with 0.5032; the values are 0.5, 2 and 6, so the means 2.9 (wet) and 0.65.
+    // The values are 0.5, 2 and 6, so the means 2.9 (wet) and 0.65.
     const double wet = 0.2 * (0.4 + 0.6 * 0.9) + 0.8 * 0.4 * 0.8;
     EXPECT_NEAR(GetVarianceOfReal_bn(sensv, wet_), wet * (1 - wet) * 2.25 * 2.25, 1e-5);
     GetVarianceOfReal_bn(Measurer(wet_), rain_);

@@ -151,6 +151,59 @@ class BeliefsTest(unittest.TestCase):
         self.assertRegex(plain, r"No +99\.00 %  #{40,}\n")
 
 
+class SensitivityTest(unittest.TestCase):
+    @staticmethod
+    def measures(model, weights, query, varying):
+        """Mutual information in bits and reduction of belief variance, by enumeration."""
+        beliefs, total = model.query(weights)
+        info = variance = 0.0
+        for t, state in enumerate(model.nodes[varying]["states"]):
+            others = {i: 0.0 for i in range(len(model.nodes[varying]["states"])) if i != t}
+            if beliefs[varying][state] == 0:
+                continue
+            given = model.query({**weights, varying: others})[0][query]
+            for s, p in beliefs[query].items():
+                both = given[s] * beliefs[varying][state]
+                if both > 0:
+                    info += both * math.log2(given[s] / p)
+                variance += both * (given[s] - p) ** 2
+        return info, variance
+
+    def test_agree_with_enumeration(self):
+        model = Model(CLINIC)
+        for options, weights in [([], {}), (["-f", "Dyspnoea=Yes"], {"Dyspnoea": {1: 0}})]:
+            document = answer("sensitivity", CLINIC, "--query", "LungCancer", *options)
+            self.assertEqual({row["node"] for row in document["rows"]}, set(model.nodes) - {"LungCancer"})
+            info, variance = self.measures(model, weights, "LungCancer", "LungCancer")
+            self.assertAlmostEqual(document["entropy"], info, delta=1e-6)
+            self.assertAlmostEqual(document["belief_variance"], variance, delta=1e-6)
+            for row in document["rows"]:
+                if row["node"] in weights:
+                    self.assertAlmostEqual(row["mutual_info"], 0)
+                    continue
+                with self.subTest(node=row["node"], options=options):
+                    info, variance = self.measures(model, weights, "LungCancer", row["node"])
+                    self.assertAlmostEqual(row["mutual_info"], info, delta=1e-6)
+                    self.assertAlmostEqual(row["variance_of_beliefs"], variance, delta=1e-6)
+                    self.assertIsNone(row["variance_of_real"])
+
+    def test_values_with_an_open_end(self):
+        body = (NODE_A + "node Depth {discrete = FALSE; levels = (0, 2, INFINITY); kind = NATURE; "
+                "parents = (A); probs = ((1, 0), (0, 1));};\n")
+        asked = ["sensitivity", "-", "--query", "Depth"]
+        self.assertIsNone(answer(*asked, stdin=net_text(body))["rows"][0]["variance_of_real"])
+        bounded = answer(*asked, "--upper", "10", stdin=net_text(body))
+        # The values are 1 and 6, with probabilities 0.25 and 0.75.
+        self.assertAlmostEqual(bounded["rows"][0]["variance_of_real"], 0.25 * 0.75 * 25, delta=1e-5)
+
+    def test_report(self):
+        text = talora("sensitivity", CLINIC, "--query", "LungCancer", "--vary", "XRay", "--report").stdout.decode()
+        self.assertIn("Sensitivity of 'LungCancer' to a finding at another node:", text)
+        self.assertIn("\nSensitivity of 'LungCancer' to findings at 'XRay':\n", text)
+        document = answer("sensitivity", CLINIC, "--query", "LungCancer", "--vary", "XRay", "--report")
+        self.assertIn(document["report"], text)
+
+
 class CompileTest(unittest.TestCase):
     def test_tree_is_consistent(self):
         for net in ["chest-clinic", "metastatic-cancer", "car-start"]:

@@ -31,6 +31,9 @@ constexpr CommandDef kCommands[] = {
      "  talora beliefs Examples/chest-clinic.dne\n"
      "  talora beliefs Examples/chest-clinic.dne -f Dyspnoea=Yes --not Smoker=Yes\n"
      "  talora beliefs net.dne --likelihood XRay=0.8,0.2 --node LungCancer --json"},
+    {"sensitivity", "Shows which further findings would tell most about a node", MakeSensitivity,
+     "  talora sensitivity Examples/chest-clinic.dne --query LungCancer\n"
+     "  talora sensitivity Examples/chest-clinic.dne --query LungCancer --vary XRay -f Smoker=Yes --report"},
     {"table", "Prints the table of a node", MakeTable, "  talora table Examples/chest-clinic.dne Dyspnoea"},
     {"equation", "Builds tables from the equations of nodes", MakeEquation,
      "  talora equation net.dne Dose -o net.dne\n"
