@@ -92,16 +92,6 @@ std::string ReadHeader(Cursor& cursor, const FilePlace& place)
     return name;
 }
 
-void CheckStatedSize(size_t member_size, uint64_t stated_size, const FilePlace& place)
-{
-    if (stated_size >= kMaxText)
-        FailAt(place, 6845, "file is too large for this version (expands to %lld)",
-               static_cast<long long>(std::min<uint64_t>(stated_size, INT64_MAX)));
-    if (stated_size > kMaxExpansion * member_size + kSlack)
-        FailAt(place, 6841, "file is corrupted or of wrong format (has incorrect header)");
-    CheckMemory(static_cast<double>(stated_size), "for uncompressing file");
-}
-
 // Inflates the text of one member.
 class GzipReader {
 public:
@@ -304,6 +294,16 @@ void GzipWriter::Finish()
     AppendLittleEndian(trailer, crc_, kSizeBytes);
     AppendLittleEndian(trailer, text_size_, kSizeBytes);
     Append(trailer);
+}
+
+void CheckStatedSize(size_t member_size, uint64_t stated_size, const FilePlace& place)
+{
+    if (stated_size >= kMaxText)
+        FailAt(place, 6845, "file is too large for this version (expands to %lld)",
+               static_cast<long long>(std::min<uint64_t>(stated_size, INT64_MAX)));
+    if (stated_size > kMaxExpansion * member_size + kSlack)
+        FailAt(place, 6841, "file is corrupted or of wrong format (has incorrect header)");
+    CheckMemory(static_cast<double>(stated_size), "for uncompressing file");
 }
 
 GzipText ReadGzipMember(std::string_view member, uint64_t stated_size, const FilePlace& place)

@@ -48,6 +48,9 @@ struct GzipText {
     size_t bytes_read = 0;  // of the member; what follows is not its own
 };
 
+// Fails if a member of this size cannot hold a text of the stated one, or memory cannot.
+void CheckStatedSize(size_t member_size, uint64_t stated_size, const FilePlace& place);
+
 // The text of a member.  Fails if the member is damaged, or the text is not as large as stated; no memory is
 // taken before the stated size has been found possible.  Polls the halt flag.
 GzipText ReadGzipMember(std::string_view member, uint64_t stated_size, const FilePlace& place);

@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdio>
+#include <cstring>
 
-#include "BN/NetCipher.h"
 #include "Basic/FileType.h"
 #include "Basic/LittleEndian.h"
 #include "Basic/Parser.h"
@@ -41,7 +41,7 @@ enum BlockField {
     HEADER_LENGTH,
     TEXT_SIZE,
     TEXT_CRC,
-    PAYLOAD_SIZE,
+    MEMBER_SIZE,
     RESERVED_END,
     NUM_BLOCK_FIELDS
 };
@@ -57,7 +57,7 @@ uint64_t ReadField(std::string_view block, BlockField field)
     return LittleEndian(block.substr(kBlock[field].at, kBlock[field].width));
 }
 
-void AppendBlockHeader(std::string& out, uint64_t text_size, uint64_t text_crc, uint64_t payload_size)
+void AppendBlockHeader(std::string& out, uint64_t text_size, uint64_t text_crc, uint64_t member_size)
 {
     uint64_t values[NUM_BLOCK_FIELDS] = {};
     values[BLOCK_VERSION] = kBlockVersion;
@@ -65,7 +65,7 @@ void AppendBlockHeader(std::string& out, uint64_t text_size, uint64_t text_crc, 
     values[HEADER_LENGTH] = kBlockSize;
     values[TEXT_SIZE] = text_size;
     values[TEXT_CRC] = text_crc;
-    values[PAYLOAD_SIZE] = payload_size;
+    values[MEMBER_SIZE] = member_size;
     for (int field = 0; field < RESERVED_END; ++field)
         AppendLittleEndian(out, values[field], kBlock[field].width);
     out.append(kBlock[RESERVED_END].width, '\0');
@@ -125,7 +125,7 @@ void ParseBlockHeader(std::string_view block, uint64_t line_text_size, const Fil
         FailAt(place, 6841, "file is corrupted or of wrong format (has incorrect header)");
     file.text_size = ReadField(block, TEXT_SIZE);
     file.text_crc = ReadField(block, TEXT_CRC);
-    file.payload_size = ReadField(block, PAYLOAD_SIZE);
+    file.member_size = ReadField(block, MEMBER_SIZE);
     if (file.text_size != line_text_size)
         WarnAt(place, 2627,
                "DANGER: file appears to have been tampered with (ascii field doesn't match binary one)");
@@ -138,6 +138,43 @@ void CheckField(int number, uint64_t stored, uint64_t found, const FilePlace& pl
             place, 6852,
             "the block header does not belong to what follows it (check field %d is %lld, but should be %lld)",
             number, static_cast<long long>(stored), static_cast<long long>(found));
+}
+
+// The password for a file: fixed, the stream's, or the person's.
+Secret PasswordFor(const CipherDef& cipher, const Stream& stream)
+{
+    if (!cipher.needs_password) return Secret(kSimplePassword);
+    const Secret password =
+        stream.password.IsSet() ? stream.password : AskPassword("This file is encrypted.  Enter password:");
+    if (!password.IsSet())
+        FailWith(FILE_CND, 6858, "no password entered, so can't read encrypted file '%s'",
+                 stream.name.c_str());
+    return password;
+}
+
+// The gzip member of an encrypted file, and the password that opened it.
+ByteBuffer Decrypt(const NetContainer& file, std::string_view bytes, const Stream& stream, Secret& password)
+{
+    const FilePlace place{.file = stream.name.c_str()};
+    const CipherDef* const cipher = FindCipher(file.cipher);
+    if (cipher == nullptr)
+        FailWith(
+            FILE_CND, 6853,
+            "the file encryption (%c) is not one readable by this version of Talora, so can't read encrypted file '%s'",
+            file.cipher, stream.name.c_str());
+    const CipherBlock block = ParseCipherBlock(file.payload, place);
+    const std::string_view sealed = file.payload.substr(kCipherBlockSize);
+    CheckStatedSize(sealed.size(), file.text_size, place);
+    if (block.iterations > static_cast<uint32_t>(stream.env->max_key_iterations))
+        FailWith(
+            FILE_CND, 6860,
+            "the key of file '%s' takes %u iterations, but no more than %d are accepted (see >-SetMaxKeyIterations_vx)",
+            stream.name.c_str(), block.iterations, stream.env->max_key_iterations);
+    password = PasswordFor(*cipher, stream);
+    CheckMemory(static_cast<double>(sealed.size()), "for decrypting file");
+    FileKeys keys;
+    DeriveKeys(block, password.Text(), keys);
+    return Unseal(*cipher, keys, block, bytes.substr(0, bytes.size() - sealed.size()), sealed, place);
 }
 
 }  // namespace
@@ -176,7 +213,6 @@ NetContainer ParseContainer(std::string_view bytes, const FilePlace& place)
     rest.remove_prefix(file.readable.size());
     ParseBlockHeader(rest, text_size, place, file);
     file.payload = rest.substr(kBlockSize);
-    file.front = bytes.substr(0, bytes.size() - file.payload.size());
     return file;
 }
 
@@ -186,21 +222,23 @@ UnpackedNet UnpackNet(std::string_view bytes, const Stream& stream)
     const NetContainer file = ParseContainer(bytes, place);
     UnpackedNet result;
     result.version = file.version;
-    if (file.cipher != kNotEncrypted)
-        FailAt(
-            place, 6853,
-            "the file encryption (%c) is not one readable by this version of Talora, so can't read encrypted file '%s'",
-            file.cipher, stream.name.c_str());
-    GzipText text = ReadGzipMember(file.payload, file.text_size, place);
+    std::string_view member = file.payload;
+    ByteBuffer decrypted;
+    if (file.cipher != kNotEncrypted) {
+        decrypted = Decrypt(file, bytes, stream, result.password);
+        member = decrypted.View();
+    }
+    GzipText text = ReadGzipMember(member, file.text_size, place);
     CheckField(1, file.text_crc, text.crc, place);
-    CheckField(2, file.payload_size, file.payload.size(), place);
+    CheckField(2, file.member_size, member.size(), place);
     result.text = std::move(text.text);
     return result;
 }
 
-NetPacker::NetPacker(const Net& net, const Secret& password)
+NetPacker::NetPacker(const Net& net, const Secret& password, uint32_t iterations)
     : net_(net),
       password_(password),
+      iterations_(iterations),
       time_(net.env->reproducible ? 0 : static_cast<int64_t>(::time(nullptr))),
       gzip_("internal", static_cast<uint32_t>(time_), net.name.c_str())
 {}
@@ -225,18 +263,41 @@ std::string NetPacker::Readable(char cipher, uint32_t stamp) const
     return text;
 }
 
+// Everything before the payload but the cipher block.
+std::string NetPacker::Head(char cipher, uint32_t stamp) const
+{
+    const std::string readable = Readable(cipher, stamp);
+    std::string head(kFileMark);
+    head.append(kType).append("=").append(std::to_string(kFormatVersion)).append(kArrow);
+    head.append(std::to_string(readable.size())).append(" ");
+    head.append(std::to_string(gzip_.TextSize())).append(kLineEnd).append(readable);
+    // A checksum of what is encrypted would confirm a guess of it.
+    const uint32_t crc = cipher == kNotEncrypted ? gzip_.Crc() : 0;
+    AppendBlockHeader(head, gzip_.TextSize(), crc, gzip_.Member().size());
+    return head;
+}
+
 void NetPacker::WriteTo(ByteSink& sink)
 {
     gzip_.Finish();
-    if (password_.IsSet()) Fail(6857, "this version can't encrypt");
-    const std::string readable = Readable(kNotEncrypted, gzip_.Crc());
-    std::string front(kFileMark);
-    front.append(kType).append("=").append(std::to_string(kFormatVersion)).append(kArrow);
-    front.append(std::to_string(readable.size())).append(" ");
-    front.append(std::to_string(gzip_.TextSize())).append(kLineEnd).append(readable);
-    AppendBlockHeader(front, gzip_.TextSize(), gzip_.Crc(), gzip_.Member().size());
+    const char letter = CipherFor(password_, net_.env->file_cipher);
+    const CipherDef* const cipher = FindCipher(letter);
+    if (cipher == nullptr) {
+        sink.Write(Head(letter, gzip_.Crc()));
+        sink.Write(gzip_.Member());
+        return;
+    }
+    FileKeys keys;
+    const CipherBlock block = NewCipherBlock(*cipher, password_.Text(), iterations_, keys);
+    uint32_t stamp = 0;
+    std::memcpy(&stamp, block.salt.data(), sizeof stamp);
+    std::string front = Head(letter, stamp);
+    AppendCipherBlock(front, block);
+    CheckMemory(static_cast<double>(gzip_.Member().size()), "for output buffer to save net '%s'",
+                net_.name.c_str());
+    const ByteBuffer sealed = Seal(*cipher, keys, block, front, gzip_.Member());
     sink.Write(front);
-    sink.Write(gzip_.Member());
+    sink.Write(sealed.View());
 }
 
 }  // namespace talora

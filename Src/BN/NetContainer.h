@@ -16,6 +16,7 @@
 
 #include "BN/Bnet.h"
 #include "BN/GzipMember.h"
+#include "BN/NetCipher.h"
 #include "Basic/Error.h"
 #include "Basic/Secret.h"
 #include "Basic/Stream.h"
@@ -32,9 +33,8 @@ struct NetContainer {
     char cipher = 0;         // letter, see BN/NetCipher.h
     uint64_t text_size = 0;  // as stated in the block header
     uint64_t text_crc = 0;   // check fields; 0 where the writer stored none
-    uint64_t payload_size = 0;
-    std::string_view front;    // all that stands before the payload
-    std::string_view payload;  // with the cipher block, if there is one, before it
+    uint64_t member_size = 0;
+    std::string_view payload;  // all that follows the block header, a cipher block too
 };
 NetContainer ParseContainer(std::string_view bytes, const FilePlace& place);
 
@@ -49,16 +49,19 @@ UnpackedNet UnpackNet(std::string_view bytes, const Stream& stream);
 // Packs the text of a net, which comes in pieces, into a binary file.
 class NetPacker {
 public:
-    // @param password  encrypts if set
-    NetPacker(const Net& net, const Secret& password);
+    // @param password    encrypts if set
+    // @param iterations  of the key derivation
+    NetPacker(const Net& net, const Secret& password, uint32_t iterations = kKeyIterations);
     void Add(std::string_view text) { gzip_.Add(text); }
     void WriteTo(ByteSink& sink);  // once, when all the text has been added
 
 private:
     std::string Readable(char cipher, uint32_t stamp) const;
+    std::string Head(char cipher, uint32_t stamp) const;
 
     const Net& net_;
     const Secret& password_;
+    uint32_t iterations_;
     int64_t time_;  // of writing; 0 where times are not recorded
     GzipWriter gzip_;
 };

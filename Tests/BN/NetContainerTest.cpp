@@ -1,6 +1,8 @@
 #include "BN/NetContainer.h"
 
 #include <gtest/gtest.h>
+#include <string.h>
+#include <unistd.h>
 #include <zlib.h>
 
 #include <cstdlib>
@@ -8,6 +10,8 @@
 #include <fstream>
 #include <sstream>
 
+#include "BN/BnParse.h"
+#include "BN/BnPrintFile.h"
 #include "BN/NetCipher.h"
 #include "Basic/LittleEndian.h"
 #include "Talora/TestEnviron.h"
@@ -329,6 +333,217 @@ TEST_F(NetContainerTest, BombsStayWithinTheLimit)
     EXPECT_EQ(message_.substr(0, 70),
               "buffer to decompress gzip '' is too small (is 1000 but 100000000 neede");
     LimitMemoryUsage_vx(before, env_);
+}
+
+// ---- Encrypted files ----
+
+// The text of the small net as a file encrypted with few iterations, so that trying many is quick.
+std::string Sealed(environ_vx* env, char letter, const char* password, const std::string& text = kNetText,
+                   uint32_t iterations = 2)
+{
+    Stream* from = NewMemoryStream(*env, "x.dne");
+    SetContents(*from, text);
+    Net* net = ReadNet(*from, {});
+    env->file_cipher = letter;
+    Stream* to = NewMemoryStream(*env, "x.tala");
+    {
+        const Secret secret(password);
+        ByteSink sink(*to);
+        NetPacker packer(*net, secret, iterations);
+        PrintNet(*net, [&](std::string_view piece) { packer.Add(piece); });
+        packer.WriteTo(sink);
+        sink.Commit();
+    }
+    const std::string bytes = to->contents;
+    DeleteStream(from);
+    DeleteStream(to);
+    DeleteNet(net);
+    return bytes;
+}
+
+size_t CipherBlockAt(const std::string& file)
+{
+    const size_t encrypt = file.find("// encrypt = ");
+    return file.find("\r\n", encrypt) + 2 + kBlockAt;
+}
+
+TEST_F(NetContainerTest, PasswordOpensEncryptedFiles)
+{
+    const std::string wrong = "password is wrong or file is corrupted, in file 'x.tala'";
+    const std::string none = "no password entered, so can't read encrypted file 'x.tala'";
+    const std::string long_password(300, 'x');
+    const struct {
+        const char *cipher, *password;
+        const char* line;
+        bool is_secret;
+    } rows[] = {
+        {"AES", "secret", "// encrypt = G\r\n", true},
+        {"Blowfish", "ge\xC3\xA9heim", "// encrypt = B\r\n", true},
+        {"Blowfish", "simple", "// encrypt = S\r\n", false},
+        {"aes", long_password.c_str(), "// encrypt = G\r\n", true},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.line);
+        SetFileCipher_vx(env_, row.cipher);
+        const std::string file = Packed(kNetText, row.password);
+        EXPECT_NE(file.find(row.line), std::string::npos);
+        EXPECT_EQ(file.find("\x1F\x8B\x08"), std::string::npos);
+        EXPECT_EQ(LittleEndian(std::string_view(file).substr(CipherBlockAt(file) + 4, 4)),
+                  row.is_secret ? 600000u : 1u);
+        EXPECT_TRUE(ReadsAs(file, kNetText, row.password)) << message_;
+        EXPECT_EQ(number_, 0) << message_;
+        EXPECT_EQ(ReadsAs(file, kNetText, "Secret"), !row.is_secret);
+        EXPECT_EQ(message_, row.is_secret ? wrong : "");
+        EXPECT_EQ(ReadsAs(file, kNetText), !row.is_secret);
+        EXPECT_EQ(message_, row.is_secret ? none : "");
+    }
+}
+
+TEST_F(NetContainerTest, NetKeepsThePasswordOfItsFile)
+{
+    net_bn* net = Read(Sealed(env_, 'G', "secret"), "secret");
+    ASSERT_NE(net, nullptr);
+    EXPECT_TRUE(HasNetPassword_bn(net));
+    net_bn* copy = CopyNet_bn(net, "Tiny", env_, "");
+    const std::string again = Write(copy);
+    EXPECT_NE(again.find("// encrypt = G"), std::string::npos);
+    EXPECT_TRUE(ReadsAs(again, kNetText, "secret")) << message_;
+    EXPECT_NE(Write(net), Write(net));  // salt and nonce are new each time
+    EXPECT_EQ(Write(net, "x.dne"), kNetText);
+    EXPECT_EQ(env_.Taken(WARNING_SEVERITY), 6854);
+    SetNetPassword_bn(net, nullptr);
+    EXPECT_FALSE(HasNetPassword_bn(net));
+    EXPECT_NE(Write(net).find("// encrypt = N"), std::string::npos);
+    SetNetPassword_bn(net, "");
+    EXPECT_EQ(env_.Taken(), 5172);
+}
+
+TEST_F(NetContainerTest, PersonIsAskedForThePassword)
+{
+    const std::string file = Sealed(env_, 'B', "secret");
+    const password_handler_vx answer = [](environ_vx*, const char* question, char* password, int size,
+                                          void* data) {
+        EXPECT_STREQ(question, "This file is encrypted.  Enter password:");
+        EXPECT_GT(size, 1000);
+        if (data == nullptr) return bool_vx{0};
+        strcpy(password, static_cast<const char*>(data));
+        return bool_vx{1};
+    };
+    char right[] = "secret", wrong[] = "guess", empty[] = "";
+    const struct {
+        char* answer;
+        int number;
+    } rows[] = {{right, 0}, {wrong, 6859}, {empty, 6858}, {nullptr, 6858}};
+    for (const auto& row : rows) {
+        SetPasswordHandler_vx(env_, answer, row.answer);
+        void* data = nullptr;
+        EXPECT_EQ(GetPasswordHandler_vx(env_, &data), answer);
+        EXPECT_EQ(data, row.answer);
+        EXPECT_EQ(ReadsAs(file, kNetText), row.number == 0);
+        EXPECT_EQ(number_, row.number) << message_;
+    }
+    SetPasswordHandler_vx(env_, nullptr, nullptr);
+    EXPECT_EQ(GetPasswordHandler_vx(env_, nullptr), nullptr);
+}
+
+TEST_F(NetContainerTest, NoChangedEncryptedFileOpens)
+{
+    static_cast<environ_vx*>(env_)->max_key_iterations = 1000;
+    for (const char letter : {'G', 'B'}) {
+        const std::string file = Sealed(env_, letter, "secret");
+        ASSERT_TRUE(ReadsAs(file, kNetText, "secret")) << message_;
+        for (size_t at = 0; at < file.size(); ++at) {
+            for (const int mask : {0x01, 0x80}) {
+                std::string damaged = file;
+                damaged[at] = static_cast<char>(damaged[at] ^ mask);
+                EXPECT_EQ(Read(damaged, "secret"), nullptr) << letter << " byte " << at;
+                EXPECT_NE(number_, 0);
+            }
+        }
+        for (size_t length = 0; length < file.size(); ++length)
+            EXPECT_EQ(Read(file.substr(0, length), "secret"), nullptr) << letter << " length " << length;
+        EXPECT_EQ(Read(file + "!", "secret"), nullptr);
+        // What is in front of one file does not go with what is in another.
+        const std::string other = Sealed(env_, letter, "secret");
+        const size_t front = CipherBlockAt(file) + kCipherBlockSize;
+        EXPECT_EQ(Read(file.substr(0, front) + other.substr(front), "secret"), nullptr);
+        EXPECT_EQ(message_.substr(0, 37), "password is wrong or file is corrupte");
+    }
+}
+
+TEST_F(NetContainerTest, KeyDerivationHasItsLimit)
+{
+    EXPECT_EQ(GetMaxKeyIterations_vx(env_), 2000000);
+    const std::string file = Sealed(env_, 'G', "secret");
+    const struct {
+        uint64_t iterations;
+        int number;
+    } rows[] = {{0, 6841}, {2000001, 6860}, {4000000000, 6860}};
+    for (const auto& row : rows) {
+        std::string field, changed = file;
+        AppendLittleEndian(field, row.iterations, 4);
+        changed.replace(CipherBlockAt(file) + 4, 4, field);
+        EXPECT_EQ(Read(changed, "secret"), nullptr);
+        EXPECT_EQ(number_, row.number) << message_;
+    }
+    SetMaxKeyIterations_vx(env_, 599999);
+    EXPECT_EQ(env_.Taken(), 6856);
+    SetMaxKeyIterations_vx(env_, 600000);
+    EXPECT_EQ(GetMaxKeyIterations_vx(env_), 600000);
+    const std::string slow = Sealed(env_, 'G', "secret", kNetText, 600001);
+    EXPECT_EQ(Read(slow, "secret"), nullptr);
+    EXPECT_EQ(number_, 6860);
+    SetMaxKeyIterations_vx(env_, 700000);
+    SetHaltFlag_vx(env_, 1);
+    EXPECT_EQ(Read(slow, "secret"), nullptr);
+    EXPECT_EQ(number_, 6862) << message_;
+    SetHaltFlag_vx(env_, 0);
+    SetFileCipher_vx(env_, "ROT13");
+    EXPECT_EQ(env_.Taken(), 6855);
+    EXPECT_STREQ(GetFileCipher_vx(env_), "AES");
+}
+
+TEST_F(NetContainerTest, DamageBeforeSealingIsFoundToo)
+{
+    const CipherDef& cipher = *FindCipher('G');
+    Parts parts;
+    parts.readable = "// encrypt = G\r\n";
+    const auto seal = [&](const std::string& member) {
+        FileKeys keys;
+        const CipherBlock block = NewCipherBlock(cipher, "secret", 1, keys);
+        parts.member.clear();
+        std::string front = parts.Bytes(kNetText.size());
+        AppendCipherBlock(front, block);
+        return front + std::string(Seal(cipher, keys, block, front, member).View());
+    };
+    const std::string member = Gzipped(kNetText);
+    EXPECT_TRUE(ReadsAs(seal(member), kNetText, "secret")) << message_;
+    EXPECT_FALSE(ReadsAs(seal(member.substr(0, member.size() / 2)), kNetText, "secret"));
+    EXPECT_EQ(number_, 6850) << message_;
+    EXPECT_FALSE(ReadsAs(seal(""), kNetText, "secret"));
+    EXPECT_EQ(number_, 6842) << message_;
+}
+
+TEST_F(NetContainerTest, EncryptedFilesAreTheOwners)
+{
+    namespace fs = std::filesystem;
+    const fs::path folder = fs::temp_directory_path() / ("talora-container-" + std::to_string(::getpid()));
+    fs::create_directories(folder);
+    net_bn* net = Read(kNetText, nullptr, "x.dne");
+    for (const char* password : {static_cast<const char*>(nullptr), "simple"}) {
+        const fs::path path = folder / "x.tala";
+        stream_vx* stream = NewFileStream_vx(path.c_str(), env_, nullptr);
+        SetStreamPassword_vx(stream, password);
+        WriteNet_bn(net, stream);
+        const auto others = fs::perms::group_all | fs::perms::others_all;
+        EXPECT_EQ((fs::status(path).permissions() & others) == fs::perms::none, password != nullptr);
+        net_bn* read = ReadNet_bn(stream, NO_WINDOW);
+        ASSERT_NE(read, nullptr);
+        SetNetPassword_bn(read, nullptr);
+        EXPECT_EQ(Write(read, "x.dne"), kNetText);
+        DeleteStream_vx(stream);
+    }
+    fs::remove_all(folder);
 }
 
 TEST_F(NetContainerTest, CorpusComesBackTheSame)

@@ -20,6 +20,9 @@ import tempfile
 import time
 import unittest
 
+sys.dont_write_bytecode = True
+import read_tala
+
 COMMAND = str(pathlib.Path(sys.argv.pop(1)).resolve())
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 EXAMPLES = ROOT / "Examples"
@@ -261,6 +264,28 @@ class ConvertTest(unittest.TestCase):
             self.assertEqual(talora("convert", CLINIC, f"{folder}/none/x.dne").returncode, 1)
             self.assertEqual(talora("convert", f"{folder}/missing.dne", f"{folder}/x.dne").returncode, 1)
             self.assertEqual(os.listdir(folder), [])
+
+
+class BinaryFilesTest(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = pathlib.Path(folder.name)
+
+    def test_other_programs_read_them(self):
+        for path in sorted(EXAMPLES.glob("*.dne")):
+            with self.subTest(net=path.name):
+                original = path.read_bytes()
+                packed = self.folder / "net.tala"
+                self.assertEqual(talora("convert", path, packed).returncode, 0)
+                text, fields = read_tala.read_tala(packed.read_bytes())
+                self.assertEqual(text, original)
+                self.assertEqual(fields["encrypt"], "N")
+                payload = packed.read_bytes()[packed.read_bytes().index(b"\x1f\x8b"):]
+                unpacked = subprocess.run(["gzip", "-dc"], input=payload, capture_output=True)
+                self.assertEqual((unpacked.returncode, unpacked.stdout), (0, original))
+                self.assertEqual(talora("convert", packed, "-").stdout, original)
+                self.assertEqual(talora("convert", "-", "-", stdin=packed.read_bytes()).stdout, original)
 
 
 class EquationTest(unittest.TestCase):

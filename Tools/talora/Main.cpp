@@ -45,6 +45,8 @@ constexpr CommandDef kCommands[] = {
      "  talora calc --functions                what there is to call"},
     {"convert", "Writes a net to another file; the extension says in which format", MakeConvert,
      "  talora convert old.dne new.dne\n"
+     "  talora convert net.dne net.tala          compressed\n"
+     "  talora convert net.dne net.tala --password-file secret.txt\n"
      "  talora convert net.dne - | diff net.dne -"},
 };
 

@@ -2,12 +2,14 @@
 
 #include <errno.h>
 #include <string.h>
+#include <strings.h>
 
 #include <algorithm>
 #include <charconv>
 #include <cstdio>
 #include <memory>
 
+#include "talora/Password.h"
 #include "talora/Text.h"
 
 namespace command {
@@ -15,16 +17,12 @@ namespace command {
 namespace {
 
 constexpr size_t kChunk = 1 << 16;
-constexpr size_t kLongestPassword = 4096;
+constexpr int kNoPassword = -6858;  // record of the library
 
 struct StreamCloser {
     void operator()(stream_vx* stream) const { DeleteStream_vx(stream); }
 };
 using Stream = std::unique_ptr<stream_vx, StreamCloser>;
-
-struct FileCloser {
-    void operator()(FILE* file) const { fclose(file); }
-};
 
 std::string ReadStandardInput()
 {
@@ -40,24 +38,6 @@ std::string ReadStandardInput()
     return contents;
 }
 
-// The first line of the password file; wiped before it is given back to the system.
-void SetPassword(Session& session, stream_vx* stream)
-{
-    const std::string& path = session.options.password_file;
-    if (path.empty()) return;
-    const std::unique_ptr<FILE, FileCloser> file(fopen(path.c_str(), "rb"));
-    if (!file) throw CommandFailed("could not open password file '" + path + "': " + strerror(errno));
-    setvbuf(file.get(), nullptr, _IONBF, 0);
-    char password[kLongestPassword + 1];
-    const bool read = fgets(password, sizeof password, file.get()) != nullptr;
-    if (read) password[strcspn(password, "\r\n")] = '\0';
-    if (read && *password) SetStreamPassword_vx(stream, password);
-    const bool is_empty = !read || !*password;
-    explicit_bzero(password, sizeof password);
-    if (is_empty) throw CommandFailed("there is no password in file '" + path + "'");
-    session.Check();
-}
-
 Stream OpenInput(Session& session, const std::string& path)
 {
     Stream stream(path == "-" ? NewMemoryStream_vx("standard input", session.env, nullptr)
@@ -70,6 +50,13 @@ Stream OpenInput(Session& session, const std::string& path)
     SetPassword(session, stream.get());
     session.Check();
     return stream;
+}
+
+bool IsBinaryName(const std::string& path)
+{
+    constexpr std::string_view kExtension = ".tala";
+    return path.size() > kExtension.size() &&
+           strcasecmp(path.c_str() + path.size() - kExtension.size(), kExtension.data()) == 0;
 }
 
 // Letters that must change to get from one name to the other (Levenshtein 1966), without case.
@@ -111,6 +98,9 @@ net_bn* ReadNet(Session& session, const std::string& path)
     const Stream stream = OpenInput(session, path);
     net_bn* net = ReadNet_bn(stream.get(), NO_WINDOW);
     if (!net) {
+        const report_vx* error = GetError_vx(session.env, ERROR_SEVERITY, 0, nullptr);
+        if (error && ErrorNumber_vx(error) == kNoPassword)
+            throw CommandFailed("the password can be given with --password-file FILE, or typed at a terminal");
         session.Check();
         throw CommandFailed("could not read a net from '" + path + "'");
     }
@@ -134,7 +124,11 @@ void WriteNet(Session& session, net_bn* net, const std::string& path)
     const Stream stream(to_output ? NewMemoryStream_vx("standard_output.dne", session.env, nullptr)
                                   : NewFileStream_vx(path.c_str(), session.env, nullptr));
     session.Check();
-    SetPassword(session, stream.get());
+    // Text is not encrypted; who converts to it knows.
+    if (IsBinaryName(path))
+        SetPassword(session, stream.get());
+    else
+        SetNetPassword_bn(net, nullptr);
     WriteNet_bn(net, stream.get());
     session.Check();
     if (!to_output) return;

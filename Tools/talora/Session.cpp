@@ -11,6 +11,7 @@
 #include <nlohmann/json.hpp>
 #include <vector>
 
+#include "talora/Password.h"
 #include "talora/Text.h"
 
 namespace command {
@@ -161,6 +162,7 @@ void Session::Begin()
     action.sa_flags = static_cast<int>(SA_RESETHAND);
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);
+    SetPasswordHandler_vx(env, AskPassword, nullptr);
     impl_->progress.enabled = !options.quiet && isatty(STDERR_FILENO);
     if (impl_->progress.enabled) SetProgressHandler_vx(env, ShowProgress, &impl_->progress);
 }
