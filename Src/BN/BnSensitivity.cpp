@@ -103,23 +103,29 @@ void ReadBeliefs(const Sensv& sensv, int state, GivenTables& given)
     if (!progress.Step(1)) FailHalted(sensv);
 }
 
+// A progress handler may call the interface.
+void CheckUnchanged(const Sensv& sensv, uint64_t count)
+{
+    const Net& net = *sensv.net;
+    if (net.update_count == count && net.compiled && net.compiled->propagation) return;
+    Fail(6794, ">-net '%s' was changed while the sensitivity of >-node '%s' was being found",
+         net.name.c_str(), QueryName(sensv));
+}
+
 // Tries each state of the query node that is possible; one that turns out not to be gets belief 0.
 void TryStates(const Sensv& sensv, std::vector<double>& beliefs, GivenTables& given)
 {
-    const Net& net = *sensv.net;
-    const uint64_t count = net.update_count;
+    const uint64_t count = sensv.net->update_count;
     Progress progress("sensv_poss_infers");
     for (int state = 0; state < int(beliefs.size()); ++state) {
         if (!progress.Step(double(state) / double(beliefs.size()))) FailHalted(sensv);
+        CheckUnchanged(sensv, count);
         if (beliefs[state] == 0) continue;
         if (TryState(*sensv.query, state))
             ReadBeliefs(sensv, state, given);
         else
             beliefs[state] = 0;
-        // A progress handler may call the interface.
-        if (net.update_count != count || !net.compiled || !net.compiled->propagation)
-            Fail(6794, ">-net '%s' was changed while the sensitivity of >-node '%s' was being found",
-                 net.name.c_str(), QueryName(sensv));
+        CheckUnchanged(sensv, count);
     }
     Normalize(beliefs);
 }

@@ -125,16 +125,33 @@ ParentCondition FindLikely(const CompiledNet& compiled, const RelaxedTables& rel
 ParentCondition FindBehindFindings(const CompiledNet& compiled, const RelaxedTables& relaxed,
                                    const TableSource& table)
 {
+    Propagation propagation(compiled.propagation_graph, compiled.tree, [&](int v) {
+        const auto found = relaxed.find(v);
+        return found == relaxed.end() ? table(v) : found->second.data();
+    });
+    EnterFindings(compiled, propagation);
+    if (propagation.Update() != UpdateStatus::kUpdated) return {};
+    return FindLikely(compiled, relaxed, table, propagation);
+}
+
+struct Cause {
+    ParentCondition condition;
+    bool is_settled = false;  // by findings at the parents
+};
+
+// No condition as well where memory is out: that the findings are inconsistent can be said without one.
+Cause FindCause(const CompiledNet& compiled, const TableSource& table)
+{
     try {
-        Propagation propagation(compiled.propagation_graph, compiled.tree, [&](int v) {
-            const auto found = relaxed.find(v);
-            return found == relaxed.end() ? table(v) : found->second.data();
-        });
-        EnterFindings(compiled, propagation);
-        if (propagation.Update() != UpdateStatus::kUpdated) return {};
-        return FindLikely(compiled, relaxed, table, propagation);
+        const RelaxedTables relaxed = Relax(compiled, table);
+        if (relaxed.empty()) return {};
+        const ParentCondition settled = FindSettled(compiled, relaxed, table);
+        if (settled.variable >= 0) return {settled, true};
+        return {FindBehindFindings(compiled, relaxed, table), false};
     } catch (const std::bad_alloc&) {
-        return {};  // the findings are inconsistent, for which there are words without a condition
+        return {};
+    } catch (const OutOfMemory&) {
+        return {};
     }
 }
 
@@ -162,11 +179,7 @@ std::string ConditionText(const CompiledNet& compiled, const ParentCondition& co
 void ReportImpossibleCondition(const Net& net, const TableSource& table)
 {
     const CompiledNet& compiled = *net.compiled;
-    const RelaxedTables relaxed = Relax(compiled, table);
-    if (relaxed.empty()) return;
-    ParentCondition condition = FindSettled(compiled, relaxed, table);
-    const bool is_settled = condition.variable >= 0;
-    if (!is_settled) condition = FindBehindFindings(compiled, relaxed, table);
+    const auto [condition, is_settled] = FindCause(compiled, table);
     if (condition.variable < 0) return;
     const Node& node = *compiled.nodes[condition.variable];
     const char* const name = node.name.c_str();
