@@ -6,17 +6,14 @@
 #include <string>
 #include <vector>
 
+#include "BN/GardenNet.h"
 #include "BN/RandomNet.h"
-#include "Talora/TestEnviron.h"
 
 namespace {
 
 using talora::Enumerate;
 using talora::Findings;
 using talora::RandomModel;
-
-constexpr int kEverything =
-    BELIEF_SENSV | ENTROPY_SENSV | REAL_SENSV | NODEVAR_SENSV | RATIO_SENSV | VARIANCE_SENSV | RANGE_SENSV;
 
 // P(s, t) of two variables given the findings, by going through everything.
 std::vector<std::vector<double>> JointOf(const RandomModel& model, const Findings& findings, int query,
@@ -196,41 +193,7 @@ TEST(BnSensitivityTest, EveryMeasureAsByEnumeration)
     }
 }
 
-// Rain -> Wet <- Sprinkler, and others beside them; Depth is discretised, with an open end.
-class SensitivityRulesTest : public testing::Test {
-protected:
-    void SetUp() override
-    {
-        net_ = NewNet_bn("Garden", env_);
-        rain_ = Add("Rain", {}, {0.2f, 0.8f});
-        sprinkler_ = Add("Sprinkler", {}, {0.4f, 0.6f});
-        wet_ = Add("Wet", {rain_, sprinkler_}, {1, 0, 0.9f, 0.1f, 0.8f, 0.2f, 0, 1});
-        depth_ = NewNode_bn("Depth", 0, net_);
-        const level_bn thresholds[] = {0, 1, 3, GetInfinityDbl_vx()};
-        SetNodeLevels_bn(depth_, 3, thresholds);
-        AddLink_bn(wet_, depth_);
-        const prob_bn probs[] = {0.2f, 0.5f, 0.3f, 0.9f, 0.1f, 0};
-        SetNodeTable_bn(depth_, probs, 6);
-    }
-
-    node_bn* Add(const char* name, std::vector<node_bn*> parents, std::vector<prob_bn> table)
-    {
-        node_bn* node = NewNode_bn(name, 2, net_);
-        SetNodeStateNames_bn(node, "yes,no");
-        for (node_bn* parent : parents) AddLink_bn(parent, node);
-        SetNodeTable_bn(node, table.data(), int64_t(table.size()));
-        return node;
-    }
-
-    sensv_bn* Measurer(const node_bn* query, int what_find = kEverything)
-    {
-        return NewSensvToFinding_bn(query, GetNetNodes2_bn(net_, nullptr), what_find);
-    }
-
-    TestEnviron env_;
-    net_bn* net_ = nullptr;
-    node_bn *rain_ = nullptr, *sprinkler_ = nullptr, *wet_ = nullptr, *depth_ = nullptr;
-};
+class SensitivityRulesTest : public GardenTest {};
 
 TEST_F(SensitivityRulesTest, MeasuresThatWereNotAskedFor)
 {
@@ -347,7 +310,7 @@ TEST_F(SensitivityRulesTest, RealValues)
     EXPECT_EQ(env_.Taken(), 6785);
     EXPECT_EQ(
         env_.Message(),
-        "cant calculate error-based sensitivities (mean or variance) for node 'Depth', because it contains +/- INFINITY for a range endpoint");
+        "cant calculate error-based sensitivities (mean or variance) for node 'Depth_of_the_puddles_here', because it contains +/- INFINITY for a range endpoint");
     SetSensvRealBounds_bn(sensv, GetUndefDbl_vx(), 2);
     EXPECT_EQ(env_.Taken(), 6792);
     SetSensvRealBounds_bn(sensv, 0.5, GetUndefDbl_vx());

@@ -4,13 +4,10 @@
 #include <string>
 #include <vector>
 
+#include "BN/GardenNet.h"
 #include "Golden.h"
-#include "Talora/TestEnviron.h"
 
 namespace {
-
-constexpr int kEverything =
-    BELIEF_SENSV | ENTROPY_SENSV | REAL_SENSV | NODEVAR_SENSV | RATIO_SENSV | VARIANCE_SENSV | RANGE_SENSV;
 
 struct Asked {
     std::vector<std::string> questions, answers, defaults;
@@ -26,43 +23,15 @@ int Note(environ_vx*, const char* question, const char* answers, const char* def
     return asked.answer;
 }
 
-// Rain -> Wet <- Sprinkler, Wet -> Depth, which has an open end; Cost is a utility node.
-class SensitivityReportTest : public testing::Test {
+// With a utility node, Cost, and a title that HTML must not take for markup.
+class SensitivityReportTest : public GardenTest {
 protected:
     void SetUp() override
     {
-        net_ = NewNet_bn("Garden", env_);
-        rain_ = Add("Rain", {}, {0.2f, 0.8f});
+        GardenTest::SetUp();
         SetNodeTitle_bn(rain_, "Rain & hail, <wet> \"weather\"");
-        node_bn* sprinkler = Add("Sprinkler", {}, {0.4f, 0.6f});
-        wet_ = Add("Wet", {rain_, sprinkler}, {1, 0, 0.9f, 0.1f, 0.8f, 0.2f, 0, 1});
-        depth_ = NewNode_bn("Depth_of_the_puddles_here", 0, net_);
-        AddLink_bn(wet_, depth_);
-        SetDepthLevels({0, 1, 3, GetInfinityDbl_vx()});
-        const prob_bn probs[] = {0.2f, 0.5f, 0.3f, 0.9f, 0.1f, 0};
-        SetNodeTable_bn(depth_, probs, 6);
         SetNodeKind_bn(NewNode_bn("Cost", 0, net_), UTILITY_NODE);
     }
-
-    void SetDepthLevels(const std::vector<level_bn>& levels) { SetNodeLevels_bn(depth_, 3, levels.data()); }
-
-    node_bn* Add(const char* name, std::vector<node_bn*> parents, std::vector<prob_bn> table)
-    {
-        node_bn* node = NewNode_bn(name, 2, net_);
-        SetNodeStateNames_bn(node, "yes,no");
-        for (node_bn* parent : parents) AddLink_bn(parent, node);
-        SetNodeTable_bn(node, table.data(), int64_t(table.size()));
-        return node;
-    }
-
-    sensv_bn* Measurer(const node_bn* query, int what_find = kEverything)
-    {
-        return NewSensvToFinding_bn(query, GetNetNodes2_bn(net_, nullptr), what_find);
-    }
-
-    TestEnviron env_;
-    net_bn* net_ = nullptr;
-    node_bn *rain_ = nullptr, *wet_ = nullptr, *depth_ = nullptr;
 };
 
 TEST_F(SensitivityReportTest, Texts)
