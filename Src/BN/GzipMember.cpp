@@ -30,6 +30,7 @@ constexpr int kLevel = 6;
 constexpr int kRawDeflate = -MAX_WBITS;           // without a wrapper of zlib's own
 constexpr int kDefaultMemory = 8;                 // zlib's own default
 constexpr size_t kPiece = 64 * 1024;              // between two looks at the halt flag
+constexpr size_t kLarge = size_t{1} << 24;        // text that takes its time
 constexpr size_t kMaxCall = size_t{1} << 30;      // zlib counts in 32 bits
 constexpr size_t kSizeBytes = 4;                  // of the checksum and the size at the end
 constexpr uint64_t kMaxText = uint64_t{1} << 40;  // larger is surely an error
@@ -100,11 +101,11 @@ public:
     GzipReader(const GzipReader&) = delete;
     GzipReader& operator=(const GzipReader&) = delete;
 
-    GzipText Read();
+    GzipText Read(const std::function<void(std::string_view)>& check_start);
 
 private:
     size_t Inflate(char* room, size_t size);
-    void InflateText();
+    void InflateText(const std::function<void(std::string_view)>& check_start);
     void CheckEnd();
     [[noreturn]] void FailTooSmall();
     [[noreturn]] void FailSize(unsigned stated);
@@ -152,7 +153,7 @@ size_t GzipReader::Inflate(char* room, size_t size)
 }
 
 // Inflates up to the stated size, in pieces whose checksum is taken while they are in the cache.
-void GzipReader::InflateText()
+void GzipReader::InflateText(const std::function<void(std::string_view)>& check_start)
 {
     const auto stated = static_cast<size_t>(stated_size_);
     ByteBuffer& text = result_.text;
@@ -167,6 +168,7 @@ void GzipReader::InflateText()
         const auto* const bytes = reinterpret_cast<const Bytef*>(piece);
         result_.crc = static_cast<uint32_t>(crc32(result_.crc, bytes, static_cast<uInt>(got)));
         text.SetSize(text.Size() + got);
+        if (piece == text.Data() && stated >= kLarge) check_start(text.View());
         if (IsHalted()) FailWith(ABORTED_CND, 3605, "user halted reading");
         if (got < room) break;
     }
@@ -208,9 +210,9 @@ void GzipReader::CheckEnd()
     result_.bytes_read = cursor_.at;
 }
 
-GzipText GzipReader::Read()
+GzipText GzipReader::Read(const std::function<void(std::string_view)>& check_start)
 {
-    InflateText();
+    InflateText(check_start);
     CheckEnd();
     return std::move(result_);
 }
@@ -306,9 +308,10 @@ void CheckStatedSize(size_t member_size, uint64_t stated_size, const FilePlace& 
     CheckMemory(static_cast<double>(stated_size), "for uncompressing file");
 }
 
-GzipText ReadGzipMember(std::string_view member, uint64_t stated_size, const FilePlace& place)
+GzipText ReadGzipMember(std::string_view member, uint64_t stated_size, const FilePlace& place,
+                        const std::function<void(std::string_view)>& check_start)
 {
-    return GzipReader(member, stated_size, place).Read();
+    return GzipReader(member, stated_size, place).Read(check_start);
 }
 
 }  // namespace talora

@@ -6,6 +6,7 @@
 #include <zlib.h>
 
 #include <cstdint>
+#include <functional>
 #include <string_view>
 
 #include "Basic/Memory.h"
@@ -52,7 +53,9 @@ struct GzipText {
 void CheckStatedSize(size_t member_size, uint64_t stated_size, const FilePlace& place);
 
 // The text of a member.  Fails if the member is damaged, or the text is not as large as stated; no memory is
-// taken before the stated size has been found possible.  Polls the halt flag.
-GzipText ReadGzipMember(std::string_view member, uint64_t stated_size, const FilePlace& place);
+// taken before the stated size has been found possible.  Polls the halt flag.  check_start gets the first
+// bytes of a text of many megabytes, and may fail before the others are inflated.
+GzipText ReadGzipMember(std::string_view member, uint64_t stated_size, const FilePlace& place,
+                        const std::function<void(std::string_view)>& check_start);
 
 }  // namespace talora

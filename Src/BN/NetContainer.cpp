@@ -85,6 +85,22 @@ enum HeaderFault {
     FailAt(place, 6840, "file is corrupted or of unrecognized format (%d)", int{fault});
 }
 
+[[noreturn]] void FailType(std::string_view expected, std::string_view contents, const FilePlace& place)
+{
+    FailAt(
+        place, 4109,
+        "'%s' is not a %s file (by file extension it looks like a %s file, but by starting contents it looks like a %s file)",
+        place.file, std::string(expected).c_str(), FileTypeByName(place.file).c_str(),
+        FileTypeByContents(contents).c_str());
+}
+
+// Whether a text may be that of a net: so that a gigabyte of anything else is not inflated.
+bool IsTextNet(std::string_view start)
+{
+    return start.starts_with("\xFF\xFE") || start.starts_with("\xEF\xBB\xBF") ||
+           FileTypeByContents(start) == "DNET";
+}
+
 // A decimal number at the start of the text, which it is taken off.
 bool TakeNumber(std::string_view& text, uint64_t& number)
 {
@@ -194,12 +210,7 @@ NetContainer ParseContainer(std::string_view bytes, const FilePlace& place)
         bytes[kVersionAt] > '9')
         FailHeader(NO_EQUALS, place);
     if (bytes.substr(kArrowAt, kArrow.size()) != kArrow) FailHeader(NO_ARROW, place);
-    if (bytes.substr(kTypeAt, kType.size()) != kType)
-        FailAt(
-            place, 4109,
-            "'%s' is not a %s file (by file extension it looks like a %s file, but by starting contents it looks like a %s file)",
-            place.file, std::string(kType).c_str(), FileTypeByName(place.file).c_str(),
-            FileTypeByContents(bytes).c_str());
+    if (bytes.substr(kTypeAt, kType.size()) != kType) FailType(kType, bytes, place);
     file.version = bytes[kVersionAt] - '0';
     std::string_view rest = bytes.substr(kNumbersAt);
     uint64_t readable_length = 0, text_size = 0;
@@ -228,7 +239,10 @@ UnpackedNet UnpackNet(std::string_view bytes, const Stream& stream)
         decrypted = Decrypt(file, bytes, stream, result.password);
         member = decrypted.View();
     }
-    GzipText text = ReadGzipMember(member, file.text_size, place);
+    const auto check_start = [&](std::string_view start) {
+        if (!IsTextNet(start)) FailType("DNET", start, place);
+    };
+    GzipText text = ReadGzipMember(member, file.text_size, place, check_start);
     CheckField(1, file.text_crc, text.crc, place);
     CheckField(2, file.member_size, member.size(), place);
     result.text = std::move(text.text);

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdarg>
-#include <cstring>
+#include <cstdlib>
 
 namespace talora {
 
@@ -65,16 +65,19 @@ void CheckMemory(double bytes, const char* format, ...)
 
 ByteBuffer::~ByteBuffer()
 {
-    if (bytes_ != nullptr) CountedAllocator<char>().deallocate(bytes_, capacity_);
+    std::free(bytes_);
+    ReturnMemory(capacity_);
 }
 
 void ByteBuffer::Reserve(size_t capacity)
 {
     if (capacity <= capacity_) return;
-    char* const bytes = CountedAllocator<char>().allocate(capacity);
-    if (bytes_ != nullptr) {
-        std::memcpy(bytes, bytes_, size_);
-        CountedAllocator<char>().deallocate(bytes_, capacity_);
+    TakeMemory(capacity - capacity_);
+    // Large blocks grow without being copied: the system gives their pages another address.
+    char* const bytes = static_cast<char*>(std::realloc(bytes_, capacity));
+    if (bytes == nullptr) {
+        ReturnMemory(capacity - capacity_);
+        throw std::bad_alloc();
     }
     bytes_ = bytes;
     capacity_ = capacity;

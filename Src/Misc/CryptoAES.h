@@ -28,8 +28,7 @@ public:
     void Encrypt(const uint8_t* in, uint8_t* out, size_t num_blocks) const;
 
 private:
-    static constexpr size_t kMaxRounds = 14;
-    alignas(16) std::array<uint8_t, (kMaxRounds + 1) * kAesBlock> round_keys_{};
+    alignas(16) std::array<uint8_t, 15 * kAesBlock> round_keys_{};
     size_t num_rounds_;
     bool has_instructions_;
 };

@@ -332,6 +332,11 @@ TEST_F(NetContainerTest, BombsStayWithinTheLimit)
     EXPECT_EQ(Read(bomb.Bytes(1000)), nullptr);
     EXPECT_EQ(message_.substr(0, 70),
               "buffer to decompress gzip '' is too small (is 1000 but 100000000 neede");
+    // Where there is memory for it, what is no net at all is not inflated to its end.
+    LimitMemoryUsage_vx(1e9, env_);
+    bomb.size = 0;
+    EXPECT_EQ(Read(bomb.Bytes(100'000'000)), nullptr);
+    EXPECT_EQ(number_, 4109) << message_;
     LimitMemoryUsage_vx(before, env_);
 }
 

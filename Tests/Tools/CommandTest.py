@@ -7,13 +7,19 @@ Beliefs are compared with an enumeration of the joint distribution, made here fr
 and table commands print, so the three commands vouch for one another.  With TALORA_CORPUS set,
 published nets are compared with the results stored beside them.
 """
+import gzip
+import hashlib
+import hmac
 import itertools
 import json
 import math
 import os
 import pathlib
+import pty
 import re
+import shutil
 import signal
+import struct
 import subprocess
 import sys
 import tempfile
@@ -286,6 +292,72 @@ class BinaryFilesTest(unittest.TestCase):
                 self.assertEqual((unpacked.returncode, unpacked.stdout), (0, original))
                 self.assertEqual(talora("convert", packed, "-").stdout, original)
                 self.assertEqual(talora("convert", "-", "-", stdin=packed.read_bytes()).stdout, original)
+
+
+    def encrypted(self, password):
+        (self.folder / "password").write_text(password + "\n")
+        packed = self.folder / "secret.tala"
+        done = talora("convert", CLINIC, packed, "--password-file", self.folder / "password")
+        self.assertEqual((done.returncode, done.stderr), (0, b""))
+        return packed
+
+    def test_password_from_a_file(self):
+        packed = self.encrypted("open sesame")
+        self.assertEqual(packed.stat().st_mode & 0o777, 0o600)
+        with_password = ["--password-file", self.folder / "password"]
+        done = talora("convert", packed, "-", *with_password)
+        self.assertEqual((done.returncode, done.stdout, done.stderr), (0, CLINIC.read_bytes(), b""))
+        self.assertEqual(len(answer("info", packed, *with_password)["nodes"]), 8)
+        again = self.folder / "again.tala"
+        self.assertEqual(talora("convert", packed, again, *with_password).returncode, 0)
+        self.assertIn(b"// encrypt = G", again.read_bytes())
+        (self.folder / "password").write_text("Open Sesame")
+        done = talora("info", packed, *with_password)
+        self.assertEqual(done.returncode, 1)
+        self.assertIn(b"-6859: password is wrong or file is corrupted", done.stderr)
+
+    def test_password_at_the_terminal(self):
+        packed = self.encrypted("open sesame")
+        # Without a terminal the message says what is missing.
+        done = subprocess.run([COMMAND, "info", packed], capture_output=True, start_new_session=True, timeout=60)
+        self.assertEqual(done.returncode, 1)
+        self.assertIn(b"-6858: no password entered", done.stderr)
+        self.assertIn(b"--password-file", done.stderr)
+        for typed, status in [(b"open sesame\n", 0), (b"wrong\n", 1), (b"\x04", 1), (b"\x03", 1)]:
+            with self.subTest(typed=typed):
+                child, terminal = pty.fork()
+                if child == 0:
+                    os.execv(COMMAND, [COMMAND, "info", str(packed)])
+                shown = b""
+                while b"Enter password: " not in shown:
+                    shown += os.read(terminal, 1000)
+                os.write(terminal, typed)
+                try:
+                    while piece := os.read(terminal, 1000):
+                        shown += piece
+                except OSError:  # the other side is closed
+                    pass
+                os.close(terminal)
+                self.assertEqual(os.waitstatus_to_exitcode(os.waitpid(child, 0)[1]), status, shown)
+                self.assertEqual(b"Dyspnoea" in shown, status == 0)
+                self.assertNotIn(b"sesame", shown)
+
+    @unittest.skipUnless(shutil.which("openssl"), "the openssl command is not here")
+    def test_cipher_is_the_documented_one(self):
+        """Decrypts a file with Python's hashes and the openssl command, as Docs/binary-format.md says."""
+        password = b"open sesame"
+        data = self.encrypted(password.decode()).read_bytes()
+        line_end = data.index(b"\r\n") + 2
+        block = line_end + int(data.split(b" ")[2]) + read_tala.BLOCK_SIZE
+        length, iterations, salt, nonce = struct.unpack_from("<II16s12s", data, block)
+        self.assertEqual((length, iterations), (64, 600000))
+        master = hashlib.pbkdf2_hmac("sha256", password, salt, iterations)
+        derive = lambda label: hmac.new(master, label, hashlib.sha256).digest()
+        self.assertEqual(data[block + 48:block + 64], derive(b"Talora key check")[:16])
+        counter = nonce + (2).to_bytes(4, "big")
+        done = subprocess.run(["openssl", "enc", "-d", "-aes-256-ctr", "-K", derive(b"Talora cipher").hex(),
+                               "-iv", counter.hex()], input=data[block + length:-16], capture_output=True)
+        self.assertEqual(gzip.decompress(done.stdout), CLINIC.read_bytes())
 
 
 class EquationTest(unittest.TestCase):
