@@ -69,6 +69,7 @@ struct Propagation::Engine {
     const JunctionTree* tree;
     TableSource table;
     double small_tree;  // entries
+    bool maximise = false;
 
     // What is known.
     std::vector<int> positive;                    // per variable
@@ -483,7 +484,7 @@ struct Propagation::Engine {
         if (IsHaltedNow(plan)) return false;
         const std::span<const char> asked =
             all_wanted ? std::span<const char>() : std::span<const char>(wanted);
-        if (!RunSweep(plan, factor_entries, asked, 1, scratch)) return false;
+        if (!RunSweep(plan, factor_entries, asked, 1, scratch, maximise)) return false;
         exponents.resize(size_t(plan.num_outputs));
         bool weak = false;
         for (size_t o = 0; o < exponents.size(); ++o) {
@@ -499,7 +500,8 @@ struct Propagation::Engine {
         std::vector<char> weak(size_t(plan.num_outputs));
         for (size_t o = 0; o < weak.size(); ++o)
             weak[o] = (all_wanted || wanted[o]) && exponents[o] < kWeakExponent;
-        if (!RunSweep(plan, factor_entries, weak, std::ldexp(1.0f, kBoostExponent), scratch)) return false;
+        if (!RunSweep(plan, factor_entries, weak, std::ldexp(1.0f, kBoostExponent), scratch, maximise))
+            return false;
         for (size_t o = 0; o < weak.size(); ++o) {
             if (!weak[o]) continue;
             exponents[o] = ScaleByExponent(scratch.output[o], plan.outputs[o].size);
@@ -845,12 +847,16 @@ struct Propagation::Engine {
         return log_scale;
     }
 
+    // What is known of two parts together: the sum of both, or when maximising the larger.
+    double Join(double a, double b) const { return maximise ? std::max(a, b) : a + b; }
+
     // The probability of findings from the two messages of a separator.
     UpdateStatus MeasureSeparator(int separator)
     {
         const Message &a = up[size_t(separator)], &b = down[size_t(separator)];
         double total = 0;
-        for (int64_t i = 0; i < a.count; ++i) total += double(a.entries[i]) * double(b.entries[i]);
+        for (int64_t i = 0; i < a.count; ++i)
+            total = Join(total, double(a.entries[i]) * double(b.entries[i]));
         if (!(total > 0)) return Vanish(separator);
         log_prob = LogOf(total, LogScaleAtTarget() + a.log_scale);
         return UpdateStatus::kUpdated;
@@ -906,16 +912,16 @@ struct Propagation::Engine {
         for (int64_t i = 0; i < a.count;)
             for (double& sum : sums)
                 for (const int64_t end = i + stride; i < end; ++i)
-                    sum += double(a.entries[i]) * double(b.entries[i]);
+                    sum = Join(sum, double(a.entries[i]) * double(b.entries[i]));
         double total = 0;
-        for (double sum : sums) total += sum;
+        for (double sum : sums) total = Join(total, sum);
         for (int s = 0; s < num_states; ++s) belief[s] = float(sums[size_t(s)] / total);
     }
 
-    static void Normalize(float* entries, int64_t count)
+    void Normalize(float* entries, int64_t count) const
     {
         double total = 0;
-        for (int64_t i = 0; i < count; ++i) total += double(entries[i]);
+        for (int64_t i = 0; i < count; ++i) total = Join(total, double(entries[i]));
         for (int64_t i = 0; i < count; ++i) entries[i] = float(double(entries[i]) / total);
     }
 
@@ -1032,6 +1038,13 @@ void Propagation::ClearFindings()
         SetPositive(v, -1);
         SetLikelihood(v, nullptr);
     }
+}
+
+void Propagation::SetMaximise(bool maximise)
+{
+    if (engine_->maximise == maximise) return;
+    engine_->maximise = maximise;
+    engine_->Forget();
 }
 
 void Propagation::Forget()

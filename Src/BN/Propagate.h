@@ -67,6 +67,10 @@ public:
     void SetLikelihood(int variable, const float* likelihood);
     void TableChanged(int variable);  // the model's table has other numbers (same shape)
     void ClearFindings();
+    // Maximising, every marginal keeps the largest entry in place of the sum.  A belief is then the value of
+    // the best configuration that has the variable in that state, divided by the value of the best of all
+    // (so the largest is 1), and the probability is the value of the best configuration.
+    void SetMaximise(bool maximise);
     void Forget();  // the next update computes every message anew (findings stay)
 
     // ---- Updating. ----

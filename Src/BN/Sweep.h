@@ -127,9 +127,10 @@ struct SweepScratch {
 
 // Runs a plan; `factors` are the tables, with kSweepPadding readable floats behind each; `wanted` says which
 // outputs are asked for (empty: all). Results stand in scratch.output, as they come, not scaled.  All
-// products are multiplied by `boost`. False: halted.
+// products are multiplied by `boost`. With `maximise` an output gets the largest of the entries that are
+// otherwise summed. False: halted.
 bool RunSweep(const SweepPlan& plan, std::span<const float* const> factors, std::span<const char> wanted,
-              float boost, SweepScratch& scratch);
+              float boost, SweepScratch& scratch, bool maximise = false);
 
 // Scales entries by a power of two so that the largest is in [0.5, 1).  Returns the exponent to be
 // added to that of the table, or kVanished if all are 0.

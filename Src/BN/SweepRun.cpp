@@ -92,7 +92,7 @@ void PlaceOutputs(const SweepPlan& plan, SweepScratch& scratch)
 }  // namespace
 
 bool RunSweep(const SweepPlan& plan, std::span<const float* const> factors, std::span<const char> wanted,
-              float boost, SweepScratch& scratch)
+              float boost, SweepScratch& scratch, bool maximise)
 {
     static const RunFunction run = ChooseRun();
     PlaceOutputs(plan, scratch);
@@ -101,7 +101,8 @@ bool RunSweep(const SweepPlan& plan, std::span<const float* const> factors, std:
     scratch.offsets.assign(size_t(plan.num_factors + plan.num_outputs), 0);
     scratch.indexes.assign(plan.loop_sizes.size(), 0);
     scratch.sums.assign(size_t(plan.num_outputs), {});
-    if (!run(plan, factors.data(), wanted.empty() ? nullptr : wanted.data(), boost, scratch)) return false;
+    if (!run(plan, factors.data(), wanted.empty() ? nullptr : wanted.data(), boost, maximise, scratch))
+        return false;
     for (size_t o = 0; o < plan.outputs.size(); ++o)
         if (plan.outputs[o].wide && (wanted.empty() || wanted[o]))
             std::copy_n(scratch.wide_output[o], plan.outputs[o].size, scratch.output[o]);
