@@ -775,6 +775,41 @@ TALORA_API void SetMaxKeyIterations_vx(environ_vx* env, int iterations);
 TALORA_API int GetMaxKeyIterations_vx(environ_vx* env);
 
 /* ---------------------------------------------------------------------------------------------
+ * Most probable configurations
+ * ------------------------------------------------------------------------------------------- */
+
+/** The mode in which updating finds the most probable configuration of all nodes given the findings (the
+ *  most probable explanation).  A belief is then the probability of the best configuration that has the
+ *  node in that state, divided by that of the best of all, so states of a best configuration have belief 1;
+ *  and the probability of findings is that of the best configuration.  Undoable.
+ *  Errors: 3465 the net has decision nodes, 3051 a node has no states. */
+TALORA_API void SetNetMostProbable_bn(net_bn* net, bool_vx most_probable);
+TALORA_API bool_vx GetNetMostProbable_bn(const net_bn* net);
+
+/** Says how probable the most probable configuration is, as a line of text, and stores each node's state in
+ *  it.  Empty if some node has no such state.  The net must be in the mode (6801).  Belongs to the net,
+ *  valid until the next report. */
+TALORA_API const char* ReportMostProbable_bn(net_bn* net);
+
+/** The state of a node in the configuration that was reported last, or UNDEF_STATE. */
+TALORA_API state_bn GetNodeMostProbableState_bn(const node_bn* node);
+
+/** The nth most probable configuration given the findings, exactly; the mode need not be on, and findings
+ *  and beliefs stay as they are.  Asking for nth + 1 afterwards goes on from where the search stood.
+ *  @param setting  receives a state for each node of the net, in their order (6804 NULL): UNDEF_STATE for
+ *                  documentation nodes
+ *  @param nth      0 is the most probable (6802 below 0; 6803 not so many are possible)
+ *  @return the natural logarithm of the configuration's probability times the weights of likelihood
+ *          findings; undefined after an error (3465, 3051, 3305).
+ *  Cost: about one update and (number of nodes) small updates for each configuration. */
+TALORA_API double MostProbableConfig_bn(net_bn* net, state_bn* setting, int nth);
+
+/** The same for some nodes of a net: different settings of these nodes are told apart, the other nodes take
+ *  the states that make the whole most probable (they are maximised, not summed over).
+ *  @param setting  one state for each node of the list */
+TALORA_API double MostProbableSetting_bn(const nodelist_bn* nodes, state_bn* setting, int nth);
+
+/* ---------------------------------------------------------------------------------------------
  * Equations: the relation of a node to its parents as a line of text
  * ------------------------------------------------------------------------------------------- */
 

@@ -154,6 +154,7 @@ Net* CopyNet(const Net& net, std::string_view new_name, environ_vx& env, const C
             copy->elim_order.nodes = copied(net.elim_order.nodes);
         }
         copy->auto_update = net.auto_update;
+        copy->most_probable = net.most_probable;
         copy->changed = false;
     } catch (...) {
         DeleteNet(copy);

@@ -53,6 +53,7 @@ void AfterChange(Net& net, Node* node, unsigned effects) noexcept
     if (effects & RESTRUCTURES) ForgetFoundOrder(net);
     if (effects & RETABLES) TableChanged(*node);
     if (effects & REFINDS) FindingChanged(*node);
+    if (effects & REMODES) ModeChanged(net);
     net.changed = true;
 }
 

@@ -26,7 +26,8 @@ enum Effect : unsigned {
     RESTRUCTURES = 4,  // the junction tree is discarded, with an order that the compiler found
     RETABLES = 8,      // the node's potential is filled again before the next update
     REFINDS = 16,      // the node's finding changed: beliefs are stale
-    UNCOMPILES = 32    // the junction tree is discarded, the elimination order stays
+    UNCOMPILES = 32,   // the junction tree is discarded, the elimination order stays
+    REMODES = 64       // beliefs are worked out in another way
 };
 
 // Makes room for a new list of links, so that the exchange cannot fail.

@@ -746,6 +746,10 @@ void AutoUpdate(NetReader& r)
 {
     r.TheNet().auto_update = r.ReadBool() ? BELIEF_UPDATE : 0;
 }
+void MostProbable(NetReader& r)
+{
+    r.TheNet().most_probable = r.ReadBool();
+}
 
 void ElimOrder(NetReader& r)
 {

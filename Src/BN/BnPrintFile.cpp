@@ -21,7 +21,7 @@ namespace {
 constexpr size_t kPieceBytes = 1 << 20;
 constexpr char kUserSection[] = "UserFields";  // name of a section of user fields that has none
 
-constexpr int kNetOrder[] = {NET_NUMDIMENSIONS, NET_AUTOCOMPILE, NET_AUTOUPDATE, NET_TITLE,
+constexpr int kNetOrder[] = {NET_NUMDIMENSIONS, NET_AUTOCOMPILE, NET_AUTOUPDATE, NET_MOSTPROBABLE, NET_TITLE,
                              NET_COMMENT,       NET_AUTHOR,      NET_WHOCHANGED, NET_WHENCHANGED};
 
 // Inputs come before parents, unlike in the field table.
@@ -183,6 +183,11 @@ bool AutoCompile(ValuePrinter& p, const Net& net)
 bool AutoUpdate(ValuePrinter& p, const Net& net)
 {
     return PrintWord(p, net.auto_update != 0 ? "TRUE" : "FALSE");
+}
+
+bool MostProbable(ValuePrinter& p, const Net& net)
+{
+    return net.most_probable && PrintWord(p, "TRUE");
 }
 
 bool ElimOrder(ValuePrinter& p, const Net& net)

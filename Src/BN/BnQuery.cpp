@@ -21,6 +21,22 @@ NetQueries& QueriesOf(Net& net)
     return *net.queries;
 }
 
+// In the mode for most probable configurations no part of the net is without influence.
+const float* ReadBeliefs(NetQueries& queries, Net& net, std::span<Node* const> nodes, size_t count,
+                         double* log_probability)
+{
+    queries.beliefs.clear();
+    queries.beliefs.reserve(count);
+    for (Node* node : nodes) {
+        const float* beliefs = GetBeliefs(*node);
+        queries.beliefs.insert(queries.beliefs.end(), beliefs, beliefs + NumStates(*node));
+    }
+    if (log_probability != nullptr) *log_probability = LogFindingsProbability(net);
+    return queries.beliefs.data();
+}
+
+}  // namespace
+
 ModelFindings FindingsOf(const CompiledNet& model)
 {
     ModelFindings findings;
@@ -31,8 +47,6 @@ ModelFindings FindingsOf(const CompiledNet& model)
     }
     return findings;
 }
-
-}  // namespace
 
 void NetQueriesDeleter::operator()(NetQueries* queries) const noexcept
 {
@@ -47,11 +61,13 @@ const float* QueryBeliefs(Net& net, std::span<Node* const> nodes, double* log_pr
     for (const Node* node : nodes) {
         const int variable = queries.model.variable_of[size_t(node->index)];
         if (variable < 0 || !HasStates(*node))
-            Fail(6860, ">-node '%s' has no beliefs: it must be a >-nature_node or >-decision_node with states",
+            Fail(6860,
+                 ">-node '%s' has no beliefs: it must be a >-nature_node or >-decision_node with states",
                  node->name.c_str());
         targets.push_back(variable);
         count += size_t(NumStates(*node));
     }
+    if (net.most_probable) return ReadBeliefs(queries, net, nodes, count, log_probability);
     ModelFindings findings = FindingsOf(queries.model);
     CheckUpdated(net, queries.query->Ask(targets, findings, log_probability != nullptr));
     queries.beliefs.resize(count);

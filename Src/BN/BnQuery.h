@@ -20,6 +20,9 @@ struct NetQueries {
     std::vector<float> beliefs;  // given out last
 };
 
+// The findings entered, by variable of a model.
+ModelFindings FindingsOf(const CompiledNet& model);
+
 // The beliefs of the nodes under the findings entered, one node after another; valid until asked again.
 // Fails for nodes without beliefs, and where the findings that matter contradict one another.
 // @param log_probability  receives that of all findings, which takes longer; may be null

@@ -95,6 +95,7 @@ void MakePropagation(Net& net)
     compiled.propagation =
         std::make_unique<Propagation>(compiled.propagation_graph, compiled.tree,
                                       [&compiled](int variable) { return TableOf(compiled, variable); });
+    compiled.propagation->SetMaximise(net.most_probable);
     for (int variable = 0; variable < int(compiled.nodes.size()); ++variable)
         if (!compiled.nodes[variable]->finding.IsEmpty()) SyncFinding(compiled, variable);
     for (int variable : compiled.stale_findings) compiled.finding_is_stale[variable] = 0;
@@ -168,6 +169,7 @@ void DiscardTree(Net& net) noexcept
 {
     net.compiled.reset();
     net.queries.reset();
+    net.config_search.reset();
     net.update_count = NewUpdateCount();
 }
 
@@ -199,6 +201,13 @@ void FindingChanged(Node& node) noexcept
     if (variable < 0 || !net.compiled->propagation || net.compiled->finding_is_stale[variable]) return;
     net.compiled->finding_is_stale[variable] = 1;
     net.compiled->stale_findings.push_back(variable);  // reserved for all variables
+}
+
+void ModeChanged(Net& net) noexcept
+{
+    net.update_count = NewUpdateCount();
+    if (net.compiled && net.compiled->propagation)
+        net.compiled->propagation->SetMaximise(net.most_probable);
 }
 
 bool AreBeliefsUpdated(const Net& net)

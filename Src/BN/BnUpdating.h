@@ -43,6 +43,7 @@ struct CompiledNet {
 void DiscardTree(Net& net) noexcept;
 void TableChanged(Node& node) noexcept;
 void FindingChanged(Node& node) noexcept;
+void ModeChanged(Net& net) noexcept;
 // One counter for all nets, so that a result cached for a net is recognised as stale.
 uint64_t NewUpdateCount() noexcept;
 

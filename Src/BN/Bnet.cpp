@@ -368,6 +368,7 @@ void DeleteNet(Net* net) noexcept
     net->undo.reset();  // its records own nodes
     net->compiled.reset();
     net->queries.reset();
+    net->config_search.reset();
     for (Node* node : net->nodes.nodes) ReleaseNode(node);
     RecursiveLock* lock = net->header.Lock();
     net->nodes.header.SetTag(DELETED_TYPE);

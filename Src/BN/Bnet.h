@@ -119,6 +119,11 @@ struct NetQueriesDeleter {
     void operator()(NetQueries* queries) const noexcept;
 };
 
+struct ConfigSearch;  // what a search for most probable configurations keeps, MostProbable.h
+struct ConfigSearchDeleter {
+    void operator()(ConfigSearch* search) const noexcept;
+};
+
 }  // namespace talora
 
 struct node_bn {
@@ -149,6 +154,7 @@ struct node_bn {
 
     void* user_data = nullptr;
     int index = -1;                        // position in net->nodes
+    int most_probable_state = UNDEF_STATE;  // in the configuration that was reported last
     uint64_t stamp = 0;                    // last unique label of a graph walk
     talora::TableVector<float> beliefs;    // given out by GetNodeBeliefs_bn
     talora::TableVector<float> likelihood; // given out by GetNodeLikelihood_bn
@@ -166,6 +172,7 @@ struct net_bn {
     std::vector<talora::NodeSet> node_sets;
     int auto_update = 0;  // 0 or BELIEF_UPDATE
     bool auto_compile = false;
+    bool most_probable = false;  // updating finds the most probable configuration (MostProbable.h)
     int num_dimensions = 0;
     bool has_elim_order = false;
     bool elim_order_found = false;  // by the compiler, so a change of structure may drop it silently
@@ -173,6 +180,7 @@ struct net_bn {
 
     std::unique_ptr<talora::CompiledNet, talora::CompiledNetDeleter> compiled;
     std::unique_ptr<talora::NetQueries, talora::NetQueriesDeleter> queries;
+    std::unique_ptr<talora::ConfigSearch, talora::ConfigSearchDeleter> config_search;
     uint64_t update_count = 0;   // fresh number whenever cached results become stale
     uint64_t label_counter = 100;  // unique labels of graph walks
     std::unique_ptr<talora::UndoList> undo;  // null until undo is first turned on

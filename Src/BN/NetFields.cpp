@@ -13,6 +13,7 @@ const NetFieldDef kNetFields[NUM_NET_FIELDS] = {
     {"eqncontext",      nullptr,                  nullptr},
     {"AutoCompile",     netread::AutoCompile,     netwrite::AutoCompile},
     {"autoupdate",      netread::AutoUpdate,      netwrite::AutoUpdate},
+    {"mostprobable",    netread::MostProbable,    netwrite::MostProbable},
     {"NodeSet",         nullptr,                  nullptr},
     {"ElimOrder",       netread::ElimOrder,       netwrite::ElimOrder},
     {"title",           netread::Title,           netwrite::Title},

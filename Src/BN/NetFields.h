@@ -23,6 +23,7 @@ enum NetField : int {
     NET_EQNCONTEXT,
     NET_AUTOCOMPILE,
     NET_AUTOUPDATE,
+    NET_MOSTPROBABLE,
     NET_NODESET,
     NET_ELIMORDER,
     NET_TITLE,
@@ -159,6 +160,7 @@ void Name(NetReader&);
 void NumDimensions(NetReader&);
 void AutoCompile(NetReader&);
 void AutoUpdate(NetReader&);
+void MostProbable(NetReader&);
 void ElimOrder(NetReader&);
 void Title(NetReader&);
 void Comment(NetReader&);
@@ -171,6 +173,7 @@ namespace netwrite {
 bool NumDimensions(ValuePrinter&, const Net&);
 bool AutoCompile(ValuePrinter&, const Net&);
 bool AutoUpdate(ValuePrinter&, const Net&);
+bool MostProbable(ValuePrinter&, const Net&);
 bool ElimOrder(ValuePrinter&, const Net&);
 bool Title(ValuePrinter&, const Net&);
 bool Comment(ValuePrinter&, const Net&);

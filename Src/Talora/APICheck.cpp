@@ -183,6 +183,16 @@ void CheckListEntries(const nodelist_bn* list)
     }
 }
 
+net_bn& NetOfAll(const nodelist_bn* list)
+{
+    const node_bn* first = list->nodes[0];
+    for (const node_bn* node : list->nodes)
+        if (node->net != first->net)
+            Fail(6861, ">-node-s '%s' and '%s' are in different >-net-s", first->name.c_str(),
+                 node->name.c_str());
+    return *first->net;
+}
+
 void ValidateHandle(const environ_vx*) {}
 void ValidateHandle(const net_bn* net)
 {

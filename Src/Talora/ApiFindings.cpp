@@ -107,11 +107,7 @@ const prob_bn* QueryBeliefs_bn(const nodelist_bn* nodes, double* log_probability
     return CallApi(__func__, nodes, static_cast<const prob_bn*>(nullptr), [&]() -> const prob_bn* {
         CheckListEntries(nodes);
         if (nodes->nodes.empty()) return nullptr;
-        Net& net = *nodes->nodes[0]->net;
-        for (const node_bn* node : nodes->nodes)
-            if (node->net != &net)
-                Fail(6861, ">-node-s '%s' and '%s' are in different >-net-s", nodes->nodes[0]->name.c_str(),
-                     node->name.c_str());
+        Net& net = NetOfAll(nodes);
         const NetLockScope lock(net.header.Lock());
         return QueryBeliefs(net, nodes->nodes, log_probability);
     });
