@@ -135,6 +135,11 @@ void Recompute(Sensv& sensv)
     Net& net = *sensv.net;
     sensv.is_computed = false;
     sensv.entropy = sensv.belief_variance = UndefDbl();
+    if (net.most_probable)
+        Fail(
+            6795,
+            "can't measure sensitivities while >-net '%s' finds most probable configurations: switch that off",
+            net.name.c_str());
     if (!net.compiled) CompileNet(net);
     std::vector<double> beliefs = CurrentBeliefs(*sensv.query);
     const uint64_t count = net.update_count;

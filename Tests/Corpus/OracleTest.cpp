@@ -174,6 +174,41 @@ TEST_P(OracleTest, OrderAndSizes)
     EXPECT_EQ(GetError_vx(env_, WARNING_SEVERITY, 0, nullptr), nullptr) << ListErrors_vx(env_, 1, 5);
 }
 
+// The best configuration, the value of the second, and beliefs in the mode that finds the best.
+TEST_P(OracleTest, MostProbableConfigurations)
+{
+    const json oracle = Oracle("mpe");
+    net_bn* net = Read("nets/" + std::string(GetParam()) + ".dne");
+    ASSERT_NE(net, nullptr);
+    SetNetAutoUpdate_bn(net, 0);
+    CompileNet_bn(net);
+    const nodelist_bn* nodes = GetNetNodes2_bn(net, nullptr);
+    std::vector<state_bn> best(size_t(LengthNodeList_bn(nodes)));
+    for (const json& query : oracle["queries"]) {
+        SCOPED_TRACE(query["id"].get<std::string>());
+        SetNetMostProbable_bn(net, 0);
+        RetractNetFindings_bn(net);
+        EnterAll(net, query);
+        const double log_max = query["log_max"], runner_up = query["runner_up_ratio"];
+        const double tolerance = kLogProbTolerance * std::max(1.0, std::abs(log_max));
+        EXPECT_NEAR(MostProbableConfig_bn(net, best.data(), 0), log_max, tolerance);
+        if (query["unique"].get<bool>() && runner_up < 1 - 1e-5)
+            for (int i = 0; i < int(best.size()); ++i) {
+                const node_bn* node = NthNode_bn(nodes, i);
+                EXPECT_EQ(GetNodeStateName_bn(node, best[size_t(i)]), query["config"][GetNodeName_bn(node)]);
+            }
+        SetNetMostProbable_bn(net, 1);
+        double error = 0;
+        for (const auto& [name, expected] : query["max_beliefs"].items()) {
+            const prob_bn* beliefs = GetNodeBeliefs_bn(NodeOf(net, name));
+            ASSERT_NE(beliefs, nullptr);
+            for (size_t s = 0; s < expected.size(); ++s)
+                error = std::max(error, std::abs(double(beliefs[s]) - expected[s].get<double>()));
+        }
+        EXPECT_LE(error, kBeliefTolerance);
+    }
+}
+
 INSTANTIATE_TEST_SUITE_P(Corpus, OracleTest,
                          testing::Values("asia", "cancer", "earthquake", "survey", "sachs", "child",
                                          "insurance", "alarm", "hailfinder", "win95pts", "hepar2", "andes",

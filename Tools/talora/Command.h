@@ -20,6 +20,7 @@ public:
 std::unique_ptr<Command> MakeInfo();
 std::unique_ptr<Command> MakeCompile();
 std::unique_ptr<Command> MakeBeliefs();
+std::unique_ptr<Command> MakeMpe();
 std::unique_ptr<Command> MakeSensitivity();
 std::unique_ptr<Command> MakeTable();
 std::unique_ptr<Command> MakeConvert();

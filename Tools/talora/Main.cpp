@@ -31,6 +31,10 @@ constexpr CommandDef kCommands[] = {
      "  talora beliefs Examples/chest-clinic.dne\n"
      "  talora beliefs Examples/chest-clinic.dne -f Dyspnoea=Yes --not Smoker=Yes\n"
      "  talora beliefs net.dne --likelihood XRay=0.8,0.2 --node LungCancer --json"},
+    {"mpe", "Shows the most probable configuration of all nodes, given findings", MakeMpe,
+     "  talora mpe Examples/chest-clinic.dne -f Dyspnoea=Yes\n"
+     "  talora mpe Examples/chest-clinic.dne -f Dyspnoea=Yes --nth 1     the next best\n"
+     "  talora mpe net.dne --node LungCancer --node Bronchitis           of these two only"},
     {"sensitivity", "Shows which further findings would tell most about a node", MakeSensitivity,
      "  talora sensitivity Examples/chest-clinic.dne --query LungCancer\n"
      "  talora sensitivity Examples/chest-clinic.dne --query LungCancer --vary XRay -f Smoker=Yes --report"},

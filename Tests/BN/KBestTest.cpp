@@ -1,0 +1,89 @@
+// The best configurations against going through all of them.
+#include "BN/KBest.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <map>
+#include <random>
+
+#include "BN/RandomModel.h"
+#include "Basic/FloatMode.h"
+
+namespace talora {
+namespace {
+
+// Values of all settings of the ranked variables (the others as is best), best first.
+std::vector<double> RankedValues(const RandomModel& model, const Findings& findings,
+                                 const std::vector<int>& ranked)
+{
+    std::map<std::vector<int>, double> best;
+    std::vector<int> state(size_t(model.size()));
+    for (;;) {
+        std::vector<int> setting;
+        for (int v : ranked) setting.push_back(state[size_t(v)]);
+        double& value = best[setting];
+        value = std::max(value, JointProb(model, findings, state));
+        int v = model.size() - 1;
+        while (v >= 0 && ++state[size_t(v)] == model.NumStates(v)) state[size_t(v--)] = 0;
+        if (v < 0) break;
+    }
+    std::vector<double> values;
+    for (const auto& [setting, value] : best)
+        if (value > 0) values.push_back(value);
+    std::sort(values.rbegin(), values.rend());
+    return values;
+}
+
+void ExpectRanking(const RandomModel& model, const Findings& findings, const std::vector<int>& ranked)
+{
+    const JunctionTree tree = TreeOf(model.graph);
+    ModelFindings known{findings.positive, {}, {}};
+    for (const auto& likelihood : findings.likelihood)
+        known.likelihoods.push_back(likelihood.empty() ? nullptr : likelihood.data());
+    std::vector<int> all;
+    for (int v = 0; v < model.size(); ++v) all.push_back(v);
+    const std::vector<double> expected = RankedValues(model, findings, ranked.empty() ? all : ranked);
+    KBestSearch search(model.graph, tree, model.Source(), known, ranked);
+    std::vector<std::vector<int>> seen;
+    for (size_t k = 0; k < std::min<size_t>(expected.size(), 60); ++k) {
+        const auto found = search.Next();
+        ASSERT_TRUE(found) << k << " of " << expected.size();
+        EXPECT_NEAR(found->log_value, std::log(expected[k]), 4e-6) << k;
+        EXPECT_NEAR(found->log_value, std::log(JointProb(model, findings, found->states)), 1e-6) << k;
+        std::vector<int> setting;
+        for (int v : ranked.empty() ? all : ranked) setting.push_back(found->states[size_t(v)]);
+        seen.push_back(setting);
+    }
+    if (expected.size() <= 60) {
+        EXPECT_FALSE(search.Next());
+    }
+    std::sort(seen.begin(), seen.end());
+    EXPECT_EQ(std::adjacent_find(seen.begin(), seen.end()), seen.end()) << "a setting came twice";
+}
+
+TEST(KBestTest, RanksLikeEnumeration)
+{
+    const DenormalsOff mode;
+    std::mt19937 random(12);
+    for (int trial = 0; trial < 1000; ++trial) {
+        SCOPED_TRACE(trial);
+        const RandomModel model = MakeModel(random, 1 + int(random() % 6), 3, 3, trial % 2 == 0);
+        Findings findings(model.size());
+        for (int v = 0; v < model.size(); ++v) {
+            if (random() % 4 == 0)
+                findings.positive[size_t(v)] = int(random() % unsigned(model.NumStates(v)));
+            if (random() % 8 != 0) continue;
+            for (int s = 0; s < model.NumStates(v); ++s)
+                findings.likelihood[size_t(v)].push_back(float(random() % 4) / 2);
+        }
+        std::vector<int> ranked;
+        for (int v = 0; trial % 3 == 0 && v < model.size(); ++v)
+            if (random() % 2 == 0) ranked.push_back(v);
+        ExpectRanking(model, findings, ranked);
+    }
+}
+
+}  // namespace
+}  // namespace talora

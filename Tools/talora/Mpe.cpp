@@ -1,0 +1,89 @@
+// talora mpe: the configuration of all nodes that explains the findings best.
+#include <climits>
+#include <cmath>
+#include <nlohmann/json.hpp>
+
+#include "talora/Findings.h"
+#include "talora/NetFile.h"
+#include "talora/Text.h"
+#include "talora/Values.h"
+
+namespace command {
+
+namespace {
+
+class Mpe : public Command {
+public:
+    void DefineOptions(CLI::App& app) override
+    {
+        app.add_option("NET", path_, "Net file, or - for standard input")->required()->type_name("");
+        app.add_option("--nth", nth_, "Which one: 0 the most probable, 1 the next ...")
+            ->check(CLI::Range(0, INT_MAX))
+            ->type_name("K");
+        app.add_option("--node", node_names_, "Tell settings of these nodes apart; may be repeated")
+            ->allow_extra_args(false)
+            ->type_name("NODE");
+        compile_.Define(app);
+        findings_.Define(app);
+    }
+
+    void Run(Session& session) override
+    {
+        net_bn* net = ReadNetForQuery(session, path_);
+        std::vector<node_bn*> nodes;
+        for (const std::string& name : node_names_) nodes.push_back(FindNode(net, name));
+        if (nodes.empty()) nodes = ToVector(GetNetNodes2_bn(net, nullptr));
+        findings_.Enter(session, net);
+        compile_.Compile(session, net);
+        nodelist_bn* list = NewNodeList2_bn(int(nodes.size()), net);
+        for (int i = 0; i < int(nodes.size()); ++i) SetNthNode_bn(list, i, nodes[size_t(i)]);
+        std::vector<state_bn> setting(nodes.size() + 1, UNDEF_STATE);
+        const double log_probability = node_names_.empty()
+                                           ? MostProbableConfig_bn(net, setting.data(), nth_)
+                                           : MostProbableSetting_bn(list, setting.data(), nth_);
+        DeleteNodeList_bn(list);
+        session.Check();
+        Json& configuration = session.Field("configuration") = Json::object();
+        for (size_t i = 0; i < nodes.size(); ++i)
+            if (setting[i] >= 0) configuration[GetNodeName_bn(nodes[i])] = StateName(nodes[i], setting[i]);
+        session.Field("nth") = nth_;
+        session.Field("probability") = RealOrNull(std::exp(log_probability));
+        session.Field("log_probability") = RealOrNull(log_probability);
+        if (!session.options.json) Show(session, net, nodes, setting, log_probability);
+    }
+
+private:
+    void Show(Session& session, const net_bn* net, const std::vector<node_bn*>& nodes,
+              const std::vector<state_bn>& setting, double log_probability) const
+    {
+        const std::string findings = DescribeFindings(net);
+        session.Print(NetHeading(net));
+        session.Print(findings.empty() ? "No findings\n" : "Findings: " + findings + "\n");
+        session.Print((nth_ == 0 ? "The most probable configuration"
+                                 : "Configuration " + std::to_string(nth_) + " after the most probable one") +
+                      "; its probability " + Number(std::exp(log_probability)) + ", its logarithm " +
+                      Number(log_probability) + "\n\n");
+        Columns columns;
+        for (size_t i = 0; i < nodes.size(); ++i)
+            if (setting[i] >= 0)
+                columns.AddRow({"  " + std::string(GetNodeName_bn(nodes[i])),
+                                Printable(StateName(nodes[i], setting[i])) +
+                                    (HasNodeFinding_bn(nodes[i]) ? "   [finding]" : "")});
+        session.Print(columns.Text());
+    }
+
+    std::string path_;
+    int nth_ = 0;
+    std::vector<std::string> node_names_;
+    CompileOptions compile_;
+    FindingOptions findings_;
+};
+
+}  // namespace
+
+std::unique_ptr<Command> MakeMpe()
+{
+    return std::make_unique<Mpe>();
+}
+
+}  // namespace command
