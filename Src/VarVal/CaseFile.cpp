@@ -14,7 +14,6 @@ namespace talora {
 
 namespace {
 
-constexpr size_t kBlockBytes = 1 << 20;
 constexpr size_t kBeginningBytes = 256;
 constexpr std::string_view kTypeMark = "// ~->[";
 constexpr std::string_view kDatabaseMark = "// DB columns in order:  ";
@@ -204,12 +203,11 @@ int64_t LineSplitter::Character(int index) const
 
 // ---- The file ----
 
-CaseFileReader::CaseFileReader(const CaseSource& source, char default_delimiter, bool warn)
-    : source_(source),
-      bytes_(source.in_memory ? ByteSource::OfBytes(source.contents) : ByteSource(source.name))
+CaseFileReader::CaseFileReader(const CaseBytes& bytes, char default_delimiter, bool warn, size_t block_bytes)
+    : source_(bytes), bytes_(bytes.in_memory ? ByteSource::OfBytes(bytes.contents) : ByteSource(bytes.name))
 {
     size_ = bytes_.SizeHint();
-    block_.resize(kBlockBytes + kLinePadding);
+    block_.resize(block_bytes + kLinePadding);
     while (end_ < kBeginningBytes && Fill()) continue;
     CheckBeginning(warn);
     ReadHeader(default_delimiter);

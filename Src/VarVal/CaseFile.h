@@ -80,12 +80,30 @@ private:
     std::string scratch_;
 };
 
+// The bytes of a case file, or where they are; what it refers to outlives its readers.
+struct CaseBytes {
+    const std::string& name;
+    bool in_memory;
+    std::string_view contents;
+
+    CaseBytes(const CaseSource& source)
+        : name(source.name), in_memory(source.in_memory), contents(source.contents)
+    {}
+    CaseBytes(const Stream& stream)
+        : name(stream.name), in_memory(stream.in_memory), contents(stream.contents)
+    {}
+};
+
+constexpr size_t kCaseBlockBytes = 1 << 20;
+constexpr size_t kSmallCaseBlockBytes = 1 << 13;  // for whoever reads a single case
+
 class CaseFileReader {
 public:
     // Opens the file, looks at its beginning and reads the line of column names.
     // @param default_delimiter  where the header line has but one column
     // @param warn  whether to tell of what is odd about the file as a whole
-    CaseFileReader(const CaseSource& source, char default_delimiter, bool warn);
+    CaseFileReader(const CaseBytes& bytes, char default_delimiter, bool warn,
+                   size_t block_bytes = kCaseBlockBytes);
 
     const CaseFileHeader& Header() const { return header_; }
     const std::string& Name() const { return source_.name; }
@@ -107,7 +125,7 @@ private:
     void ReadHeader(char default_delimiter);
     void TakeComment(CaseLine& line, size_t begin);
 
-    const CaseSource& source_;
+    CaseBytes source_;
     ByteSource bytes_;
     CaseFileHeader header_;
     TableVector<char> block_;
