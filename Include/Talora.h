@@ -886,6 +886,19 @@ TALORA_API randgen_vx* GetNetRandomGen_bn(const net_bn* net);
  * Case files and case sets
  * ------------------------------------------------------------------------------------------- */
 
+/** Asks the functions that set the characters of case files for the one in force. */
+#define QUERY_CASE_CHAR (-1)
+
+/** Nodes that a case file has and the net has not: not added; added if the person says so; added, with a
+ *  notice; added without a word. */
+enum { DONT_ADD_NEW, QUERY_ADD_NEW, PRINT_AND_ADD_NEW, QUIETLY_ADD_NEW };
+
+/** Positions of cases in a file are bytes from its beginning; these stand for the first case, for the one
+ *  behind the case read last, and for none. */
+#define FIRST_CASE_POSN 0.0
+#define NEXT_CASE_POSN 9007199254740991.0
+#define NO_CASE_POSN (-1.0)
+
 /** An empty set of cases.
  *  @param name  NULL or "" for none */
 TALORA_API caseset_cs* NewCaseset_cs(const char* name, environ_vx* env);
@@ -900,6 +913,57 @@ TALORA_API void DeleteCaseset_cs(caseset_cs* cases);
  *                  out whole, not just that value */
 TALORA_API void AddFileToCaseset_cs(caseset_cs* cases, const stream_vx* file, double degree,
                                     const char* options);
+
+/** Writes all cases of a set to one case file, on disk or in memory.  Its columns are those of all its
+ *  sources, in the order in which they come up; a case has "not known" in columns of other sources, and
+ *  its NumCases is multiplied by the degree of its source.  The file is replaced as a whole, or stays.
+ *  @param options  NULL or "" */
+TALORA_API void WriteCaseset_cs(const caseset_cs* cases, stream_vx* file, const char* options);
+
+/** Reads through a set: how many cases (lines) it has, -1 after an error.
+ *  @param total_weight  receives the sum of their NumCases times degree; may be NULL */
+TALORA_API int64_t CountCasesetCases_cs(const caseset_cs* cases, double* total_weight);
+
+/** Name of a set, "" for none; its sources, counted from 0 (6545 for others), by name and degree. */
+TALORA_API const char* GetCasesetName_cs(const caseset_cs* cases);
+TALORA_API int CountCasesetSources_cs(const caseset_cs* cases);
+TALORA_API const char* GetCasesetSourceName_cs(const caseset_cs* cases, int index);
+TALORA_API double GetCasesetSourceDegree_cs(const caseset_cs* cases, int index);
+
+/** The character between the entries of case files that are written: comma, space or tab (6546 for
+ *  others).  It must be a comma as long as missing data are a space or nothing (6547).  Files that are read
+ *  show theirs in the line of column names.
+ *  @return the character before; with QUERY_CASE_CHAR, which changes nothing, the one in force; -1 after an
+ *          error */
+TALORA_API int SetCaseFileDelimChar_vx(int newchar, environ_vx* env);
+
+/** The character for "not known" in case files: 0 (nothing at all), space, '*', '?' or '-' (6548 for
+ *  others).  The first two only while the delimiter is a comma (6549).  On reading, '*' and nothing at all
+ *  always mean "not known" as well.
+ *  @return as SetCaseFileDelimChar_vx */
+TALORA_API int SetMissingDataChar_vx(int newchar, environ_vx* env);
+
+/** Appends the findings of some nodes of one net to a case file as one case.  A file that is not there yet
+ *  gets a line of column names first; one that is there keeps its columns, and a finding without a column
+ *  is an error (6531).  A likelihood finding is written as "{w1;w2;...}".
+ *  @param ID_num  -1: none, and no such column in a new file; less is an error (6550)
+ *  @param freq    how often the case occurred; -1: no such column in a new file; other negative numbers
+ *                 are errors (6551)
+ *  @return the position of the case in the file, NO_CASE_POSN after an error */
+TALORA_API double WriteNetFindings_bn(const nodelist_bn* nodes, stream_vx* file, int64_t ID_num, double freq);
+
+/** Reads one case of a case file into findings of those nodes that have a column; the findings that they
+ *  had go.  Undoable; after an error the findings are as they were.
+ *  @param case_posn  position of the case (FIRST_CASE_POSN, or what an earlier call gave), or NEXT_CASE_POSN
+ *                    for the one behind the case that was read last through this stream; receives the
+ *                    position of the case, NO_CASE_POSN when there is none left.  Negative: 6543
+ *  @param add        what to do about columns that are no node of the net: DONT_ADD_NEW, QUERY_ADD_NEW,
+ *                    PRINT_AND_ADD_NEW or QUIETLY_ADD_NEW
+ *  @param ID_num, freq  receive its IDnum, -1 if there is none, and its NumCases, 1 if there is none; may
+ *                    be NULL
+ *  @return whether a case was read */
+TALORA_API bool_vx ReadNetFindings2_bn(double* case_posn, stream_vx* file, int add, const nodelist_bn* nodes,
+                                       int64_t* ID_num, double* freq);
 
 /* ---------------------------------------------------------------------------------------------
  * Learning tables from cases

@@ -3,9 +3,72 @@
 
 #include "Basic/Stream.h"
 #include "Talora/APICheck.h"
+#include "VarVal/CaseFindings.h"
+#include "VarVal/CaseWrite.h"
 #include "VarVal/Caseset.h"
 
 using namespace talora;
+
+namespace {
+
+const char* CharWord(int c)
+{
+    switch (c) {
+        case 0:
+            return "absent (0)";
+        case ' ':
+            return "a space";
+        case '\t':
+            return "a tab";
+        case ',':
+            return "a comma";
+        case '*':
+            return "'*'";
+        case '?':
+            return "'?'";
+        case '-':
+            return "'-'";
+        default:
+            return "another character";
+    }
+}
+
+// The nodes of a list, which are of one net and not repeated.
+std::vector<Node*> OneNet(const nodelist_bn& list)
+{
+    CheckListEntries(&list);
+    if (list.nodes.empty()) Fail(6541, "argument 'nodes' is an empty list");
+    std::vector<char> seen(list.nodes[0]->net->nodes.nodes.size());
+    std::vector<Node*> nodes;
+    for (Node* node : list.nodes) {
+        if (node->net != list.nodes[0]->net)
+            Fail(6542, ">-Bnodes '%s' and '%s' of argument 'nodes' are not in the same >-Bnet",
+                 list.nodes[0]->name.c_str(), node->name.c_str());
+        if (seen[static_cast<size_t>(node->index)]++ == 0) nodes.push_back(node);
+    }
+    return nodes;
+}
+
+// A position that was passed, as bytes.
+int64_t PositionArgument(double position)
+{
+    if (position == NEXT_CASE_POSN) return kNextCase;
+    if (position < 0) Fail(6543, "the case position argument is less than 0 (it is %g)", position);
+    if (!(position < NEXT_CASE_POSN) || position != std::floor(position))
+        Fail(6544, "the case position argument is no position (it is %g)", position);
+    return static_cast<int64_t>(position);
+}
+
+const CaseSource& SourceArgument(const Caseset& cases, int index)
+{
+    const int count = static_cast<int>(cases.sources.size());
+    if (index < 0 || index >= count)
+        Fail(6545, "argument 'index' is %d, but >-caseset_cs '%s' has %d sources, counted from 0", index,
+             cases.name.c_str(), count);
+    return cases.sources[static_cast<size_t>(index)];
+}
+
+}  // namespace
 
 caseset_cs* NewCaseset_cs(const char* name, environ_vx* env)
 {
@@ -27,5 +90,114 @@ void AddFileToCaseset_cs(caseset_cs* cases, const stream_vx* file, double degree
         if (!std::isfinite(degree) || IsUndef(degree) || degree < 0)
             Fail(6528, "argument 'degree' is %g (it must be 0 or more, and finite)", degree);
         AddFileToCaseset(*cases, *file, degree, skips_misfits);
+    });
+}
+
+void WriteCaseset_cs(const caseset_cs* cases, stream_vx* file, const char* options)
+{
+    CallApi(__func__, cases, [&] {
+        CheckHandle(file);
+        CheckNoOptions(options);
+        WriteCaseset(*cases, *file);
+    });
+}
+
+int64_t CountCasesetCases_cs(const caseset_cs* cases, double* total_weight)
+{
+    if (total_weight != nullptr) *total_weight = UndefDbl();
+    return CallApi(__func__, cases, int64_t{-1}, [&] {
+        const CasesetSize size = MeasureCaseset(*cases);
+        if (total_weight != nullptr) *total_weight = size.total_weight;
+        return size.num_cases;
+    });
+}
+
+const char* GetCasesetName_cs(const caseset_cs* cases)
+{
+    return CallApi(__func__, cases, static_cast<const char*>(nullptr), [&] { return cases->name.c_str(); });
+}
+
+int CountCasesetSources_cs(const caseset_cs* cases)
+{
+    return CallApi(__func__, cases, -1, [&] { return static_cast<int>(cases->sources.size()); });
+}
+
+const char* GetCasesetSourceName_cs(const caseset_cs* cases, int index)
+{
+    return CallApi(__func__, cases, static_cast<const char*>(nullptr),
+                   [&] { return SourceArgument(*cases, index).name.c_str(); });
+}
+
+double GetCasesetSourceDegree_cs(const caseset_cs* cases, int index)
+{
+    return CallApi(__func__, cases, UndefDbl(), [&] { return SourceArgument(*cases, index).degree; });
+}
+
+int SetCaseFileDelimChar_vx(int newchar, environ_vx* env)
+{
+    return CallEnviron(__func__, env, -1, [&](environ_vx& environ) {
+        const int old = static_cast<unsigned char>(environ.case_delimiter);
+        if (newchar == QUERY_CASE_CHAR) return old;
+        if (newchar != ',' && newchar != ' ' && newchar != '\t')
+            Fail(6546, "argument 'newchar' should be a comma, a space or a tab (it is %d)", newchar);
+        const bool needs_comma = environ.missing_char == 0 || environ.missing_char == ' ';
+        if (newchar != ',' && needs_comma)
+            Fail(
+                6547,
+                "argument 'newchar' should be a comma (it is %s), unless the missing data symbol is not a space or absent (it is %s)",
+                CharWord(newchar), CharWord(environ.missing_char));
+        environ.case_delimiter = static_cast<char>(newchar);
+        return old;
+    });
+}
+
+int SetMissingDataChar_vx(int newchar, environ_vx* env)
+{
+    return CallEnviron(__func__, env, -1, [&](environ_vx& environ) {
+        const int old = static_cast<unsigned char>(environ.missing_char);
+        if (newchar == QUERY_CASE_CHAR) return old;
+        if (newchar != 0 && newchar != ' ' && newchar != '*' && newchar != '?' && newchar != '-')
+            Fail(6548, "argument 'newchar' should be 0, a space, '*', '?' or '-' (it is %d)", newchar);
+        if ((newchar == 0 || newchar == ' ') && environ.case_delimiter != ',')
+            Fail(
+                6549,
+                "argument 'newchar' cannot be absent (0) or a space (it is %s), unless the delimeter is a comma (it is %s)",
+                CharWord(newchar), CharWord(environ.case_delimiter));
+        environ.missing_char = static_cast<char>(newchar);
+        return old;
+    });
+}
+
+double WriteNetFindings_bn(const nodelist_bn* nodes, stream_vx* file, int64_t ID_num, double freq)
+{
+    return CallApi(__func__, nodes, NO_CASE_POSN, [&] {
+        CheckHandle(file);
+        if (ID_num < -1)
+            Fail(6550, "argument 'ID_num' is less than -1 (it is %lld)", static_cast<long long>(ID_num));
+        if (!(freq >= 0) && freq != kNoFreq) Fail(6551, "argument 'freq' is less than 0 (it is %g)", freq);
+        if (!std::isfinite(freq)) Fail(6552, "argument 'freq' is not finite (it is %g)", freq);
+        return static_cast<double>(AppendFindings(*file, OneNet(*nodes), ID_num, freq));
+    });
+}
+
+bool_vx ReadNetFindings2_bn(double* case_posn, stream_vx* file, int add, const nodelist_bn* nodes,
+                            int64_t* ID_num, double* freq)
+{
+    if (ID_num != nullptr) *ID_num = -1;
+    if (freq != nullptr) *freq = UndefDbl();
+    return CallApi(__func__, nodes, bool_vx{0}, [&]() -> bool_vx {
+        CheckHandle(file);
+        if (case_posn == nullptr) Fail(6553, "argument 'case_posn' is NULL");
+        const int64_t position = PositionArgument(*case_posn);
+        if (add < DONT_ADD_NEW || add > QUIETLY_ADD_NEW)
+            Fail(6554, "argument 'add' is %d, which is no way of adding >-Bnodes", add);
+        const std::vector<Node*> wanted = OneNet(*nodes);
+        const FoundCase found =
+            ReadFindings(*file, *wanted[0]->net, wanted, position, static_cast<AddMode>(add));
+        *case_posn = static_cast<double>(found.position);
+        if (found.position < 0) return 0;
+        if (ID_num != nullptr) *ID_num = found.id;
+        if (freq != nullptr) *freq = found.freq;
+        return 1;
     });
 }

@@ -1,5 +1,7 @@
 #include "VarVal/CaseFile.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <charconv>
 #include <cstring>
@@ -9,6 +11,7 @@
 #endif
 
 #include "Basic/Error.h"
+#include "Basic/Parser.h"
 
 namespace talora {
 
@@ -29,6 +32,27 @@ std::string_view Trim(std::string_view text)
     while (!text.empty() && IsBlank(text.front())) text.remove_prefix(1);
     while (!text.empty() && IsBlank(text.back())) text.remove_suffix(1);
     return text;
+}
+
+ByteSource OpenBytes(const CaseBytes& bytes)
+{
+    return bytes.in_memory ? ByteSource::OfBytes(bytes.contents) : ByteSource(bytes.name);
+}
+
+// The number of the line that a position is in.
+int64_t LineAt(const CaseBytes& bytes, int64_t position)
+{
+    ByteSource source = OpenBytes(bytes);
+    std::vector<char> block(1 << 16);
+    int64_t lines = 1;
+    while (position > 0) {
+        const size_t got = source.Read(
+            block.data(), static_cast<size_t>(std::min<int64_t>(int64_t(block.size()), position)));
+        if (got == 0) break;
+        lines += std::count(block.data(), block.data() + got, '\n');
+        position -= static_cast<int64_t>(got);
+    }
+    return lines;
 }
 
 // What a file says of its type: "CASE", "DNET", ...; empty if it says nothing.  The rest follows the type.
@@ -107,12 +131,58 @@ int FindDelimiters(const char* text, size_t length, char first, char second, uin
 
 }  // namespace
 
+int64_t SourceSize(const CaseBytes& bytes)
+{
+    if (bytes.in_memory) return static_cast<int64_t>(bytes.contents.size());
+    struct stat info;
+    return ::stat(bytes.name.c_str(), &info) == 0 && S_ISREG(info.st_mode) ? info.st_size : 0;
+}
+
 std::string PlaceText(const CasePlace& place)
 {
-    const int64_t line = place.line - (place.from_database ? kDatabaseHeaderLines : 0);
+    int64_t line = place.line > 0 ? place.line : LineAt(*place.bytes, place.position);
+    if (place.from_database) line -= kDatabaseHeaderLines;
     return "case " + (place.case_number > 0 ? std::to_string(place.case_number) + " " : "") + "on line " +
-           std::to_string(line) + " (char " + std::to_string(place.character) + ") of file '" + *place.file +
-           "'";
+           std::to_string(line) + " (char " + std::to_string(place.character) + ") of file '" +
+           place.bytes->name + "'";
+}
+
+void FailWrongCount(int count, int wanted, const CasePlace& place)
+{
+    if (count > wanted)
+        Fail(6523, "too many entries (the preceeding row only had %d, but this has more), in %s", wanted,
+             PlaceText(place).c_str());
+    Fail(6524, "too few entries (%d, but preceeding row had %d), in %s", count, wanted,
+         PlaceText(place).c_str());
+}
+
+double ReadCaseWeight(std::string_view text, const CasePlace& place)
+{
+    double weight = 0;
+    if (!ParseReal(text, weight))
+        Fail(6525, "illegal number '%.80s' for NumCases, in %s", std::string(text.substr(0, 80)).c_str(),
+             PlaceText(place).c_str());
+    if (weight < 0)
+        Fail(6526, "negative number '%.80s' for NumCases, in %s", std::string(text.substr(0, 80)).c_str(),
+             PlaceText(place).c_str());
+    return weight;
+}
+
+int64_t ReadCaseId(std::string_view text, char missing, const CasePlace& place)
+{
+    if (text.empty() || text == "*" || (text.size() == 1 && text[0] == missing)) return -1;
+    int64_t id = 0;
+    const auto result = std::from_chars(text.data(), text.data() + text.size(), id);
+    if (result.ec != std::errc() || result.ptr != text.data() + text.size() || id < 0)
+        Fail(6527, "illegal number '%.80s' for IDnum, in %s", std::string(text.substr(0, 80)).c_str(),
+             PlaceText(place).c_str());
+    return id;
+}
+
+void FailCasesHalted(int64_t num_cases, double fraction)
+{
+    FailWith(ABORTED_CND, 6520, "only %d cases were read before action was halted (%2.0f%%)",
+             static_cast<int>(std::min<int64_t>(num_cases, INT32_MAX)), 100 * fraction);
 }
 
 // ---- Splitting ----
@@ -204,7 +274,7 @@ int64_t LineSplitter::Character(int index) const
 // ---- The file ----
 
 CaseFileReader::CaseFileReader(const CaseBytes& bytes, char default_delimiter, bool warn, size_t block_bytes)
-    : source_(bytes), bytes_(bytes.in_memory ? ByteSource::OfBytes(bytes.contents) : ByteSource(bytes.name))
+    : source_(bytes), bytes_(OpenBytes(bytes))
 {
     size_ = bytes_.SizeHint();
     block_.resize(block_bytes + kLinePadding);
@@ -320,9 +390,8 @@ void CaseFileReader::TakeComment(CaseLine& line, size_t begin)
         return;
     }
     if (has_data) {
-        const CasePlace place{0, line.number, int64_t(begin) + 1, header_.from_database, &source_.name};
         Fail(6506, "multi-line comment found starting on a line which has case information, in %s",
-             PlaceText(place).c_str());
+             PlaceText(PlaceOf(line, 0, static_cast<int64_t>(begin) + 1)).c_str());
     }
     const int64_t first_line = line.number;
     do {

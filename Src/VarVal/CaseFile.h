@@ -37,16 +37,39 @@ struct CaseLine {
     int64_t position = 0;  // of its first byte in the file
 };
 
+// The bytes of a case file, or where they are; what it refers to outlives its readers.
+struct CaseBytes {
+    const std::string& name;
+    bool in_memory;
+    std::string_view contents;
+
+    CaseBytes(const CaseSource& source)
+        : name(source.name), in_memory(source.in_memory), contents(source.contents)
+    {}
+    CaseBytes(const Stream& stream)
+        : name(stream.name), in_memory(stream.in_memory), contents(stream.contents)
+    {}
+};
+
+int64_t SourceSize(const CaseBytes& bytes);  // 0 if not known
+
 // Where a case stands, for messages.
 struct CasePlace {
+    const CaseBytes* bytes = nullptr;
     int64_t case_number = 0;  // 0 if not known
-    int64_t line = 0;
+    int64_t line = 0;         // 0 if not known: it is then found from the position
+    int64_t position = 0;
     int64_t character = 1;  // in the line, from 1
     bool from_database = false;
-    const std::string* file = nullptr;
 };
 // "case 3 on line 5 (char 7) of file 'x.cas'"
 std::string PlaceText(const CasePlace& place);
+
+// ---- What all readers of cases check ----
+[[noreturn]] void FailWrongCount(int count, int wanted, const CasePlace& place);
+double ReadCaseWeight(std::string_view text, const CasePlace& place);
+int64_t ReadCaseId(std::string_view text, char missing, const CasePlace& place);  // -1 if missing
+[[noreturn]] void FailCasesHalted(int64_t num_cases, double fraction);
 
 struct EntrySpan {
     uint32_t begin, end;
@@ -80,20 +103,6 @@ private:
     std::string scratch_;
 };
 
-// The bytes of a case file, or where they are; what it refers to outlives its readers.
-struct CaseBytes {
-    const std::string& name;
-    bool in_memory;
-    std::string_view contents;
-
-    CaseBytes(const CaseSource& source)
-        : name(source.name), in_memory(source.in_memory), contents(source.contents)
-    {}
-    CaseBytes(const Stream& stream)
-        : name(stream.name), in_memory(stream.in_memory), contents(stream.contents)
-    {}
-};
-
 constexpr size_t kCaseBlockBytes = 1 << 20;
 constexpr size_t kSmallCaseBlockBytes = 1 << 13;  // for whoever reads a single case
 
@@ -107,6 +116,11 @@ public:
 
     const CaseFileHeader& Header() const { return header_; }
     const std::string& Name() const { return source_.name; }
+    // Of an entry of a line; the reader outlives the place.
+    CasePlace PlaceOf(const CaseLine& line, int64_t case_number, int64_t character) const
+    {
+        return {&source_, case_number, line.number, line.position, character, header_.from_database};
+    }
 
     // The next line that holds a case; false at the end of the file.
     bool Next(CaseLine& line);

@@ -1,9 +1,6 @@
 #include "VarVal/CaseParse.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 
 #include "Basic/Error.h"
@@ -71,18 +68,6 @@ struct UsedColumn {
     EntryTable entries;
 };
 
-int64_t SourceSize(const CaseSource& source)
-{
-    if (source.in_memory) return static_cast<int64_t>(source.contents.size());
-    struct stat info;
-    return ::stat(source.name.c_str(), &info) == 0 && S_ISREG(info.st_mode) ? info.st_size : 0;
-}
-
-int SaturatedInt(int64_t number)
-{
-    return static_cast<int>(std::min<int64_t>(number, INT32_MAX));
-}
-
 }  // namespace
 
 struct CaseReader::Engine {
@@ -116,8 +101,6 @@ struct CaseReader::Engine {
     bool ReadCase(const CaseLine& line, CaseBlock& block);
     void CheckCount(const CaseLine& line, int count);
     bool ReadEntry(UsedColumn& column, const CaseLine& line, CaseBlock& block);
-    double ReadWeight(const CaseLine& line);
-    int64_t ReadId(const CaseLine& line);
     CasePlace PlaceOf(const CaseLine& line, int entry) const;
     double Fraction() const;
     [[noreturn]] void FailHalted() const;
@@ -160,8 +143,7 @@ double CaseReader::Engine::Fraction() const
 
 void CaseReader::Engine::FailHalted() const
 {
-    FailWith(ABORTED_CND, 6520, "only %d cases were read before action was halted (%2.0f%%)",
-             SaturatedInt(cases_of_all), 100 * Fraction());
+    FailCasesHalted(cases_of_all, Fraction());
 }
 
 void CaseReader::Engine::Open()
@@ -307,8 +289,7 @@ bool CaseReader::Engine::Next(CaseBlock& block)
 
 CasePlace CaseReader::Engine::PlaceOf(const CaseLine& line, int entry) const
 {
-    return {cases_of_source, line.number, splitter.Character(entry), file->Header().from_database,
-            &file->Name()};
+    return file->PlaceOf(line, cases_of_source, splitter.Character(entry));
 }
 
 // Reads a line into the next row; false if the case is left out.
@@ -328,8 +309,15 @@ bool CaseReader::Engine::ReadCase(const CaseLine& line, CaseBlock& block)
             fits &= ReadEntry(column, line, block);
     }
     const CaseSource& from = cases.sources[source];
-    block.weights[row] = from.degree * (file->Header().freq_column >= 0 ? ReadWeight(line) : 1);
-    block.ids[row] = file->Header().id_column >= 0 ? ReadId(line) : -1;
+    const CaseFileHeader& header = file->Header();
+    block.weights[row] = from.degree;
+    if (header.freq_column >= 0)
+        block.weights[row] *=
+            ReadCaseWeight(splitter.Entry(header.freq_column), PlaceOf(line, header.freq_column));
+    block.ids[row] = -1;
+    if (header.id_column >= 0)
+        block.ids[row] = ReadCaseId(splitter.Entry(header.id_column), cases.env->missing_char,
+                                    PlaceOf(line, header.id_column));
     block.case_numbers[row] = cases_of_source;
     block.lines[row] = line.number;
     block.positions[row] = line.position;
@@ -346,14 +334,7 @@ void CaseReader::Engine::CheckCount(const CaseLine& line, int count)
     const int wanted = static_cast<int>(file->Header().columns.size());
     if (count == wanted) [[likely]]
         return;
-    if (count > wanted) {
-        const CasePlace place = PlaceOf(line, wanted - 1);
-        Fail(6523, "too many entries (the preceeding row only had %d, but this has more), in %s", wanted,
-             PlaceText(place).c_str());
-    }
-    const CasePlace place = PlaceOf(line, std::max(count - 1, 0));
-    Fail(6524, "too few entries (%d, but preceeding row had %d), in %s", count, wanted,
-         PlaceText(place).c_str());
+    FailWrongCount(count, wanted, PlaceOf(line, std::clamp(count, 1, wanted) - 1));
 }
 
 // An entry that is not in the table of its column; false if it does not fit.
@@ -374,33 +355,6 @@ bool CaseReader::Engine::ReadEntry(UsedColumn& column, const CaseLine& line, Cas
     if (entry.kind == EntryKind::LIKELIHOOD)
         block.likelihoods.push_back({block.num_cases, column.node, std::move(entry.weights)});
     return entry.kind != EntryKind::MISFIT;
-}
-
-double CaseReader::Engine::ReadWeight(const CaseLine& line)
-{
-    const int column = file->Header().freq_column;
-    const std::string_view text = splitter.Entry(column);
-    double weight = 0;
-    if (!ParseReal(text, weight))
-        Fail(6525, "illegal number '%.80s' for NumCases, in %s", std::string(text.substr(0, 80)).c_str(),
-             PlaceText(PlaceOf(line, column)).c_str());
-    if (weight < 0)
-        Fail(6526, "negative number '%.80s' for NumCases, in %s", std::string(text.substr(0, 80)).c_str(),
-             PlaceText(PlaceOf(line, column)).c_str());
-    return weight;
-}
-
-int64_t CaseReader::Engine::ReadId(const CaseLine& line)
-{
-    const int column = file->Header().id_column;
-    const std::string_view text = splitter.Entry(column);
-    if (text.empty() || text == "*" || (text.size() == 1 && text[0] == cases.env->missing_char)) return -1;
-    int64_t id = 0;
-    const auto result = std::from_chars(text.data(), text.data() + text.size(), id);
-    if (result.ec != std::errc() || result.ptr != text.data() + text.size() || id < 0)
-        Fail(6527, "illegal number '%.80s' for IDnum, in %s", std::string(text.substr(0, 80)).c_str(),
-             PlaceText(PlaceOf(line, column)).c_str());
-    return id;
 }
 
 // ---- The reader as others see it ----
@@ -440,7 +394,9 @@ std::string CaseReader::Place(const CaseBlock& block, int row) const
 {
     const auto at = static_cast<size_t>(row);
     const bool from_database = engine_->file != nullptr && engine_->file->Header().from_database;
-    return PlaceText({block.case_numbers[at], block.lines[at], 1, from_database, &Source().name});
+    const CaseBytes bytes(Source());
+    return PlaceText(
+        {&bytes, block.case_numbers[at], block.lines[at], block.positions[at], 1, from_database});
 }
 
 }  // namespace talora
