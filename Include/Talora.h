@@ -882,6 +882,50 @@ TALORA_API bool_vx GetReproducibleRandom_vx(environ_vx* env);
 TALORA_API void SetNetRandomGen_bn(net_bn* net, randgen_vx* generator);
 TALORA_API randgen_vx* GetNetRandomGen_bn(const net_bn* net);
 
+/** Ways of drawing a random case.
+ *
+ *  FORWARD_SAMPLING        nodes are drawn parents first, from tables and equations; a case that contradicts
+ *                          the findings is drawn again
+ *  JUNCTION_TREE_SAMPLING  drawn down the compiled junction tree: exact under any findings, nothing is
+ *                          rejected; asks to compile the net if it is not compiled
+ *  DEFAULT_SAMPLING        forward where there are no findings, or a node without states is asked for;
+ *                          else down the junction tree */
+enum { DEFAULT_SAMPLING = 0, FORWARD_SAMPLING = 1, JUNCTION_TREE_SAMPLING = 2 };
+
+/** Draws a random case from the distribution of a net given its findings, and enters it as findings.
+ *
+ *  @param nodes     nodes of one net, each once
+ *  @param method    one of the ways above
+ *  @param maxtries  cases drawn at most, 1 to INT_MAX; only of FORWARD_SAMPLING
+ *
+ *  Findings that are there when it is called are conditions on the case, also those of the listed nodes: call
+ *  RetractNetFindings_bn before the next independent case.  Each listed node gets the state it drew, and its
+ *  value if it was drawn as a number; utility nodes take no finding.  Draws come from the net's generator, else
+ *  the environment's.  Undoable.
+ *
+ *  On a failure (6660: a directed cycle, a delay, a missing table, findings that contradict one another or
+ *  every case drawn, ...; 6672 method; 6673 maxtries) nothing is entered.
+ *  @return 0, or -1 after an error */
+TALORA_API int GenerateRandomCase_bn(const nodelist_bn* nodes, int method, double maxtries);
+
+/** Writes random cases to a stream, in place of what it holds.  A file appears when all are written.
+ *
+ *  @param num_cases        how many, 0 or more
+ *  @param method           as for GenerateRandomCase_bn; maxtries is per case
+ *  @param percent_missing  so many of the entries, picked at random, are written as missing: 0 to 100
+ *
+ *  Findings of the net are conditions on every case and stay as they are.  Forward sampling reports how many
+ *  cases were accepted if some were not (notice 6674).
+ *  @return the number of cases written: fewer than asked for when halted; -1 after an error */
+TALORA_API double WriteRandomCases_bn(const nodelist_bn* nodes, stream_vx* file, double num_cases, int method,
+                                      double maxtries, double percent_missing);
+
+/** Writes every combination of states of the nodes to a stream, each with its probability given the findings
+ *  of the net as its frequency (column NumCases); nodes with a finding keep it.  The frequencies add up to 1.
+ *  Over a million lines ask first.
+ *  @return the number of lines written: fewer than there are when halted; -1 after an error */
+TALORA_API double WriteEveryCase_bn(const nodelist_bn* nodes, stream_vx* file);
+
 /* ---------------------------------------------------------------------------------------------
  * Case files and case sets
  * ------------------------------------------------------------------------------------------- */

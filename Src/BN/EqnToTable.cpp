@@ -650,6 +650,13 @@ void EquationToTable(Node& node, int num_samples, bool keep_counts, bool add)
     TellOfUniformRows(b, num_uniform, num_rows);
 }
 
+double DrawInInterval(const Node& node, int state, RandomState& random)
+{
+    std::vector<double> thresholds;
+    for (const double level : node.states.levels) thresholds.push_back(ToIeee(level));
+    return Draw(MakeDraw(thresholds, state), random);
+}
+
 bool AddToCell(float& cell, double increment, RandomState& random)
 {
     const float sum = static_cast<float>(cell + increment);

@@ -37,6 +37,9 @@ void SetEquation(Node& node, std::string_view text, int* place);
 //                     there is none); function tables keep entries that are not reached
 void EquationToTable(Node& node, int num_samples, bool keep_counts, bool add);
 
+// A value drawn inside a state's interval of a discretised node, as tables are made from equations.
+double DrawInInterval(const Node& node, int state, RandomState& random);
+
 // Adds an increment to a single-precision cell such that the expected value of the sum is right even
 // where the increment is too small for the cell.  False if the cell would overflow.
 bool AddToCell(float& cell, double increment, RandomState& random);

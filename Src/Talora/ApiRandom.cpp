@@ -1,7 +1,10 @@
 // Interface functions: random generators.
+#include <cmath>
 #include <mutex>
+#include <span>
 
 #include "BN/Bnet.h"
+#include "BN/MakeCases.h"
 #include "Basic/RandomNum.h"
 #include "Talora/APICheck.h"
 
@@ -19,6 +22,12 @@ Result DrawFrom(const char* function, randgen_vx* generator)
         const std::lock_guard guard(RandomLock());
         return Next(env.random);
     });
+}
+
+std::span<Node* const> ListedNodes(const nodelist_bn* nodes)
+{
+    CheckListEntries(nodes);
+    return nodes->nodes;
 }
 
 }  // namespace
@@ -85,4 +94,30 @@ void SetNetRandomGen_bn(net_bn* net, randgen_vx* generator)
 randgen_vx* GetNetRandomGen_bn(const net_bn* net)
 {
     return CallApi(__func__, net, static_cast<randgen_vx*>(nullptr), [&] { return net->random_gen; });
+}
+
+int GenerateRandomCase_bn(const nodelist_bn* nodes, int method, double maxtries)
+{
+    return CallApi(__func__, nodes, -1, [&] {
+        GenerateRandomCase(ListedNodes(nodes), method, maxtries);
+        return 0;
+    });
+}
+
+double WriteRandomCases_bn(const nodelist_bn* nodes, stream_vx* file, double num_cases, int method,
+                           double maxtries, double percent_missing)
+{
+    return CallApi2(__func__, nodes, file, -1.0, [&] {
+        if (!(num_cases >= 0 && num_cases <= 9e15))
+            Fail(6679, "the number of cases to be generated must be between 0 and 9e15, but it is %g",
+                 num_cases);
+        return static_cast<double>(WriteRandomCases(
+            ListedNodes(nodes), *file, static_cast<int64_t>(num_cases), method, maxtries, percent_missing));
+    });
+}
+
+double WriteEveryCase_bn(const nodelist_bn* nodes, stream_vx* file)
+{
+    return CallApi2(__func__, nodes, file, -1.0,
+                    [&] { return static_cast<double>(WriteEveryCase(ListedNodes(nodes), *file)); });
 }

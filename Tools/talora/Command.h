@@ -26,5 +26,6 @@ std::unique_ptr<Command> MakeTable();
 std::unique_ptr<Command> MakeConvert();
 std::unique_ptr<Command> MakeEquation();
 std::unique_ptr<Command> MakeCalc();
+std::unique_ptr<Command> MakeSimulate();
 
 }  // namespace command

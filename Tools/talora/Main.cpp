@@ -47,6 +47,10 @@ constexpr CommandDef kCommands[] = {
      "  talora calc 'NormalDist (x, 0, 1)' x=1.5\n"
      "  talora calc 'sin (30 deg) ^ 2'\n"
      "  talora calc --functions                what there is to call"},
+    {"simulate", "Draws random cases from a net, given findings", MakeSimulate,
+     "  talora simulate net.dne --cases 10000 -o sample.cas --seed 1\n"
+     "  talora simulate net.dne --cases 500 -o sick.cas -f Disease=Present --missing 20\n"
+     "  talora simulate net.dne --exhaustive -o all.cas"},
     {"convert", "Writes a net to another file; the extension says in which format", MakeConvert,
      "  talora convert old.dne new.dne\n"
      "  talora convert net.dne net.tala          compressed\n"
