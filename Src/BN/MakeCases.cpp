@@ -4,6 +4,7 @@
 #include <climits>
 #include <cmath>
 #include <cstdio>
+#include <numeric>
 #include <optional>
 
 #include "BN/BnEdit.h"
@@ -346,6 +347,7 @@ private:
         int state = -1;
         double product = 1;  // probability of the states up to here
         std::vector<float> beliefs;
+        double sum = 1;  // of the beliefs, up to rounding
     };
 
     void Enter(size_t i);
@@ -380,7 +382,7 @@ void CaseLister::SetState(size_t i, int state)
     Column& column = columns_[i];
     column.state = state;
     const double before = i > 0 ? columns_[i - 1].product : 1;
-    column.product = before * column.beliefs[static_cast<size_t>(state)];
+    column.product = before * column.beliefs[static_cast<size_t>(state)] / column.sum;
     // What has probability 0 is never propagated: there are no beliefs then.
     if (column.variable >= 0 && column.product > 0) propagation_.SetPositive(column.variable, state);
 }
@@ -401,6 +403,8 @@ void CaseLister::Enter(size_t i)
         if (status == UpdateStatus::kHalted) FailWith(ABORTED_CND, 6670, "the action was halted");
         if (status == UpdateStatus::kUpdated) propagation_.Belief(column.variable, column.beliefs.data());
     }
+    const double sum = std::accumulate(column.beliefs.begin(), column.beliefs.end(), 0.0);
+    column.sum = sum > 0 ? sum : 1;
     SetState(i, column.fixed >= 0 ? column.fixed : 0);
 }
 

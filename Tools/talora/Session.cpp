@@ -113,8 +113,9 @@ Json ToJson(const Message& m)
     return json;
 }
 
-void PrintLine(const Message& m)
+void PrintLine(Message m)
 {
+    m.text.erase(m.text.find_last_not_of('\n') + 1);
     std::string line = "talora: " + m.severity;
     if (m.number) line += " " + std::to_string(m.number);
     line +=
