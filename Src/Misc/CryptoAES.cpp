@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
+#include <utility>
 
 #include "Basic/Error.h"
 #include "Basic/Secret.h"
@@ -16,161 +17,297 @@ namespace talora {
 
 namespace {
 
-constexpr size_t kMaxRounds = 14;
-
-// ---- Portable: operations on 16 bytes at once ----
-
-using Wide [[gnu::vector_size(kAesBlock)]] = uint8_t;
-using SignedWide [[gnu::vector_size(kAesBlock)]] = int8_t;
-
 constexpr uint8_t kReduction = 0x1B;  // x^8 = x^4 + x^3 + x + 1
 
-// 0xFF where the highest bit is set, 0 elsewhere.
-Wide HighBits(Wide x)
+// ---- The S-box as a circuit ----
+//
+// Bits of many bytes are computed at once: bit i of all of them is one word, so that a product of bits is an
+// AND and a sum an XOR, and nothing is looked up.  The field of 256 elements is built as a tower, each storey
+// of pairs over the one below (Satoh et al. 2001, A compact Rijndael hardware architecture with S-box
+// optimization), where an inverse takes a few products only.
+
+// high y + low, with y^2 = y + norm.  The norms are 1 for pairs of bits; w, the pair (1, 0), for pairs of
+// those; and w z, z being the pair (1, 0) of them, for the topmost.
+template <class T>
+struct Pair {
+    T high, low;
+};
+
+template <class T>
+constexpr T Sum(T a, T b)
 {
-    return reinterpret_cast<Wide>(reinterpret_cast<SignedWide>(x) < 0);
+    return a ^ b;
 }
 
-Wide TimesX(Wide x)
+template <class T>
+constexpr T Product(T a, T b)
 {
-    return (x + x) ^ (HighBits(x) & kReduction);
+    return a & b;
 }
 
-Wide Product(Wide a, Wide b)
+template <class T>
+constexpr T TimesNorm(T a)
 {
-    Wide sum = a & HighBits(b);
-    for (int bit = 1; bit < 8; ++bit) {
-        b += b;
-        sum = TimesX(sum) ^ (a & HighBits(b));
-    }
-    return sum;
+    return a;
 }
 
-Wide RotateLeft(Wide x, int count)
+template <class T>
+constexpr T Square(T a)
 {
-    return (x << count) | (x >> (8 - count));
+    return a;
 }
 
-constexpr uint8_t TimesX(uint8_t x)
+template <class T>
+constexpr Pair<T> Sum(Pair<T> a, Pair<T> b)
 {
-    return static_cast<uint8_t>(x << 1 ^ (x & 0x80 ? kReduction : 0));
+    return {Sum(a.high, b.high), Sum(a.low, b.low)};
 }
 
-constexpr uint8_t Product(uint8_t a, uint8_t b)
+template <class T>
+constexpr Pair<T> TimesNorm(Pair<T> a)
 {
-    uint8_t sum = 0;
-    for (int bit = 7; bit >= 0; --bit) sum = static_cast<uint8_t>(TimesX(sum) ^ (b >> bit & 1 ? a : 0));
-    return sum;
+    return {Sum(a.high, a.low), a.high};
 }
 
-// Squaring is linear over the bits of a byte, so any number of squarings is one linear map: what becomes of
-// each of its bits, the highest first.
+template <class T>
+constexpr Pair<Pair<T>> TimesNorm(Pair<Pair<T>> a)
+{
+    return {TimesNorm(Sum(a.high, a.low)), TimesNorm(TimesNorm(a.high))};
+}
+
+template <class T>
+constexpr Pair<T> Product(Pair<T> a, Pair<T> b)
+{
+    const T low = Product(a.low, b.low);
+    return {Sum(Product(Sum(a.high, a.low), Sum(b.high, b.low)), low),
+            Sum(low, TimesNorm(Product(a.high, b.high)))};
+}
+
+template <class T>
+constexpr Pair<T> Square(Pair<T> a)
+{
+    const T high = Square(a.high);
+    return {high, Sum(Square(a.low), TimesNorm(high))};
+}
+
+// Zero is its own inverse here.  With four elements the square is the inverse.
+template <class T>
+constexpr Pair<T> Inverse(Pair<T> a)
+{
+    return Square(a);
+}
+
+template <class T>
+constexpr Pair<Pair<T>> Inverse(Pair<Pair<T>> a)
+{
+    const Pair<T> sum = Sum(a.high, a.low);
+    const Pair<T> inverse = Inverse(Sum(Product(a.low, sum), TimesNorm(Square(a.high))));
+    return {Product(a.high, inverse), Product(sum, inverse)};
+}
+
+template <class T>
+using Byte = std::array<T, 8>;  // the lowest bit first
+template <class T>
+using Tower = Pair<Pair<Pair<T>>>;
+
+template <class T>
+constexpr Tower<T> ToTower(const Byte<T>& x)
+{
+    return {{{x[7], x[6]}, {x[5], x[4]}}, {{x[3], x[2]}, {x[1], x[0]}}};
+}
+
+template <class T>
+constexpr Byte<T> ToByte(const Tower<T>& x)
+{
+    return {x.low.low.low,  x.low.low.high,  x.low.high.low,  x.low.high.high,
+            x.high.low.low, x.high.low.high, x.high.high.low, x.high.high.high};
+}
+
+constexpr Tower<bool> ToTower(unsigned value)
+{
+    Byte<bool> bits{};
+    for (size_t i = 0; i < 8; ++i) bits[i] = value >> i & 1;
+    return ToTower(bits);
+}
+
+constexpr uint8_t ToNumber(const Tower<bool>& x)
+{
+    unsigned value = 0;
+    for (size_t i = 0; i < 8; ++i) value |= unsigned{ToByte(x)[i]} << i;
+    return static_cast<uint8_t>(value);
+}
+
+// What becomes of each bit of a byte, the lowest first.
 using LinearMap = std::array<uint8_t, 8>;
-constexpr LinearMap Squarings(int count)
-{
-    LinearMap map{};
-    for (int bit = 0; bit < 8; ++bit) {
-        auto image = static_cast<uint8_t>(0x80 >> bit);
-        for (int i = 0; i < count; ++i) image = Product(image, image);
-        map[static_cast<size_t>(bit)] = image;
-    }
-    return map;
-}
-constexpr LinearMap kPower2 = Squarings(1), kPower4 = Squarings(2), kPower16 = Squarings(4);
 
-Wide Apply(const LinearMap& map, Wide x)
+constexpr uint8_t Apply(const LinearMap& map, unsigned x)
 {
-    Wide sum = {};
-    for (const uint8_t image : map) {
-        sum ^= HighBits(x) & image;
-        x += x;
+    unsigned sum = 0;
+    for (size_t i = 0; i < 8; ++i) sum ^= x >> i & 1 ? map[i] : 0u;
+    return static_cast<uint8_t>(sum);
+}
+
+// The powers of an element of the tower that solves x^8 + x^4 + x^3 + x + 1 = 0, as the x of FIPS 197 does.
+constexpr LinearMap kIntoTower = [] {
+    for (unsigned candidate = 2;; ++candidate) {
+        std::array<Tower<bool>, 9> power{ToTower(1u)};
+        for (size_t i = 1; i < power.size(); ++i) power[i] = Product(power[i - 1], ToTower(candidate));
+        if (ToNumber(Sum(power[8], Sum(Sum(power[4], power[3]), Sum(power[1], power[0])))) != 0) continue;
+        LinearMap map{};
+        for (size_t i = 0; i < map.size(); ++i) map[i] = ToNumber(power[i]);
+        return map;
     }
+}();
+
+// Back again, followed by the affine map of FIPS 197, 5.1.1, without its constant.
+constexpr uint8_t kAffineConstant = 0x63;
+constexpr LinearMap kOutOfTower = [] {
+    LinearMap map{};
+    for (unsigned value = 0; value < 256; ++value)
+        for (size_t bit = 0; bit < 8; ++bit)
+            if (Apply(kIntoTower, value) == 1u << bit) {
+                const auto x = static_cast<uint8_t>(value);
+                map[bit] = static_cast<uint8_t>(x ^ std::rotl(x, 1) ^ std::rotl(x, 2) ^ std::rotl(x, 3) ^
+                                                std::rotl(x, 4));
+            }
+    return map;
+}();
+
+template <const LinearMap& kMap, class T>
+constexpr Byte<T> Apply(const Byte<T>& x)
+{
+    Byte<T> sum{};
+    const auto add = [&]<size_t to, size_t from>() {
+        if constexpr (kMap[from] >> to & 1) sum[to] ^= x[from];
+    };
+    [&]<size_t... i>(std::index_sequence<i...>)
+    {
+        (add.template operator()<i / 8, i % 8>(), ...);
+    }
+    (std::make_index_sequence<64>());
     return sum;
 }
 
-// FIPS 197, 5.1.1: the inverse, which is the 254th power, and an affine map.
-Wide Substitute(Wide x)
+// FIPS 197, 5.1.1.
+template <class T>
+void Substitute(Byte<T>& x)
 {
-    const Wide x2 = Apply(kPower2, x), x3 = Product(x2, x), x12 = Apply(kPower4, x3);
-    const Wide x240 = Apply(kPower16, Product(x12, x3));
-    const Wide inverse = Product(Product(x240, x12), x2);
-    return inverse ^ RotateLeft(inverse, 1) ^ RotateLeft(inverse, 2) ^ RotateLeft(inverse, 3) ^
-           RotateLeft(inverse, 4) ^ 0x63;
+    x = Apply<kOutOfTower>(ToByte(Inverse(ToTower(Apply<kIntoTower>(x)))));
+    for (size_t i = 0; i < 8; ++i)
+        if (kAffineConstant >> i & 1) x[i] = ~x[i];
 }
 
-// Four blocks, by rows: a row has four columns of each, so that neither shifting rows nor mixing columns
-// moves bytes about singly.
-using Rows = std::array<Wide, 4>;
-constexpr size_t kColumns = 4;
+// ---- Portable: 32 blocks at once ----
+
+// One bit of a row of the state.  Lane c has its column c, for 32 blocks.
+using Plane [[gnu::vector_size(kAesBlock)]] = uint32_t;
+using Row = Byte<Plane>;
+using State = std::array<Row, 4>;
+constexpr size_t kSlices = 32;
 static_assert(std::endian::native == std::endian::little);
 
-Rows Load(const uint8_t* blocks)
+// Exchanges bit i of byte j with bit j of byte i in every eight bytes that stand at one place of the words.
+void Transpose(Row& row)
 {
-    uint8_t bytes[4][kAesBlock];
-    for (size_t i = 0; i < sizeof bytes; ++i) bytes[i % 4][i / 4] = blocks[i];
-    Rows rows;
-    std::memcpy(&rows, bytes, sizeof rows);
-    return rows;
+    constexpr uint32_t kMasks[] = {0x55555555, 0x33333333, 0x0F0F0F0F};
+    for (int level = 2; level >= 0; --level) {
+        const int distance = 1 << level;
+        for (size_t i = 0; i < 8; ++i) {
+            if (i >> level & 1) continue;
+            Plane& a = row[i];
+            Plane& b = row[i + static_cast<size_t>(distance)];
+            const Plane difference = ((a >> distance) ^ b) & kMasks[level];
+            b ^= difference;
+            a ^= difference << distance;
+        }
+    }
 }
 
-void Store(const Rows& rows, uint8_t* blocks)
+// Where byte i of word w of row r comes from among the bytes of the blocks.
+constexpr size_t Place(size_t r, size_t w, size_t i)
 {
-    uint8_t bytes[4][kAesBlock];
-    std::memcpy(bytes, &rows, sizeof bytes);
-    for (size_t i = 0; i < sizeof bytes; ++i) blocks[i] = bytes[i % 4][i / 4];
+    return (i % 4 * 8 + w) * kAesBlock + i / 4 * 4 + r;
+}
+
+void Load(const uint8_t* blocks, State& state)
+{
+    for (size_t r = 0; r < 4; ++r) {
+        uint8_t bytes[8][kAesBlock];
+        for (size_t w = 0; w < 8; ++w)
+            for (size_t i = 0; i < kAesBlock; ++i) bytes[w][i] = blocks[Place(r, w, i)];
+        std::memcpy(&state[r], bytes, sizeof bytes);
+        Transpose(state[r]);
+    }
+}
+
+void Store(State& state, uint8_t* blocks)
+{
+    for (size_t r = 0; r < 4; ++r) {
+        uint8_t bytes[8][kAesBlock];
+        Transpose(state[r]);
+        std::memcpy(bytes, &state[r], sizeof bytes);
+        for (size_t w = 0; w < 8; ++w)
+            for (size_t i = 0; i < kAesBlock; ++i) blocks[Place(r, w, i)] = bytes[w][i];
+    }
 }
 
 // 5.1.1 and 5.1.2: row r moves left by r columns.
-void SubstituteAndShift(Rows& rows)
+void SubstituteAndShift(State& state)
 {
-    using Columns [[gnu::vector_size(kAesBlock)]] = uint32_t;
-    for (Wide& row : rows) row = Substitute(row);
-    for (int r = 1; r < 4; ++r) {
-        const auto columns = reinterpret_cast<Columns>(rows[static_cast<size_t>(r)]);
-        rows[static_cast<size_t>(r)] = reinterpret_cast<Wide>(columns >> 8 * r | columns << (32 - 8 * r));
-    }
+    for (Row& row : state) Substitute(row);
+    for (Plane& x : state[1]) x = Plane{x[1], x[2], x[3], x[0]};
+    for (Plane& x : state[2]) x = Plane{x[2], x[3], x[0], x[1]};
+    for (Plane& x : state[3]) x = Plane{x[3], x[0], x[1], x[2]};
 }
 
 // 5.1.3: 2 a + 3 b + c + d for each byte a and those below it, which is 2 (a + b) + a + all four.
-void MixColumns(Rows& rows)
+void MixColumns(State& state)
 {
-    const Wide all = rows[0] ^ rows[1] ^ rows[2] ^ rows[3], first = rows[0];
-    for (size_t r = 0; r < 4; ++r) rows[r] ^= all ^ TimesX(rows[r] ^ (r < 3 ? rows[r + 1] : first));
+    const State old = state;
+    Row all;
+    for (size_t i = 0; i < 8; ++i) all[i] = old[0][i] ^ old[1][i] ^ old[2][i] ^ old[3][i];
+    for (size_t r = 0; r < 4; ++r) {
+        const Row &a = old[r], &b = old[(r + 1) % 4];
+        const Plane carry = a[7] ^ b[7];  // x^8 = x^4 + x^3 + x + 1
+        for (size_t i = 0; i < 8; ++i) {
+            state[r][i] ^= all[i];
+            if (i > 0) state[r][i] ^= a[i - 1] ^ b[i - 1];
+            if (kReduction >> i & 1) state[r][i] ^= carry;
+        }
+    }
 }
 
-void AddKey(Rows& rows, const Rows& key)
+void AddKey(State& state, const uint8_t* key)
 {
-    for (size_t r = 0; r < 4; ++r) rows[r] ^= key[r];
+    for (size_t r = 0; r < 4; ++r) {
+        const Plane bytes = {key[r], key[4 + r], key[8 + r], key[12 + r]};
+        for (size_t i = 0; i < 8; ++i) state[r][i] ^= 0 - (bytes >> static_cast<int>(i) & 1);
+    }
 }
 
 void EncryptPortably(const uint8_t* keys, size_t num_rounds, const uint8_t* in, uint8_t* out,
                      size_t num_blocks)
 {
-    uint8_t wide[kColumns * kAesBlock];
-    std::array<Rows, kMaxRounds + 1> round_keys;
-    for (size_t round = 0; round <= num_rounds; ++round) {
-        for (size_t i = 0; i < kColumns; ++i)
-            std::memcpy(wide + i * kAesBlock, keys + round * kAesBlock, kAesBlock);
-        round_keys[round] = Load(wide);
-    }
+    uint8_t blocks[kSlices * kAesBlock] = {};
+    State state;
     for (size_t bytes = num_blocks * kAesBlock; bytes > 0;) {
-        const size_t taken = std::min(bytes, sizeof wide);
-        std::memcpy(wide, in, taken);
-        Rows state = Load(wide);
-        AddKey(state, round_keys[0]);
+        const size_t taken = std::min(bytes, sizeof blocks);
+        std::memcpy(blocks, in, taken);
+        Load(blocks, state);
+        AddKey(state, keys);
         for (size_t round = 1; round < num_rounds; ++round) {
             SubstituteAndShift(state);
             MixColumns(state);
-            AddKey(state, round_keys[round]);
+            AddKey(state, keys + round * kAesBlock);
         }
         SubstituteAndShift(state);
-        AddKey(state, round_keys[num_rounds]);
-        Store(state, wide);
-        std::memcpy(out, wide, taken);
+        AddKey(state, keys + num_rounds * kAesBlock);
+        Store(state, blocks);
+        std::memcpy(out, blocks, taken);
         in += taken, out += taken, bytes -= taken;
     }
-    Wipe(wide, sizeof wide);
-    Wipe(&round_keys, sizeof round_keys);
+    Wipe(blocks, sizeof blocks);
+    Wipe(&state, sizeof state);
 }
 
 // ---- With the processor's instructions: eight blocks at a time keep its pipeline full ----
@@ -204,10 +341,14 @@ constexpr size_t kLanes = 8;
 // The S-box on the four bytes of a word of the key.
 void SubstituteWord(uint8_t* word)
 {
-    Wide wide = {};
-    std::memcpy(&wide, word, 4);
-    wide = Substitute(wide);
-    std::memcpy(word, &wide, 4);
+    Byte<uint32_t> bits{};
+    for (size_t i = 0; i < 8; ++i)
+        for (size_t b = 0; b < 4; ++b) bits[i] |= uint32_t{word[b]} >> i << 31 >> (31 - b);
+    Substitute(bits);
+    for (size_t b = 0; b < 4; ++b) {
+        word[b] = 0;
+        for (size_t i = 0; i < 8; ++i) word[b] |= static_cast<uint8_t>((bits[i] >> b & 1) << i);
+    }
 }
 
 }  // namespace
@@ -239,7 +380,7 @@ Aes::Aes(ByteSpan key, Instructions instructions)
             std::rotate(word, word + 1, word + 4);
             SubstituteWord(word);
             word[0] ^= constant;
-            constant = TimesX(constant);
+            constant = static_cast<uint8_t>(constant << 1 ^ (constant & 0x80 ? kReduction : 0));
         } else if (period == 32 && at % period == 16) {
             SubstituteWord(word);
         }
