@@ -1,6 +1,7 @@
-// AES in Galois/Counter Mode (SP 800-38D), with nonces of 12 and tags of 16 bytes.
+// AES in Galois/Counter Mode (SP 800-38D), with tags of 16 bytes.
 //
-// A nonce is used once with a key.  Additional data is authenticated, not encrypted.
+// A nonce is used once with a key.  It has 12 bytes; others of any length but 0 are taken too, for what other
+// programs have encrypted.  Additional data is authenticated, not encrypted.
 #pragma once
 
 #include <array>
@@ -25,25 +26,24 @@ public:
     AesGcm& operator=(const AesGcm&) = delete;
 
     // out has room for the text, and may be the text itself.  @return the tag
-    GcmTag Encrypt(const GcmNonce& nonce, ByteSpan data, ByteSpan text, uint8_t* out) const;
+    GcmTag Encrypt(ByteSpan nonce, ByteSpan data, ByteSpan text, uint8_t* out) const;
     // @return false, with nothing written, unless the tag is the one that was made
-    bool Decrypt(const GcmNonce& nonce, ByteSpan data, ByteSpan sealed, const GcmTag& tag,
-                 uint8_t* out) const;
+    bool Decrypt(ByteSpan nonce, ByteSpan data, ByteSpan sealed, const GcmTag& tag, uint8_t* out) const;
 
 private:
     using Block = std::array<uint8_t, kAesBlock>;
-    // A polynomial of degree below 128; the coefficient of 1 is the highest bit of the first word.
-    struct Element {
-        uint64_t high = 0, low = 0;
-    };
+    // A polynomial of degree below 128; the coefficient of 1 is the highest bit.
+    using Element = unsigned __int128;
+    static constexpr size_t kPowers = 4;
+
     void Hash(Element& sum, ByteSpan bytes) const;  // the last block filled up with zeros
-    GcmTag Tag(const GcmNonce& nonce, ByteSpan data, ByteSpan sealed) const;
-    void Count(const GcmNonce& nonce, ByteSpan in, uint8_t* out) const;
+    Block FirstCounter(ByteSpan nonce) const;
+    GcmTag Tag(const Block& counter, ByteSpan data, ByteSpan sealed) const;
+    void Count(Block counter, ByteSpan in, uint8_t* out) const;
 
     Aes aes_;
     bool has_instructions_;
-    alignas(16) Block hash_key_{};
-    std::array<Element, 128> multiples_;  // the hash key times x^i
+    std::array<Element, kPowers> hash_keys_;  // the hash key and its powers, from the first on
 };
 
 }  // namespace talora
