@@ -366,7 +366,8 @@ bool HasCipherInstructions()
 
 // FIPS 197, 5.2.
 Aes::Aes(ByteSpan key, Instructions instructions)
-    : num_rounds_(key.size() / 4 + 6), has_instructions_(instructions == BEST && HasCipherInstructions())
+    : num_rounds_(key.size() / 4 + 6),
+      has_instructions_(instructions == Instructions::BEST && HasCipherInstructions())
 {
     TALORA_CHECK(key.size() == 16 || key.size() == 24 || key.size() == 32);
     uint8_t* const keys = round_keys_.data();

@@ -1,9 +1,9 @@
 // AES (FIPS 197), the direction that counter modes need: encryption of blocks, with keys of 16, 24 or 32
 // bytes.
 //
-// Where the processor has instructions for it they are used.  Elsewhere the S-box is computed in the field
-// of 256 elements for many bytes at once: there are no look-ups at secret addresses, so the time tells
-// nothing of key and contents.
+// Where the processor has instructions for it they are used.  Elsewhere the S-box is computed as a circuit on
+// the bits of 32 blocks at once: there are no look-ups at secret addresses, so the time tells nothing of key
+// and contents.
 #pragma once
 
 #include <array>
@@ -18,8 +18,7 @@ constexpr size_t kAesBlock = 16;
 
 class Aes {
 public:
-    enum Instructions { BEST, PORTABLE };
-    explicit Aes(ByteSpan key, Instructions instructions = BEST);
+    explicit Aes(ByteSpan key, Instructions instructions = Instructions::BEST);
     ~Aes();
     Aes(const Aes&) = delete;
     Aes& operator=(const Aes&) = delete;

@@ -160,8 +160,9 @@ struct Product {
 
 }  // namespace
 
-AesGcm::AesGcm(ByteSpan key, Aes::Instructions instructions)
-    : aes_(key, instructions), has_instructions_(instructions == Aes::BEST && HasCipherInstructions())
+AesGcm::AesGcm(ByteSpan key, Instructions instructions)
+    : aes_(key, instructions),
+      has_instructions_(instructions == Instructions::BEST && HasCipherInstructions())
 {
     Block zeros{};
     aes_.Encrypt(zeros.data(), zeros.data(), 1);

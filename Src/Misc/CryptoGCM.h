@@ -20,7 +20,7 @@ using GcmTag = std::array<uint8_t, kGcmTagSize>;
 
 class AesGcm {
 public:
-    explicit AesGcm(ByteSpan key, Aes::Instructions instructions = Aes::BEST);
+    explicit AesGcm(ByteSpan key, Instructions instructions = Instructions::BEST);
     ~AesGcm();
     AesGcm(const AesGcm&) = delete;
     AesGcm& operator=(const AesGcm&) = delete;
