@@ -11,8 +11,6 @@
 #include "BN/BnParse.h"
 #include "BN/BnPrintFile.h"
 #include "BN/NetContainer.h"
-#include "Misc/CryptoBlowfish.h"
-#include "Misc/CryptoGCM.h"
 #include "Talora.h"
 
 namespace {
@@ -163,37 +161,6 @@ void DeriveKey(benchmark::State& state)
     }
 }
 
-template <class Encrypt>
-void OverMegabyte(benchmark::State& state, Encrypt encrypt)
-{
-    std::vector<uint8_t> bytes(1 << 20);
-    for (auto _ : state) encrypt(bytes);
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * bytes.size()));
-}
-
-void Gcm(benchmark::State& state, Instructions instructions)
-{
-    const std::vector<uint8_t> key(32);
-    const AesGcm gcm(key, instructions);
-    OverMegabyte(state, [&](auto& bytes) { gcm.Encrypt(GcmNonce{}, {}, bytes, bytes.data()); });
-}
-
-void BlowfishCount(benchmark::State& state)
-{
-    const std::vector<uint8_t> key(32);
-    const Blowfish blowfish(key);
-    OverMegabyte(state, [&](auto& bytes) { blowfish.Count(0, bytes, bytes.data()); });
-}
-
-void Hash(benchmark::State& state)
-{
-    OverMegabyte(state, [&](auto& bytes) {
-        Sha256 hash;
-        hash.Add(bytes);
-        benchmark::DoNotOptimize(hash.Finish());
-    });
-}
-
 const auto kUnit = benchmark::kMillisecond;
 BENCHMARK(Deflate)->Name("Container/zlib_deflate")->Unit(kUnit);
 BENCHMARK(Inflate)->Name("Container/zlib_inflate")->Unit(kUnit);
@@ -204,9 +171,5 @@ BENCHMARK_CAPTURE(WriteTo, write, "x.tala", nullptr)->Name("Container/write")->U
 BENCHMARK_CAPTURE(ReadFrom, read_simple, "x.tala", "simple")->Name("Container/read_encrypted")->Unit(kUnit);
 BENCHMARK_CAPTURE(WriteTo, write_simple, "x.tala", "simple")->Name("Container/write_encrypted")->Unit(kUnit);
 BENCHMARK(DeriveKey)->Name("Cipher/derive_key")->Unit(kUnit);
-BENCHMARK_CAPTURE(Gcm, best, Instructions::BEST)->Name("Cipher/aes_gcm");
-BENCHMARK_CAPTURE(Gcm, portable, Instructions::PORTABLE)->Name("Cipher/aes_gcm_portable");
-BENCHMARK(BlowfishCount)->Name("Cipher/blowfish");
-BENCHMARK(Hash)->Name("Cipher/sha256");
 
 }  // namespace
