@@ -731,7 +731,8 @@ TALORA_API stream_vx* NewMemoryStream_vx(const char* name, environ_vx* env, cons
 /** Frees a stream and its contents, never the file. NULL does nothing. */
 TALORA_API void DeleteStream_vx(stream_vx* stream);
 /** Password for encrypting what is written to the stream and decrypting what is read from it; NULL removes
- *  it.  Only binary net files (.tala) are encrypted: with a text file it is not used, and writing one warns
+ *  it.  Only binary net files (.tala) are encrypted, and of these all but the head that a person can read
+ *  (time, sizes, comment of the net): with a text file it is not used, and writing one warns
  *  (6854).  The word "simple" stands for a key that every copy of the library knows: it keeps off those who
  *  only look into the file, and protects nothing.  The password is copied, and wiped when it goes.
  *  Error 5172: empty. */

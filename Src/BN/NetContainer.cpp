@@ -177,7 +177,7 @@ ByteBuffer Decrypt(const NetContainer& file, std::string_view bytes, const Strea
         FailWith(
             FILE_CND, 6853,
             "the file encryption (%c) is not one readable by this version of Talora, so can't read encrypted file '%s'",
-            file.cipher, stream.name.c_str());
+            file.cipher > ' ' && file.cipher <= '~' ? file.cipher : '?', stream.name.c_str());
     const CipherBlock block = ParseCipherBlock(file.payload, place);
     const std::string_view sealed = file.payload.substr(kCipherBlockSize);
     CheckStatedSize(sealed.size(), file.text_size, place);

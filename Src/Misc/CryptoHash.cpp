@@ -241,7 +241,9 @@ void HmacSha256::Rehash(Sha256Digest& digest) const
         State state = hash->state_;
         Compress(hash->has_instructions_, state, block, 1);
         for (size_t i = 0; i < 8; ++i) PutBigEndian(state[i], digest.data() + 4 * i);
+        Wipe(state.data(), sizeof state);
     }
+    Wipe(block, sizeof block);
 }
 
 bool DerivePbkdf2(ByteSpan password, ByteSpan salt, uint32_t iterations, std::span<uint8_t> key,

@@ -14,6 +14,7 @@
 #include "BN/BnPrintFile.h"
 #include "BN/NetCipher.h"
 #include "Basic/LittleEndian.h"
+#include "Golden.h"
 #include "Talora/TestEnviron.h"
 
 namespace talora {
@@ -378,29 +379,27 @@ TEST_F(NetContainerTest, PasswordOpensEncryptedFiles)
     const std::string none = "no password entered, so can't read encrypted file 'x.tala'";
     const std::string long_password(300, 'x');
     const struct {
-        const char *cipher, *password;
+        char cipher;
+        const char* password;
         const char* line;
-        bool is_secret;
     } rows[] = {
-        {"AES", "secret", "// encrypt = G\r\n", true},
-        {"Blowfish", "ge\xC3\xA9heim", "// encrypt = B\r\n", true},
-        {"Blowfish", "simple", "// encrypt = S\r\n", false},
-        {"aes", long_password.c_str(), "// encrypt = G\r\n", true},
+        {'G', "secret", "// encrypt = G\r\n"},
+        {'B', "ge\xC3\xA9heim", "// encrypt = B\r\n"},
+        {'G', long_password.c_str(), "// encrypt = G\r\n"},
+        {'B', "simple", "// encrypt = S\r\n"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.line);
-        SetFileCipher_vx(env_, row.cipher);
-        const std::string file = Packed(kNetText, row.password);
+        const bool is_secret = std::string_view(row.password) != "simple";
+        const std::string file = Sealed(env_, row.cipher, row.password);
         EXPECT_NE(file.find(row.line), std::string::npos);
         EXPECT_EQ(file.find("\x1F\x8B\x08"), std::string::npos);
-        EXPECT_EQ(LittleEndian(std::string_view(file).substr(CipherBlockAt(file) + 4, 4)),
-                  row.is_secret ? 600000u : 1u);
         EXPECT_TRUE(ReadsAs(file, kNetText, row.password)) << message_;
         EXPECT_EQ(number_, 0) << message_;
-        EXPECT_EQ(ReadsAs(file, kNetText, "Secret"), !row.is_secret);
-        EXPECT_EQ(message_, row.is_secret ? wrong : "");
-        EXPECT_EQ(ReadsAs(file, kNetText), !row.is_secret);
-        EXPECT_EQ(message_, row.is_secret ? none : "");
+        EXPECT_EQ(ReadsAs(file, kNetText, "Secret"), !is_secret);
+        EXPECT_EQ(message_, is_secret ? wrong : "");
+        EXPECT_EQ(ReadsAs(file, kNetText), !is_secret);
+        EXPECT_EQ(message_, is_secret ? none : "");
     }
 }
 
@@ -412,8 +411,10 @@ TEST_F(NetContainerTest, NetKeepsThePasswordOfItsFile)
     net_bn* copy = CopyNet_bn(net, "Tiny", env_, "");
     const std::string again = Write(copy);
     EXPECT_NE(again.find("// encrypt = G"), std::string::npos);
+    EXPECT_EQ(LittleEndian(std::string_view(again).substr(CipherBlockAt(again) + 4, 4)), 600000u);
     EXPECT_TRUE(ReadsAs(again, kNetText, "secret")) << message_;
-    EXPECT_NE(Write(net), Write(net));  // salt and nonce are new each time
+    const size_t salt = CipherBlockAt(again) + 8;
+    EXPECT_NE(Write(net).substr(salt, 28), again.substr(salt, 28));  // with the nonce, new each time
     EXPECT_EQ(Write(net, "x.dne"), kNetText);
     EXPECT_EQ(env_.Taken(WARNING_SEVERITY), 6854);
     SetNetPassword_bn(net, nullptr);
@@ -527,6 +528,46 @@ TEST_F(NetContainerTest, DamageBeforeSealingIsFoundToo)
     EXPECT_EQ(number_, 6850) << message_;
     EXPECT_FALSE(ReadsAs(seal(""), kNetText, "secret"));
     EXPECT_EQ(number_, 6842) << message_;
+}
+
+TEST_F(NetContainerTest, MemoryThatIsNotToBeHadIsNamed)
+{
+    std::string comment;  // that hardly gets smaller
+    for (uint32_t random = 1; comment.size() < 2'000'000; random = random * 1664525 + 1013904223)
+        comment += static_cast<char>('A' + (random >> 24) % 50);
+    net_bn* net = Read(kNetText, nullptr, "x.dne");
+    SetNetComment_bn(net, comment.c_str());
+    const std::string plain = Write(net);
+    const double before = MemoryLimit();
+    stream_vx *packed = NewMemoryStream_vx("x.tala", env_, nullptr),
+              *stream = NewMemoryStream_vx("x.tala", env_, nullptr);
+    SetStreamContents_vx(packed, plain.data(), static_cast<int64_t>(plain.size()));
+    SetMemoryLimit(static_cast<double>(MemoryInUse()) + 1e6);
+    EXPECT_EQ(ReadNet_bn(packed, NO_WINDOW), nullptr);
+    env_.Taken();
+    EXPECT_EQ(env_.Message().substr(0, 42), "not enough memory for uncompressing file");
+    WriteNet_bn(net, stream);
+    env_.Taken();
+    EXPECT_EQ(env_.Message().substr(0, 56), "not enough memory for output buffer to save net 'Tiny'");
+    SetMemoryLimit(before);
+    int64_t length = -1;
+    GetStreamContents_vx(stream, &length);
+    EXPECT_EQ(length, 0);
+    WriteNet_bn(net, stream);
+    GetStreamContents_vx(stream, &length);
+    EXPECT_EQ(length, static_cast<int64_t>(plain.size()));
+}
+
+// Files of earlier versions, which are read for ever: never written anew.
+TEST_F(NetContainerTest, FilesOfAllVersionsAreRead)
+{
+    for (const char* name : {"tiny-plain.tala", "tiny-aes.tala", "tiny-blowfish.tala", "tiny-simple.tala"}) {
+        SCOPED_TRACE(name);
+        std::stringstream contents;
+        contents << std::ifstream(GoldenFile(name), std::ios::binary).rdbuf();
+        EXPECT_TRUE(ReadsAs(contents.str(), kNetText, "golden")) << message_;
+        EXPECT_EQ(number_, 0) << message_;
+    }
 }
 
 TEST_F(NetContainerTest, EncryptedFilesAreTheOwners)
