@@ -135,22 +135,26 @@ private:
         plan_.maps.resize(plan_.maps.size() + kSweepPadding);
     }
 
-    // For each run of the entries over the axes from `first`, its place by the strides.
+    // For each run of the entries over the axes from `first`, its place by the strides.  A run is all entries
+    // over the innermost axes.
     int64_t WriteMap(const std::vector<int64_t>& strides, int first, int run)
     {
         const int64_t start = int64_t(plan_.maps.size());
-        std::vector<int> index(sizes_.size());
+        size_t end = sizes_.size();  // of the axes outside a run
+        for (int64_t inside = 1; inside < run;) inside *= sizes_[--end];
+        index_.assign(sizes_.size(), 0);
+        int64_t count = 1;
+        for (size_t k = end; int(k) > first;) count *= sizes_[--k];
+        plan_.maps.reserve(plan_.maps.size() + size_t(count));
         int64_t place = 0;
-        int count = 1;
-        for (size_t k = sizes_.size(); int(k) > first;) count *= sizes_[--k];
-        for (int entry = 0; entry < count; ++entry) {
-            if (entry % run == 0) plan_.maps.push_back(uint16_t(place));
-            for (size_t axis = sizes_.size(); int(axis) > first;) {
+        for (int64_t entry = 0; entry < count; ++entry) {
+            plan_.maps.push_back(uint16_t(place));
+            for (size_t axis = end; int(axis) > first;) {
                 --axis;
                 place += strides[axis];
-                if (++index[axis] < sizes_[axis]) break;
+                if (++index_[axis] < sizes_[axis]) break;
                 place -= strides[axis] * sizes_[axis];
-                index[axis] = 0;
+                index_[axis] = 0;
             }
         }
         return start;
@@ -462,6 +466,7 @@ private:
     std::vector<Layout> layouts_;  // factors, then outputs
     std::vector<int> loops_;       // axes, outermost loop first
     int first_inner_ = 0;          // first axis of the block
+    std::vector<int> index_;
     std::vector<int> free_;
     std::vector<int> spread_;  // per factor the buffer where it is spread out
 };
