@@ -116,6 +116,12 @@ class BeliefsTest(unittest.TestCase):
                     self.assertEqual(list(document["beliefs"][name]), list(row))
                     for state, p in row.items():
                         self.assertAlmostEqual(document["beliefs"][name][state], p, delta=1e-5, msg=name)
+                # One node alone is found in another way.
+                name = list(beliefs)[len(beliefs) // 2]
+                document = answer("beliefs", path, "--node", name, *options)
+                self.assertAlmostEqual(document["log_probability_of_findings"], math.log(probability), delta=1e-5)
+                for state, p in beliefs[name].items():
+                    self.assertAlmostEqual(document["beliefs"][name][state], p, delta=1e-5, msg=name)
 
     def test_agree_with_the_publications(self):
         for net, options, node, state, published in [

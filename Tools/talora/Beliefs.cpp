@@ -79,6 +79,7 @@ public:
         net_bn* net = ReadNetForQuery(session, path_);
         const std::vector<node_bn*> nodes = ChooseNodes(net);
         findings_.Enter(session, net);
+        if (CanAskForFew(net, nodes) && AskForFew(session, net, nodes)) return;
         compile_.Compile(session, net);
         AddProbability(session, net);
         Json& beliefs = session.Field("beliefs") = Json::object();
@@ -103,6 +104,44 @@ private:
         nodes = ToVector(GetNetNodes2_bn(net, nullptr));
         std::erase_if(nodes, [](const node_bn* node) { return !HasBeliefs(node); });
         return nodes;
+    }
+
+    // Few nodes of a net are found without a junction tree of all of it, except where there is more to
+    // say of them than beliefs.
+    bool CanAskForFew(const net_bn* net, const std::vector<node_bn*>& nodes) const
+    {
+        if (node_names_.empty() || compile_.optimize_seconds > 0 || GetNetMostProbable_bn(net)) return false;
+        return std::all_of(nodes.begin(), nodes.end(), [](const node_bn* node) {
+            return HasBeliefs(node) && GetNodeLevels_bn(node) == nullptr;
+        });
+    }
+
+    // False if there is something wrong; asking in the other way then says what.
+    bool AskForFew(Session& session, net_bn* net, const std::vector<node_bn*>& nodes) const
+    {
+        nodelist_bn* list = NewNodeList2_bn(int(nodes.size()), net);
+        for (int i = 0; i < int(nodes.size()); ++i) SetNthNode_bn(list, i, nodes[size_t(i)]);
+        double log_probability = 0;
+        const prob_bn* vectors = QueryBeliefs_bn(list, &log_probability);
+        DeleteNodeList_bn(list);
+        if (vectors == nullptr) {
+            while (const report_vx* error = GetError_vx(session.env, ERROR_SEVERITY, 0, nullptr))
+                ClearError_vx(const_cast<report_vx*>(error));
+            return false;
+        }
+        session.Field("probability_of_findings") = std::exp(log_probability);
+        session.Field("log_probability_of_findings") = RealOrNull(log_probability);
+        Json& beliefs = session.Field("beliefs") = Json::object();
+        Json& expected = session.Field("expected_values") = Json::object();
+        std::string bars;
+        for (node_bn* node : nodes) {
+            AddNode(beliefs, expected, node, vectors);
+            bars += Bars(node, vectors, Json());
+            vectors += GetNodeNumberStates_bn(node);
+        }
+        session.Check();
+        if (!session.options.json) session.Print(Heading(net, log_probability) + bars);
+        return true;
     }
 
     // Findings that contradict one another still have a probability, 0, so it comes first.
@@ -131,15 +170,20 @@ private:
         expected[name] = {{"mean", RealOrNull(mean)}, {"sd", exists ? RealOrNull(sd) : Json(nullptr)}};
     }
 
+    static std::string Heading(const net_bn* net, double log_probability)
+    {
+        const std::string findings = DescribeFindings(net);
+        return NetHeading(net) +
+               (findings.empty()
+                    ? "No findings\n\n"
+                    : "Findings: " + findings + "\nTheir probability: " + Number(std::exp(log_probability)) +
+                          ", its logarithm " + Number(log_probability) + "\n\n");
+    }
+
     static void Show(Session& session, net_bn* net, const std::vector<node_bn*>& nodes)
     {
         if (session.options.json) return;
-        const std::string findings = DescribeFindings(net);
-        session.Print(NetHeading(net));
-        session.Print(findings.empty() ? "No findings\n\n"
-                                       : "Findings: " + findings + "\nTheir probability: " +
-                                             Number(FindingsProbability_bn(net)) + ", its logarithm " +
-                                             Number(LogFindingsProbability_bn(net)) + "\n\n");
+        session.Print(Heading(net, LogFindingsProbability_bn(net)));
         const Json& expected = session.Field("expected_values");
         for (node_bn* node : nodes) {
             const auto found = expected.find(GetNodeName_bn(node));
