@@ -1021,6 +1021,61 @@ TALORA_API learner_bn* NewLearner_bn(int method, environ_vx* env);
 /** Deletes a learner.  NULL does nothing. */
 TALORA_API void DeleteLearner_bn(learner_bn* learner);
 
+/** The most iterations that an iterative method makes; 1000 unless it is set.
+ *  @return the number before, -1 after an error (6596 for a negative number) */
+TALORA_API int SetLearnerMaxIters_bn(learner_bn* learner, int max_iters);
+TALORA_API int GetLearnerMaxIters_bn(const learner_bn* learner);
+
+/** An iterative method stops when minus the log likelihood changes by less than this share of itself; 1e-5
+ *  unless it is set.
+ *  @return the tolerance before, -1 after an error (6597 for a negative one) */
+TALORA_API double SetLearnerMaxTol_bn(learner_bn* learner, double tol);
+TALORA_API double GetLearnerMaxTol_bn(const learner_bn* learner);
+
+/** Gives a learner random numbers, from which iterative methods take starting tables for nodes that have none
+ *  and hang together with a node that no case tells anything of.  Without a generator (NULL) such tables start
+ *  uniform, and a hidden node then learns nothing.  The generator stays the caller's; it must be of the same
+ *  environment (6598). */
+TALORA_API void SetLearnerRandomGen_bn(learner_bn* learner, randgen_vx* generator);
+TALORA_API randgen_vx* GetLearnerRandomGen_bn(const learner_bn* learner);
+
+/** Learns the tables of nodes from cases, by the method of the learner.
+ *
+ *  @param nodes   of one net, each a live node; those that are not nature nodes with states, or have a parent
+ *                 without states, are left alone
+ *  @param degree  0 or more (6599): each case counts so many times, besides its own weight
+ *
+ *  Counting takes cases that tell a node and all its parents.  The iterative methods take every case as a
+ *  whole; they start from the tables that there are, uniform ones where there are none.  Experience that
+ *  nodes have counts as cases seen before.  Tables, experience: see Docs/learning.md.  Findings in the net
+ *  play no part.  An iterative method compiles the net if it is not compiled.  Halting keeps what was learned
+ *  until then.  Undoable.  After an error (6586, 6587: nothing to be learned; 6592: an impossible
+ *  case; reading errors) the nodes have the tables they had. */
+TALORA_API void LearnCPTs_bn(learner_bn* learner, const nodelist_bn* nodes, const caseset_cs* cases,
+                             double degree);
+
+/** Cases that were read in the learning done last, 0 before the first. */
+TALORA_API int64_t GetLearnerNumCases_bn(const learner_bn* learner);
+
+/** How many iterations of the learning done last can be asked about; 0 for counting. */
+TALORA_API int GetLearnerNumIterations_bn(const learner_bn* learner);
+
+/** Minus the log likelihood of the cases when an iteration began; the last one is that of the tables learned.
+ *  @param iteration  from 0 (6600 when out of range)
+ *  @param change     receives the relative change since the iteration before, the undefined number for the
+ *                    first; may be NULL
+ *  @return the undefined number after an error */
+TALORA_API double GetLearnerIteration_bn(const learner_bn* learner, int iteration, double* change);
+
+/** Counts the findings of the net as one case for these nodes; degree tells how many times, and a negative one
+ *  takes such cases back (6584 when there were fewer).
+ *  A node learns when it and all its parents have a finding.  A likelihood finding counts for every state, in
+ *  proportion to its weights.  Undoable. */
+TALORA_API void ReviseCPTsByFindings_bn(const nodelist_bn* nodes, double degree);
+
+/** The same for every case of a case file; errors 6585 to 6587 too. */
+TALORA_API void ReviseCPTsByCaseFile_bn(const nodelist_bn* nodes, const stream_vx* file, double degree);
+
 /* ---------------------------------------------------------------------------------------------
  * Testing a net with cases
  * ------------------------------------------------------------------------------------------- */

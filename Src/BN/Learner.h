@@ -3,12 +3,22 @@
 // A learner belongs to its environment.
 #pragma once
 
+#include <cstdint>
+#include <vector>
+
 #include "Basic/Environ.h"
 #include "Basic/Handle.h"
+#include "Basic/Memory.h"
 
 namespace talora {
 
 enum LearnMethod { COUNTING_METHOD = 1, MINDEP_METHOD = 2, EM_METHOD = 3, GRADIENT_METHOD = 4 };
+
+// What an iterative method knew when an iteration began.
+struct LearnIteration {
+    double minus_log_likelihood = 0;
+    double change = UndefDbl();  // relative, since the iteration before; undefined for the first
+};
 
 }  // namespace talora
 
@@ -18,7 +28,11 @@ struct learner_bn {
     int method = talora::COUNTING_METHOD;
     int max_iters = 1000;
     double tolerance = 1e-5;           // relative change of the negative log-likelihood
-    randgen_vx* random_gen = nullptr;  // the caller's, or null for the environment's
+    randgen_vx* random_gen = nullptr;  // the caller's, breaks the symmetry of hidden nodes; null: nothing does
+
+    // Of the learning done last.
+    std::vector<talora::LearnIteration> history;
+    int64_t num_cases = 0;  // read
 };
 
 namespace talora {

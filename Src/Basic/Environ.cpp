@@ -87,6 +87,14 @@ int AskQuestion(const char* question, const char* answers, const char* deflt)
     return answer >= 0 && answer < num_answers ? answer : default_answer;
 }
 
+void PrintMessage(const std::string& text)
+{
+    environ_vx* env = ThisThread().env;
+    if (env == nullptr || env->message_handler == nullptr || text.empty()) return;
+    const CallerFloatMode caller;
+    env->message_handler(env, text.c_str(), nullptr, env->message_data);
+}
+
 Secret AskPassword(const char* question)
 {
     environ_vx* env = ThisThread().env;

@@ -85,6 +85,9 @@ void SetCheckingLevel(int level);
 // Puts a question to the front end; the index of the answer, that of the default without a handler.
 int AskQuestion(const char* question, const char* answers, const char* deflt);
 
+// Shows a text in the messages window of the current environment's front end; lost without a handler.
+void PrintMessage(const std::string& text);
+
 // Asks the front end for a password; none without a handler, or when the person gives none.
 Secret AskPassword(const char* question);
 

@@ -207,12 +207,7 @@ double GetInfinityDbl_vx(void)
 
 void PrintToMessagesWindow_vx(environ_vx* env, const char* text)
 {
-    CallEnviron(__func__, env, [&](environ_vx& e) {
-        const std::string narrow = NarrowText(text);
-        if (e.message_handler == nullptr || narrow.empty()) return;
-        const CallerFloatMode caller;
-        e.message_handler(&e, narrow.c_str(), nullptr, e.message_data);
-    });
+    CallEnviron(__func__, env, [&](environ_vx&) { PrintMessage(NarrowText(text)); });
 }
 
 void SetLanguage_vx(environ_vx* env, const char* language)

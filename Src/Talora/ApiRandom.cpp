@@ -4,6 +4,7 @@
 #include <span>
 
 #include "BN/Bnet.h"
+#include "BN/Learner.h"
 #include "BN/MakeCases.h"
 #include "Basic/RandomNum.h"
 #include "Talora/APICheck.h"
@@ -46,6 +47,8 @@ void DeleteRandomGen_vx(randgen_vx* generator)
     CallApi(__func__, generator, [&] {
         for (net_bn* net : generator->env->nets)
             if (net->random_gen == generator) net->random_gen = nullptr;
+        for (learner_bn* learner : generator->env->learners)
+            if (learner->random_gen == generator) learner->random_gen = nullptr;
         DeleteRandomGen(generator);
     });
 }
