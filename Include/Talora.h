@@ -747,6 +747,10 @@ TALORA_API void SetStreamContents_vx(stream_vx* stream, const void* buffer, int6
  *  @param length  receives their length; may be NULL only if they are text */
 TALORA_API const char* GetStreamContents_vx(const stream_vx* stream, int64_t* length);
 TALORA_API const char* GetStreamName_vx(const stream_vx* stream);
+/** Writes the bytes of one stream into another, as they are; a file is replaced as a whole or not at all.  With
+ *  this a program saves a text of its own as safely as a net is saved.  Errors are those of reading and writing
+ *  files; the target then has what it had. */
+TALORA_API void CopyStream_vx(const stream_vx* source, stream_vx* target);
 
 /** Reads a net from a text file or a binary one, whichever the contents are; the password of an encrypted
  *  file comes from the stream or from the person (SetPasswordHandler_vx).

@@ -98,6 +98,16 @@ const char* GetStreamName_vx(const stream_vx* stream)
     return CallApi(__func__, stream, static_cast<const char*>(nullptr), [&] { return stream->name.c_str(); });
 }
 
+void CopyStream_vx(const stream_vx* source, stream_vx* target)
+{
+    CallApi2(__func__, source, target, [&] {
+        const StreamBytes bytes(*source, true);
+        ByteSink sink(*target);
+        sink.Write(bytes.View());
+        sink.Commit();
+    });
+}
+
 net_bn* ReadNet_bn(stream_vx* stream, int control)
 {
     return CallApi(__func__, stream, static_cast<net_bn*>(nullptr), [&] {

@@ -165,6 +165,32 @@ TEST_F(StreamTest, ReplacingKeepsLinksAndModes)
     EXPECT_EQ(FilesThere(), 4u);  // no temporary is left
 }
 
+TEST_F(StreamTest, CopiesGoToMemoryAndFiles)
+{
+    const std::string bytes("\0\xFF text", 7);
+    stream_vx* memory = NewMemoryStream_vx("a", env_, nullptr);
+    SetStreamContents_vx(memory, bytes.data(), int64_t(bytes.size()));
+    stream_vx* file = NewFileStream_vx(Path("copy").c_str(), env_, nullptr);
+    Put(Path("copy"), "something longer than the bytes");
+    CopyStream_vx(memory, file);
+    EXPECT_EQ(Contents(Path("copy")), bytes);
+    stream_vx* other = NewMemoryStream_vx("b", env_, nullptr);
+    for (stream_vx* target : {other, other, memory}) {
+        CopyStream_vx(target == memory ? memory : file, target);
+        int64_t length = 0;
+        const char* contents = GetStreamContents_vx(target, &length);
+        EXPECT_EQ(std::string(contents, size_t(length)), bytes);
+    }
+    EXPECT_EQ(LastError(), 0);
+    // A target that cannot be written, and a source that is not there: what was there stays.
+    CopyStream_vx(memory, NewFileStream_vx(Path("none/copy").c_str(), env_, nullptr));
+    EXPECT_NE(LastError(), 0);
+    CopyStream_vx(NewFileStream_vx(Path("none").c_str(), env_, nullptr), file);
+    EXPECT_NE(LastError(), 0);
+    EXPECT_EQ(Contents(Path("copy")), bytes);
+    EXPECT_EQ(FilesThere(), 1u);
+}
+
 TEST_F(StreamTest, PipesAreWrittenDirectly)
 {
     ASSERT_EQ(::mkfifo(Path("pipe").c_str(), 0600), 0);

@@ -1,16 +1,20 @@
 // talora mpe: the configuration of all nodes that explains the findings best.
+#include <algorithm>
 #include <climits>
 #include <cmath>
 #include <nlohmann/json.hpp>
 
 #include "talora/Findings.h"
 #include "talora/NetFile.h"
+#include "talora/Pages.h"
 #include "talora/Text.h"
 #include "talora/Values.h"
 
 namespace command {
 
 namespace {
+
+constexpr int kMostInPage = 50;
 
 class Mpe : public Command {
 public:
@@ -23,12 +27,14 @@ public:
         app.add_option("--node", node_names_, "Tell settings of these nodes apart; may be repeated")
             ->allow_extra_args(false)
             ->type_name("NODE");
+        html_.Define(app);
         compile_.Define(app);
         findings_.Define(app);
     }
 
     void Run(Session& session) override
     {
+        html_.CheckUsage(session);
         net_bn* net = ReadNetForQuery(session, path_);
         std::vector<node_bn*> nodes;
         for (const std::string& name : node_names_) nodes.push_back(FindNode(net, name));
@@ -37,22 +43,45 @@ public:
         compile_.Compile(session, net);
         nodelist_bn* list = NewNodeList2_bn(int(nodes.size()), net);
         for (int i = 0; i < int(nodes.size()); ++i) SetNthNode_bn(list, i, nodes[size_t(i)]);
-        std::vector<state_bn> setting(nodes.size() + 1, UNDEF_STATE);
-        const double log_probability = node_names_.empty()
-                                           ? MostProbableConfig_bn(net, setting.data(), nth_)
-                                           : MostProbableSetting_bn(list, setting.data(), nth_);
+        const Configuration asked = Find(session, net, list, nth_);
+        const std::vector<state_bn>& setting = asked.setting;
+        const double log_probability = asked.log_probability;
+        if (html_.IsGiven())
+            html_.Write(session, ConfigurationsPage(net, nodes, BestUpTo(session, net, list, asked)));
         DeleteNodeList_bn(list);
-        session.Check();
         Json& configuration = session.Field("configuration") = Json::object();
         for (size_t i = 0; i < nodes.size(); ++i)
             if (setting[i] >= 0) configuration[GetNodeName_bn(nodes[i])] = StateName(nodes[i], setting[i]);
         session.Field("nth") = nth_;
         session.Field("probability") = RealOrNull(std::exp(log_probability));
         session.Field("log_probability") = RealOrNull(log_probability);
-        if (!session.options.json) Show(session, net, nodes, setting, log_probability);
+        if (!session.options.json && !html_.TakesOutput())
+            Show(session, net, nodes, setting, log_probability);
     }
 
 private:
+    Configuration Find(Session& session, net_bn* net, const nodelist_bn* list, int nth) const
+    {
+        Configuration found;
+        found.nth = nth;
+        found.setting.assign(size_t(LengthNodeList_bn(list)) + 1, UNDEF_STATE);
+        found.log_probability = node_names_.empty() ? MostProbableConfig_bn(net, found.setting.data(), nth)
+                                                    : MostProbableSetting_bn(list, found.setting.data(), nth);
+        session.Check();
+        return found;
+    }
+
+    // The first ones, and last the one that was asked for.
+    std::vector<Configuration> BestUpTo(Session& session, net_bn* net, const nodelist_bn* list,
+                                        const Configuration& asked) const
+    {
+        std::vector<Configuration> best;
+        for (int nth = 0; nth < std::min(asked.nth, kMostInPage); ++nth)
+            best.push_back(Find(session, net, list, nth));
+        best.push_back(asked);
+        return best;
+    }
+
     void Show(Session& session, const net_bn* net, const std::vector<node_bn*>& nodes,
               const std::vector<state_bn>& setting, double log_probability) const
     {
@@ -75,6 +104,7 @@ private:
     std::string path_;
     int nth_ = 0;
     std::vector<std::string> node_names_;
+    HtmlOption html_;
     CompileOptions compile_;
     FindingOptions findings_;
 };

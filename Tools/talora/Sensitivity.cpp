@@ -5,6 +5,7 @@
 
 #include "talora/Findings.h"
 #include "talora/NetFile.h"
+#include "talora/Pages.h"
 #include "talora/Text.h"
 #include "talora/Values.h"
 
@@ -35,12 +36,14 @@ public:
             ->type_name("VALUE");
         app.add_option("--upper", upper_, "Stands for infinity as a bound of the query node's value")
             ->type_name("VALUE");
+        html_.Define(app);
         compile_.Define(app);
         findings_.Define(app);
     }
 
     void Run(Session& session) override
     {
+        html_.CheckUsage(session);
         net_bn* net = ReadNetForQuery(session, path_);
         const node_bn* query = FindNode(net, query_name_);
         const std::vector<node_bn*> varying = ChooseNodes(net, query);
@@ -48,7 +51,8 @@ public:
         compile_.Compile(session, net);
         const Measurer sensv = Measure(session, net, query, varying);
         AddFields(session, sensv.get(), query, varying);
-        if (session.options.json && !report_) return;
+        if (html_.IsGiven()) html_.Write(session, SensitivityPage(sensv.get(), net, varying, has_real_));
+        if (html_.TakesOutput() || (session.options.json && !report_)) return;
         Show(session, sensv.get(), net, varying);
     }
 
@@ -87,7 +91,7 @@ private:
         has_real_ = has_values && !(below && lower_ == undefined) && !(above && upper_ == undefined);
         nodelist_bn* list = NewNodeList2_bn(int(varying.size()), net);
         for (size_t i = 0; i < varying.size(); ++i) SetNthNode_bn(list, int(i), varying[i]);
-        const int flags = kMeasures | (has_values ? kReal : 0) | (report_ ? kForPairs : 0);
+        const int flags = kMeasures | (has_values ? kReal : 0) | (report_ || html_.IsGiven() ? kForPairs : 0);
         Measurer sensv(NewSensvToFinding_bn(query, list, flags));
         DeleteNodeList_bn(list);
         session.Check();
@@ -140,6 +144,7 @@ private:
     std::vector<std::string> varying_names_;
     double lower_ = GetUndefDbl_vx(), upper_ = GetUndefDbl_vx();
     bool report_ = false, has_real_ = false;
+    HtmlOption html_;
     CompileOptions compile_;
     FindingOptions findings_;
 };

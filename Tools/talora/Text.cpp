@@ -39,11 +39,12 @@ Character Decode(std::string_view text)
     return {code, length};
 }
 
-// Control characters, and the marks that turn the direction of the text around.
+// Control characters, the marks that turn the direction of the text around, and what is no character.
 bool IsUnsafe(uint32_t code)
 {
     return code < 0x20 || (code >= 0x7F && code < 0xA0) || (code >= 0x200E && code <= 0x200F) ||
-           (code >= 0x2028 && code <= 0x202E) || (code >= 0x2066 && code <= 0x2069);
+           (code >= 0x2028 && code <= 0x202E) || (code >= 0x2066 && code <= 0x2069) ||
+           (code & 0xFFFE) == 0xFFFE;
 }
 
 bool LocaleHasUtf8()
