@@ -17,6 +17,7 @@ import os
 import pathlib
 import pty
 import re
+import select
 import shutil
 import signal
 import struct
@@ -322,6 +323,12 @@ class BinaryFilesTest(unittest.TestCase):
         self.assertEqual(done.returncode, 1)
         self.assertIn(b"-6859: password is wrong or file is corrupted", done.stderr)
 
+    @staticmethod
+    def shown_at(terminal):
+        if not select.select([terminal], [], [], 60)[0]:
+            raise TimeoutError
+        return os.read(terminal, 1000)
+
     def test_password_at_the_terminal(self):
         packed = self.encrypted("open sesame")
         # Without a terminal the message says what is missing.
@@ -335,12 +342,14 @@ class BinaryFilesTest(unittest.TestCase):
                 if child == 0:
                     os.execv(COMMAND, [COMMAND, "info", str(packed)])
                 shown = b""
-                while b"Enter password: " not in shown:
-                    shown += os.read(terminal, 1000)
-                os.write(terminal, typed)
                 try:
-                    while piece := os.read(terminal, 1000):
+                    while b"Enter password: " not in shown:
+                        shown += self.shown_at(terminal)
+                    os.write(terminal, typed)
+                    while piece := self.shown_at(terminal):
                         shown += piece
+                except TimeoutError:
+                    os.kill(child, signal.SIGKILL)
                 except OSError:  # the other side is closed
                     pass
                 os.close(terminal)

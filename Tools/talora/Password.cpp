@@ -2,6 +2,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <string.h>
 #include <termios.h>
 #include <unistd.h>
@@ -45,11 +46,11 @@ public:
         if (write(file_, text, strlen(text)) < 0) return;  // then it is not seen
     }
     // One line, without its end.  False when the person interrupts or ends the input.
-    bool ReadLine(char* line, size_t size) const
+    bool ReadLine(environ_vx* env, char* line, size_t size) const
     {
         size_t length = 0;
         char c = 0;
-        while (read(file_, &c, 1) == 1) {
+        while (WaitForInput(env) && read(file_, &c, 1) == 1) {
             if (c == '\n') {
                 line[length] = '\0';
                 return true;
@@ -61,6 +62,17 @@ public:
     }
 
 private:
+    // False once the person has interrupted.  An interrupt just before the wait does not end it, so the flag
+    // is looked at now and then.
+    bool WaitForInput(environ_vx* env) const
+    {
+        constexpr int kMilliseconds = 100;
+        struct pollfd input = {file_, POLLIN, 0};
+        while (!GetHaltFlag_vx(env))
+            if (poll(&input, 1, kMilliseconds) > 0) return true;
+        return false;
+    }
+
     int file_;
     bool is_silent_ = false;
     struct termios before_ = {};
@@ -85,13 +97,13 @@ void SetPassword(Session& session, stream_vx* stream)
     session.Check();
 }
 
-bool_vx AskPassword(environ_vx*, const char* question, char* password, int size, void*)
+bool_vx AskPassword(environ_vx* env, const char* question, char* password, int size, void*)
 {
     const SilentTerminal terminal;
     if (!terminal.IsThere()) return 0;
     terminal.Say(question);
     terminal.Say(" ");
-    const bool given = terminal.ReadLine(password, static_cast<size_t>(size));
+    const bool given = terminal.ReadLine(env, password, static_cast<size_t>(size));
     terminal.Say("\n");
     return given;
 }
