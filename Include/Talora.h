@@ -1084,16 +1084,141 @@ TALORA_API void ReviseCPTsByCaseFile_bn(const nodelist_bn* nodes, const stream_v
  * Testing a net with cases
  * ------------------------------------------------------------------------------------------- */
 
-/** A tester of how well a net predicts some of its nodes.
- *  @param test_nodes        nodes of one net
- *  @param unobserved_nodes  nodes whose findings are never entered; may be empty
- *  @param tests             -1
- *  The caller deletes it, or it goes with the net. */
+/** A tester of how well a net predicts some of its nodes: it is shown cases, without what they say of those
+ *  nodes, and compares the beliefs with what was true.
+ *  @param test_nodes        nature or decision nodes of one net, each once (6734 none, 6735 different nets,
+ *                           6180 twice, 6736 other kinds).  Nodes without states are never applicable.
+ *  @param unobserved_nodes  further nodes of the net whose findings are never entered; may be empty
+ *  @param tests             -1 (6733)
+ *  The caller deletes it, or it goes with the net.  Nodes under test must keep their states. */
 TALORA_API tester_bn* NewNetTester_bn(const nodelist_bn* test_nodes, const nodelist_bn* unobserved_nodes,
                                       int tests);
 
 /** Deletes a tester.  NULL does nothing. */
 TALORA_API void DeleteNetTester_bn(tester_bn* tester);
+
+/** Runs all cases of a set and adds to what the tester has.  Findings that the net has now play no part and
+ *  are not changed; the net is compiled if need be.  Equal cases are propagated once; weights count.  Cases
+ *  that are impossible according to the net are named in warnings (6747) and left out.  Progress is reported;
+ *  after a halt the cases done are kept (notice 6750), after an error none of this set.
+ *  Errors for nodes under test that were deleted (6737) or have other states by now (6738), and those of
+ *  compiling and of reading cases. */
+TALORA_API void TestWithCaseset_bn(tester_bn* tester, const caseset_cs* cases);
+
+/** Forgets all cases. */
+TALORA_API void ClearNetTest_bn(tester_bn* tester);
+
+/** Nodes under test, and nodes not observed, by index from 0; NULL after the last. */
+TALORA_API node_bn* GetTestNode_bn(const tester_bn* tester, int index);
+TALORA_API node_bn* GetTestUnobservedNode_bn(const tester_bn* tester, int index);
+
+/** How beliefs are sorted for calibration and cutoffs. */
+typedef enum {
+    FINE_TEST_BINS = 0,   /**< exactly 0, every thousandth, exactly 1: 1002 bins */
+    TENTHS_TEST_BINS = 1, /**< ten of equal width */
+    TAILS_TEST_BINS = 2,  /**< ten, narrow towards 0 and 1: 0 .01 .05 .1 .25 .5 .75 .9 .95 .99 1 */
+    GIVEN_TEST_BINS = 3   /**< as given; lower edges belong to their bins, 1 to the last */
+} testbins_bn;
+
+/** Chooses the bins for a node before the first case (6742).  The scheme is FINE_TEST_BINS until then.
+ *  @param edges      for GIVEN_TEST_BINS: rising, from 0 to 1 (6741), which may be left out; else not looked at
+ *  @param num_edges  at most 10000 (6740) */
+TALORA_API void SetTestBins_bn(tester_bn* tester, const node_bn* node, testbins_bn scheme, const double* edges,
+                               int num_edges);
+TALORA_API testbins_bn GetTestBinScheme_bn(const tester_bn* tester, const node_bn* node);
+TALORA_API int GetTestNumBins_bn(const tester_bn* tester, const node_bn* node);
+/** Where a bin begins and ends. @return the lower edge; in the fine scheme the first bin is 0 alone, the last 1 */
+TALORA_API double GetTestBinEdges_bn(const tester_bn* tester, const node_bn* node, int bin, double* upper);
+
+/* The functions below tell what was found for one node under test.  They fail for a node that is not under test
+ * (6732), was deleted (6737) or has other states by now (6738).  Averages are over the weight of the cases that
+ * tell the node's state, and undefined without any.  What is infinite is GetInfinityDbl_vx. */
+
+/** Weight of the cases that told the node's state.
+ *  @param all         if not NULL, gets the weight of all cases that were read
+ *  @param impossible  if not NULL, gets the weight of those left out because they are impossible */
+TALORA_API double GetTestNumCases_bn(const tester_bn* tester, const node_bn* node, double* all,
+                                     double* impossible);
+
+/** Share of cases in which the state with the highest belief (the first of several) was not the actual one. */
+TALORA_API double GetTestErrorRate_bn(const tester_bn* tester, const node_bn* node);
+/** Average of -ln b[a], b[a] being the belief in the actual state; infinite once one was 0. */
+TALORA_API double GetTestLogLoss_bn(const tester_bn* tester, const node_bn* node);
+/** Average of 1 - 2 b[a] + S, S being the sum of the squares of the beliefs: 0 at best, 2 at worst. */
+TALORA_API double GetTestQuadraticLoss_bn(const tester_bn* tester, const node_bn* node);
+/** Average of b[a] / sqrt (S): 1 at best, 0 at worst. */
+TALORA_API double GetTestSphericalPayoff_bn(const tester_bn* tester, const node_bn* node);
+
+/** Weight of the cases with this prediction and this truth (6122 for no such state; 6121 for a node that is
+ *  continuous and not discretised). */
+TALORA_API double GetTestConfusion_bn(const tester_bn* tester, const node_bn* node, state_bn predicted,
+                                      state_bn actual);
+
+/** Weight of the cases whose belief in a state was in a bin (6743).
+ *  @param actual  if not NULL, gets the weight of those in which the state was the actual one */
+TALORA_API double GetTestCalibration_bn(const tester_bn* tester, const node_bn* node, state_bn state, int bin,
+                                        double* actual);
+
+/** Weight of the cases whose belief in a state was extreme.
+ *  @param limit      0.01 or 0.1: at most that; 0.9 or 0.99: at least that (6751 for others)
+ *  @param surprised  if not NULL, gets the weight of those in which it misled: the state was the actual one
+ *                    (limits 0.01 and 0.1), or was not (0.9 and 0.99) */
+TALORA_API double GetTestSurprise_bn(const tester_bn* tester, const node_bn* node, state_bn state, double limit,
+                                     double* surprised);
+
+/** A measure of one state against all others.
+ *  @param measure  true_positives (or hits), true_negatives (correct_rejections), false_positives
+ *                  (false_alarms, type_I_errors), false_negatives (misses, type_II_errors): weights;
+ *                  sensitivity (true_positive_rate, hit_rate, recall), specificity (true_negative_rate),
+ *                  predictive_value (positive_predictive_value, precision), negative_predictive_value,
+ *                  false_negative_rate (miss_rate), false_discovery_rate, fall_out, accuracy, error_rate:
+ *                  shares; Gini_score, area_under_ROC (AUROC), ROC_curve_dips (1 or 0), which do not depend on
+ *                  the cutoff (6744 for others)
+ *  @param cutoff   undefined: positive means that the state was the one predicted; 0 to 1 (6746): that the
+ *                  belief in it was at least so high, rounded down to the edge of a bin
+ *  @return undefined where there is nothing to divide by */
+TALORA_API double GetTestStateMeasure_bn(const tester_bn* tester, const node_bn* node, state_bn state,
+                                         const char* measure, double cutoff);
+
+/** A point of the curve of the share of positives that are found against the share of others mistaken for them,
+ *  from (0, 0), where nothing counts as positive, to (1, 1).  There are GetTestNumBins_bn + 1 points.
+ *  @param cutoff, false_positive_rate, true_positive_rate  get the point's, each may be NULL; a belief from cutoff
+ *                 on counts as positive, which is infinite at the first point
+ *  @return false after the last point, and always unless there are cases of both kinds */
+TALORA_API bool_vx GetTestRocPoint_bn(const tester_bn* tester, const node_bn* node, state_bn state, int point,
+                                      double* cutoff, double* false_positive_rate, double* true_positive_rate);
+
+/** A measure of the test of real values: for cases that tell the value of a discretised nature node, its error
+ *  against the expected value.
+ *  @param measure  cases (weight); mean_absolute_error, max_absolute_error, rms_error; mean_relative_error,
+ *                  max_relative_error (of the actual value); mean_deviations, max_deviations (in standard
+ *                  deviations of the belief); within_1_deviation, from_1_to_2_deviations,
+ *                  from_2_to_3_deviations, above_3_deviations (weights) (6745 for others) */
+TALORA_API double GetTestRealMeasure_bn(const tester_bn* tester, const node_bn* node, const char* measure);
+
+/** All figures as text.  A question is asked before printing a confusion matrix of more than 30 states.
+ *  A user field `target_state` of the node names the state whose quality of test is told; without one that is
+ *  only told of nodes with two states, for the first (warning 6749 if it names no state).
+ *  @param node  NULL for all nodes under test
+ *  @return text that belongs to the tester, valid until the next report */
+TALORA_API const char* ReportNetTest_bn(const tester_bn* tester, const node_bn* node);
+
+/** Writes the cases of a set with the beliefs that they give rise to.  Streamed: memory does not grow with the
+ *  number of cases, and those with equal findings are propagated once.  Findings that the net has now play no
+ *  part and are not changed; the net is compiled if need be.
+ *  @param nodes    whose beliefs are written: of one net (6752 none, 6753 different nets, 6754 without beliefs,
+ *                  6180 twice)
+ *  @param output   a case file, the cases as they were read with a column "P(NODE=STATE)" for each state; or see
+ *                  options.  After an error or a halt (6758) it is as it was.  All files of the set must have the
+ *                  same columns (6755) unless JSON is written.
+ *  @param options  words with commas between, or NULL.  "jsonl": each case is a JSON object on a line, with
+ *                  "case" (its number in the set), "id", "weight", "log_probability" of its findings and
+ *                  "beliefs" by node and state.  "whole": what a case says of the nodes themselves is entered
+ *                  too; without it that is left out, as it is to be predicted.
+ *  Cases that are impossible according to the net have no beliefs: "*" or null, and a warning (6757).
+ *  @return how many cases were written, undefined after an error */
+TALORA_API double WriteCaseBeliefs_bn(const caseset_cs* cases, const nodelist_bn* nodes, stream_vx* output,
+                                      const char* options);
 
 /* ---------------------------------------------------------------------------------------------
  * Sensitivity to findings

@@ -42,7 +42,7 @@ struct CaseBeliefs::Engine {
 
     std::vector<int32_t> keys;      // entry x column
     std::vector<float> beliefs;     // entry x all asked nodes
-    std::vector<char> possible;     // by entry
+    std::vector<double> log_probs;  // of the findings, by entry
     std::vector<int32_t> slots;     // open addressing over keys: an entry or kFree
     std::vector<int32_t> entry_of;  // by row of the block
     bool is_complete = true;        // every entry has its beliefs
@@ -53,7 +53,7 @@ struct CaseBeliefs::Engine {
     std::vector<CaseFindings::Weights> weights;  // of all of them
     std::vector<size_t> first_weight;            // by case of the run
 
-    size_t NumEntries() const { return possible.size(); }
+    size_t NumEntries() const { return log_probs.size(); }
     void Clear();
     void Grow();
     size_t Find(std::span<const int32_t> key) const;
@@ -89,7 +89,7 @@ void CaseBeliefs::Engine::Clear()
 {
     keys.clear();
     beliefs.clear();
-    possible.clear();
+    log_probs.clear();
     waiting.clear();
     weights.clear();
     slots.assign(kFirstSlots, kFree);
@@ -123,7 +123,7 @@ int32_t CaseBeliefs::Engine::NewEntry(std::span<const int32_t> key)
     const auto entry = int32_t(NumEntries());
     keys.insert(keys.end(), key.begin(), key.end());
     beliefs.resize(beliefs.size() + start.back());
-    possible.push_back(0);
+    log_probs.push_back(-InfinityDbl());
     return entry;
 }
 
@@ -154,8 +154,8 @@ void CaseBeliefs::Engine::Run()
     inference->Run(run);
     for (size_t k = 0; k < run.size(); ++k) {
         const auto entry = size_t(waiting[k]);
-        possible[entry] = inference->LogProbability(int(k)) > -InfinityDbl();
-        if (!possible[entry]) continue;
+        log_probs[entry] = std::max(inference->LogProbability(int(k)), -InfinityDbl());
+        if (log_probs[entry] <= -InfinityDbl()) continue;
         for (size_t i = 0; i < asked.size(); ++i)
             inference->Belief(int(k), asked[i], beliefs.data() + entry * start.back() + start[i]);
     }
@@ -203,7 +203,12 @@ bool CaseBeliefs::Compute(const CaseBlock& block)
 
 bool CaseBeliefs::IsPossible(int row) const
 {
-    return engine_->possible[size_t(engine_->entry_of[size_t(row)])];
+    return LogProbability(row) > -InfinityDbl();
+}
+
+double CaseBeliefs::LogProbability(int row) const
+{
+    return engine_->log_probs[size_t(engine_->entry_of[size_t(row)])];
 }
 
 std::span<const float> CaseBeliefs::Belief(int row, int asked) const

@@ -31,7 +31,8 @@ public:
     bool Compute(const CaseBlock& block);
 
     // ---- For the cases of the last block ----
-    bool IsPossible(int row) const;                           // the findings have a probability above 0
+    bool IsPossible(int row) const;        // the findings have a probability above 0
+    double LogProbability(int row) const;  // natural log; minus the number for infinity if impossible
     std::span<const float> Belief(int row, int asked) const;  // not of an impossible case
 
     int64_t NumPropagated() const;  // how many different cases there were so far, or more

@@ -27,5 +27,7 @@ std::unique_ptr<Command> MakeConvert();
 std::unique_ptr<Command> MakeEquation();
 std::unique_ptr<Command> MakeCalc();
 std::unique_ptr<Command> MakeSimulate();
+std::unique_ptr<Command> MakeTest();
+std::unique_ptr<Command> MakeScore();
 
 }  // namespace command

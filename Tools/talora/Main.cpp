@@ -51,6 +51,12 @@ constexpr CommandDef kCommands[] = {
      "  talora simulate net.dne --cases 10000 -o sample.cas --seed 1\n"
      "  talora simulate net.dne --cases 500 -o sick.cas -f Disease=Present --missing 20\n"
      "  talora simulate net.dne --exhaustive -o all.cas"},
+    {"test", "Tests how well a net predicts some of its nodes, with cases", MakeTest,
+     "  talora test net.dne --cases patients.cas --node Disease\n"
+     "  talora test net.dne --cases a.cas b.cas --node Disease --unobserved XRay --json"},
+    {"score", "Finds the beliefs for every case of a file", MakeScore,
+     "  talora score net.dne --cases patients.cas --node Disease -o scored.cas\n"
+     "  talora score net.dne --cases patients.cas --jsonl -o -        all beliefs, a JSON object per case"},
     {"convert", "Writes a net to another file; the extension says in which format", MakeConvert,
      "  talora convert old.dne new.dne\n"
      "  talora convert net.dne net.tala          compressed\n"
