@@ -19,11 +19,6 @@ namespace {
 constexpr size_t kChunk = 1 << 16;
 constexpr int kNoPassword = -6858;  // record of the library
 
-struct StreamCloser {
-    void operator()(stream_vx* stream) const { DeleteStream_vx(stream); }
-};
-using Stream = std::unique_ptr<stream_vx, StreamCloser>;
-
 std::string ReadStandardInput()
 {
     std::string contents;
@@ -36,20 +31,6 @@ std::string ReadStandardInput()
     } while (got > 0);
     if (ferror(stdin)) throw CommandFailed(std::string("could not read standard input: ") + strerror(errno));
     return contents;
-}
-
-Stream OpenInput(Session& session, const std::string& path)
-{
-    Stream stream(path == "-" ? NewMemoryStream_vx("standard input", session.env, nullptr)
-                              : NewFileStream_vx(path.c_str(), session.env, nullptr));
-    session.Check();
-    if (path == "-") {
-        const std::string contents = ReadStandardInput();
-        SetStreamContents_vx(stream.get(), contents.data(), static_cast<int64_t>(contents.size()));
-    }
-    SetPassword(session, stream.get());
-    session.Check();
-    return stream;
 }
 
 bool IsBinaryName(const std::string& path)
@@ -92,6 +73,20 @@ std::string NearestNode(const net_bn* net, const std::string& name)
 }
 
 }  // namespace
+
+Stream OpenInput(Session& session, const std::string& path)
+{
+    Stream stream(path == "-" ? NewMemoryStream_vx("standard input", session.env, nullptr)
+                              : NewFileStream_vx(path.c_str(), session.env, nullptr));
+    session.Check();
+    if (path == "-") {
+        const std::string contents = ReadStandardInput();
+        SetStreamContents_vx(stream.get(), contents.data(), static_cast<int64_t>(contents.size()));
+    }
+    SetPassword(session, stream.get());
+    session.Check();
+    return stream;
+}
 
 net_bn* ReadNet(Session& session, const std::string& path)
 {

@@ -1,12 +1,21 @@
 // Nets in files, on standard input and on standard output ("-"), and looking things up in them.
 #pragma once
 
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "talora/Session.h"
 
 namespace command {
+
+struct StreamCloser {
+    void operator()(stream_vx* stream) const { DeleteStream_vx(stream); }
+};
+using Stream = std::unique_ptr<stream_vx, StreamCloser>;
+
+// A file, or all of standard input ("-"), to be read with the password given.  Throws CommandFailed.
+Stream OpenInput(Session& session, const std::string& path);
 
 // Reads a net; it lives until the session ends.  Throws CommandFailed.
 net_bn* ReadNet(Session& session, const std::string& path);

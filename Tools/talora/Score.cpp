@@ -80,7 +80,7 @@ public:
         } else {
             num_cases = Write(session, cases, nodes, output_);
         }
-        session.Field("cases") = num_cases;
+        session.Field("cases") = static_cast<int64_t>(num_cases);
     }
 
 private:
@@ -94,7 +94,8 @@ private:
         return nodes;
     }
 
-    double Write(Session& session, const caseset_cs* cases, const nodelist_bn* nodes, const std::string& path) const
+    double Write(Session& session, const caseset_cs* cases, const nodelist_bn* nodes,
+                 const std::string& path) const
     {
         stream_vx* stream = NewFileStream_vx(path.c_str(), session.env, nullptr);
         session.Check();

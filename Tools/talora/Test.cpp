@@ -11,8 +11,8 @@ namespace command {
 
 namespace {
 
-constexpr const char* kStateMeasures[] = {"sensitivity", "specificity", "predictive_value",
-                                          "negative_predictive_value", "Gini_score", "AUROC"};
+constexpr const char* kStateMeasures[] = {
+    "sensitivity", "specificity", "predictive_value", "negative_predictive_value", "Gini_score", "AUROC"};
 constexpr const char* kRealMeasures[] = {"cases",
                                          "mean_absolute_error",
                                          "max_absolute_error",
@@ -87,7 +87,9 @@ public:
     {
         app.add_option("NET", path_, "Net file, or - for standard input")->required()->type_name("");
         app.add_option("--cases", case_files_, "Files of cases")->required()->type_name("FILE");
-        app.add_option("--node", nodes_, "Node to be predicted; may be repeated")->required()->type_name("NODE");
+        app.add_option("--node", nodes_, "Node to be predicted; may be repeated")
+            ->required()
+            ->type_name("NODE");
         app.add_option("--unobserved", unobserved_, "Further node whose value is kept from the net")
             ->type_name("NODE");
     }
