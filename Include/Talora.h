@@ -963,6 +963,45 @@ TALORA_API void DeleteCaseset_cs(caseset_cs* cases);
 TALORA_API void AddFileToCaseset_cs(caseset_cs* cases, const stream_vx* file, double degree,
                                     const char* options);
 
+/** Connects to a database through ODBC.
+ *
+ *  @param connection  "DSN=..." or "Driver=...;..." as the driver manager takes it.  Passwords in it never get
+ *                     into a message; it is wiped from memory when the manager goes
+ *  @param options     NULL or ""
+ *  @return the manager, to be deleted by the caller (or with the environment); NULL after an error: 6690 with
+ *          the driver's reason, 6694 where the library was built without ODBC */
+TALORA_API dbmgr_cs* NewDBManager_cs(const char* connection, const char* options, environ_vx* env);
+TALORA_API void DeleteDBManager_cs(dbmgr_cs* manager); /**< disconnects; NULL does nothing */
+
+/** Adds the cases of a database query, SELECT columns FROM tables WHERE condition, to a set.
+ *
+ *  @param degree        each case counts so many times, 0 or more (6702)
+ *  @param nodes         which node each column is about
+ *  @param column_names  columns or expressions in SQL, separated by commas, one for each node (6696); NULL or
+ *                       "" for columns called like the nodes (6697)
+ *  @param tables        table, or tables with their joins
+ *  @param condition     in SQL; NULL or "" for every row
+ *  @param options       NULL or ""
+ *
+ *  Columns IDnum and NumCases of the tables, where there are any, are identification and frequency of the case.
+ *  NULL is a missing value.  The query runs now, once; its rows are kept in a case file that the set removes
+ *  with itself, and column_names, tables and condition go to the database as they are: never put text from
+ *  elsewhere in them. */
+TALORA_API void AddDBCasesToCaseset_cs(caseset_cs* cases, dbmgr_cs* manager, double degree,
+                                       const nodelist_bn* nodes, const char* column_names, const char* tables,
+                                       const char* condition, const char* options);
+
+/** Adds a node to a net for each column of a database query; columns called like a node of the net keep it.
+ *
+ *  The values of a column become the states: words as state names (as titles too if they are no legal names),
+ *  up to 50 different whole numbers as levels.  Other numbers make a continuous node.  More than 1000
+ *  different words are refused (6701).  Arguments as for AddDBCasesToCaseset_cs; without column_names all
+ *  columns but IDnum and NumCases.  After an error the net is as it was.
+ *  @return the node of each column in their order, as AddDBCasesToCaseset_cs takes them; to be deleted by the
+ *          caller with DeleteNodeList_bn */
+TALORA_API nodelist_bn* AddNodesFromDB_bn(dbmgr_cs* manager, net_bn* net, const char* column_names,
+                                          const char* tables, const char* condition, const char* options);
+
 /** Writes all cases of a set to one case file, on disk or in memory.  Its columns are those of all its
  *  sources, in the order in which they come up; a case has "not known" in columns of other sources, and
  *  its NumCases is multiplied by the degree of its source.  The file is replaced as a whole, or stays.

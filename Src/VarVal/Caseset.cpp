@@ -1,5 +1,7 @@
 #include "VarVal/Caseset.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 
 #include "Basic/Environ.h"
@@ -33,6 +35,8 @@ void DeleteCaseset(Caseset* cases) noexcept
 {
     environ_vx& env = *cases->env;
     const std::lock_guard guard(env.mutex);
+    for (const CaseSource& source : cases->sources)
+        if (source.is_temporary) unlink(source.name.c_str());
     env.casesets.erase(std::remove(env.casesets.begin(), env.casesets.end(), cases), env.casesets.end());
     Casesets().Release(cases);
 }

@@ -16,12 +16,12 @@ HandlePool<dbmgr_cs, DBMGR_TYPE>& Managers()
 
 DbManager* NewDbManager(environ_vx& env, std::string_view connection)
 {
-    std::string copy(connection);
+    auto opened = std::make_unique<DbConnection>(std::string(connection));
     const std::lock_guard guard(env.mutex);
     env.dbmgrs.reserve(env.dbmgrs.size() + 1);
     DbManager* manager = Managers().New(nullptr);
     manager->env = &env;
-    manager->connection = std::move(copy);
+    manager->connection = std::move(opened);
     env.dbmgrs.push_back(manager);
     return manager;
 }
@@ -31,6 +31,7 @@ void DeleteDbManager(DbManager* manager) noexcept
     environ_vx& env = *manager->env;
     const std::lock_guard guard(env.mutex);
     env.dbmgrs.erase(std::remove(env.dbmgrs.begin(), env.dbmgrs.end(), manager), env.dbmgrs.end());
+    manager->connection.reset();
     Managers().Release(manager);
 }
 

@@ -4,22 +4,25 @@
 // message and wiped when the manager goes.
 #pragma once
 
+#include <memory>
 #include <string>
 #include <string_view>
 
 #include "Basic/Environ.h"
 #include "Basic/Handle.h"
+#include "VarVal/Odbc.h"
 
 struct dbmgr_cs {
     talora::HandleHeader header;
     environ_vx* env = nullptr;
-    std::string connection;
+    std::unique_ptr<talora::DbConnection> connection;
 };
 
 namespace talora {
 
 using DbManager = dbmgr_cs;
 
+// Connects at once.
 DbManager* NewDbManager(environ_vx& env, std::string_view connection);
 void DeleteDbManager(DbManager* manager) noexcept;
 void DeleteDbManagers(environ_vx& env) noexcept;  // all of an environment

@@ -1,0 +1,59 @@
+// Interface functions: cases and nodes from databases.
+#include "Talora/APICheck.h"
+#include "VarVal/DbCases.h"
+#include "VarVal/DbManager.h"
+
+using namespace talora;
+
+namespace {
+
+DbSelection SelectionArgument(const char* columns, const char* tables, const char* condition)
+{
+    return {TextArgument(columns), TextArgument(tables), TextArgument(condition)};
+}
+
+}  // namespace
+
+dbmgr_cs* NewDBManager_cs(const char* connection, const char* options, environ_vx* env)
+{
+    return CallEnviron(__func__, env, static_cast<dbmgr_cs*>(nullptr), [&](environ_vx& owner) {
+        CheckNoOptions(options);
+        return NewDbManager(owner, TextArgument(connection));
+    });
+}
+
+void DeleteDBManager_cs(dbmgr_cs* manager)
+{
+    if (manager == nullptr) return;
+    CallApi(__func__, manager, [&] { DeleteDbManager(manager); });
+}
+
+void AddDBCasesToCaseset_cs(caseset_cs* cases, dbmgr_cs* manager, double degree, const nodelist_bn* nodes,
+                            const char* column_names, const char* tables, const char* condition,
+                            const char* options)
+{
+    CallApi(__func__, nodes, [&] {
+        CheckHandle(cases);
+        CheckHandle(manager);
+        CheckListEntries(nodes);
+        CheckNoOptions(options);
+        if (!(degree >= 0) || degree >= InfinityDbl())
+            Fail(6702, "argument 'degree' must be 0 or more, and finite (it is %g)", degree);
+        AddDbCases(*cases, *manager, degree, nodes->nodes,
+                   SelectionArgument(column_names, tables, condition));
+    });
+}
+
+nodelist_bn* AddNodesFromDB_bn(dbmgr_cs* manager, net_bn* net, const char* column_names, const char* tables,
+                               const char* condition, const char* options)
+{
+    return CallApi(__func__, net, static_cast<nodelist_bn*>(nullptr), [&] {
+        CheckHandle(manager);
+        CheckNoOptions(options);
+        const std::vector<Node*> nodes =
+            AddDbNodes(*net, *manager, SelectionArgument(column_names, tables, condition));
+        NodeList* list = NewNodeList(*net->env, nodes.size());
+        std::copy(nodes.begin(), nodes.end(), list->nodes.begin());
+        return list;
+    });
+}
