@@ -13,7 +13,7 @@
 #include "BN/SampleTree.h"
 #include "Basic/Error.h"
 #include "Basic/Progress.h"
-#include "Basic/Text.h"
+#include "VarVal/CaseWrite.h"
 
 namespace talora {
 
@@ -23,7 +23,6 @@ namespace {
 constexpr int64_t kTriesBeforeAsking = 1000;
 constexpr double kManyRejected = 0.9;
 constexpr double kLinesBeforeAsking = 1e6;
-constexpr size_t kTextBlock = 1 << 16;
 
 bool HasRelevantFindings(const Net& net)
 {
@@ -223,66 +222,27 @@ void GenerateRandomCase(std::span<Node* const> nodes, int method, double max_tri
 
 namespace {
 
-// Rows of a case file, gathered into blocks.
-class RowWriter {
+// The last case of a sampler, without the entries that are to go missing.
+class DrawnCaseWriter {
 public:
-    RowWriter(std::span<Node* const> nodes, Stream& file, bool with_frequency) : nodes_(nodes), sink_(file)
+    DrawnCaseWriter(std::span<Node* const> nodes, Stream& file)
+        : rows_(file, nodes, false, false), states_(nodes.size()), values_(nodes.size())
+    {}
+    void Write(const CaseSampler& sampler, std::span<const char> missing)
     {
-        text_ = "// ~->[CASE-1]->~\n\n";
-        if (with_frequency) text_ += "NumCases\t";
-        for (size_t i = 0; i < nodes.size(); ++i) text_ += (i ? "\t" : "") + nodes[i]->name;
-        text_ += '\n';
-        for (const Node* node : nodes) {
-            std::vector<std::string>& words = words_.emplace_back();
-            for (int state = 0; state < NumStates(*node); ++state) words.push_back(StateWord(*node, state));
+        for (size_t i = 0; i < states_.size(); ++i) {
+            values_[i] = missing[i] ? UndefDbl() : sampler.Value(i);
+            states_[i] = missing[i] || !IsUndef(values_[i]) ? UNDEF_STATE : sampler.State(i);
         }
+        rows_.Write(states_.data(), values_.data(), kNoCaseId, 1);
     }
-    void BeginRow() { num_entries_ = 0; }
-    void AddText(std::string_view text)
-    {
-        if (num_entries_++) text_ += '\t';
-        text_ += text;
-    }
-    void AddState(size_t i, int state)
-    {
-        AddText(state < 0 ? std::string_view("*") : std::string_view(words_[i][state]));
-    }
-    void AddMissing() { AddText("*"); }
-    void AddReal(double value) { AddText(FormatShortest(value)); }
-    void EndRow()
-    {
-        text_ += '\n';
-        if (text_.size() < kTextBlock) return;
-        sink_.Write(text_);
-        text_.clear();
-    }
-    void Commit()
-    {
-        sink_.Write(text_);
-        sink_.Commit();
-    }
+    void Commit() { rows_.Commit(); }
 
 private:
-    std::span<Node* const> nodes_;
-    std::vector<std::vector<std::string>> words_;
-    std::string text_;
-    ByteSink sink_;
-    int num_entries_ = 0;
+    CaseWriter rows_;
+    std::vector<int> states_;
+    std::vector<double> values_;
 };
-
-void WriteDrawnCase(RowWriter& rows, const CaseSampler& sampler, std::span<const char> missing)
-{
-    rows.BeginRow();
-    for (size_t i = 0; i < missing.size(); ++i) {
-        if (missing[i])
-            rows.AddMissing();
-        else if (!IsUndef(sampler.Value(i)))
-            rows.AddReal(sampler.Value(i));
-        else
-            rows.AddState(i, sampler.State(i));
-    }
-    rows.EndRow();
-}
 
 }  // namespace
 
@@ -296,7 +256,7 @@ int64_t WriteRandomCases(std::span<Node* const> nodes, Stream& file, int64_t num
              percent_missing);
     CaseSampler sampler(nodes, {method, max_tries, false});
     const RandomSource random = RandomSourceOf(*nodes[0]->net);
-    RowWriter rows(nodes, file, false);
+    DrawnCaseWriter rows(nodes, file);
     Progress progress("generating random cases");
     std::vector<char> missing(nodes.size());
     int64_t written = 0;
@@ -306,7 +266,7 @@ int64_t WriteRandomCases(std::span<Node* const> nodes, Stream& file, int64_t num
             const MaybeLocked guard(random.lock);
             for (char& is_missing : missing) is_missing = 100 * NextUniform(*random.state) < percent_missing;
         }
-        WriteDrawnCase(rows, sampler, missing);
+        rows.Write(sampler, missing);
         ++written;
         if (written % 1024 == 0 &&
             !progress.Step(static_cast<double>(written) / static_cast<double>(num_cases)))
@@ -454,14 +414,13 @@ int64_t WriteEveryCase(std::span<Node* const> nodes, Stream& file)
     AskAboutLength(num_lines);
     PrepareTree(*nodes[0]->net);
     CaseLister lister(nodes);
-    RowWriter rows(nodes, file, true);
+    CaseWriter rows(file, nodes, false, true);
+    std::vector<int> states(nodes.size());
     Progress progress("generating every case");
     int64_t written = 0;
     while (lister.Next()) {
-        rows.BeginRow();
-        rows.AddReal(lister.Probability());
-        for (size_t i = 0; i < nodes.size(); ++i) rows.AddState(i, lister.State(i));
-        rows.EndRow();
+        for (size_t i = 0; i < nodes.size(); ++i) states[i] = lister.State(i);
+        rows.Write(states.data(), nullptr, kNoCaseId, lister.Probability());
         if (++written % 256 == 0 && !progress.Step(static_cast<double>(written) / num_lines)) break;
     }
     rows.Commit();

@@ -24,8 +24,8 @@ struct CaseSource {
     bool in_memory = false;
     std::string contents;        // of a source in memory
     double degree = 1;           // each of its cases counts so many times
-    bool is_temporary = false;   // the file is the case set's own, and goes with it
     bool skips_misfits = false;  // a case with a value that does not fit is left out whole
+    bool is_temporary = false;   // the file is the case set's own, and goes with it
 };
 
 }  // namespace talora
