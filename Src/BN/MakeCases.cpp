@@ -232,7 +232,7 @@ public:
     {
         for (size_t i = 0; i < states_.size(); ++i) {
             values_[i] = missing[i] ? UndefDbl() : sampler.Value(i);
-            states_[i] = missing[i] || !IsUndef(values_[i]) ? UNDEF_STATE : sampler.State(i);
+            states_[i] = missing[i] ? UNDEF_STATE : sampler.State(i);
         }
         rows_.Write(states_.data(), values_.data(), kNoCaseId, 1);
     }
