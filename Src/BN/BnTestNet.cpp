@@ -315,13 +315,19 @@ void TestWithCaseset(Tester& tester, const Caseset& cases)
     std::vector<NodeTest> tests = tester.tests;
     const double cases_read = tester.cases_read, impossible_cases = tester.impossible_cases;
     const int64_t lines_read = tester.lines_read;
-    try {
-        RunCases(run, cases);
-    } catch (...) {
+    const auto restore = [&] {
         tester.tests = std::move(tests);
         tester.cases_read = cases_read;
         tester.impossible_cases = impossible_cases;
         tester.lines_read = lines_read;
+    };
+    try {
+        RunCases(run, cases);
+    } catch (const Unwind& unwind) {
+        if (!HasCondition(*unwind.record, ABORTED_CND)) restore();
+        throw;
+    } catch (...) {
+        restore();
         throw;
     }
 }

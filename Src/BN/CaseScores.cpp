@@ -40,11 +40,13 @@ void AppendNumber(std::string& text, Number value)
 // Writes cases as lines of text, each followed by its beliefs.
 class ColumnWriter {
 public:
-    ColumnWriter(const std::vector<Node*>& nodes, ByteSink& sink) : nodes_(nodes), sink_(sink) {}
+    ColumnWriter(const std::vector<Node*>& nodes, ByteSink& sink)
+        : env_(*nodes[0]->net->env), nodes_(nodes), sink_(sink)
+    {}
 
     void BeginSource(const CaseSource& source)
     {
-        lines_.emplace(source, '\t', false);
+        lines_.emplace(source, env_.case_delimiter, false);
         const CaseFileHeader& header = lines_->Header();
         if (columns_.empty()) {
             columns_ = header.columns;
@@ -105,11 +107,12 @@ private:
             text += delimiter_;
             if (beliefs.IsPossible(row))
                 AppendNumber(text, beliefs.Belief(row, asked)[size_t(state)]);
-            else
-                text += '*';
+            else if (env_.missing_char != '\0')
+                text += env_.missing_char;
         }
     }
 
+    const environ_vx& env_;
     const std::vector<Node*>& nodes_;
     ByteSink& sink_;
     std::optional<CaseFileReader> lines_;

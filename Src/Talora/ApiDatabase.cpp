@@ -18,7 +18,7 @@ dbmgr_cs* NewDBManager_cs(const char* connection, const char* options, environ_v
 {
     return CallEnviron(__func__, env, static_cast<dbmgr_cs*>(nullptr), [&](environ_vx& owner) {
         CheckNoOptions(options);
-        return NewDbManager(owner, TextArgument(connection));
+        return NewDbManager(owner, std::make_unique<DbConnection>(TextArgument(connection)));
     });
 }
 

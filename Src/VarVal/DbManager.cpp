@@ -14,14 +14,13 @@ HandlePool<dbmgr_cs, DBMGR_TYPE>& Managers()
 
 }  // namespace
 
-DbManager* NewDbManager(environ_vx& env, std::string_view connection)
+DbManager* NewDbManager(environ_vx& env, std::unique_ptr<DbConnection> connection)
 {
-    auto opened = std::make_unique<DbConnection>(std::string(connection));
     const std::lock_guard guard(env.mutex);
     env.dbmgrs.reserve(env.dbmgrs.size() + 1);
     DbManager* manager = Managers().New(nullptr);
     manager->env = &env;
-    manager->connection = std::move(opened);
+    manager->connection = std::move(connection);
     env.dbmgrs.push_back(manager);
     return manager;
 }

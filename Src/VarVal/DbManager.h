@@ -22,8 +22,7 @@ namespace talora {
 
 using DbManager = dbmgr_cs;
 
-// Connects at once.
-DbManager* NewDbManager(environ_vx& env, std::string_view connection);
+DbManager* NewDbManager(environ_vx& env, std::unique_ptr<DbConnection> connection);
 void DeleteDbManager(DbManager* manager) noexcept;
 void DeleteDbManagers(environ_vx& env) noexcept;  // all of an environment
 

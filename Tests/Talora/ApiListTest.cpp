@@ -54,7 +54,7 @@ struct Handles {
         nodelist_bn* one = NewNodeList2_bn(1, net);
         SetNthNode_bn(one, 0, node);
         cases = NewCaseset_cs("c", env);
-        manager = talora::NewDbManager(*env, "");
+        manager = talora::NewDbManager(*env, nullptr);
         learner = NewLearner_bn(1, env);
         tester = NewNetTester_bn(one, list, -1);
         sensv = NewSensvToFinding_bn(node, list, 1);
@@ -74,7 +74,7 @@ struct Handles {
         DeleteRandomGen_vx(gone_generator);
         gone_cases = NewCaseset_cs("c", env);
         DeleteCaseset_cs(gone_cases);
-        gone_manager = talora::NewDbManager(*env, "");
+        gone_manager = talora::NewDbManager(*env, nullptr);
         talora::DeleteDbManager(gone_manager);
         gone_learner = NewLearner_bn(1, env);
         DeleteLearner_bn(gone_learner);
