@@ -217,8 +217,7 @@ TEST(TestRecordTest, StateMeasuresByEveryName)
                                         {0.1f, false},
                                         {0, false}},
                                        FINE_BINS);
-    const double area =
-        1 - 1.0 * (1 + 4) / 24;  // 0.9 and 0.8 beat all; 0.6 loses once, 0.2 four times
+    const double area = 1 - 1.0 * (1 + 4) / 24;  // 0.9 and 0.8 beat all; 0.6 loses once, 0.2 four times
     const std::map<std::string, double> expected = {
         {"true_positives", 3},
         {"hits", 3},
