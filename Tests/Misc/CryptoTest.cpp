@@ -6,7 +6,7 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -345,17 +345,16 @@ TEST(CryptoBlowfishTest, CountsBlocksPastTheEnd)
 // What the command prints, of contents in a file whose name stands in the command as %s.
 std::string OutputOf(const std::string& command, const Bytes& contents)
 {
-    char name[] = "/tmp/talora_crypto_XXXXXX";
-    const int file = mkstemp(name);
-    EXPECT_EQ(write(file, contents.data(), contents.size()), static_cast<ssize_t>(contents.size()));
-    close(file);
+    const std::string name = testing::TempDir() + "talora_crypto_" + std::to_string(getpid());
+    std::ofstream(name, std::ios::binary)
+        .write(reinterpret_cast<const char*>(contents.data()), static_cast<std::streamsize>(contents.size()));
     std::string line = "openssl " + command + " 2>/dev/null", output;
     if (const size_t at = line.find("%s"); at != line.npos) line.replace(at, 2, name);
     if (FILE* const pipe = popen(line.c_str(), "r")) {
         for (int c; (c = getc(pipe)) != EOF;) output += static_cast<char>(c);
         pclose(pipe);
     }
-    unlink(name);
+    unlink(name.c_str());
     return output;
 }
 
