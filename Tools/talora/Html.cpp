@@ -26,7 +26,7 @@ constexpr const char* kStyle = R"(
   --c7: #555555; }
   figure, tr { break-inside: avoid; } h2, h3 { break-after: avoid; } .scroll { overflow: visible !important; } }
 * { box-sizing: border-box; }
-body { margin: 0 auto; padding: 1rem; max-width: 76rem; background: var(--page); color: var(--ink);
+body { margin: 0 auto; padding: clamp(0.6rem, 3vw, 1rem); max-width: 76rem; background: var(--page); color: var(--ink);
   font: 1rem/1.5 system-ui, "Segoe UI", Roboto, "Helvetica Neue", Arial, "DejaVu Sans", sans-serif;
   print-color-adjust: exact; -webkit-print-color-adjust: exact; }
 h1, h2, h3, p, figcaption, caption, li, dd { overflow-wrap: anywhere; }
@@ -39,9 +39,9 @@ p { margin: 0.4rem 0; max-width: 46rem; }
 .kind { margin: 0 0 1rem; }
 footer { margin-top: 3rem; font-size: 0.85rem; border-top: 1px solid var(--rule); padding-top: 0.5rem; }
 a { color: var(--bar); }
-.figures { display: grid; gap: 1rem; grid-template-columns: repeat(auto-fill, minmax(min(100%, 21rem), 1fr));
+.figures { display: grid; gap: 1rem; grid-template-columns: repeat(auto-fill, minmax(min(100%, 20rem), 1fr));
   margin: 1rem 0; align-items: start; }
-figure { margin: 0; padding: 0.75rem; background: var(--panel); border: 1px solid var(--rule);
+figure { margin: 0; padding: clamp(0.4rem, 2vw, 0.75rem); background: var(--panel); border: 1px solid var(--rule);
   border-radius: 6px; }
 figcaption { font-size: 0.85rem; line-height: 1.4; margin-bottom: 0.5rem; }
 figcaption strong { color: var(--ink); display: block; font-size: 0.95rem; }

@@ -14,7 +14,7 @@ namespace command {
 namespace {
 
 constexpr double kFontSize = 12;
-constexpr double kWidth = 360;  // of all charts
+constexpr double kWidth = 320;  // of all charts
 
 // Coordinates: to a hundredth, no exponent.
 std::string Coordinate(double value)
@@ -159,6 +159,7 @@ void Svg::Path(const std::vector<Point>& points, std::string_view style)
     std::string text;
     for (const Point& point : points)
         text += (text.empty() ? "" : " ") + Coordinate(point.x) + "," + Coordinate(point.y);
+    if (points.empty()) return;
     markup_ += "<polyline" + Attribute("points", text) + Attribute("class", style) + "/>\n";
 }
 
@@ -181,14 +182,15 @@ std::vector<double> Ticks(double low, double high, int most)
     const double width = high - low;
     if (!(width > 0) || !std::isfinite(width)) return {low};
     const double power = std::pow(10, std::floor(std::log10(width / most)));
+    constexpr double kSlack = 1e-6;  // in steps: an end that rounding has moved gets its tick
     double step = 0;
     for (const double factor : {1, 2, 5, 10}) {
         step = factor * power;
-        if (std::floor(high / step) - std::ceil(low / step) + 1 <= most) break;
+        if (std::floor(high / step + kSlack) - std::ceil(low / step - kSlack) + 1 <= most) break;
     }
     std::vector<double> ticks;
-    const double first = std::ceil(low / step - 1e-6);
-    for (int i = 0; i < most && (first + i) * step <= high + step * 1e-6; ++i)
+    const double first = std::ceil(low / step - kSlack);
+    for (int i = 0; i < most && (first + i) * step <= high + step * kSlack; ++i)
         ticks.push_back((first + i) * step + 0.0);
     return ticks.empty() ? std::vector<double>{low} : ticks;
 }
@@ -228,7 +230,7 @@ std::string RangeChart(std::string_view title, std::string_view description, dou
         for (size_t i = 0; i < rows.size(); ++i)
             svg.Line({x(tick), kRow * double(i) + 20}, {x(tick), kRow * double(i) + 20 + kBarHeight}, "grid");
         svg.Line({x(tick), bottom}, {x(tick), bottom + 4}, "axis");
-        svg.Text({x(tick), bottom + 18}, 56, Digits(tick, 5), "middle");
+        svg.Text({x(tick), bottom + 18}, 50, Digits(tick, 4), "middle");
     }
     svg.Line({kLeft, bottom}, {kLeft + kAxis, bottom}, "axis");
     for (size_t i = 0; i < rows.size(); ++i) {
@@ -239,7 +241,7 @@ std::string RangeChart(std::string_view title, std::string_view description, dou
         svg.Text({kWidth - 2, top - 20 + kBase}, kWidth, shown, "end value");
         svg.Bar(x(row.low), top, x(present) - x(row.low), kBarHeight, "less", row.label + ": " + shown);
         svg.Bar(x(present), top, x(row.high) - x(present), kBarHeight, "more", row.label + ": " + shown);
-        svg.Line({x(present), top - 2}, {x(present), top + kBarHeight + 2}, "present");
+        svg.Line({x(present), top}, {x(present), top + kBarHeight + 2}, "present");
     }
     svg.Line({x(present), bottom - 4}, {x(present), bottom + 4}, "present");
     svg.Text({kWidth / 2, bottom + 36}, kWidth, "now " + Digits(present), "middle value");
