@@ -172,6 +172,56 @@ class ConfigurationsTest(PageTest):
                 self.page("mpe", "-", "--nth", "2", stdin=NET.encode().replace(b"TEXT", text))
 
 
+class TestingTest(PageTest):
+    CASES = b"""// ~->[CASE-1]->~
+
+IDnum\tSmoker\tBronchitis\tXRay\tDyspnoea\tLungCancer
+1\tYes\tYes\tNormal\tYes\tNo
+2\tNo\tNo\tAbnormal\tYes\tYes
+3\tYes\tNo\tNormal\tNo\tNo
+4\tNo\tYes\tNormal\tYes\tNo
+5\tYes\tYes\tAbnormal\tNo\tYes
+6\tNo\tNo\tNormal\tNo\t*
+7\tYes\t*\tAbnormal\tYes\tNo
+"""
+
+    def test_tables_and_curves_show_what_the_answer_says(self):
+        with tempfile.NamedTemporaryFile(suffix=".cas") as file:
+            file.write(self.CASES)
+            file.flush()
+            command = ["test", CLINIC, "--cases", file.name, "--node", "LungCancer"]
+            root = self.page(*command)
+            figures = json.loads(talora(*command, "--json").stdout)["nodes"]["LungCancer"]
+        scores = dict(zip(*self.table(root, "Scores")))
+        self.assertAlmostEqual(float(scores["Cases"]), figures["cases"])
+        for heading, field in [("Error rate", "error_rate"), ("Logarithmic loss", "log_loss"),
+                               ("Quadratic loss", "quadratic_loss"), ("Spherical payoff", "spherical_payoff")]:
+            self.assertAlmostEqual(float(scores[heading]), figures[field], delta=1e-3)
+        matrix = [[float(entry) for entry in row[1:-1]] for row in self.table(root, "Confusion matrix")[1:]]
+        self.assertEqual(matrix, figures["confusion"])
+        charts = self.charts(root)
+        self.assertEqual(list(charts), ["ROC curves", "Calibration"])
+        curve = numbers(next(charts["ROC curves"].iter(SVG + "polyline")).get("points"))
+        xs, ys = curve[::2], curve[1::2]
+        self.assertEqual((xs, ys), (sorted(xs), sorted(ys, reverse=True)))
+        corner, end = (xs[0], ys[0]), (xs[-1], ys[-1])
+        area = sum((x1 - x0) * ((y0 + y1) / 2 - corner[1]) for x0, x1, y0, y1 in zip(xs, xs[1:], ys, ys[1:]))
+        area /= (end[0] - corner[0]) * (end[1] - corner[1])
+        self.assertAlmostEqual(area, figures["auroc"], delta=1e-3)
+        # As many dots as tenths of belief, one at least for each state; and the surprises of both states.
+        self.assertGreaterEqual(len(list(charts["Calibration"].iter(SVG + "circle"))), 2)
+        self.assertEqual([row[0] for row in self.table(root, "Surprises")], ["State", "Yes", "No"])
+
+    def test_nodes_without_cases_and_hostile_text(self):
+        with tempfile.NamedTemporaryFile(suffix=".cas") as file:
+            file.write(b"// ~->[CASE-1]->~\n\nIDnum\tA\n1\tu\n2\tv\n")
+            file.flush()
+            for text in HOSTILE:
+                with self.subTest(text=text):
+                    self.page("test", "-", "--cases", file.name, "--node", "A", "--node", "A_node_whose_name_is_long__",
+                              stdin=NET.encode().replace(b"TEXT", text))
+
+
 class FilesTest(PageTest):
     def test_a_page_is_written_beside_the_answer(self):
         with tempfile.TemporaryDirectory() as folder:

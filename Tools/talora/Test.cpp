@@ -4,6 +4,7 @@
 #include "talora/CaseFiles.h"
 #include "talora/Command.h"
 #include "talora/NetFile.h"
+#include "talora/Pages.h"
 #include "talora/Text.h"
 #include "talora/Values.h"
 
@@ -92,10 +93,12 @@ public:
             ->type_name("NODE");
         app.add_option("--unobserved", unobserved_, "Further node whose value is kept from the net")
             ->type_name("NODE");
+        html_.Define(app);
     }
 
     void Run(Session& session) override
     {
+        html_.CheckUsage(session);
         net_bn* net = ReadNetForQuery(session, path_);
         std::vector<node_bn*> nodes, unobserved;
         for (const std::string& name : nodes_) nodes.push_back(FindNode(net, name));
@@ -107,13 +110,16 @@ public:
         session.Check();
         Json& figures = session.Field("nodes") = Json::object();
         for (const node_bn* node : nodes) figures[GetNodeName_bn(node)] = Figures(tester, node);
-        if (!session.options.json) session.Print(PrintableLines(ReportNetTest_bn(tester, nullptr)));
+        if (html_.IsGiven()) html_.Write(session, TestPage(tester, net, nodes));
+        if (!session.options.json && !html_.TakesOutput())
+            session.Print(PrintableLines(ReportNetTest_bn(tester, nullptr)));
         session.Check();
     }
 
 private:
     std::string path_;
     std::vector<std::string> case_files_, nodes_, unobserved_;
+    HtmlOption html_;
 };
 
 }  // namespace
