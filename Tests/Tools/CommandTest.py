@@ -389,6 +389,30 @@ class EquationTest(unittest.TestCase):
         self.assertEqual([row["probs"] for row in rows], [[0.75, 0.25], [0.25, 0.75]])
 
 
+class LearnTest(unittest.TestCase):
+    def test_counts_prior_and_iterations(self):
+        with tempfile.TemporaryDirectory() as folder:
+            net, cases, out = (pathlib.Path(folder, name) for name in ("n.dne", "c.cas", "out.dne"))
+            net.write_bytes(net_text(NODE_A))
+            cases.write_text("A NumCases\nu 3\nv 5\n* 2\n")
+
+            def learned(*options):
+                document = answer("learn", net, "--cases", cases, "-o", out, *options)
+                self.assertEqual(document["cases"], 3)
+                return document, answer("table", out, "A")["rows"][0]["probs"][0]
+
+            document, probs = learned()
+            self.assertEqual(document["iterations"], [])
+            self.assertAlmostEqual(probs, 3 / 8, 6)
+            self.assertAlmostEqual(learned("--prior", 8, "--degree", 2)[1], (2 + 6) / (8 + 16), 6)
+            document, probs = learned("--method", "em")
+            self.assertAlmostEqual(probs, 3 / 8, 6)
+            self.assertAlmostEqual(document["iterations"][0]["minus_log_likelihood"],
+                                   -3 * math.log(0.25) - 5 * math.log(0.75), 4)
+            self.assertIsNone(document["iterations"][0]["change"])
+            self.assertLess(document["iterations"][-1]["change"], 1e-5)
+
+
 class UsageTest(unittest.TestCase):
     CASES = [
         # arguments, exit status, what standard error must mention

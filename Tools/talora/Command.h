@@ -29,5 +29,6 @@ std::unique_ptr<Command> MakeCalc();
 std::unique_ptr<Command> MakeSimulate();
 std::unique_ptr<Command> MakeTest();
 std::unique_ptr<Command> MakeScore();
+std::unique_ptr<Command> MakeLearn();
 
 }  // namespace command

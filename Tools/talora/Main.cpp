@@ -47,6 +47,10 @@ constexpr CommandDef kCommands[] = {
      "  talora calc 'NormalDist (x, 0, 1)' x=1.5\n"
      "  talora calc 'sin (30 deg) ^ 2'\n"
      "  talora calc --functions                what there is to call"},
+    {"learn", "Learns the tables of a net from cases", MakeLearn,
+     "  talora learn net.dne --cases patients.cas -o learned.dne\n"
+     "  talora learn net.dne --cases a.cas b.cas --method em --prior 1 -o learned.dne\n"
+     "  talora learn net.dne --cases patients.cas --method em --seed 1 -o - --quiet"},
     {"simulate", "Draws random cases from a net, given findings", MakeSimulate,
      "  talora simulate net.dne --cases 10000 -o sample.cas --seed 1\n"
      "  talora simulate net.dne --cases 500 -o sick.cas -f Disease=Present --missing 20\n"
