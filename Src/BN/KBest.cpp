@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <queue>
+#include <utility>
 
 #include "BN/PotTable0.h"
 #include "Basic/Error.h"
@@ -11,21 +13,28 @@ namespace talora {
 
 namespace {
 
-// More than single precision can be wrong about the logarithm of a value.
-constexpr double kMargin = 1e-3;
+// A state whose best configuration is this much worse than the best of all may have come out as 0, since
+// products below 1.2e-38 do.  (Belief.)
+constexpr float kWeakBelief = 1e-18f;
 
-// The ranked variables before `depth` as in `best`, the one at `depth` in none of the excluded states.
+// Sums of the same logarithms differ by less, whatever their order.
+constexpr double kSameLog = 1e-9;
+
+// The ranked variables before `depth` as in `origin`, and the one at `depth` in one given state or in none of
+// the excluded states.
 struct Subproblem {
-    double key = 0;    // the value of its best configuration, or not less than that
+    double key = 0;    // log value of its best configuration, or not less than that
     int64_t turn = 0;  // when it was made, to order equal ones
     size_t depth = 0;
-    std::vector<char> excluded;           // per state of that variable; empty at first
-    std::vector<int> prefix;              // states of the ranked variables before depth
-    std::shared_ptr<Configuration> best;  // null until it has been gone into
+    int state = -1;                               // of the variable at depth; -1: see excluded
+    std::vector<char> excluded;                   // per state of that variable; empty: none
+    std::shared_ptr<const Configuration> origin;  // null where depth is 0
+    std::shared_ptr<const Configuration> best;    // null until it has been gone into
 
     bool operator<(const Subproblem& other) const
     {
-        return key != other.key ? key < other.key : turn > other.turn;
+        if (key != other.key) return key < other.key;
+        return bool(best) != bool(other.best) ? bool(other.best) : turn > other.turn;
     }
 };
 
@@ -36,25 +45,54 @@ struct KBestSearch::Engine {
     TableSource table;
     const ModelFindings* findings;
     Propagation propagation;
-    std::vector<int> ranked;  // not observed
+    double margin;            // more than single precision can be wrong about the log of a value
+    std::vector<int> tour;    // all variables, neighbours in the tree close together
+    std::vector<int> ranked;  // not observed, in the order of the tour
     std::priority_queue<Subproblem> open;
     int64_t turns = 0;
     std::vector<float> belief, weights;
     std::vector<int> fixed;  // per variable the state in the propagation, or -1
     int masked = -1;         // variable with excluded states
 
-    Engine(const ModelGraph& g, const JunctionTree& tree, TableSource source, const ModelFindings& known)
+    // Fixed variables leave the tables also of small trees: with zeros in their place, messages in which all
+    // other states are far better would come out as 0.
+    Engine(const ModelGraph& g, const JunctionTree& tree, TableSource source, const ModelFindings& known,
+           std::span<const int> asked)
         : graph(&g),
           table(std::move(source)),
           findings(&known),
-          propagation(g, tree, table),
+          propagation(g, tree, table, 0),
+          margin(std::max(1e-3, 4e-7 * double(g.variables.size()))),
+          tour(TourOf(tree, g.variables.size())),
           fixed(known.positive)
     {
         propagation.SetMaximise(true);
+        std::vector<char> is_asked(fixed.size(), asked.empty());
+        for (int v : asked) is_asked[size_t(v)] = 1;
+        for (int v : tour)
+            if (is_asked[size_t(v)] && fixed[size_t(v)] < 0) ranked.push_back(v);
+        open.push({std::numeric_limits<double>::infinity(), 0, 0, -1, {}, nullptr, nullptr});
         for (int v = 0; v < int(g.variables.size()); ++v) {
             propagation.SetPositive(v, known.positive[size_t(v)]);
             propagation.SetLikelihood(v, known.likelihoods[size_t(v)]);
         }
+    }
+
+    // Depth first, so that fixing one variable after another in this order changes few messages each time.
+    static std::vector<int> TourOf(const JunctionTree& tree, size_t num_variables)
+    {
+        std::vector<int> tour, cliques;
+        std::vector<char> is_met(num_variables);
+        if (tree.num_cliques() > 0) cliques.push_back(0);
+        while (!cliques.empty()) {
+            const int clique = cliques.back();
+            cliques.pop_back();
+            for (int v : tree.members[clique])
+                if (!std::exchange(is_met[size_t(v)], char(1))) tour.push_back(v);
+            const std::span<const int> children = tree.children[clique];
+            cliques.insert(cliques.end(), children.rbegin(), children.rend());
+        }
+        return tour;
     }
 
     int NumStates(int v) const { return std::max(1, graph->variables[size_t(v)].num_states); }
@@ -65,15 +103,16 @@ struct KBestSearch::Engine {
         propagation.SetPositive(v, state);
     }
 
-    // Sets up a subproblem.
-    void Enter(const Subproblem& problem)
+    // Sets up a subproblem, or with `with_excluded` false the larger one that has the excluded states too.
+    void Enter(const Subproblem& problem, bool with_excluded = true)
     {
         if (masked >= 0) propagation.SetLikelihood(masked, findings->likelihoods[size_t(masked)]);
         masked = -1;
         for (size_t v = 0; v < fixed.size(); ++v)
             if (fixed[v] >= 0 && findings->positive[v] < 0) Fix(int(v), -1);
-        for (size_t k = 0; k < problem.depth; ++k) Fix(ranked[k], problem.prefix[k]);
-        if (problem.excluded.empty()) return;
+        for (size_t k = 0; k < problem.depth; ++k) Fix(ranked[k], problem.origin->states[size_t(ranked[k])]);
+        if (problem.state >= 0) Fix(ranked[problem.depth], problem.state);
+        if (!with_excluded || problem.excluded.empty()) return;
         masked = ranked[problem.depth];
         const float* likelihood = findings->likelihoods[size_t(masked)];
         weights.resize(problem.excluded.size());
@@ -82,56 +121,64 @@ struct KBestSearch::Engine {
         propagation.SetLikelihood(masked, weights.data());
     }
 
-    bool Update()
-    {
-        const UpdateStatus status = propagation.Update();
-        CheckHalted(status);
-        return status == UpdateStatus::kUpdated;
-    }
-
-    static void CheckHalted(UpdateStatus status)
+    static bool IsDone(UpdateStatus status)
     {
         if (status == UpdateStatus::kHalted)
             FailWith(ABORTED_CND, 6800, "the search for most probable configurations was halted");
+        return status == UpdateStatus::kUpdated;
     }
 
-    // The first state of a variable in a best configuration; how many states are.
-    int BestState(int v, int* count)
+    const std::vector<float>& BeliefOf(int v)
     {
         belief.resize(size_t(NumStates(v)));
         propagation.Belief(v, belief.data());
-        int best = -1;
-        *count = 0;
-        for (int s = 0; s < NumStates(v); ++s) {
-            if (belief[size_t(s)] < kCertainBelief) continue;
-            if (best < 0) best = s;
-            ++*count;
-        }
-        return best;
+        return belief;
     }
 
-    // The best configuration of a subproblem; false if it has none.  Ties are broken one variable at a
-    // time, as they may depend on one another.
+    // The first state of a variable in a best configuration; whether another is as good.
+    int BestState(int v, bool* is_tied)
+    {
+        const auto is_best = [](float b) { return b >= kCertainBelief; };
+        const std::vector<float>& b = BeliefOf(v);
+        const auto first = std::find_if(b.begin(), b.end(), is_best);
+        *is_tied = first == b.end() || std::find_if(first + 1, b.end(), is_best) != b.end();
+        return first == b.end() ? 0 : int(first - b.begin());  // none only where all have underflowed
+    }
+
+    // The best configuration of a subproblem; false if it has none.
     bool GoInto(Subproblem& problem)
     {
         Enter(problem);
+        if (!IsDone(propagation.Update())) return false;
         auto found = std::make_shared<Configuration>();
         found->states = fixed;
-        int v = 0;
-        while (v < int(fixed.size())) {
-            if (!Update()) return false;
-            int tied = -1;
-            for (; v < int(fixed.size()) && tied < 0; ++v) {
-                if (fixed[size_t(v)] >= 0) continue;
-                int count = 0;
-                found->states[size_t(v)] = BestState(v, &count);
-                if (count > 1) tied = v;
-            }
-            if (tied >= 0) Fix(tied, found->states[size_t(tied)]);
+        bool has_ties = false;
+        for (int v : tour) {
+            if (fixed[size_t(v)] >= 0) continue;
+            bool is_tied = false;
+            found->states[size_t(v)] = BestState(v, &is_tied);
+            has_ties |= is_tied;
         }
-        if (fixed.empty() && !Update()) return false;
         found->log_value = LogValue(found->states);
+        // States chosen one by one need not fit together where there are ties, or where rounding hid one.
+        if (has_ties || !(std::abs(found->log_value - propagation.LogProbability()) < margin)) {
+            if (!FixAll()) return false;
+            found->states = fixed;
+            found->log_value = LogValue(found->states);
+        }
         problem.best = std::move(found);
+        return true;
+    }
+
+    // Fixes each variable in its best state, given those before it.
+    bool FixAll()
+    {
+        for (int v : tour) {
+            if (fixed[size_t(v)] >= 0) continue;
+            if (!IsDone(propagation.UpdateFor(v))) return false;
+            bool is_tied = false;
+            Fix(v, BestState(v, &is_tied));
+        }
         return true;
     }
 
@@ -158,35 +205,38 @@ struct KBestSearch::Engine {
     // All configurations of the subproblem but its best one.
     void Divide(const Subproblem& problem)
     {
-        const Configuration& best = *problem.best;
-        Subproblem outer = problem;
-        outer.excluded.clear();
-        Enter(outer);
-        std::vector<int> prefix = problem.prefix;
-        for (size_t depth = problem.depth; depth < ranked.size(); ++depth) {
-            const int v = ranked[depth];
-            Subproblem part;
-            part.depth = depth;
-            part.prefix = prefix;
-            if (depth == problem.depth) part.excluded = problem.excluded;
-            part.excluded.resize(size_t(NumStates(v)));
-            part.excluded[size_t(best.states[size_t(v)])] = 1;
-            const UpdateStatus status = propagation.UpdateFor(v);
-            CheckHalted(status);
-            if (status != UpdateStatus::kUpdated) return;
-            belief.resize(size_t(NumStates(v)));
-            propagation.Belief(v, belief.data());
-            double most = 0;
-            for (size_t s = 0; s < belief.size(); ++s)
-                if (!part.excluded[s]) most = std::max(most, double(belief[s]));
-            if (most > 0) {
-                part.key = propagation.LogProbability() + std::log(most) + kMargin;
-                part.turn = turns++;
-                open.push(std::move(part));
-            }
-            Fix(v, best.states[size_t(v)]);
-            prefix.push_back(best.states[size_t(v)]);
+        Enter(problem, false);
+        for (size_t depth = problem.depth + (problem.state >= 0); depth < ranked.size(); ++depth) {
+            const int v = ranked[depth], best = problem.best->states[size_t(v)];
+            if (!IsDone(propagation.UpdateFor(v))) return;
+            std::vector<char> excluded(size_t(NumStates(v)));
+            if (depth == problem.depth && !problem.excluded.empty()) excluded = problem.excluded;
+            excluded[size_t(best)] = 1;
+            Open(problem.best, depth, std::move(excluded));
+            Fix(v, best);
         }
+    }
+
+    // Subproblems for the states of the variable at depth that are not excluded: a weak state has one of its
+    // own, where it is fixed and so cannot come out as 0 beside better ones.
+    void Open(const std::shared_ptr<const Configuration>& origin, size_t depth, std::vector<char> excluded)
+    {
+        const std::vector<float>& b = BeliefOf(ranked[depth]);
+        // Nothing that is left is better than what it is left from.
+        const auto bound = [&](float belief_of_best) {
+            const double log_value = propagation.LogProbability() + std::log(double(belief_of_best)) + margin;
+            return std::min(log_value, origin->log_value);
+        };
+        float most = 0;
+        for (size_t s = 0; s < b.size(); ++s) {
+            if (excluded[s]) continue;
+            most = std::max(most, b[s]);
+            if (b[s] >= kWeakBelief) continue;
+            open.push({bound(kWeakBelief), turns++, depth, int(s), {}, origin, nullptr});
+            excluded[s] = 1;
+        }
+        if (most >= kWeakBelief)
+            open.push({bound(most), turns++, depth, -1, std::move(excluded), origin, nullptr});
     }
 
     std::optional<Configuration> Next()
@@ -199,7 +249,8 @@ struct KBestSearch::Engine {
                 return *problem.best;
             }
             if (!GoInto(problem)) continue;
-            problem.key = problem.best->log_value;
+            // As good as it can be: then it comes before all that have not been gone into, however many.
+            if (problem.best->log_value < problem.key - kSameLog) problem.key = problem.best->log_value;
             open.push(std::move(problem));
         }
         return std::nullopt;
@@ -208,14 +259,8 @@ struct KBestSearch::Engine {
 
 KBestSearch::KBestSearch(const ModelGraph& graph, const JunctionTree& tree, TableSource table,
                          const ModelFindings& findings, std::span<const int> ranked)
-    : engine_(std::make_unique<Engine>(graph, tree, std::move(table), findings))
-{
-    for (int v = 0; ranked.empty() && v < int(graph.variables.size()); ++v)
-        if (findings.positive[size_t(v)] < 0) engine_->ranked.push_back(v);
-    for (int v : ranked)
-        if (findings.positive[size_t(v)] < 0) engine_->ranked.push_back(v);
-    engine_->open.push({});
-}
+    : engine_(std::make_unique<Engine>(graph, tree, std::move(table), findings, ranked))
+{}
 
 KBestSearch::~KBestSearch() = default;
 

@@ -7,7 +7,8 @@
 //
 // Values are compared as products of table entries in double precision; where two states of a variable differ
 // by less than single precision can tell (two parts in a million), the first one is taken to be the better.
-// Equal values come in an order that is always the same.
+// Equal values come in an order that is always the same.  States far worse than the best of a variable, which
+// single precision would round to 0 beside it, are looked at by themselves, so they are not lost.
 //
 // Nilsson (1998), An efficient algorithm for finding the M most probable configurations in probabilistic
 // expert systems; Lawler (1972), A procedure for computing the K best solutions to discrete optimization

@@ -62,6 +62,15 @@ TableProduct ProductOfTables(const Net& net)
     return product;
 }
 
+void CheckNoDecision(const Node& node)
+{
+    if (node.kind == DECISION_NODE)
+        Fail(
+            3465,
+            "can't find the most probable explanation (MPE) of >-net '%s' because it contains >-decision_node-s",
+            node.net->name.c_str());
+}
+
 // The search that the net keeps, or a new one where something has changed.
 ConfigSearch& SearchOf(Net& net, const std::vector<Node*>* nodes)
 {
@@ -90,6 +99,21 @@ ConfigSearch& SearchOf(Net& net, const std::vector<Node*>* nodes)
     return *net.config_search;
 }
 
+// Adds the next best configuration to those found; false if there is none.  A search that was broken off has
+// lost a part of what it still had to look through, so the net does not keep it.
+bool FindNext(Net& net)
+{
+    ConfigSearch& search = *net.config_search;
+    try {
+        std::optional<Configuration> next = search.search->Next();
+        if (next) search.found.push_back(std::move(*next));
+        return next.has_value();
+    } catch (...) {
+        net.config_search.reset();
+        throw;
+    }
+}
+
 }  // namespace
 
 void ConfigSearchDeleter::operator()(ConfigSearch* search) const noexcept
@@ -100,11 +124,7 @@ void ConfigSearchDeleter::operator()(ConfigSearch* search) const noexcept
 void CheckMostProbable(const Net& net)
 {
     for (const Node* node : net.nodes.nodes) {
-        if (node->kind == DECISION_NODE)
-            Fail(
-                3465,
-                "can't find the most probable explanation (MPE) of >-net '%s' because it contains >-decision_node-s",
-                net.name.c_str());
+        CheckNoDecision(*node);
         if (!HasStates(*node) && !IsDocumentation(*node))
             Fail(
                 3051,
@@ -126,6 +146,7 @@ std::string ReportMostProbable(Net& net)
         Fail(6801,
              ">-net '%s' is not in the mode that finds the most probable configuration: switch it on first",
              net.name.c_str());
+    for (const Node* node : net.nodes.nodes) CheckNoDecision(*node);  // one may have come since
     UpdateBeliefs(net);
     int num_tied = 0;
     bool is_complete = true;
@@ -157,14 +178,13 @@ double FindConfiguration(Net& net, const std::vector<Node*>* nodes, int nth, sta
     ConfigSearch& search = SearchOf(net, nodes);
     Progress progress("finding most probable configurations");
     while (int(search.found.size()) <= nth) {
-        std::optional<Configuration> next = search.search->Next();
-        if (!next && search.found.empty())
+        const bool is_found = FindNext(net);
+        if (!is_found && search.found.empty())
             FailWith(INCONSISTENT_FINDING_CND, 3305,
                      "according to this model, the >-finding-(s) entered are inconsistent%s", "");
-        if (!next)
+        if (!is_found)
             Fail(6803, "there are only %d configurations that are possible, so there is none with nth = %d",
                  int(search.found.size()), nth);
-        search.found.push_back(std::move(*next));
         if (!progress.Step(double(search.found.size()) / (nth + 1.0)))
             FailWith(ABORTED_CND, 6800, "the search for most probable configurations was halted");
     }

@@ -70,6 +70,18 @@ TEST_F(MostProbableTest, ReportsAndStates)
          "Multiple configurations are possible (add artificial \"findings\" to break ties).\n",
          0,
          0},
+        {"nearly as good is as good",
+         {0.5f, 0.4999998f},
+         {0.5f, 0.4999998f, 0.5f, 0.4999998f},
+         "Multiple configurations are possible (add artificial \"findings\" to break ties).\n",
+         0,
+         0},
+        {"a little worse is not",
+         {0.5f, 0.499999f},
+         {0.5f, 0.499999f, 0.5f, 0.499999f},
+         "The probability of the most probable configuration is 25 %.\n",
+         0,
+         0},
         {"missing",
          {0.1f, 0.9f},
          {0.9f, 0.1f, missing, 0.1f},
@@ -158,6 +170,35 @@ TEST_F(MostProbableTest, Refusals)
     }
 }
 
+TEST_F(MostProbableTest, ADecisionThatCameLaterIsRefusedInTheReport)
+{
+    SetNetMostProbable_bn(net_, 1);
+    SetNodeKind_bn(NewNode_bn("Choice", 2, net_), DECISION_NODE);
+    CompileNet_bn(net_);
+    EXPECT_EQ(ReportMostProbable_bn(net_), nullptr);
+    EXPECT_EQ(LastError(), 3465);
+}
+
+// A table large enough that the halt flag is looked at within one update.
+TEST_F(MostProbableTest, AfterAHaltTheSearchStartsAnew)
+{
+    std::vector<node_bn*> parents;
+    for (int i = 0; i < 18; ++i) parents.push_back(Add(("P" + std::to_string(i)).c_str(), {}, {0.4f, 0.6f}));
+    std::vector<prob_bn> table(size_t(2) << parents.size(), 0.5f);
+    table[table.size() - 2] = 0.75f, table[table.size() - 1] = 0.25f;
+    Add("Large", parents, table);
+    CompileNet_bn(net_);
+    std::vector<state_bn> setting(size_t(LengthNodeList_bn(GetNetNodes2_bn(net_, nullptr))));
+    SetHaltFlag_vx(env_, 1);
+    MostProbableConfig_bn(net_, setting.data(), 0);
+    EXPECT_EQ(LastError(), 6800);
+    SetHaltFlag_vx(env_, 0);
+    EXPECT_NEAR(MostProbableConfig_bn(net_, setting.data(), 0), std::log(0.56 * 0.75) + 18 * std::log(0.6),
+                1e-5);
+    EXPECT_EQ(setting.back(), 0);
+    EXPECT_EQ(LastError(), 0);
+}
+
 TEST_F(MostProbableTest, TheModeIsUndoneCopiedAndKeptInFiles)
 {
     SetNetNumUndos_bn(net_, 10, 0, nullptr);
@@ -167,6 +208,8 @@ TEST_F(MostProbableTest, TheModeIsUndoneCopiedAndKeptInFiles)
     EXPECT_EQ(GetNetMostProbable_bn(copy), 1);
     EXPECT_TRUE(UndoNetLastOper_vx(net_, -1));
     EXPECT_EQ(GetNetMostProbable_bn(net_), 0);
+    CompileNet_bn(net_);
+    EXPECT_FLOAT_EQ(GetNodeBeliefs_bn(rain_)[1], 0.7f);
     EXPECT_FALSE(UndoNetLastOper_vx(net_, -1)) << "the second switching on left a step";
     stream_vx* stream = NewMemoryStream_vx("Copy.dne", env_, nullptr);
     WriteNet_bn(copy, stream);
