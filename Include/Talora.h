@@ -1040,6 +1040,10 @@ TALORA_API int SetMissingDataChar_vx(int newchar, environ_vx* env);
  *  @return the position of the case in the file, NO_CASE_POSN after an error */
 TALORA_API double WriteNetFindings_bn(const nodelist_bn* nodes, stream_vx* file, int64_t ID_num, double freq);
 
+/** The position of a case by its number in the file, from 1 (6555 for less); NO_CASE_POSN if there are
+ *  fewer.  Reads the file up to there. */
+TALORA_API double FindCasePosition_cs(const stream_vx* file, int64_t case_number);
+
 /** Reads one case of a case file into findings of those nodes that have a column; the findings that they
  *  had go.  Undoable; after an error the findings are as they were.
  *  @param case_posn  position of the case (FIRST_CASE_POSN, or what an earlier call gave), or NEXT_CASE_POSN

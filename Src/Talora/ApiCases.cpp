@@ -180,6 +180,16 @@ double WriteNetFindings_bn(const nodelist_bn* nodes, stream_vx* file, int64_t ID
     });
 }
 
+double FindCasePosition_cs(const stream_vx* file, int64_t case_number)
+{
+    return CallApi(__func__, file, NO_CASE_POSN, [&] {
+        if (case_number < 1)
+            Fail(6555, "argument 'case_number' is %lld, but cases are counted from 1",
+                 static_cast<long long>(case_number));
+        return static_cast<double>(FindCase(*file, case_number));
+    });
+}
+
 bool_vx ReadNetFindings2_bn(double* case_posn, stream_vx* file, int add, const nodelist_bn* nodes,
                             int64_t* ID_num, double* freq)
 {

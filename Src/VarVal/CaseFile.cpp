@@ -17,6 +17,7 @@ namespace talora {
 
 namespace {
 
+constexpr size_t kFewestBlockBytes = 4096;
 constexpr size_t kBeginningBytes = 256;
 constexpr std::string_view kTypeMark = "// ~->[";
 constexpr std::string_view kDatabaseMark = "// DB columns in order:  ";
@@ -73,12 +74,11 @@ void CheckVersion(std::string_view rest, const std::string& file)
     if (rest.starts_with('-'))
         std::from_chars(rest.data() + 1, rest.data() + std::min<size_t>(rest.size(), 12), version);
     if (version == 0)
-        Warn(2450, "case file doesn't indicate format version, in file '%s'", file.c_str());
+        WarnAt(FilePlace{file.c_str()}, 2450, "case file doesn't indicate format version");
     else if (version < 0 || version > kLastVersion)
-        Warn(
-            2082,
-            "these cases were stored using a %s version of file format (%d). They may not read correctly, in file '%s'",
-            version < 0 ? "old" : "new", version, file.c_str());
+        WarnAt(FilePlace{file.c_str()}, 2082,
+               "these cases were stored using a %s version of file format (%d). They may not read correctly",
+               version < 0 ? "old" : "new", version);
 }
 
 bool IsFromDatabase(std::string_view beginning)
@@ -88,6 +88,16 @@ bool IsFromDatabase(std::string_view beginning)
     std::string_view rest = beginning.substr(end + 1);
     if (rest.starts_with('\r')) rest.remove_prefix(1);
     return rest.starts_with('\n') && rest.substr(1).starts_with(kDatabaseMark);
+}
+
+// The delimiter that a line of column names shows.  One name in quotes is a whole line with commas.
+char DelimiterOf(std::string_view text, char default_delimiter)
+{
+    const bool is_quoted =
+        text.starts_with('"') && text.ends_with('"') && text.find("\"\t") == std::string_view::npos;
+    if (is_quoted || text.find(',') != std::string_view::npos) return ',';
+    if (text.find('\t') != std::string_view::npos) return '\t';
+    return text.find(' ') != std::string_view::npos ? ' ' : default_delimiter;
 }
 
 // Where a comment begins: two characters that do not stand within an entry.  npos if none does.
@@ -240,9 +250,14 @@ int LineSplitter::SplitQuoted(std::string_view line, int most)
     spans_.clear();
     places_.clear();
     size_t at = 0;
+    bool is_too_long = false;
     for (;;) {
         while (at < line.size() && IsBlank(line[at])) ++at;
-        if (static_cast<int>(spans_.size()) == most) return at == line.size() ? most : most + 1;
+        if (static_cast<int>(spans_.size()) == most) {
+            // A comma at the end of the line is no further entry.
+            is_too_long = at < line.size();
+            break;
+        }
         const auto begin = static_cast<uint32_t>(scratch_.size());
         places_.push_back(static_cast<uint32_t>(at));
         if (at < line.size() && line[at] == '"') {
@@ -259,10 +274,9 @@ int LineSplitter::SplitQuoted(std::string_view line, int most)
         at = comma + 1;
         if (comma >= line.size()) break;
     }
-    const auto length = scratch_.size();
-    scratch_.resize(length + kLinePadding);
+    scratch_.resize(scratch_.size() + kLinePadding);
     text_ = scratch_.data();
-    return static_cast<int>(spans_.size());
+    return is_too_long ? most + 1 : static_cast<int>(spans_.size());
 }
 
 int64_t LineSplitter::Character(int index) const
@@ -277,6 +291,7 @@ CaseFileReader::CaseFileReader(const CaseBytes& bytes, char default_delimiter, b
     : source_(bytes), bytes_(OpenBytes(bytes))
 {
     size_ = bytes_.SizeHint();
+    if (size_ > 0) block_bytes = std::clamp(static_cast<size_t>(size_) + 1, kFewestBlockBytes, block_bytes);
     block_.resize(block_bytes + kLinePadding);
     while (end_ < kBeginningBytes && Fill()) continue;
     CheckBeginning(warn);
@@ -326,8 +341,8 @@ void CaseFileReader::CheckBeginning(bool warn)
     const std::string_view type = FileType(beginning, rest);
     if (type.empty()) return;
     if (type != "CASE")
-        Fail(2081, "not a case data file (it is a %s file), file '%s'", std::string(type).c_str(),
-             Name().c_str());
+        FailAt(FilePlace{Name().c_str()}, 2081, "not a case data file (it is a %s file)",
+               std::string(type).c_str());
     if (warn) CheckVersion(rest, Name());
     header_.from_database = IsFromDatabase(beginning);
 }
@@ -422,16 +437,13 @@ void CaseFileReader::ReadHeader(char default_delimiter)
     header_.delimiter = ',';  // so that quotes are minded
     if (!Next(line)) Fail(6508, "case file '%s' has no line of column names", Name().c_str());
     const std::string_view text = Trim(line.text);
-    header_.delimiter = text.find(',') != std::string_view::npos    ? ','
-                        : text.find('\t') != std::string_view::npos ? '\t'
-                        : text.find(' ') != std::string_view::npos  ? ' '
-                                                                    : default_delimiter;
+    header_.delimiter = DelimiterOf(text, default_delimiter);
     LineSplitter splitter(header_.delimiter);
     const int count = splitter.Split(line, INT32_MAX - 1);
     for (int i = 0; i < count; ++i) {
         const std::string_view name = splitter.Entry(i);
         const int column = static_cast<int>(header_.columns.size());
-        if (name.empty() && i == count - 1) break;  // a delimiter at the end of the line
+        if (name.empty() && i > 0 && i == count - 1) break;  // a delimiter at the end of the line
         int* special = name == kIdColumn     ? &header_.id_column
                        : name == kFreqColumn ? &header_.freq_column
                                              : nullptr;
@@ -442,6 +454,7 @@ void CaseFileReader::ReadHeader(char default_delimiter)
         if (special != nullptr) *special = column;
         header_.columns.emplace_back(name);
     }
+    if (header_.columns.empty()) Fail(6508, "case file '%s' has no line of column names", Name().c_str());
     first_case_ = block_position_ + static_cast<int64_t>(at_);
 }
 

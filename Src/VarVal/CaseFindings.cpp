@@ -296,6 +296,19 @@ FoundCase ReadFindings(Stream& file, Net& net, std::vector<Node*> nodes, int64_t
     return found;
 }
 
+int64_t FindCase(const Stream& file, int64_t number)
+{
+    CaseFileReader reader(file, file.env->case_delimiter, false);
+    Progress progress("reading case file");
+    CaseLine line;
+    for (int64_t at = 1; reader.Next(line); ++at) {
+        if (at == number) return line.position;
+        const double fraction = double(reader.BytesTaken()) / double(reader.Size() + 1);
+        if (at % 65536 == 0 && !progress.Step(std::min(fraction, 1.0))) FailCasesHalted(at, fraction);
+    }
+    return -1;
+}
+
 // ---- Whole sets ----
 
 namespace {
@@ -317,7 +330,8 @@ UnitedColumns UniteColumns(const Caseset& cases)
         united.with_freq |= header.freq_column >= 0 || source.degree != 1;
         for (int i = 0; i < static_cast<int>(header.columns.size()); ++i) {
             const std::string& name = header.columns[static_cast<size_t>(i)];
-            if (IsSpecial(header, i)) continue;
+            // A column without a name is nothing that could be read again.
+            if (IsSpecial(header, i) || name.empty()) continue;
             if (seen.insert(name).second) united.names.push_back(name);
         }
     }
@@ -358,9 +372,9 @@ std::vector<int> CasesetWriter::PlacesOf(const CaseFileHeader& header) const
         place_of.emplace(columns_.names[i], static_cast<int>(i));
     std::vector<int> places;
     for (int i = 0; i < static_cast<int>(header.columns.size()); ++i) {
-        const bool is_special = IsSpecial(header, i);
-        places.push_back(is_special ? -1
-                                    : std::exchange(place_of.at(header.columns[static_cast<size_t>(i)]), -1));
+        const auto found = place_of.find(header.columns[static_cast<size_t>(i)]);
+        const bool is_written = !IsSpecial(header, i) && found != place_of.end();
+        places.push_back(is_written ? std::exchange(found->second, -1) : -1);
     }
     return places;
 }

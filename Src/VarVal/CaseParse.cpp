@@ -40,7 +40,6 @@ void EntryTable::Grow()
 
 void EntryTable::Insert(std::string_view text, int state)
 {
-    if (used_ == kMostEntries || text.size() > 4096) return;
     std::string padded(text);
     padded.resize(text.size() + 8);
     const std::string_view copy(padded.data(), text.size());
@@ -57,6 +56,10 @@ void EntryTable::Insert(std::string_view text, int state)
 
 namespace {
 
+// Spellings that are remembered for a column besides its names, whatever the file holds, and how long each
+// may be.
+constexpr size_t kMostSpellings = 1000;
+constexpr size_t kLongestSpelling = 256;
 constexpr int kMostCases = 4096;  // in a block
 constexpr int kFewestCases = 64;
 constexpr int64_t kCellsPerBlock = 1 << 19;
@@ -66,6 +69,7 @@ struct UsedColumn {
     int column;  // of the file
     int node;    // of the reader
     EntryTable entries;
+    size_t num_sure = 0;  // entries that are there from the beginning
 };
 
 }  // namespace
@@ -86,6 +90,7 @@ struct CaseReader::Engine {
     int64_t bytes_of_sources = 0;  // of those that are finished
 
     size_t block_source = 0;
+    bool block_from_database = false;
     std::vector<char> block_has_column;
 
     Engine(const Caseset& from, std::span<Node* const> wanted);
@@ -101,6 +106,7 @@ struct CaseReader::Engine {
     bool ReadCase(const CaseLine& line, CaseBlock& block);
     void CheckCount(const CaseLine& line, int count);
     bool ReadEntry(UsedColumn& column, const CaseLine& line, CaseBlock& block);
+    void Remember(UsedColumn& column, std::string_view text, const CaseEntry& entry) const;
     CasePlace PlaceOf(const CaseLine& line, int entry) const;
     double Fraction() const;
     [[noreturn]] void FailHalted() const;
@@ -195,7 +201,7 @@ void CaseReader::Engine::MatchColumns(bool tell)
             continue;
         }
         if (place[index] < 0) continue;
-        columns.push_back({i, place[index], EntryTable()});
+        columns.push_back({i, place[index], EntryTable(), 0});
         has_column[static_cast<size_t>(place[index])] = 1;
     }
     if (tell && !unknown.empty())
@@ -215,6 +221,7 @@ void CaseReader::Engine::FillEntries(UsedColumn& column)
         column.entries.Insert(std::string_view(&cases.env->missing_char, 1), UNDEF_STATE);
     for (int state = 0; state < static_cast<int>(node.states.texts.size()); ++state)
         if (!StateName(node, state).empty()) column.entries.Insert(StateName(node, state), state);
+    column.num_sure = column.entries.Count();
 }
 
 // ---- Blocks ----
@@ -275,6 +282,7 @@ bool CaseReader::Engine::Next(CaseBlock& block)
             if (block.num_cases > 0) {
                 Trim(block);
                 block_source = source;
+                block_from_database = file->Header().from_database;
                 block_has_column = has_column;
                 return true;
             }
@@ -337,6 +345,15 @@ void CaseReader::Engine::CheckCount(const CaseLine& line, int count)
     FailWrongCount(count, wanted, PlaceOf(line, std::clamp(count, 1, wanted) - 1));
 }
 
+void CaseReader::Engine::Remember(UsedColumn& column, std::string_view text, const CaseEntry& entry) const
+{
+    const bool is_state = entry.kind == EntryKind::STATE;
+    const bool is_nothing = entry.kind == EntryKind::MISFIT && !cases.sources[source].skips_misfits;
+    if (!entry.always || !(is_state || is_nothing)) return;
+    if (column.entries.Count() < column.num_sure + kMostSpellings && text.size() <= kLongestSpelling)
+        column.entries.Insert(text, entry.state);
+}
+
 // An entry that is not in the table of its column; false if it does not fit.
 bool CaseReader::Engine::ReadEntry(UsedColumn& column, const CaseLine& line, CaseBlock& block)
 {
@@ -348,8 +365,8 @@ bool CaseReader::Engine::ReadEntry(UsedColumn& column, const CaseLine& line, Cas
     CaseEntry entry = values.Read(node, text, PlaceOf(line, column.column));
     if (values.Changes() != changes)
         FillEntries(column);
-    else if (entry.always && entry.kind == EntryKind::STATE)
-        column.entries.Insert(text, entry.state);
+    else
+        Remember(column, text, entry);
     block.states[index][row] = entry.state;
     if (!block.values[index].empty()) block.values[index][row] = entry.value;
     if (entry.kind == EntryKind::LIKELIHOOD)
@@ -393,10 +410,9 @@ const CaseSource& CaseReader::Source() const
 std::string CaseReader::Place(const CaseBlock& block, int row) const
 {
     const auto at = static_cast<size_t>(row);
-    const bool from_database = engine_->file != nullptr && engine_->file->Header().from_database;
     const CaseBytes bytes(Source());
-    return PlaceText(
-        {&bytes, block.case_numbers[at], block.lines[at], block.positions[at], 1, from_database});
+    return PlaceText({&bytes, block.case_numbers[at], block.lines[at], block.positions[at], 1,
+                      engine_->block_from_database});
 }
 
 }  // namespace talora

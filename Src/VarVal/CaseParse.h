@@ -18,11 +18,11 @@ namespace talora {
 class EntryTable {
 public:
     static constexpr int kNotFound = INT32_MIN;
-    static constexpr size_t kMostEntries = 1 << 14;  // so that memory stays bounded whatever a file holds
 
     EntryTable() { Clear(); }
     void Clear();
-    void Insert(std::string_view text, int state);  // does nothing once the table is full
+    void Insert(std::string_view text, int state);
+    size_t Count() const { return used_; }
 
     int Find(std::string_view text) const
     {

@@ -169,6 +169,7 @@ CaseEntry CaseValues::Unreadable(Node& node, std::string_view text, const CasePl
              node.name.c_str(), PlaceText(place).c_str());
     CaseEntry entry;
     entry.kind = EntryKind::MISFIT;
+    entry.always = quiet_;
     return entry;
 }
 
@@ -179,6 +180,7 @@ CaseEntry CaseValues::Settle(Node& node, const Misfit& misfit, const CasePlace& 
     CaseEntry skipped;
     skipped.kind = EntryKind::MISFIT;
     if (quiet_ || skip_all_[misfit.situation]) return skipped;
+    skipped.always = false;  // the next one may be asked about too
     const std::string where = PlaceText(place);
     switch (Ask(node, misfit, where)) {
         case SKIP:

@@ -92,7 +92,9 @@ void AppendFinding(std::string& out, const Node& node, const CaseSigns& signs)
 void AppendEntry(std::string& out, std::string_view text, const CaseSigns& signs)
 {
     if (signs.delimiter == ',') {
-        const bool is_plain = text.find_first_of(",\"") == std::string_view::npos &&
+        const auto is_blank = [](char c) { return static_cast<unsigned char>(c) <= ' '; };
+        const bool is_plain = !text.empty() && !is_blank(text.front()) && !is_blank(text.back()) &&
+                              text.find_first_of(",\"\t ") == std::string_view::npos &&
                               text.find("//") == std::string_view::npos &&
                               text.find("/*") == std::string_view::npos;
         if (is_plain) {

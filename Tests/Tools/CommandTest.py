@@ -150,6 +150,17 @@ class BeliefsTest(unittest.TestCase):
             document = answer("beliefs", "-", *options, stdin=net_text(body))
             self.assertAlmostEqual(document["beliefs"]["A"]["v"], expected, delta=1e-6)
 
+    def test_findings_from_a_case_file(self):
+        with tempfile.TemporaryDirectory() as folder:
+            cases = pathlib.Path(folder) / "a.cas"
+            cases.write_text("IDnum,A\n1,u\n2,*\n3,{1;3}\n")
+            for number, expected in [(1, 0.25), (2, 1.0), (3, 2.5)]:
+                document = answer("beliefs", "-", "--findings", cases, "--case", number, stdin=net_text(NODE_A))
+                self.assertAlmostEqual(document["probability_of_findings"], expected, delta=1e-6)
+            missing = talora("beliefs", "-", "--findings", cases, "--case", 4, stdin=net_text(NODE_A))
+            self.assertEqual(missing.returncode, 1)
+            self.assertIn(b"has no case 4", missing.stderr)
+
     def test_findings_that_contradict_one_another(self):
         done = talora("beliefs", CLINIC, "-f", "Tuberculosis=Yes", "-f", "TbOrCancer=No", "--json")
         document = json.loads(done.stdout)

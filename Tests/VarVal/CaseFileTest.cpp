@@ -1,9 +1,8 @@
 // Reading case files: what a text gives as cases and messages.
 #include <cmath>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
-#include <map>
-#include <regex>
 
 #include "../BN/TestNet.h"
 #include "BN/BnParse.h"
@@ -79,6 +78,30 @@ TEST_F(CaseFileTest, RowsOfTexts)
          "FAIL too many entries (the preceeding row only had 2, but this has more), in case 1 on line 2 (char "
          "5) of file 't.cas'"},
         {"two ids", "IDnum\tA\tIDnum\n", "FAIL multiple IDnum columns in case file 't.cas'"},
+        {"negative weight", "A NumCases\nyes -1\n",
+         "FAIL negative number '-1' for NumCases, in case 1 on line 2 (char 5) of file 't.cas'"},
+        {"two weights", "A NumCases NumCases\nyes 1 1\n",
+         "FAIL multiple NumCases columns in case file 't.cas'"},
+        {"id that is no number", "IDnum\tA\n1.5\tyes\n",
+         "FAIL illegal number '1.5' for IDnum, in case 1 on line 2 (char 1) of file 't.cas'"},
+        {"nothing at all", "", "FAIL case file 't.cas' has no line of column names"},
+        {"UTF-16",
+         std::string("\xFF\xFE"
+                     "A\0",
+                     4),
+         "FAIL case file 't.cas' is written in UTF-16; it should be plain ASCII or UTF-8"},
+        {"a net file", "// ~->[DNET-1]->~\nbnet X {};",
+         "FAIL not a case data file (it is a DNET file), in file 't.cas'"},
+        {"comment of several lines behind a case", "A\nyes /* a\nb */\n",
+         "FAIL multi-line comment found starting on a line which has case information, in case on line 2 (char 5) of file 't.cas'"},
+        {"comment without end", "A\n/* a\n",
+         "FAIL comment that begins on line 2 of case file 't.cas' does not end"},
+        {"header of a database",
+         "// ~->[CASE-1]->~\n\n// DB columns in order:  A\n//\n//\n//\n//\nA B\nyes\n",
+         "FAIL too few entries (1, but preceeding row had 2), in case 1 on line 3 (char 1) of file 't.cas'"},
+        {"NUL bytes", std::string("A\tB\nye\0s\t1\n", 11), "1 * 1\n"},
+        {"blank lines, delimiter at the end", "A\tB\t\n\n \t\nyes\t\nno\t1\t\n", "1 1 *\n1 0 1\n"},
+        {"comment signs within an entry", "A,B\n\"//\",1\nhttp://x,2\n", "1 * 1\n1 * 2\n"},
         {"bad weight", "NumCases A\nx yes\n",
          "FAIL illegal number 'x' for NumCases, in case 1 on line 2 (char 1) of file 't.cas'"},
     };
@@ -86,6 +109,93 @@ TEST_F(CaseFileTest, RowsOfTexts)
         SCOPED_TRACE(row.label);
         EXPECT_EQ(Read(row.text, {FindNode(net, "A"), FindNode(net, "B")}), row.cases);
     }
+}
+
+// Warnings about a file as a whole come once, those of values once a form.
+TEST_F(CaseFileTest, WarningsAreGivenOnce)
+{
+    Net& net = Make("A B");
+    const struct {
+        const char* label;
+        std::string text;
+        int number;
+        const char* message;
+    } kRows[] = {
+        {"no version", "// ~->[CASE]->~\nA\n0\n", 2450,
+         "case file doesn't indicate format version, in file 't.cas'"},
+        {"too new", "// ~->[CASE-3]->~\nA\n0\n", 2082,
+         "these cases were stored using a new version of file format (3). They may not read correctly, in file 't.cas'"},
+        {"two columns", "A B A\n0 0 1\n", 6521,
+         "more than 1 column for variable 'A' in case file 't.cas' (only first column will be used)"},
+        {"no such nodes", "A X Y\n0 0 1\n", 6522,
+         "case file 't.cas' referred to these nodes not in net 'Test':  X, Y"},
+        {"unknown names", "A\nx\ny\nx\n", 6515,
+         "unknown value 'x' for variable 'A', appears in case 1 on line 2 (char 1) of file 't.cas'"},
+        {"unknown numbers", "A\n7\n8\n", 6513,
+         "skipping value 7 for variable 'A' because it is not one of the possibilities, in case 1 on line 2 (char 1) of file 't.cas'"},
+    };
+    for (const auto& row : kRows) {
+        SCOPED_TRACE(row.label);
+        ClearErrors_vx(env_, INTERNAL_SEVERITY);
+        Read(row.text, net.nodes.nodes);
+        const report_vx* record = GetError_vx(env_, WARNING_SEVERITY, 0, nullptr);
+        ASSERT_NE(record, nullptr);
+        EXPECT_EQ(-ErrorNumber_vx(record), row.number);
+        EXPECT_STREQ(ErrorMessage_vx(record), row.message);
+        EXPECT_EQ(GetError_vx(env_, WARNING_SEVERITY, 0, record), nullptr);
+    }
+}
+
+TEST_F(CaseFileTest, WholeCasesAreSkippedOnRequest)
+{
+    Net& net = Make("A C:0");
+    Caseset* cases = NewCaseset(*env_, "");
+    Stream* file = NewMemoryStream(*env_, "t.cas");
+    SetContents(*file, "C A\n1.5 0\n2.5 x\n* 1\n3 7\n");
+    AddFileToCaseset(*cases, *file, 1, true);
+    CaseReader reader(*cases, net.nodes.nodes);
+    CaseBlock block;
+    std::string text;
+    while (reader.Next(block))
+        for (int row = 0; row < block.num_cases; ++row) Print(block, row, text);
+    EXPECT_EQ(text, "1 0 =1.5\n1 1 *\n");
+}
+
+TEST_F(CaseFileTest, DiscreteNumbersAreLevelsWhereTheyCouldBeBoth)
+{
+    Net& net = Make("A:3 B:3 D:0");
+    const double small[] = {1, 2, 3}, large[] = {10, 20, 30}, thresholds[] = {0, 1, 5};
+    SetLevels(*FindNode(net, "A"), 3, small);
+    SetLevels(*FindNode(net, "B"), 3, large);
+    SetLevels(*FindNode(net, "D"), 2, thresholds);
+    EXPECT_EQ(Read("A B D\n1 20 1\n3 2 #0\n#1 0 {0.5;1}\n", net.nodes.nodes),
+              "1 0 1 1 =1\n1 2 2 0\n1 1 0 *\n");
+}
+
+// One line of several megabytes, a file that gets shorter while it is read, and lines over block borders.
+TEST_F(CaseFileTest, LongLinesAndFilesThatShrink)
+{
+    Net& net = Make("A");
+    std::string columns = "A", entries = "1";
+    for (int i = 0; i < 300000; ++i) columns += ",x" + std::to_string(i), entries += ",some text";
+    EXPECT_EQ(Read(columns + "\n" + entries + "\n" + entries, net.nodes.nodes), "1 1\n1 1\n");
+
+    const std::string path = (std::filesystem::temp_directory_path() / "talora_shrinks.cas").string();
+    std::ofstream(path) << "A\n" + std::string(3 << 20, '/') + "\n1\n";
+    Caseset* cases = NewCaseset(*env_, "");
+    AddFileToCaseset(*cases, *NewFileStream(*env_, path), 1, false);
+    std::string text = "A";
+    for (int i = 0; i < 1 << 20; ++i) text += i % 2 ? "\n1 // one" : "\n0";
+    std::ofstream(path) << text << "\n";
+    CaseReader reader(*cases, net.nodes.nodes);
+    CaseBlock block;
+    ASSERT_TRUE(reader.Next(block));
+    std::filesystem::resize_file(path, 3 << 20);
+    EXPECT_EQ(ErrorOf([&] {
+                  while (reader.Next(block)) continue;
+              }),
+              6504);
+    std::filesystem::remove(path);
 }
 
 TEST_F(CaseFileTest, CorpusCounts)

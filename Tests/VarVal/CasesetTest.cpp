@@ -202,7 +202,11 @@ TEST_F(CasesetTest, PositionsMustBeThoseOfCases)
         EXPECT_EQ(Taken(), row.error);
         EXPECT_EQ(message_, row.message);
     }
-    double position = 8;
+    EXPECT_EQ(FindCasePosition_cs(file, 3), NO_CASE_POSN);
+    EXPECT_EQ(FindCasePosition_cs(file, 0), NO_CASE_POSN);
+    EXPECT_EQ(Taken(), 6555);
+    double position = FindCasePosition_cs(file, 2);
+    EXPECT_EQ(position, 8);
     EXPECT_TRUE(ReadNetFindings2_bn(&position, file, DONT_ADD_NEW, &net.nodes, nullptr, nullptr));
     EXPECT_EQ(Findings(), "1 *");
     EXPECT_EQ(Taken(WARNING_SEVERITY), 6515);

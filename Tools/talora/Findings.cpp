@@ -2,6 +2,7 @@
 
 #include <charconv>
 #include <cmath>
+#include <memory>
 
 #include "talora/NetFile.h"
 #include "talora/Text.h"
@@ -79,6 +80,21 @@ void EnterValue(net_bn* net, const std::string& text)
     EnterNodeValue_bn(FindNode(net, a.node), value);
 }
 
+// One case of a file, on top of the findings there are; nodes that the file has no column for keep theirs.
+void EnterCase(Session& session, net_bn* net, const std::string& path, int number)
+{
+    if (number < 1) throw WrongUsage("--case takes a number from 1 on");
+    const std::unique_ptr<stream_vx, decltype(&DeleteStream_vx)> file(
+        NewFileStream_vx(path.c_str(), session.env, nullptr), &DeleteStream_vx);
+    session.Check();
+    double position = FindCasePosition_cs(file.get(), number);
+    session.Check();
+    if (position == NO_CASE_POSN)
+        throw CommandFailed("file '" + path + "' has no case " + std::to_string(number));
+    ReadNetFindings2_bn(&position, file.get(), DONT_ADD_NEW, GetNetNodes2_bn(net, nullptr), nullptr, nullptr);
+    session.Check();
+}
+
 CLI::Option* AddRepeatable(CLI::App& app, const char* name, std::vector<std::string>& values,
                            const char* help)
 {
@@ -118,10 +134,9 @@ void FindingOptions::Enter(Session& session, net_bn* net) const
         {&FindingOptions::likelihoods, EnterLikelihood},
         {&FindingOptions::values, EnterValue},
     };
-    if (!case_file.empty())
-        throw CommandFailed("--findings: this version cannot read case files yet; give the findings with -f");
     if (drop_saved) RetractNetFindings_bn(net);
     session.Check();
+    if (!case_file.empty()) EnterCase(session, net, case_file, case_number);
     for (const auto& kind : kKinds) {
         for (const std::string& text : this->*kind.texts) {
             kind.enter(net, text);
