@@ -697,7 +697,7 @@ TALORA_API const prob_bn* GetNodeBeliefs_bn(node_bn* node);
  *  that matters for them is looked at, which is far quicker for few nodes of a large net.  Nodes below all
  *  that is known, and nodes that the findings cut off, take no part.  What was worked out is kept for the next
  *  question with the same nodes and the same nodes observed, whatever their states.
- *  @param nodes            nature or decision nodes with states (6860), of one net
+ *  @param nodes            nature or decision nodes with states (6880), of one net
  *  @param log_probability  receives the natural logarithm of the probability of all findings, which may need a
  *                          larger part of the net; NULL: not asked, and a contradiction among findings that
  *                          do not matter for the nodes goes unnoticed
@@ -1165,7 +1165,7 @@ typedef enum {
 
 /** Chooses the bins for a node before the first case (6742).  The scheme is FINE_TEST_BINS until then.
  *  @param edges      for GIVEN_TEST_BINS: rising, from 0 to 1 (6741), which may be left out; else not looked at
- *  @param num_edges  at most 10000 (6740) */
+ *  @param num_edges  at most 10000 (6740), given (6778) */
 TALORA_API void SetTestBins_bn(tester_bn* tester, const node_bn* node, testbins_bn scheme, const double* edges,
                                int num_edges);
 TALORA_API testbins_bn GetTestBinScheme_bn(const tester_bn* tester, const node_bn* node);

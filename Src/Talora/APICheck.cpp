@@ -188,7 +188,7 @@ net_bn& NetOfAll(const nodelist_bn* list)
     const node_bn* first = list->nodes[0];
     for (const node_bn* node : list->nodes)
         if (node->net != first->net)
-            Fail(6861, ">-node-s '%s' and '%s' are in different >-net-s", first->name.c_str(),
+            Fail(6881, ">-node-s '%s' and '%s' are in different >-net-s", first->name.c_str(),
                  node->name.c_str());
     return *first->net;
 }

@@ -46,7 +46,7 @@ bool WasClosed(const environ_vx* env);   // a handle of an environment that has 
 
 // Every entry of a list is a live node, as functions need that work on the nodes.
 void CheckListEntries(const nodelist_bn* list);
-// The one net that the nodes of a list, which is not empty, are of; fails if they are of several (6861).
+// The one net that the nodes of a list, which is not empty, are of; fails if they are of several (6881).
 net_bn& NetOfAll(const nodelist_bn* list);
 
 // Full consistency of the object, run at level 4.

@@ -110,7 +110,7 @@ void SetTestBins_bn(tester_bn* tester, const node_bn* node, testbins_bn scheme, 
     CallApi2(__func__, tester, node, [&] {
         const bool is_given = int(scheme) == GIVEN_BINS;
         if (is_given && (edges == nullptr || num_edges < 0))
-            Fail(6740, "argument 'edges' or 'num_edges' (=%d) doesn't give edges of bins", num_edges);
+            Fail(6778, "argument 'edges' or 'num_edges' (=%d) doesn't give edges of bins", num_edges);
         SetTestBins(*tester, *node, int(scheme), {edges, is_given ? size_t(num_edges) : 0});
     });
 }

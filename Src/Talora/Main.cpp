@@ -40,7 +40,7 @@ std::string InitEnviron(environ_vx& env)
             Fail(5630, "%s environment already initialized", kProduct);
         case CLOSED_ENV:  // only for the moment in which it is closed
         case PARTIAL_ENV:
-            Fail(5632, "Attempt to initialize %s environment which is already partially initialized",
+            Fail(5660, "Attempt to initialize %s environment which is already partially initialized",
                  kProduct);
     }
     env.state = PARTIAL_ENV;
