@@ -8,6 +8,7 @@
 #include "Basic/Progress.h"
 #include "Basic/Text.h"
 #include "VarVal/CaseFile.h"
+#include "VarVal/CaseWrite.h"
 
 namespace talora {
 
@@ -41,7 +42,7 @@ void AppendNumber(std::string& text, Number value)
 class ColumnWriter {
 public:
     ColumnWriter(const std::vector<Node*>& nodes, ByteSink& sink)
-        : env_(*nodes[0]->net->env), nodes_(nodes), sink_(sink)
+        : env_(*nodes[0]->net->env), nodes_(nodes), sink_(sink), signs_(SignsOf(env_))
     {}
 
     void BeginSource(const CaseSource& source)
@@ -77,38 +78,27 @@ public:
 private:
     void WriteHeader(const CaseFileHeader& header)
     {
-        delimiter_ = header.delimiter;
+        signs_.delimiter = header.delimiter;
         std::string text = "// ~->[CASE-1]->~\n\n";
         for (const std::string& column : header.columns) {
-            if (&column != &header.columns.front()) text += delimiter_;
-            AddColumn(text, column);
+            if (&column != &header.columns.front()) text += signs_.delimiter;
+            AppendEntry(text, column, signs_);
         }
         for (const Node* node : nodes_)
             for (int state = 0; state < NumStates(*node); ++state)
-                text += delimiter_ + ("P(" + node->name + "=" + StateWord(*node, state) + ")");
+                text += signs_.delimiter + ("P(" + node->name + "=" + StateWord(*node, state) + ")");
         sink_.Write(text + "\n");
-    }
-
-    void AddColumn(std::string& text, const std::string& column) const
-    {
-        if (delimiter_ != ',' || column.find_first_of(",\"") == std::string::npos) {
-            text += column;
-            return;
-        }
-        text += '"';
-        for (char c : column) text.append(c == '"' ? 2 : 1, c);
-        text += '"';
     }
 
     void AddBeliefs(std::string& text, int row, int asked, const CaseBeliefs& beliefs) const
     {
         const int num_states = NumStates(*nodes_[size_t(asked)]);
         for (int state = 0; state < num_states; ++state) {
-            text += delimiter_;
+            text += signs_.delimiter;
             if (beliefs.IsPossible(row))
                 AppendNumber(text, beliefs.Belief(row, asked)[size_t(state)]);
-            else if (env_.missing_char != '\0')
-                text += env_.missing_char;
+            else
+                AppendMissing(text, signs_);
         }
     }
 
@@ -117,7 +107,7 @@ private:
     ByteSink& sink_;
     std::optional<CaseFileReader> lines_;
     std::vector<std::string> columns_;
-    char delimiter_ = '\t';
+    CaseSigns signs_;
 };
 
 // Writes a JSON object per case.  Names of nodes and states need no escapes.
