@@ -424,6 +424,48 @@ class LearnTest(unittest.TestCase):
             self.assertLess(document["iterations"][-1]["change"], 1e-5)
 
 
+class TestAndScoreTest(unittest.TestCase):
+    NET = net_text("node A {discrete = TRUE; states = (u, v); kind = NATURE; probs = (0.25, 0.75);};\n"
+                   "node B {discrete = TRUE; states = (p, q); kind = NATURE; parents = (A);\n"
+                   "probs = ((1, 0), (0.5, 0.5));};\n")
+
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.net, self.cases, self.out = (pathlib.Path(folder.name, name) for name in ("n.dne", "c.cas", "out"))
+        self.net.write_bytes(self.NET)
+        self.cases.write_text("IDnum NumCases A B\n1 1 u p\n2 3 v q\n3 2 * q\n")
+
+    def test_figures_and_report(self):
+        figures = answer("test", self.net, "--cases", self.cases, "--node", "A")["nodes"]["A"]
+        self.assertEqual(figures["cases"], 4)
+        self.assertEqual(figures["cases_read"], 6)
+        self.assertEqual(figures["confusion"], [[0, 1], [0, 3]])
+        self.assertEqual(figures["auroc"], 1)
+        self.assertAlmostEqual(figures["log_loss"], -math.log(0.4) / 4, 6)
+        self.assertIsNone(figures["real"])
+        report = talora("test", self.net, "--cases", self.cases, "--node", "A").stdout.decode()
+        self.assertIn("\nError rate = 25%\n", report)
+        # Without B nothing is known.
+        figures = answer("test", self.net, "--cases", self.cases, "--node", "A", "--unobserved", "B")["nodes"]["A"]
+        self.assertAlmostEqual(figures["quadratic_loss"], (0.625 + 1 - 0.5 + 3 * (0.625 + 1 - 1.5)) / 4, 6)
+
+    def test_scored_files(self):
+        self.assertEqual(answer("score", self.net, "--cases", self.cases, "--node", "A", "-o", self.out)["cases"], 3)
+        self.assertEqual(self.out.read_text().splitlines()[2:4],
+                         ["IDnum NumCases A B P(A=u) P(A=v)", "1 1 u p 0.4 0.6"])
+        lines = talora("score", self.net, "--cases", "-", "--jsonl", "-o", "-", stdin=self.cases.read_bytes()).stdout
+        rows = [json.loads(line) for line in lines.splitlines()]
+        self.assertEqual([row["id"] for row in rows], [1, 2, 3])
+        self.assertEqual(rows[2]["beliefs"], {"A": {"u": 0, "v": 1}, "B": {"p": 0, "q": 1}})
+        # An impossible case is named, has no beliefs, and stops nothing.
+        self.cases.write_text("A B\nu q\nv q\n")
+        done = talora("score", self.net, "--cases", self.cases, "--jsonl", "-o", "-")
+        self.assertEqual(done.returncode, 0)
+        self.assertIsNone(json.loads(done.stdout.splitlines()[0])["beliefs"])
+        self.assertIn("case 1 on line 2", done.stderr.decode())
+
+
 class UsageTest(unittest.TestCase):
     CASES = [
         # arguments, exit status, what standard error must mention
