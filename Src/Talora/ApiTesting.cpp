@@ -258,7 +258,8 @@ const char* ReportNetTest_bn(const tester_bn* tester, const node_bn* node)
 
 // ---- Scoring ----
 
-double WriteCaseBeliefs_bn(const caseset_cs* cases, const nodelist_bn* nodes, stream_vx* output, const char* options)
+double WriteCaseBeliefs_bn(const caseset_cs* cases, const nodelist_bn* nodes, stream_vx* output,
+                           const char* options)
 {
     return CallApi2(__func__, cases, nodes, UndefDbl(), [&] {
         CheckHandle(output);
