@@ -33,7 +33,7 @@ struct GroupFactor {
 namespace plain {
 #include "BN/BatchKernels.inc"
 }
-#if defined(__x86_64__)
+#if defined(__x86_64__) && !defined(__clang__)  // which has no such pragmas
 #define TALORA_BATCH_SETS 1
 #pragma GCC push_options
 #pragma GCC target("avx2,prefer-vector-width=256")

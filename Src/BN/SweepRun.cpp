@@ -3,7 +3,7 @@
 #include "BN/Sweep.h"
 #include "Basic/Progress.h"
 
-#if defined(__x86_64__)
+#if defined(__x86_64__) && !defined(__clang__)
 #include <immintrin.h>
 #endif
 
@@ -26,7 +26,7 @@ namespace plain {
 #include "BN/SweepKernels.inc"
 }
 
-#if defined(__x86_64__)
+#if defined(__x86_64__) && !defined(__clang__)  // which has no such pragmas
 #define TALORA_SWEEP_SETS 1
 #pragma GCC push_options
 #pragma GCC target("avx2")
