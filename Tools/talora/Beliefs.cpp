@@ -14,13 +14,6 @@ namespace {
 
 constexpr int kLongestBar = 50;
 
-// Nodes that have beliefs; one named on the command line is asked for whatever it is.
-bool HasBeliefs(const node_bn* node)
-{
-    const nodekind_bn kind = GetNodeKind_bn(node);
-    return (kind == NATURE_NODE || kind == DECISION_NODE) && GetNodeNumberStates_bn(node) > 0;
-}
-
 std::string Percent(double probability)
 {
     char text[32];

@@ -143,6 +143,12 @@ node_bn* FindNode(const net_bn* net, const std::string& name)
                         (nearest.empty() ? "" : "; did you mean '" + nearest + "'?"));
 }
 
+bool HasBeliefs(const node_bn* node)
+{
+    const nodekind_bn kind = GetNodeKind_bn(node);
+    return (kind == NATURE_NODE || kind == DECISION_NODE) && GetNodeNumberStates_bn(node) > 0;
+}
+
 state_bn FindState(const node_bn* node, const std::string& name)
 {
     const int num_states = GetNodeNumberStates_bn(node);

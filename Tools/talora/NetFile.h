@@ -27,6 +27,8 @@ void WriteNet(Session& session, net_bn* net, const std::string& path);
 
 // Throws CommandFailed, with the nearest names, when there is no such node.
 node_bn* FindNode(const net_bn* net, const std::string& name);
+// Nodes that are meant when none is named; one that is named is asked for whatever it is.
+bool HasBeliefs(const node_bn* node);
 // "name" or "#index".  Throws CommandFailed with the states that there are.
 state_bn FindState(const node_bn* node, const std::string& name);
 

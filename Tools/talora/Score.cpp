@@ -43,12 +43,6 @@ private:
     std::string path_;
 };
 
-bool HasBeliefs(const node_bn* node)
-{
-    const nodekind_bn kind = GetNodeKind_bn(node);
-    return (kind == NATURE_NODE || kind == DECISION_NODE) && GetNodeNumberStates_bn(node) > 0;
-}
-
 class Score : public Command {
 public:
     void DefineOptions(CLI::App& app) override
