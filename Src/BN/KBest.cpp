@@ -67,7 +67,7 @@ struct KBestSearch::Engine {
           fixed(known.positive)
     {
         propagation.SetMaximise(true);
-        std::vector<char> is_asked(fixed.size(), asked.empty());
+        std::vector<char> is_asked(fixed.size());
         for (int v : asked) is_asked[size_t(v)] = 1;
         for (int v : tour)
             if (is_asked[size_t(v)] && fixed[size_t(v)] < 0) ranked.push_back(v);

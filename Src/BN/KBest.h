@@ -39,8 +39,7 @@ struct Configuration {
 class KBestSearch {
 public:
     // @param ranked  the variables whose settings are told apart: of the configurations that agree on them
-    // only
-    //                the best counts.  Empty: all variables
+    //                only the best counts
     // The graph, the tree and the findings must outlive it.  The graph has no decisions.
     KBestSearch(const ModelGraph& graph, const JunctionTree& tree, TableSource table,
                 const ModelFindings& findings, std::span<const int> ranked);

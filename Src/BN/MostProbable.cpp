@@ -85,10 +85,9 @@ ConfigSearch& SearchOf(Net& net, const std::vector<Node*>* nodes)
     search->findings = FindingsOf(search->model);
     search->nodes = wanted;
     std::vector<int> ranked;
-    for (const Node* node : wanted) {
+    for (const Node* node : nodes ? *nodes : net.nodes.nodes) {
         const int variable = search->model.variable_of[size_t(node->index)];
-        if (variable >= 0 && std::find(ranked.begin(), ranked.end(), variable) == ranked.end())
-            ranked.push_back(variable);
+        if (variable >= 0) ranked.push_back(variable);
     }
     CompiledNet& model = search->model;
     search->search = std::make_unique<KBestSearch>(

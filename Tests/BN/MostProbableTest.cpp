@@ -138,6 +138,14 @@ TEST_F(MostProbableTest, ListsConfigurationsBestFirst)
     EnterFinding_bn(wet_, 0);  // a search that goes on must notice
     EXPECT_NEAR(MostProbableSetting_bn(list, setting, 1), std::log(0.14), 1e-6);
     EXPECT_EQ(GetNodeFinding_bn(wet_), 0);
+    // A node that takes no part in inference has one setting.
+    node_bn* constant = Add("Site", {}, {1, 0});
+    SetNodeKind_bn(constant, CONSTANT_NODE);
+    SetNthNode_bn(list, 0, constant);
+    EXPECT_NEAR(MostProbableSetting_bn(list, setting, 0), std::log(0.27), 1e-6);
+    EXPECT_EQ(setting[0], 0);
+    MostProbableSetting_bn(list, setting, 1);
+    EXPECT_EQ(LastError(), 6803);
     DeleteNodeList_bn(list);
     EXPECT_EQ(LastError(), 0);
 }
