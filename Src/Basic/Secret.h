@@ -13,7 +13,7 @@ namespace talora {
 
 inline void Wipe(void* bytes, size_t count) noexcept
 {
-    explicit_bzero(bytes, count);  // not optimised away
+    if (count > 0) explicit_bzero(bytes, count);  // not optimised away
 }
 
 // Wipes also what a longer text before has left behind.
