@@ -1156,12 +1156,13 @@ TALORA_API node_bn* GetTestNode_bn(const tester_bn* tester, int index);
 TALORA_API node_bn* GetTestUnobservedNode_bn(const tester_bn* tester, int index);
 
 /** How beliefs are sorted for calibration and cutoffs. */
-typedef enum {
+enum {
     FINE_TEST_BINS = 0,   /**< exactly 0, every thousandth, exactly 1: 1002 bins */
     TENTHS_TEST_BINS = 1, /**< ten of equal width */
     TAILS_TEST_BINS = 2,  /**< ten, narrow towards 0 and 1: 0 .01 .05 .1 .25 .5 .75 .9 .95 .99 1 */
     GIVEN_TEST_BINS = 3   /**< as given; lower edges belong to their bins, 1 to the last */
-} testbins_bn;
+};
+typedef int testbins_bn;
 
 /** Chooses the bins for a node before the first case (6742).  The scheme is FINE_TEST_BINS until then.
  *  @param edges      for GIVEN_TEST_BINS: rising, from 0 to 1 (6741), which may be left out; else not looked at
