@@ -695,12 +695,12 @@ TALORA_API bool_vx HasNodeFinding_bn(const node_bn* node);
 TALORA_API const prob_bn* GetNodeBeliefs_bn(node_bn* node);
 /** The beliefs of a few nodes under the findings entered, without compiling the net: only the part of the net
  *  that matters for them is looked at, which is far quicker for few nodes of a large net.  Nodes below all
- *  that is known, and nodes that the findings cut off, take no part.  What was worked out is kept for the next
- *  question with the same nodes and the same nodes observed, whatever their states.
+ *  that is known, and nodes that the findings cut off, take no part.  What was worked out is kept for the
+ * next question with the same nodes and the same nodes observed, whatever their states.
  *  @param nodes            nature or decision nodes with states (6880), of one net
- *  @param log_probability  receives the natural logarithm of the probability of all findings, which may need a
- *                          larger part of the net; NULL: not asked, and a contradiction among findings that
- *                          do not matter for the nodes goes unnoticed
+ *  @param log_probability  receives the natural logarithm of the probability of all findings, which may need
+ * a larger part of the net; NULL: not asked, and a contradiction among findings that do not matter for the
+ * nodes goes unnoticed
  *  @return the entries of one node after another; belongs to the net, valid until asked again or until the
  *  net is changed or compiled.  NULL after an error (3305: the findings contradict one another) */
 TALORA_API const prob_bn* QueryBeliefs_bn(const nodelist_bn* nodes, double* log_probability);
@@ -747,9 +747,9 @@ TALORA_API void SetStreamContents_vx(stream_vx* stream, const void* buffer, int6
  *  @param length  receives their length; may be NULL only if they are text */
 TALORA_API const char* GetStreamContents_vx(const stream_vx* stream, int64_t* length);
 TALORA_API const char* GetStreamName_vx(const stream_vx* stream);
-/** Writes the bytes of one stream into another, as they are; a file is replaced as a whole or not at all.  With
- *  this a program saves a text of its own as safely as a net is saved.  Errors are those of reading and writing
- *  files; the target then has what it had. */
+/** Writes the bytes of one stream into another, as they are; a file is replaced as a whole or not at all.
+ * With this a program saves a text of its own as safely as a net is saved.  Errors are those of reading and
+ * writing files; the target then has what it had. */
 TALORA_API void CopyStream_vx(const stream_vx* source, stream_vx* target);
 
 /** Reads a net from a text file or a binary one, whichever the contents are; the password of an encrypted
@@ -891,11 +891,11 @@ TALORA_API randgen_vx* GetNetRandomGen_bn(const net_bn* net);
  *
  *  FORWARD_SAMPLING        nodes are drawn parents first, from tables and equations; a case that contradicts
  *                          the findings is drawn again
- *  JUNCTION_TREE_SAMPLING  drawn down the compiled junction tree: exact under any findings, nothing is
+ *  TREE_SAMPLING  drawn down the compiled junction tree: exact under any findings, nothing is
  *                          rejected; asks to compile the net if it is not compiled
- *  DEFAULT_SAMPLING        forward where there are no findings, or a node without states is asked for;
+ *  AUTO_SAMPLING        forward where there are no findings, or a node without states is asked for;
  *                          else down the junction tree */
-enum { DEFAULT_SAMPLING = 0, FORWARD_SAMPLING = 1, JUNCTION_TREE_SAMPLING = 2 };
+enum { AUTO_SAMPLING = 0, FORWARD_SAMPLING = 1, TREE_SAMPLING = 2 };
 
 /** Draws a random case from the distribution of a net given its findings, and enters it as findings.
  *
@@ -905,8 +905,8 @@ enum { DEFAULT_SAMPLING = 0, FORWARD_SAMPLING = 1, JUNCTION_TREE_SAMPLING = 2 };
  *
  *  Findings that are there when it is called are conditions on the case, also those of the listed nodes: call
  *  RetractNetFindings_bn before the next independent case.  Each listed node gets the state it drew, and its
- *  value if it was drawn as a number; utility nodes take no finding.  Draws come from the net's generator, else
- *  the environment's.  Undoable.
+ *  value if it was drawn as a number; utility nodes take no finding.  Draws come from the net's generator,
+ * else the environment's.  Undoable.
  *
  *  On a failure (6660: a directed cycle, a delay, a missing table, findings that contradict one another or
  *  every case drawn, ...; 6672 method; 6673 maxtries) nothing is entered.
@@ -965,13 +965,13 @@ TALORA_API void AddFileToCaseset_cs(caseset_cs* cases, const stream_vx* file, do
 
 /** Connects to a database through ODBC.
  *
- *  @param connection  "DSN=..." or "Driver=...;..." as the driver manager takes it.  Passwords in it never get
- *                     into a message; it is wiped from memory when the manager goes
+ *  @param connection  "DSN=..." or "Driver=...;..." as the driver manager takes it.  Passwords in it never
+ * get into a message; it is wiped from memory when the manager goes
  *  @param options     NULL or ""
  *  @return the manager, to be deleted by the caller (or with the environment); NULL after an error: 6690 with
  *          the driver's reason, 6694 where the library was built without ODBC */
-TALORA_API dbmgr_cs* NewDBManager_cs(const char* connection, const char* options, environ_vx* env);
-TALORA_API void DeleteDBManager_cs(dbmgr_cs* manager); /**< disconnects; NULL does nothing */
+TALORA_API dbmgr_cs* NewDatabaseManager_cs(const char* connection, const char* options, environ_vx* env);
+TALORA_API void DeleteDatabaseManager_cs(dbmgr_cs* manager); /**< disconnects; NULL does nothing */
 
 /** Adds the cases of a database query, SELECT columns FROM tables WHERE condition, to a set.
  *
@@ -983,10 +983,10 @@ TALORA_API void DeleteDBManager_cs(dbmgr_cs* manager); /**< disconnects; NULL do
  *  @param condition     in SQL; NULL or "" for every row
  *  @param options       NULL or ""
  *
- *  Columns IDnum and NumCases of the tables, where there are any, are identification and frequency of the case.
- *  NULL is a missing value.  The query runs now, once; its rows are kept in a case file that the set removes
- *  with itself, and column_names, tables and condition go to the database as they are: never put text from
- *  elsewhere in them. */
+ *  Columns IDnum and NumCases of the tables, where there are any, are identification and frequency of the
+ * case. NULL is a missing value.  The query runs now, once; its rows are kept in a case file that the set
+ * removes with itself, and column_names, tables and condition go to the database as they are: never put text
+ * from elsewhere in them. */
 TALORA_API void AddDBCasesToCaseset_cs(caseset_cs* cases, dbmgr_cs* manager, double degree,
                                        const nodelist_bn* nodes, const char* column_names, const char* tables,
                                        const char* condition, const char* options);
@@ -999,8 +999,8 @@ TALORA_API void AddDBCasesToCaseset_cs(caseset_cs* cases, dbmgr_cs* manager, dou
  *  columns but IDnum and NumCases.  After an error the net is as it was.
  *  @return the node of each column in their order, as AddDBCasesToCaseset_cs takes them; to be deleted by the
  *          caller with DeleteNodeList_bn */
-TALORA_API nodelist_bn* AddNodesFromDB_bn(dbmgr_cs* manager, net_bn* net, const char* column_names,
-                                          const char* tables, const char* condition, const char* options);
+TALORA_API nodelist_bn* AddNodesForColumns_bn(dbmgr_cs* manager, net_bn* net, const char* column_names,
+                                              const char* tables, const char* condition, const char* options);
 
 /** Writes all cases of a set to one case file, on disk or in memory.  Its columns are those of all its
  *  sources, in the order in which they come up; a case has "not known" in columns of other sources, and
@@ -1080,9 +1080,9 @@ TALORA_API double SetLearnerMaxTol_bn(learner_bn* learner, double tol);
 TALORA_API double GetLearnerMaxTol_bn(const learner_bn* learner);
 
 /** Gives a learner random numbers, from which iterative methods take starting tables for nodes that have none
- *  and hang together with a node that no case tells anything of.  Without a generator (NULL) such tables start
- *  uniform, and a hidden node then learns nothing.  The generator stays the caller's; it must be of the same
- *  environment (6598). */
+ *  and hang together with a node that no case tells anything of.  Without a generator (NULL) such tables
+ * start uniform, and a hidden node then learns nothing.  The generator stays the caller's; it must be of the
+ * same environment (6598). */
 TALORA_API void SetLearnerRandomGen_bn(learner_bn* learner, randgen_vx* generator);
 TALORA_API randgen_vx* GetLearnerRandomGen_bn(const learner_bn* learner);
 
@@ -1114,10 +1114,9 @@ TALORA_API int GetLearnerNumIterations_bn(const learner_bn* learner);
  *  @return the undefined number after an error */
 TALORA_API double GetLearnerIteration_bn(const learner_bn* learner, int iteration, double* change);
 
-/** Counts the findings of the net as one case for these nodes; degree tells how many times, and a negative one
- *  takes such cases back (6584 when there were fewer).
- *  A node learns when it and all its parents have a finding.  A likelihood finding counts for every state, in
- *  proportion to its weights.  Undoable. */
+/** Counts the findings of the net as one case for these nodes; degree tells how many times, and a negative
+ * one takes such cases back (6584 when there were fewer). A node learns when it and all its parents have a
+ * finding.  A likelihood finding counts for every state, in proportion to its weights.  Undoable. */
 TALORA_API void ReviseCPTsByFindings_bn(const nodelist_bn* nodes, double degree);
 
 /** The same for every case of a case file; errors 6585 to 6587 too. */
@@ -1165,18 +1164,20 @@ enum {
 typedef int testbins_bn;
 
 /** Chooses the bins for a node before the first case (6742).  The scheme is FINE_TEST_BINS until then.
- *  @param edges      for GIVEN_TEST_BINS: rising, from 0 to 1 (6741), which may be left out; else not looked at
+ *  @param edges      for GIVEN_TEST_BINS: rising, from 0 to 1 (6741), which may be left out; else not looked
+ * at
  *  @param num_edges  at most 10000 (6740), given (6778) */
-TALORA_API void SetTestBins_bn(tester_bn* tester, const node_bn* node, testbins_bn scheme, const double* edges,
-                               int num_edges);
+TALORA_API void SetTestBins_bn(tester_bn* tester, const node_bn* node, testbins_bn scheme,
+                               const double* edges, int num_edges);
 TALORA_API testbins_bn GetTestBinScheme_bn(const tester_bn* tester, const node_bn* node);
 TALORA_API int GetTestNumBins_bn(const tester_bn* tester, const node_bn* node);
-/** Where a bin begins and ends. @return the lower edge; in the fine scheme the first bin is 0 alone, the last 1 */
+/** Where a bin begins and ends. @return the lower edge; in the fine scheme the first bin is 0 alone, the last
+ * 1 */
 TALORA_API double GetTestBinEdges_bn(const tester_bn* tester, const node_bn* node, int bin, double* upper);
 
-/* The functions below tell what was found for one node under test.  They fail for a node that is not under test
- * (6732), was deleted (6737) or has other states by now (6738).  Averages are over the weight of the cases that
- * tell the node's state, and undefined without any.  What is infinite is GetInfinityDbl_vx. */
+/* The functions below tell what was found for one node under test.  They fail for a node that is not under
+ * test (6732), was deleted (6737) or has other states by now (6738).  Averages are over the weight of the
+ * cases that tell the node's state, and undefined without any.  What is infinite is GetInfinityDbl_vx. */
 
 /** Weight of the cases that told the node's state.
  *  @param all         if not NULL, gets the weight of all cases that were read
@@ -1184,7 +1185,8 @@ TALORA_API double GetTestBinEdges_bn(const tester_bn* tester, const node_bn* nod
 TALORA_API double GetTestNumCases_bn(const tester_bn* tester, const node_bn* node, double* all,
                                      double* impossible);
 
-/** Share of cases in which the state with the highest belief (the first of several) was not the actual one. */
+/** Share of cases in which the state with the highest belief (the first of several) was not the actual one.
+ */
 TALORA_API double GetTestErrorRate_bn(const tester_bn* tester, const node_bn* node);
 /** Average of -ln b[a], b[a] being the belief in the actual state; infinite once one was 0. */
 TALORA_API double GetTestLogLoss_bn(const tester_bn* tester, const node_bn* node);
@@ -1207,8 +1209,8 @@ TALORA_API double GetTestCalibration_bn(const tester_bn* tester, const node_bn* 
  *  @param limit      0.01 or 0.1: at most that; 0.9 or 0.99: at least that (6751 for others)
  *  @param surprised  if not NULL, gets the weight of those in which it misled: the state was the actual one
  *                    (limits 0.01 and 0.1), or was not (0.9 and 0.99) */
-TALORA_API double GetTestSurprise_bn(const tester_bn* tester, const node_bn* node, state_bn state, double limit,
-                                     double* surprised);
+TALORA_API double GetTestSurprise_bn(const tester_bn* tester, const node_bn* node, state_bn state,
+                                     double limit, double* surprised);
 
 /** A measure of one state against all others.
  *  @param measure  true_positives (or hits), true_negatives (correct_rejections), false_positives
@@ -1216,24 +1218,25 @@ TALORA_API double GetTestSurprise_bn(const tester_bn* tester, const node_bn* nod
  *                  sensitivity (true_positive_rate, hit_rate, recall), specificity (true_negative_rate),
  *                  predictive_value (positive_predictive_value, precision), negative_predictive_value,
  *                  false_negative_rate (miss_rate), false_discovery_rate, fall_out, accuracy, error_rate:
- *                  shares; Gini_score, area_under_ROC (AUROC), ROC_curve_dips (1 or 0), which do not depend on
- *                  the cutoff (6744 for others)
+ *                  shares; Gini_score, area_under_ROC (AUROC), ROC_curve_dips (1 or 0), which do not depend
+ * on the cutoff (6744 for others)
  *  @param cutoff   undefined: positive means that the state was the one predicted; 0 to 1 (6746): that the
  *                  belief in it was at least so high, rounded down to the edge of a bin
  *  @return undefined where there is nothing to divide by */
 TALORA_API double GetTestStateMeasure_bn(const tester_bn* tester, const node_bn* node, state_bn state,
                                          const char* measure, double cutoff);
 
-/** A point of the curve of the share of positives that are found against the share of others mistaken for them,
- *  from (0, 0), where nothing counts as positive, to (1, 1).  There are GetTestNumBins_bn + 1 points.
- *  @param cutoff, false_positive_rate, true_positive_rate  get the point's, each may be NULL; a belief from cutoff
- *                 on counts as positive, which is infinite at the first point
+/** A point of the curve of the share of positives that are found against the share of others mistaken for
+ * them, from (0, 0), where nothing counts as positive, to (1, 1).  There are GetTestNumBins_bn + 1 points.
+ *  @param cutoff, false_positive_rate, true_positive_rate  get the point's, each may be NULL; a belief from
+ * cutoff on counts as positive, which is infinite at the first point
  *  @return false after the last point, and always unless there are cases of both kinds */
 TALORA_API bool_vx GetTestRocPoint_bn(const tester_bn* tester, const node_bn* node, state_bn state, int point,
-                                      double* cutoff, double* false_positive_rate, double* true_positive_rate);
+                                      double* cutoff, double* false_positive_rate,
+                                      double* true_positive_rate);
 
-/** A measure of the test of real values: for cases that tell the value of a discretised nature node, its error
- *  against the expected value.
+/** A measure of the test of real values: for cases that tell the value of a discretised nature node, its
+ * error against the expected value.
  *  @param measure  cases (weight); mean_absolute_error, max_absolute_error, rms_error; mean_relative_error,
  *                  max_relative_error (of the actual value); mean_deviations, max_deviations (in standard
  *                  deviations of the belief); within_1_deviation, from_1_to_2_deviations,
@@ -1247,14 +1250,14 @@ TALORA_API double GetTestRealMeasure_bn(const tester_bn* tester, const node_bn* 
  *  @return text that belongs to the tester, valid until the next report */
 TALORA_API const char* ReportNetTest_bn(const tester_bn* tester, const node_bn* node);
 
-/** Writes the cases of a set with the beliefs that they give rise to.  Streamed: memory does not grow with the
- *  number of cases, and those with equal findings are propagated once.  Findings that the net has now play no
- *  part and are not changed; the net is compiled if need be.
- *  @param nodes    whose beliefs are written: of one net (6752 none, 6753 different nets, 6754 without beliefs,
- *                  6180 twice)
- *  @param output   a case file, the cases as they were read with a column "P(NODE=STATE)" for each state; or see
- *                  options.  After an error or a halt (6758) it is as it was.  All files of the set must have the
- *                  same columns (6755) unless JSON is written.
+/** Writes the cases of a set with the beliefs that they give rise to.  Streamed: memory does not grow with
+ * the number of cases, and those with equal findings are propagated once.  Findings that the net has now play
+ * no part and are not changed; the net is compiled if need be.
+ *  @param nodes    whose beliefs are written: of one net (6752 none, 6753 different nets, 6754 without
+ * beliefs, 6180 twice)
+ *  @param output   a case file, the cases as they were read with a column "P(NODE=STATE)" for each state; or
+ * see options.  After an error or a halt (6758) it is as it was.  All files of the set must have the same
+ * columns (6755) unless JSON is written.
  *  @param options  words with commas between, or NULL.  "jsonl": each case is a JSON object on a line, with
  *                  "case" (its number in the set), "id", "weight", "log_probability" of its findings and
  *                  "beliefs" by node and state.  "whole": what a case says of the nodes themselves is entered

@@ -9,9 +9,9 @@ namespace talora {
 
 // One dimension of the new table and where its entries come from.
 struct CarriedDim {
-    int64_t count = 0;             // states in the new table
-    int64_t old_row_stride = 0;    // of the dimension in the old table, in rows; 0: new, entries repeat
-    std::vector<int> old_state;    // by new state: the old state, -1 for a new one; empty: the same
+    int64_t count = 0;           // states in the new table
+    int64_t old_row_stride = 0;  // of the dimension in the old table, in rows; 0: new, entries repeat
+    std::vector<int> old_state;  // by new state: the old state, -1 for a new one; empty: the same
 };
 
 // What becomes of the tables of a node.

@@ -33,7 +33,7 @@ void OptimizeElimOrder(Net& net, double seconds);
 struct TreeSizes {
     double cliques = 0, with_separators = 0, under_findings = 0;
 };
-TreeSizes SizesOf(const Net& net);  // of a compiled net
+TreeSizes SizesOf(const Net& net);                // of a compiled net
 const CompiledNet& NeedCompiled(const Net& net);  // fails unless the net is compiled
 
 std::string JunctionTreeReport(const Net& net);

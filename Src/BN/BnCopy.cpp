@@ -109,8 +109,10 @@ void CheckMemoryForCopy(const std::vector<Node*>& nodes)
 std::vector<Node*> CopyNodes(const std::vector<Node*>& nodes, Net& net, const CopyNodesOptions& options)
 {
     CheckMemoryForCopy(nodes);
-    if (nodes.size() == 1) DescribeStep(net, "copy node %s", nodes[0]->name.c_str());
-    else DescribeStep(net, "copy %d nodes", int(nodes.size()));
+    if (nodes.size() == 1)
+        DescribeStep(net, "copy node %s", nodes[0]->name.c_str());
+    else
+        DescribeStep(net, "copy %d nodes", int(nodes.size()));
     CopyInProgress progress(net);
     NodeMap copies;
     std::vector<Node*> made;

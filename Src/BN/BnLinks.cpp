@@ -159,8 +159,8 @@ void SwitchParent(Node& child, int index, Node* new_parent)
     if (new_parent == nullptr)
         DescribeStep(*child.net, "disconnect link %s -> %s", old_parent.name.c_str(), child.name.c_str());
     else
-        DescribeStep(*child.net, "switch parent of %s from %s to %s", child.name.c_str(), old_parent.name.c_str(),
-                     new_parent->name.c_str());
+        DescribeStep(*child.net, "switch parent of %s from %s to %s", child.name.c_str(),
+                     old_parent.name.c_str(), new_parent->name.c_str());
     Node* stand_in = new_parent == nullptr ? NewStandIn(old_parent) : nullptr;
     std::vector<Link> links = child.links;
     links[index].parent = stand_in ? stand_in : new_parent;

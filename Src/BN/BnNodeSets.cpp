@@ -76,7 +76,8 @@ void RenameNodeSet(Net& net, std::string_view name, std::string_view new_name)
     Sets sets = net.node_sets;
     CheckUnused(sets, net, new_name);
     Need(sets, net, name)->name = new_name;
-    DescribeStep(net, "rename node set %.*s to %.*s", int(name.size()), name.data(), int(new_name.size()), new_name.data());
+    DescribeStep(net, "rename node set %.*s to %.*s", int(name.size()), name.data(), int(new_name.size()),
+                 new_name.data());
     Change(net, net.node_sets, std::move(sets), NO_EFFECT, "rename node set");
 }
 

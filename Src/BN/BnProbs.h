@@ -42,7 +42,7 @@ void CheckCanHaveTable(const Node& node);
 // The row of parent states.  Checks NULL, indicators and bounds; EVERY_STATE only where every is set.
 int64_t RowOf(const Node& node, const int* parent_states);
 void SetProbs(Node& node, const int* parent_states, const float* probs);
-void SetTable(Node& node, TableVector<float> probs);  // whole table, checked row by row
+void SetTable(Node& node, TableVector<float> probs);                // whole table, checked row by row
 const float* GetProbs(const Node& node, const int* parent_states);  // null if no table
 void SetFuncState(Node& node, const int* parent_states, int state);
 int GetFuncState(const Node& node, const int* parent_states);

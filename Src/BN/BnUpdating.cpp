@@ -206,8 +206,7 @@ void FindingChanged(Node& node) noexcept
 void ModeChanged(Net& net) noexcept
 {
     net.update_count = NewUpdateCount();
-    if (net.compiled && net.compiled->propagation)
-        net.compiled->propagation->SetMaximise(net.most_probable);
+    if (net.compiled && net.compiled->propagation) net.compiled->propagation->SetMaximise(net.most_probable);
 }
 
 bool AreBeliefsUpdated(const Net& net)

@@ -54,8 +54,8 @@ struct StateText {
 
 struct Link {
     Node* parent = nullptr;
-    std::string input_name;      // "" if none
-    std::string delay;           // as written, one number per time dimension; "" if none
+    std::string input_name;  // "" if none
+    std::string delay;       // as written, one number per time dimension; "" if none
     bool operator==(const Link&) const = default;
 };
 
@@ -82,9 +82,9 @@ struct NodeTables {
 };
 
 struct NodeFinding {
-    int state = -1;                    // -1 for none
-    double value = UndefDbl();         // real value entered
-    TableVector<float> likelihood;     // empty for none
+    int state = -1;                 // -1 for none
+    double value = UndefDbl();      // real value entered
+    TableVector<float> likelihood;  // empty for none
     bool IsEmpty() const { return state < 0 && IsUndef(value) && likelihood.empty(); }
     bool operator==(const NodeFinding&) const = default;
 };
@@ -145,19 +145,19 @@ struct node_bn {
     double exper_base = 0;
     std::string equation;
     talora::EqnDirty eqn_dirty = talora::EqnDirty::CLEAN;
-    std::string persist;   // persistence over time, as written
-    std::string position;  // position in time, as written
-    std::string disconnected_from;  // of a disconnected node: the name of the parent it stands for
+    std::string persist;              // persistence over time, as written
+    std::string position;             // position in time, as written
+    std::string disconnected_from;    // of a disconnected node: the name of the parent it stands for
     std::vector<float> saved_belief;  // `belief` statement of a file, empty for none
 
     talora::NodeFinding finding;
 
     void* user_data = nullptr;
-    int index = -1;                        // position in net->nodes
+    int index = -1;                         // position in net->nodes
     int most_probable_state = UNDEF_STATE;  // in the configuration that was reported last
-    uint64_t stamp = 0;                    // last unique label of a graph walk
-    talora::TableVector<float> beliefs;    // given out by GetNodeBeliefs_bn
-    talora::TableVector<float> likelihood; // given out by GetNodeLikelihood_bn
+    uint64_t stamp = 0;                     // last unique label of a graph walk
+    talora::TableVector<float> beliefs;     // given out by GetNodeBeliefs_bn
+    talora::TableVector<float> likelihood;  // given out by GetNodeLikelihood_bn
 };
 
 struct net_bn {
@@ -167,8 +167,8 @@ struct net_bn {
     talora::Description text;
     nodelist_bn nodes;  // in the order in which they were made
     using NodeIndex = std::unordered_map<std::string_view, node_bn*>;
-    NodeIndex node_index;            // keys look into the nodes' names
-    NodeIndex::node_type index_slot; // of a node that is just being renamed
+    NodeIndex node_index;             // keys look into the nodes' names
+    NodeIndex::node_type index_slot;  // of a node that is just being renamed
     std::vector<talora::NodeSet> node_sets;
     int auto_update = 0;  // 0 or BELIEF_UPDATE
     bool auto_compile = false;
@@ -181,14 +181,14 @@ struct net_bn {
     std::unique_ptr<talora::CompiledNet, talora::CompiledNetDeleter> compiled;
     std::unique_ptr<talora::NetQueries, talora::NetQueriesDeleter> queries;
     std::unique_ptr<talora::ConfigSearch, talora::ConfigSearchDeleter> config_search;
-    uint64_t update_count = 0;   // fresh number whenever cached results become stale
-    uint64_t label_counter = 100;  // unique labels of graph walks
+    uint64_t update_count = 0;               // fresh number whenever cached results become stale
+    uint64_t label_counter = 100;            // unique labels of graph walks
     std::unique_ptr<talora::UndoList> undo;  // null until undo is first turned on
-    bool changed = false;        // since it was read or written
-    talora::Secret password;     // for writing it encrypted
-    randgen_vx* random_gen = nullptr;  // the caller's, or null for the environment's
+    bool changed = false;                    // since it was read or written
+    talora::Secret password;                 // for writing it encrypted
+    randgen_vx* random_gen = nullptr;        // the caller's, or null for the environment's
     void* user_data = nullptr;
-    std::string report;          // text given out last
+    std::string report;               // text given out last
     std::vector<tester_bn*> testers;  // made for callers, deleted with the net
     std::vector<sensv_bn*> sensvs;
 };
@@ -196,14 +196,32 @@ struct net_bn {
 namespace talora {
 
 // ---- Questions about a node ----
-inline int NumStates(const Node& node) { return node.states.num_states; }
-inline bool IsDiscrete(const Node& node) { return node.states.type == VarType::DISCRETE; }
-inline bool IsDiscretized(const Node& node) { return !IsDiscrete(node) && NumStates(node) > 0; }
-inline bool HasStates(const Node& node) { return NumStates(node) > 0; }
-inline bool IsDocumentation(const Node& node) { return node.kind == UNKNOWN_KIND; }
+inline int NumStates(const Node& node)
+{
+    return node.states.num_states;
+}
+inline bool IsDiscrete(const Node& node)
+{
+    return node.states.type == VarType::DISCRETE;
+}
+inline bool IsDiscretized(const Node& node)
+{
+    return !IsDiscrete(node) && NumStates(node) > 0;
+}
+inline bool HasStates(const Node& node)
+{
+    return NumStates(node) > 0;
+}
+inline bool IsDocumentation(const Node& node)
+{
+    return node.kind == UNKNOWN_KIND;
+}
 // Whether the junction tree holds the node: every nature and decision node.
-inline bool IsInTree(const Node& node) { return node.kind == NATURE_NODE || node.kind == DECISION_NODE; }
-bool IsDelayed(const Link& link);  // has a delay that is not zero
+inline bool IsInTree(const Node& node)
+{
+    return node.kind == NATURE_NODE || node.kind == DECISION_NODE;
+}
+bool IsDelayed(const Link& link);                           // has a delay that is not zero
 const std::string& StateName(const Node& node, int state);  // "" if unnamed
 const std::string& StateTitle(const Node& node, int state);
 const std::string& StateComment(const Node& node, int state);
@@ -217,15 +235,15 @@ double StateValue(const Node& node, int state);
 // The state whose interval or level holds a value; UNDEF_STATE if none does.
 int StateOfValue(const Node& node, double value);
 
-const char* KindWord(int kind);          // "NATURE", ...
-const char* KindTerm(int kind);          // for people: "nature", "decision", ...
-const char* TypeWord(VarType type);      // "DISCRETE", ...
+const char* KindWord(int kind);      // "NATURE", ...
+const char* KindTerm(int kind);      // for people: "nature", "decision", ...
+const char* TypeWord(VarType type);  // "DISCRETE", ...
 const char* MeasureWord(Measure measure);
 const char* RelationWord(Relation relation);
 
-Node* FindNode(const Net& net, std::string_view name);      // null if none
+Node* FindNode(const Net& net, std::string_view name);  // null if none
 const NodeSet* FindNodeSet(const Net& net, std::string_view name);
-int FindParent(const Node& child, const Node* parent);      // index of the link, -1 if none
+int FindParent(const Node& child, const Node* parent);  // index of the link, -1 if none
 
 // A fresh label for a graph walk; see the recycling rule at the definition.
 uint64_t NewLabel(Net& net);

@@ -57,7 +57,8 @@ JunctionTree JoinTree(const ModelGraph& graph, const Triangulation& triangulatio
 
 // Entries of a table over the variables when those with a state >= 0 in `positive` count as 1; 0 if
 // one has no states.  An empty `positive` means no findings.
-double SizeUnderFindings(const ModelGraph& graph, std::span<const int> variables, std::span<const int> positive);
+double SizeUnderFindings(const ModelGraph& graph, std::span<const int> variables,
+                         std::span<const int> positive);
 
 // Entries of all cliques and separators with the positive findings (per variable a state or -1).
 double TotalSize(const ModelGraph& graph, const JunctionTree& tree, std::span<const int> positive);

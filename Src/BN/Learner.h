@@ -27,8 +27,9 @@ struct learner_bn {
     environ_vx* env = nullptr;
     int method = talora::COUNTING_METHOD;
     int max_iters = 1000;
-    double tolerance = 1e-5;           // relative change of the negative log-likelihood
-    randgen_vx* random_gen = nullptr;  // the caller's, breaks the symmetry of hidden nodes; null: nothing does
+    double tolerance = 1e-5;  // relative change of the negative log-likelihood
+    randgen_vx* random_gen =
+        nullptr;  // the caller's, breaks the symmetry of hidden nodes; null: nothing does
 
     // Of the learning done last.
     std::vector<talora::LearnIteration> history;

@@ -38,7 +38,7 @@ int ChooseMethod(std::span<Node* const> nodes)
     const bool all_have_states =
         std::all_of(nodes.begin(), nodes.end(), [](const Node* node) { return HasStates(*node); });
     if (nodes.empty() || !all_have_states || !HasRelevantFindings(*nodes[0]->net)) return FORWARD_SAMPLING;
-    return JUNCTION_TREE_SAMPLING;
+    return TREE_SAMPLING;
 }
 
 [[noreturn]] void FailToSimulate(const Unwind& unwind)
@@ -105,7 +105,7 @@ CaseSampler::CaseSampler(std::span<Node* const> nodes, const SamplingOptions& op
     : engine_(std::make_unique<Engine>())
 {
     int method = options.method;
-    if (method != DEFAULT_SAMPLING && method != FORWARD_SAMPLING && method != JUNCTION_TREE_SAMPLING)
+    if (method != AUTO_SAMPLING && method != FORWARD_SAMPLING && method != TREE_SAMPLING)
         Fail(6672, "argument 'method' is not one of the sampling methods (it is %d)", method);
     if (method == FORWARD_SAMPLING && !(options.max_tries >= 1 && options.max_tries <= INT_MAX))
         Fail(
@@ -113,7 +113,7 @@ CaseSampler::CaseSampler(std::span<Node* const> nodes, const SamplingOptions& op
             "argument 'maxtries' should be between 1 and INT_MAX inclusive (it is %g) when 'method' is FORWARD_SAMPLING",
             options.max_tries);
     engine_->max_tries = method == FORWARD_SAMPLING ? std::floor(options.max_tries) : INT_MAX;
-    if (method == DEFAULT_SAMPLING) method = ChooseMethod(nodes);
+    if (method == AUTO_SAMPLING) method = ChooseMethod(nodes);
     try {
         if (method == FORWARD_SAMPLING)
             engine_->forward.emplace(nodes, !options.for_one_case);

@@ -39,7 +39,7 @@ struct RandomSource {
 RandomSource RandomSourceOf(const Net& net);
 
 struct SamplingOptions {
-    int method = DEFAULT_SAMPLING;
+    int method = AUTO_SAMPLING;
     double max_tries = 1;      // per case, of FORWARD_SAMPLING
     bool for_one_case = true;  // not worth preparing much
 };

@@ -28,7 +28,7 @@ struct Triangulation {
     // Maximal cliques in the order in which they were formed, members by ascending elimination
     // index.  A kept clique stands at the place of the last candidate it absorbs.
     std::vector<std::vector<int>> cliques;
-    double cost = 0;                     // as the search counts it
+    double cost = 0;  // as the search counts it
 };
 
 }  // namespace talora

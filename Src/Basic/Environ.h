@@ -52,8 +52,8 @@ struct environ_vx {
     bool remote = false;
     talora::Flavor flavor = talora::PROGRAMMING_FLAVOR;
     bool check_findings = false;
-    char case_delimiter = '\t';  // of case files that are written: comma, blank or tab
-    char missing_char = '*';     // of case files; 0 for none
+    char case_delimiter = '\t';     // of case files that are written: comma, blank or tab
+    char missing_char = '*';        // of case files; 0 for none
     bool always_try_large = false;  // the person wants large tables tried without being asked
     int user_allowed = 4;
     talora::WindowPosition window;

@@ -19,8 +19,8 @@ namespace talora {
 
 constexpr size_t kTableAlignment = 64;
 
-int64_t MemoryInUse();     // bytes in tables and lists now, whole process
-double MemoryLimit();      // bytes
+int64_t MemoryInUse();  // bytes in tables and lists now, whole process
+double MemoryLimit();   // bytes
 void SetMemoryLimit(double bytes);
 double MemoryAvailable();  // limit less what is in use, at least 0
 
@@ -37,8 +37,7 @@ struct CountedAllocator {
     CountedAllocator() = default;
     template <class U>
     CountedAllocator(const CountedAllocator<U>&)
-    {
-    }
+    {}
     T* allocate(size_t count)
     {
         if (count > SIZE_MAX / 2 / sizeof(T)) throw std::bad_alloc();
@@ -100,15 +99,36 @@ private:
 
 // ---- Special values: large finite numbers with fixed bit patterns, compared exactly. ----
 
-constexpr double InfinityDbl() { return std::bit_cast<double>(UINT64_C(0x7FEFF7D0F16C2E09)); }
-constexpr double UndefDbl() { return std::bit_cast<double>(UINT64_C(0xFFEFEFA6115F8D89)); }
-constexpr float InfinityFlt() { return std::bit_cast<float>(UINT32_C(0x7F7FBE86)); }
+constexpr double InfinityDbl()
+{
+    return std::bit_cast<double>(UINT64_C(0x7FEFF7D0F16C2E09));
+}
+constexpr double UndefDbl()
+{
+    return std::bit_cast<double>(UINT64_C(0xFFEFEFA6115F8D89));
+}
+constexpr float InfinityFlt()
+{
+    return std::bit_cast<float>(UINT32_C(0x7F7FBE86));
+}
 // Entry never given.
-constexpr float MissingProb() { return std::bit_cast<float>(UINT32_C(0xFF7F7D30)); }
+constexpr float MissingProb()
+{
+    return std::bit_cast<float>(UINT32_C(0xFF7F7D30));
+}
 // The row's parent configuration cannot occur.
-constexpr float ImpossibleProb() { return std::bit_cast<float>(UINT32_C(0xFF7EFAE6)); }
+constexpr float ImpossibleProb()
+{
+    return std::bit_cast<float>(UINT32_C(0xFF7EFAE6));
+}
 
-inline bool IsUndef(double value) { return value == UndefDbl(); }
-inline bool IsMarker(float entry) { return entry == MissingProb() || entry == ImpossibleProb(); }
+inline bool IsUndef(double value)
+{
+    return value == UndefDbl();
+}
+inline bool IsMarker(float entry)
+{
+    return entry == MissingProb() || entry == ImpossibleProb();
+}
 
 }  // namespace talora

@@ -101,8 +101,7 @@ ByteSource::ByteSource(const Stream& stream)
         file_ = std::make_unique<InputFile>(stream.name);
 }
 
-ByteSource::ByteSource(const std::string& path) : file_(std::make_unique<InputFile>(path))
-{}
+ByteSource::ByteSource(const std::string& path) : file_(std::make_unique<InputFile>(path)) {}
 
 ByteSource ByteSource::OfBytes(std::string_view bytes)
 {

@@ -47,8 +47,8 @@ public:
     explicit ByteSource(const Stream& stream);
     explicit ByteSource(const std::string& path);
     static ByteSource OfBytes(std::string_view bytes);  // which outlive it
-    size_t Read(char* bytes, size_t count);  // 0 at the end
-    void GoTo(int64_t position);             // counted in bytes from the beginning; behind the end: the end
+    size_t Read(char* bytes, size_t count);             // 0 at the end
+    void GoTo(int64_t position);  // counted in bytes from the beginning; behind the end: the end
     int64_t SizeHint() const;
 
 private:

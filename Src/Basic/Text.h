@@ -15,7 +15,7 @@ std::string NarrowText(const char* text);
 // Wide form with the mark and an ending 16-bit zero.
 std::string WideText(std::string_view narrow);
 
-size_t TextLength(const char* text);  // characters of narrow text are bytes; wide: units
+size_t TextLength(const char* text);            // characters of narrow text are bytes; wide: units
 int CompareText(const char* a, const char* b);  // either kind against either kind
 bool HasPrefix(const char* text, const char* prefix);
 

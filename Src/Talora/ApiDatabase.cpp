@@ -14,7 +14,7 @@ DbSelection SelectionArgument(const char* columns, const char* tables, const cha
 
 }  // namespace
 
-dbmgr_cs* NewDBManager_cs(const char* connection, const char* options, environ_vx* env)
+dbmgr_cs* NewDatabaseManager_cs(const char* connection, const char* options, environ_vx* env)
 {
     return CallEnviron(__func__, env, static_cast<dbmgr_cs*>(nullptr), [&](environ_vx& owner) {
         CheckNoOptions(options);
@@ -22,7 +22,7 @@ dbmgr_cs* NewDBManager_cs(const char* connection, const char* options, environ_v
     });
 }
 
-void DeleteDBManager_cs(dbmgr_cs* manager)
+void DeleteDatabaseManager_cs(dbmgr_cs* manager)
 {
     if (manager == nullptr) return;
     CallApi(__func__, manager, [&] { DeleteDbManager(manager); });
@@ -44,8 +44,8 @@ void AddDBCasesToCaseset_cs(caseset_cs* cases, dbmgr_cs* manager, double degree,
     });
 }
 
-nodelist_bn* AddNodesFromDB_bn(dbmgr_cs* manager, net_bn* net, const char* column_names, const char* tables,
-                               const char* condition, const char* options)
+nodelist_bn* AddNodesForColumns_bn(dbmgr_cs* manager, net_bn* net, const char* column_names,
+                                   const char* tables, const char* condition, const char* options)
 {
     return CallApi(__func__, net, static_cast<nodelist_bn*>(nullptr), [&] {
         CheckHandle(manager);

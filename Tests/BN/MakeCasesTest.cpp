@@ -140,7 +140,7 @@ TEST_F(MakeCasesTest, FrequenciesAreThoseOfTheDistribution)
         const float weights[] = {0.1f, 0.8f, 0.0f};
         if (row.soft) EnterLikelihood((*this)[row.soft], weights);
         const auto joint = Joint(net);
-        for (const int method : {FORWARD_SAMPLING, JUNCTION_TREE_SAMPLING}) {
+        for (const int method : {FORWARD_SAMPLING, TREE_SAMPLING}) {
             SCOPED_TRACE(std::string(row.label) + ", method " + std::to_string(method));
             const auto counts = Sample(net, method, kCases);
             for (const auto& [key, count] : counts) EXPECT_TRUE(joint.contains(key));
@@ -157,7 +157,7 @@ TEST_F(MakeCasesTest, ListedNodesAloneAreDrawnLikeTheirMarginals)
     EnterFinding((*this)["G"], 1, FindingMode::STRICT);
     CompileNet(net);
     const std::vector<Node*> nodes = {&(*this)["C"], &(*this)["A"]};
-    for (const int method : {FORWARD_SAMPLING, JUNCTION_TREE_SAMPLING, DEFAULT_SAMPLING}) {
+    for (const int method : {FORWARD_SAMPLING, TREE_SAMPLING, AUTO_SAMPLING}) {
         CaseSampler sampler(nodes, {method, 1e6, false});
         RandomState random = SeededState(5);
         std::vector<double> ones(2);
@@ -174,7 +174,7 @@ TEST_F(MakeCasesTest, OneCaseBecomesFindings)
 {
     Net& net = MakeLoop();
     EnterFinding((*this)["F"], 1, FindingMode::STRICT);
-    GenerateRandomCase(net.nodes.nodes, DEFAULT_SAMPLING, 0);
+    GenerateRandomCase(net.nodes.nodes, AUTO_SAMPLING, 0);
     for (const Node* node : net.nodes.nodes) EXPECT_GE(node->finding.state, 0) << node->name;
     EXPECT_EQ((*this)["F"].finding.state, 1);
     EXPECT_GT(LogFindingsProbability(net), -InfinityDbl());
@@ -191,7 +191,7 @@ TEST_F(MakeCasesTest, RefusesWhatCannotBeDrawn)
     } kRows[] = {
         {"no tries", nullptr, nullptr, 0, FORWARD_SAMPLING, 6673},
         {"too many tries", nullptr, nullptr, 3e9, FORWARD_SAMPLING, 6673},
-        {"tries do not matter", nullptr, nullptr, -1, JUNCTION_TREE_SAMPLING, 0},
+        {"tries do not matter", nullptr, nullptr, -1, TREE_SAMPLING, 0},
         {"no such method", nullptr, nullptr, 1, 77, 6672},
         {"delay", "A", "B", 1, FORWARD_SAMPLING, 6660},
         {"no table", "A", nullptr, 1, FORWARD_SAMPLING, 6660},
@@ -211,14 +211,14 @@ TEST_F(MakeCasesTest, RefusesWhatCannotBeDrawn)
     Node& a = (*this)["A"];
     EXPECT_EQ(ErrorOf([&] {
                   Node* const twice[] = {&a, &a};
-                  GenerateRandomCase(twice, DEFAULT_SAMPLING, 1);
+                  GenerateRandomCase(twice, AUTO_SAMPLING, 1);
               }),
               6676);
     // A finding with probability 0 in its own table is never drawn.
     SetTable(a, TableVector<float>{1, 0});
     EnterFinding(a, 1, FindingMode::STRICT);
     EXPECT_EQ(ErrorOf([&] { GenerateRandomCase(net.nodes.nodes, FORWARD_SAMPLING, 100); }), 6660);
-    EXPECT_EQ(ErrorOf([&] { GenerateRandomCase(net.nodes.nodes, JUNCTION_TREE_SAMPLING, 1); }), 6660);
+    EXPECT_EQ(ErrorOf([&] { GenerateRandomCase(net.nodes.nodes, TREE_SAMPLING, 1); }), 6660);
 }
 
 TEST_F(MakeCasesTest, ContinuousNodesDrawFromTheirEquations)
@@ -229,7 +229,7 @@ TEST_F(MakeCasesTest, ContinuousNodesDrawFromTheirEquations)
     SetEquation(x, "P (X | S) = NormalDist (X, 10 * S, 2)", nullptr);
     SetEquation(y, "Y (X) = X * X", nullptr);
     const std::vector<Node*> nodes = {&s, &x, &y};
-    CaseSampler sampler(nodes, {DEFAULT_SAMPLING, 1, false});
+    CaseSampler sampler(nodes, {AUTO_SAMPLING, 1, false});
     RandomState random = SeededState(11);
     double sum = 0, squares = 0;
     constexpr int kCases = 20000;
@@ -257,18 +257,18 @@ TEST_F(MakeCasesTest, SeedFixesWhatIsWritten)
 {
     MakeLoop();
     Stream& stream = *NewMemoryStream(*env_, "cases");
-    for (const int method : {FORWARD_SAMPLING, JUNCTION_TREE_SAMPLING}) {
+    for (const int method : {FORWARD_SAMPLING, TREE_SAMPLING}) {
         const std::string once = Written(stream, method, 200, 30, 9);
         EXPECT_EQ(once, Written(stream, method, 200, 30, 9));
         EXPECT_NE(once, Written(stream, method, 200, 30, 10));
         const auto missing = std::count(once.begin(), once.end(), '*');
         EXPECT_NEAR(double(missing) / (200 * 7), 0.3, 0.05);
     }
-    const std::string all = Written(stream, DEFAULT_SAMPLING, 50, 100, 1);
+    const std::string all = Written(stream, AUTO_SAMPLING, 50, 100, 1);
     EXPECT_EQ(std::count(all.begin(), all.end(), '*'), 50 * 7);
-    const std::string none = Written(stream, DEFAULT_SAMPLING, 0, 0, 1);
+    const std::string none = Written(stream, AUTO_SAMPLING, 0, 0, 1);
     EXPECT_NE(none.find("A\tB\tC\tD\tE\tF\tG\n"), std::string::npos);
-    EXPECT_EQ(ErrorOf([&] { Written(stream, DEFAULT_SAMPLING, 1, 101, 1); }), 6680);
+    EXPECT_EQ(ErrorOf([&] { Written(stream, AUTO_SAMPLING, 1, 101, 1); }), 6680);
 }
 
 TEST_F(MakeCasesTest, EveryCaseHasItsProbability)

@@ -188,9 +188,9 @@ std::string ArgumentsOf(R (*)(A...))
 int ExpectedError(const std::string& function, char letter, Wrong wrong)
 {
     static const std::set<std::string> accept_null = {
-        "DeleteNet_bn",       "DeleteNodeList_bn",  "DeleteStream_vx",
-        "DeleteRandomGen_vx", "DeleteCaseset_cs",   "DeleteLearner_bn",
-        "DeleteDBManager_cs", "DeleteNetTester_bn", "DeleteSensvToFinding_bn"};
+        "DeleteNet_bn",           "DeleteNodeList_bn", "DeleteStream_vx",          "DeleteRandomGen_vx",
+        "DeleteCaseset_cs",       "DeleteLearner_bn",  "DeleteDatabaseManager_cs", "DeleteNetTester_bn",
+        "DeleteSensvToFinding_bn"};
     if (wrong == Wrong::kNull && accept_null.count(function)) return 0;
     switch (letter) {
         case 'N':

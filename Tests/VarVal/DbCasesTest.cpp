@@ -20,7 +20,7 @@ protected:
     {
         path_ = testing::TempDir() + "talora-" + std::to_string(getpid()) + ".db";
         connection_ = "Driver=SQLite3;Database=" + path_ + ";PWD=hunter2";
-        manager_ = NewDBManager_cs(connection_.c_str(), nullptr, env_);
+        manager_ = NewDatabaseManager_cs(connection_.c_str(), nullptr, env_);
         if (manager_ == nullptr) {
             env_.Taken();
             GTEST_SKIP() << "no ODBC driver for SQLite here: " << env_.Message();
@@ -154,7 +154,7 @@ TEST_F(DbCasesTest, FailuresSayWhyAndKeepSecrets)
         EXPECT_EQ(env_.Message().find("hunter2"), std::string::npos) << env_.Message();
         EXPECT_TRUE(cases->sources.empty());
     }
-    EXPECT_EQ(NewDBManager_cs("Driver=NoSuchDriver;PWD=hunter2;Database=x", nullptr, env_), nullptr);
+    EXPECT_EQ(NewDatabaseManager_cs("Driver=NoSuchDriver;PWD=hunter2;Database=x", nullptr, env_), nullptr);
     EXPECT_EQ(env_.Taken(), 6690);
     EXPECT_EQ(env_.Message().find("hunter2"), std::string::npos) << env_.Message();
 }
@@ -162,7 +162,7 @@ TEST_F(DbCasesTest, FailuresSayWhyAndKeepSecrets)
 TEST_F(DbCasesTest, ColumnsBecomeNodes)
 {
     Add("Size", 3, nullptr);
-    nodelist_bn* nodes = AddNodesFromDB_bn(manager_, net_, nullptr, "visits", nullptr, nullptr);
+    nodelist_bn* nodes = AddNodesForColumns_bn(manager_, net_, nullptr, "visits", nullptr, nullptr);
     ASSERT_EQ(env_.Taken(), 0) << env_.Message();
     ASSERT_EQ(LengthNodeList_bn(nodes), 3);
     node_bn* color = NthNode_bn(nodes, 0);
@@ -173,7 +173,7 @@ TEST_F(DbCasesTest, ColumnsBecomeNodes)
     EXPECT_EQ(GetNodeType_bn(NthNode_bn(nodes, 2)), CONTINUOUS_TYPE);
 
     nodelist_bn* odd =
-        AddNodesFromDB_bn(manager_, net_, "\"or der\", length (Color)", "\"odd, one\"", nullptr, nullptr);
+        AddNodesForColumns_bn(manager_, net_, "\"or der\", length (Color)", "\"odd, one\"", nullptr, nullptr);
     ASSERT_EQ(env_.Taken(), 0) << env_.Message();
     EXPECT_STREQ(GetNodeName_bn(NthNode_bn(odd, 0)), "or_der");
     EXPECT_EQ(GetNodeNumberStates_bn(NthNode_bn(odd, 0)), 3);

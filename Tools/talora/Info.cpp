@@ -85,8 +85,8 @@ public:
             const std::vector<std::string> parents = NodeNames(GetNodeParents_bn(node));
             num_links += static_cast<int>(parents.size());
             nodes.push_back(Describe(node));
-            columns.AddRow({GetNodeName_bn(node), KindWord(node), TypeWord(node),
-                            StatesColumn(node), TableColumn(node), Join(parents, 1000)});
+            columns.AddRow({GetNodeName_bn(node), KindWord(node), TypeWord(node), StatesColumn(node),
+                            TableColumn(node), Join(parents, 1000)});
         }
         session.Check();
         session.Print(NetHeading(net) + std::to_string(nodes.size()) + " nodes, " +

@@ -95,7 +95,8 @@ net_bn* ReadNet(Session& session, const std::string& path)
     if (!net) {
         const report_vx* error = GetError_vx(session.env, ERROR_SEVERITY, 0, nullptr);
         if (error && ErrorNumber_vx(error) == kNoPassword)
-            throw CommandFailed("the password can be given with --password-file FILE, or typed at a terminal");
+            throw CommandFailed(
+                "the password can be given with --password-file FILE, or typed at a terminal");
         session.Check();
         throw CommandFailed("could not read a net from '" + path + "'");
     }

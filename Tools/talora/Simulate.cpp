@@ -14,7 +14,7 @@ namespace {
 constexpr struct {
     const char* word;
     int method;
-} kMethods[] = {{"auto", DEFAULT_SAMPLING}, {"forward", FORWARD_SAMPLING}, {"tree", JUNCTION_TREE_SAMPLING}};
+} kMethods[] = {{"auto", AUTO_SAMPLING}, {"forward", FORWARD_SAMPLING}, {"tree", TREE_SAMPLING}};
 
 class Simulate : public Command {
 public:
