@@ -108,16 +108,16 @@ void SetTestBins_bn(tester_bn* tester, const node_bn* node, testbins_bn scheme, 
                     int num_edges)
 {
     CallApi2(__func__, tester, node, [&] {
-        const bool is_given = int(scheme) == GIVEN_BINS;
+        const bool is_given = scheme == GIVEN_TEST_BINS;
         if (is_given && (edges == nullptr || num_edges < 0))
             Fail(6778, "argument 'edges' or 'num_edges' (=%d) doesn't give edges of bins", num_edges);
-        SetTestBins(*tester, *node, int(scheme), {edges, is_given ? size_t(num_edges) : 0});
+        SetTestBins(*tester, *node, scheme, {edges, is_given ? size_t(num_edges) : 0});
     });
 }
 
 testbins_bn GetTestBinScheme_bn(const tester_bn* tester, const node_bn* node)
 {
-    return ReadTest(__func__, tester, node, FINE_TEST_BINS,
+    return ReadTest(__func__, tester, node, testbins_bn(FINE_TEST_BINS),
                     [](const TestRecord& record) { return testbins_bn(record.bins.scheme); });
 }
 
