@@ -103,9 +103,10 @@ ByteSource::ByteSource(const Stream& stream)
 
 ByteSource::ByteSource(const std::string& path) : file_(std::make_unique<InputFile>(path)) {}
 
-ByteSource ByteSource::OfBytes(std::string_view bytes)
+ByteSource ByteSource::OfBytes(std::string_view bytes, size_t most_at_once)
 {
     ByteSource source;
+    source.most_at_once_ = most_at_once;
     source.all_ = source.rest_ = bytes;
     return source;
 }
@@ -121,7 +122,7 @@ void ByteSource::GoTo(int64_t position)
 size_t ByteSource::Read(char* bytes, size_t count)
 {
     if (file_) return file_->Read(bytes, count);
-    const size_t taken = std::min(count, rest_.size());
+    const size_t taken = std::min({count, rest_.size(), most_at_once_});
     std::memcpy(bytes, rest_.data(), taken);
     rest_.remove_prefix(taken);
     return taken;

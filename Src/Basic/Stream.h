@@ -46,7 +46,8 @@ class ByteSource {
 public:
     explicit ByteSource(const Stream& stream);
     explicit ByteSource(const std::string& path);
-    static ByteSource OfBytes(std::string_view bytes);  // which outlive it
+    // Of bytes that outlive it.  A read gives at most so many of them, however many it asks for.
+    static ByteSource OfBytes(std::string_view bytes, size_t most_at_once = SIZE_MAX);
     size_t Read(char* bytes, size_t count);             // 0 at the end
     void GoTo(int64_t position);  // counted in bytes from the beginning; behind the end: the end
     int64_t SizeHint() const;
@@ -56,6 +57,7 @@ private:
 
     std::unique_ptr<InputFile> file_;  // null for memory
     std::string_view all_, rest_;
+    size_t most_at_once_ = SIZE_MAX;
 };
 
 // The whole of a stream, followed by a zero byte.  A memory stream is not copied.

@@ -37,7 +37,7 @@ std::string_view Trim(std::string_view text)
 
 ByteSource OpenBytes(const CaseBytes& bytes)
 {
-    return bytes.in_memory ? ByteSource::OfBytes(bytes.contents) : ByteSource(bytes.name);
+    return bytes.in_memory ? ByteSource::OfBytes(bytes.contents, bytes.most_at_once) : ByteSource(bytes.name);
 }
 
 // The number of the line that a position is in.

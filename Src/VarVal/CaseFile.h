@@ -42,6 +42,7 @@ struct CaseBytes {
     const std::string& name;
     bool in_memory;
     std::string_view contents;
+    size_t most_at_once = SIZE_MAX;  // that one read of the contents gives, as a pipe may give few
 
     CaseBytes(const CaseSource& source)
         : name(source.name), in_memory(source.in_memory), contents(source.contents)

@@ -1,0 +1,166 @@
+#!/usr/bin/env python3
+"""Writes the seeds of the fuzz targets but those of equations, which fuzz_tables writes.
+
+Small inputs, one for each kind of statement, entry or field; run again after changing them:
+    Fuzz/make-seeds.py
+"""
+import pathlib
+import shutil
+import struct
+import zlib
+
+FOLDER = pathlib.Path(__file__).resolve().parent
+HEADER = "// ~->[DNET-1]->~\n\n"
+
+AB = """	node A {
+		discrete = TRUE;
+		states = (no, yes);
+		kind = NATURE;
+		chance = CHANCE;
+		parents = ();
+		probs = (0.25, 0.75);
+		};
+"""
+# One per statement: (name, statements of the net, statements of node B, which follows A).
+NET_STATEMENTS = {
+    "title": 'title = "A net";', "comment": 'comment = "two\\nlines \\x41";', "author": 'author = "N. N.";',
+    "changed": 'whochanged = "me"; whenchanged = 1162607529;', "dims": "numdimensions = 2;",
+    "autocompile": "AutoCompile = TRUE; autoupdate = TRUE;", "autoupdate": "autoupdate = FALSE;",
+    "mostprobable": "mostprobable = TRUE;", "elimorder": "ElimOrder = (B, A);",
+    "nodeset": "NodeSet = ( Group : (A, B) );", "user": "user { key = \"value\"; };",
+    "visual": "visual V1 { defdispform = BELIEFBARS; nodelabeling = TITLE; };",
+    "define": "define node D { discrete = TRUE; states = (x, y); };",
+    "unknown": "somethingelse = (1, {2; 3}, \"four\");", "undefined": "eqncontext = \"\";",
+}
+NODE_STATEMENTS = {
+    "states": "discrete = TRUE; states = (low, high);",
+    "numstates": "discrete = TRUE; numstates = 3;",
+    "statetitles": 'states = (l, h); statetitles = ("Low", "High \\"one\\""); StateComments = ("", "top");',
+    "levels": "discrete = FALSE; levels = (0, 1.5, INFINITY);",
+    "discretelevels": "discrete = TRUE; numstates = 2; levels = (10, 20);",
+    "continuous": 'discrete = FALSE; units = "kg"; value = 3.25;',
+    "measure": "discrete = TRUE; measure = ORDINAL; states = (l, h);",
+    "kinds": "discrete = TRUE; states = (l, h); kind = DECISION; chance = UNKNOWN_CHANCE;",
+    "utility": "discrete = FALSE; measure = RATIO; kind = UTILITY; chance = DETERMIN; parents = (A); "
+               "functable = (5, -2.5);",
+    "constant": "discrete = TRUE; states = (l, h); kind = CONSTANT; value = #1;",
+    "parents": "states = (l, h); parents = (A); probs = ((0.5, 0.5), (1, 0));",
+    "inputs": "states = (l, h); parents = (A); inputs = (Link); probs = ((0.5, 0.5), (1, 0));",
+    "defaultprobs": "states = (l, h); parents = (A); probs = (@imposs, (0.125, 0.875));",
+    "functable": "states = (l, h); chance = DETERMIN; parents = (A); functable = (#1, l);",
+    "undeffunc": "states = (l, h); chance = DETERMIN; parents = (A); functable = (*, @imposs);",
+    "numcases": "states = (l, h); parents = (A); probs = ((0.5, 0.5), (1, 0)); numcases = (3, 12.5); "
+                "ExperBase = 1;",
+    "equation": 'states = (l, h); parents = (A); equation = "B (A) = A == #yes"; EqnDirty = TRUE;',
+    "delays": "states = (l, h); parents = (A); delays = ((1)); persist = (TRUE);",
+    "position": "states = (l, h); position = (1, -2);",
+    "texts": 'states = (l, h); title = "B"; comment = "c"; author = "a"; whochanged = "w"; whenchanged = 5;',
+    "evidence": "states = (l, h); evidence = h;", "value": "states = (l, h); value = #1;",
+    "likelihood": "states = (l, h); likelihood = (0.5, 1);", "finding": "states = (l, h); Finding = NotState 1;",
+    "belief": "states = (l, h); belief = (0.5, 0.5);",
+    "visual": "states = (l, h); visual V1 { center = (10, 20); dispform = LABELBOX; };",
+    "forward": "states = (l, h); parents = (Z); probs = ((0.5, 0.5), (1, 0));}; node Z { states = (a, b);",
+    "comments": "states = (l /* in */, h); // line\n /# outer /# inner #/ #/ title = \"t\";",
+    "user": "states = (l, h); user { a = \"b\"; c = \"\\\\d\"; };",
+    "inherit": "states = (l, h); }; define node Q { kind = DECISION; }; Q C { numstates = 2;",
+}
+
+
+def net(name, of_net="", of_node="states = (l, h);"):
+    return f"{HEADER}bnet {name} {{\n\t{of_net}\n{AB}\tnode B {{\n\t\t{of_node}\n\t\t}};\n\t}};\n"
+
+
+def text_nets():
+    nets = {f"net-{name}": net("N", of_net=text) for name, text in NET_STATEMENTS.items()}
+    nets.update({f"node-{name}": net("N", of_node=text) for name, text in NODE_STATEMENTS.items()})
+    nets["wide"] = b"\xff\xfe" + net("W").encode("utf-16-le")
+    nets["mark"] = b"\xef\xbb\xbf" + net("M").encode()
+    nets["cr"] = net("C").replace("\n", "\r\n")
+    for path in sorted((FOLDER.parent / "Examples").glob("*.dne")):
+        nets[path.stem] = path.read_bytes()
+    return {name: text.encode() if isinstance(text, str) else text for name, text in nets.items()}
+
+
+def gzipped(text, level=6):
+    deflate = zlib.compressobj(level, zlib.DEFLATED, 31)
+    return deflate.compress(text) + deflate.flush()
+
+
+def tala(text, **changed):
+    """A file with any part other than it should be."""
+    member = changed.get("member", gzipped(text, changed.get("level", 6)))
+    readable = changed.get("readable", b'// comment = "x";\r\n// encrypt = N\r\n')
+    fields = dict(version=10, reserved=0, magic=0x70EACA50, length=96, size=len(text), crc=zlib.crc32(text),
+                  member_size=len(member))
+    fields.update({key: value for key, value in changed.items() if key in fields})
+    line = "// ~->[TALA=1]->~ %d %d\r\n" % (changed.get("readable_size", len(readable)),
+                                            changed.get("line_size", len(text)))
+    block = struct.pack("<IIQQQQQ48x", *fields.values())
+    return line.encode() + readable + block + member
+
+
+def containers():
+    text = net("T").encode()
+    files = {"plain": tala(text), "stored": tala(text, level=0), "large": tala(net("L", "comment = \"%s\";" %
+             ("x" * 20000)).encode()), "nochecks": tala(text, crc=0, member_size=0),
+             "named": tala(text, member=b"\x1f\x8b\x08\x08" + bytes(5) + b"\x03name\0" + gzipped(text)[10:]),
+             "behind": tala(text, member=gzipped(text) + b"more"), "cipher": tala(text, readable=b"// encrypt = G\r\n")}
+    boundaries = dict(version=(0, 999, 1000), magic=(0,), length=(0, 95, 97, 2**64 - 1),
+                      size=(0, 1, len(text) - 1, len(text) + 1, 2**31, 2**63, 2**64 - 1), crc=(1, 2**32),
+                      member_size=(1, 2**64 - 1), readable_size=(0, 10**6, 2**64 - 1),
+                      line_size=(0, 10**9, 2**64 - 1))
+    for field, values in boundaries.items():
+        for i, value in enumerate(values):
+            files[f"{field}-{i}"] = tala(text, **{field: value})
+    return files
+
+
+def payloads():
+    text = net("T").encode()
+    files = {f"text-{letter}": bytes([i, 3, 0, 200]) + text for i, letter in enumerate("GBS")}
+    files.update({f"member-{letter}": bytes([3 + i, 1, 1, 40]) + gzipped(text) for i, letter in enumerate("GBS")})
+    for name in ("node-parents", "net-comment", "node-evidence", "wide"):
+        files[name] = bytes([0, 0, 0, 5]) + text_nets()[name]
+    return files
+
+
+CASES = {
+    "plain": (0, "A,B\nno,low\nyes,high\n*,middle\n"), "tabs": (0, "A\tB\nno\tlow\n"),
+    "blanks": (0, "A   B\nno   low\n"), "crlf": (0, "A,B\r\nno,low\r\n"), "mark": (0, "\ufeffA,B\nno,low\n"),
+    "comments": (0, "// ~->[CASE-1]->~\n// what\nA,B\n/* in\nbetween */ no,low\n/# a /# b #/ #/\nyes,high"),
+    "weights": (0, "IDnum,A,NumCases,B\n1,no,2.5,low\n*,yes,1,#2\n"), "ragged": (0, "A,B\nno\nyes,low,more\n"),
+    "quoted": (0, 'A,"B"\n"no","low"\n"ye""s",low\n'), "numbers": (1, "A,C,D,N,L\nno,1.5,2.25,#3,20\nyes,-1e9,9,0,15\n"),
+    "uncertain": (1, "A,B,C\n{0.3 0.7},{low 0.5; high 0.5},[1, 2]\n~no,{1,2,3},3+-1\n"),
+    "bounds": (1, "D,C\n<1,>2\n[0.5,1],4\n"), "new": (2, "X,Y,Z\n1,2.5,red\n3,*,green\n"),
+    "unknown": (0, "A,Other\nno,5\nperhaps,6\n"), "empty": (0, "A,B\n"), "cr": (0, "A,B\rno,low\ryes,high\r"),
+}
+
+
+def cases():
+    files = {}
+    for name, (kind, text) in CASES.items():
+        files[name] = bytes([kind, 0]) + text.encode()
+        files[name + "-answered"] = bytes([kind + 6, 1 if name == "tabs" else 2 if name == "blanks" else 0]) + text.encode()
+    return files
+
+
+TEXTS = ["1", "-0.0", ".5", "1e308", "1e309", "1e-320", "1e-400", "123456789012345678901234567890", "0.1e1",
+         "1.17549429e-38", "3.4028236e38", "+7", "1_000", "nan", "inf", "0x10", "00000000000000000001.5",
+         '"a\\n\\"b\\x41"', "/# a /# b #/ #/ word", "// x\n;", "{ a { b } }", "(1, (2, 3));", ">-node '>-Bnet-s'",
+         "%s %n %d", "\u00e9\u20ac\U0001F600", "x" * 600, "\x1b[31m", "word1 = \"text\";", "/* open"]
+
+
+def write(target, files):
+    folder = FOLDER / "Seeds" / target
+    shutil.rmtree(folder, ignore_errors=True)
+    folder.mkdir(parents=True)
+    for name, contents in files.items():
+        (folder / name).write_bytes(contents)
+
+
+write("NetTextFuzz", text_nets())
+write("ContainerFuzz", containers())
+write("PayloadFuzz", payloads())
+write("CaseFileFuzz", cases())
+write("TextFuzz", {f"text-{i:02}": text.encode() for i, text in enumerate(TEXTS)} | {
+    "wide": "w\u00efde \U0001F600".encode("utf-16-le"), "bad-utf8": b"a\xc3(\xe2\x82\xf0\x9f\x98"})
