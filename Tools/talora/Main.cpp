@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "talora/Command.h"
+#include "talora/Manual.h"
 
 namespace command {
 
@@ -17,50 +18,69 @@ struct CommandDef {
     const char* summary;
     std::unique_ptr<Command> (*make)();
     const char* examples;
+    const char* json = "";  // its fields with --json
 };
 
 constexpr CommandDef kCommands[] = {
     {"info", "Shows what is in a net: nodes, states, parents, tables", MakeInfo,
      "  talora info Examples/chest-clinic.dne\n"
-     "  talora info --json - < net.dne"},
+     "  talora info --json - < net.dne",
+     "net, title, comment, nodes (a list: name, title, kind, type, num_states, states, levels, "
+     "parents, table_entries, has_table, has_equation)."},
     {"compile", "Shows the junction tree that queries run on", MakeCompile,
      "  talora compile net.dne --report\n"
      "  talora compile net.dne --optimize 10     after a search of 10 seconds\n"
-     "  talora compile net.dne -f XRay=Abnormal  how much a finding saves"},
+     "  talora compile net.dne -f XRay=Abnormal  how much a finding saves",
+     "elimination_order, cost, cliques (a list: index, members, joined_to, size, home_of), "
+     "sum_clique_sizes, sum_with_separators, sum_under_findings; report with --report."},
     {"beliefs", "Shows how probable each state is, given findings", MakeBeliefs,
      "  talora beliefs Examples/chest-clinic.dne\n"
      "  talora beliefs Examples/chest-clinic.dne -f Dyspnoea=Yes --not Smoker=Yes\n"
-     "  talora beliefs net.dne --likelihood XRay=0.8,0.2 --node LungCancer --json"},
+     "  talora beliefs net.dne --likelihood XRay=0.8,0.2 --node LungCancer --json",
+     "probability_of_findings, log_probability_of_findings, beliefs (by node, by state), "
+     "expected_values (by node: mean, sd)."},
     {"mpe", "Shows the most probable configuration of all nodes, given findings", MakeMpe,
      "  talora mpe Examples/chest-clinic.dne -f Dyspnoea=Yes\n"
      "  talora mpe Examples/chest-clinic.dne -f Dyspnoea=Yes --nth 1     the next best\n"
-     "  talora mpe net.dne --node LungCancer --node Bronchitis           of these two only"},
+     "  talora mpe net.dne --node LungCancer --node Bronchitis           of these two only",
+     "configuration (by node: state), nth, probability, log_probability."},
     {"sensitivity", "Shows which further findings would tell most about a node", MakeSensitivity,
      "  talora sensitivity Examples/chest-clinic.dne --query LungCancer\n"
-     "  talora sensitivity Examples/chest-clinic.dne --query LungCancer --vary XRay -f Smoker=Yes --report"},
-    {"table", "Prints the table of a node", MakeTable, "  talora table Examples/chest-clinic.dne Dyspnoea"},
+     "  talora sensitivity Examples/chest-clinic.dne --query LungCancer --vary XRay -f Smoker=Yes --report",
+     "query, entropy, belief_variance, rows (a list: node, mutual_info, variance_of_beliefs, "
+     "variance_of_real); report with --report."},
+    {"table", "Prints the table of a node", MakeTable, "  talora table Examples/chest-clinic.dne Dyspnoea",
+     "node, parents, states, equation, rows (a list: parent_states; probs, state or value; experience)."},
     {"equation", "Builds tables from the equations of nodes", MakeEquation,
      "  talora equation net.dne Dose -o net.dne\n"
      "  talora equation net.dne --all --samples 10000 --seed 1 -o out.dne\n"
-     "  talora equation net.dne Dose --set 'P (Dose | Weight) = NormalDist (Dose, 2 * Weight, 5)' -o -"},
+     "  talora equation net.dne Dose --set 'P (Dose | Weight) = NormalDist (Dose, 2 * Weight, 5)' -o -",
+     "nodes (the names of those that got a table)."},
     {"calc", "Computes a formula in the language of equations", MakeCalc,
      "  talora calc 'NormalDist (x, 0, 1)' x=1.5\n"
      "  talora calc 'sin (30 deg) ^ 2'\n"
-     "  talora calc --functions                what there is to call"},
+     "  talora calc --functions                what there is to call",
+     "value; functions with --functions."},
     {"learn", "Learns the tables of a net from cases", MakeLearn,
      "  talora learn net.dne --cases patients.cas -o learned.dne\n"
      "  talora learn net.dne --cases a.cas b.cas --method em --prior 1 -o learned.dne\n"
-     "  talora learn net.dne --cases patients.cas --method em --seed 1 -o - --quiet"},
+     "  talora learn net.dne --cases patients.cas --method em --seed 1 -o - --quiet",
+     "iterations (a list: iteration, minus_log_likelihood, change), cases."},
     {"simulate", "Draws random cases from a net, given findings", MakeSimulate,
      "  talora simulate net.dne --cases 10000 -o sample.cas --seed 1\n"
      "  talora simulate net.dne --cases 500 -o sick.cas -f Disease=Present --missing 20\n"
-     "  talora simulate net.dne --exhaustive -o all.cas"},
+     "  talora simulate net.dne --exhaustive -o all.cas",
+     "cases."},
     {"test", "Tests how well a net predicts some of its nodes, with cases", MakeTest,
      "  talora test net.dne --cases patients.cas --node Disease\n"
-     "  talora test net.dne --cases a.cas b.cas --node Disease --unobserved XRay --json"},
+     "  talora test net.dne --cases a.cas b.cas --node Disease --unobserved XRay --json",
+     "nodes (by node: error_rate, log_loss, quadratic_loss, spherical_payoff, confusion, cases, "
+     "auroc, states, real, cases_read, impossible_cases)."},
     {"score", "Finds the beliefs for every case of a file", MakeScore,
      "  talora score net.dne --cases patients.cas --node Disease -o scored.cas\n"
-     "  talora score net.dne --cases patients.cas --jsonl -o -        all beliefs, a JSON object per case"},
+     "  talora score net.dne --cases patients.cas --jsonl -o -        all beliefs, a JSON object per case",
+     "cases. With --jsonl the answer is a line for each case: case, id, weight, log_probability, "
+     "beliefs."},
     {"convert", "Writes a net to another file; the extension says in which format", MakeConvert,
      "  talora convert old.dne new.dne\n"
      "  talora convert net.dne net.tala          compressed\n"
@@ -134,6 +154,26 @@ std::string VersionText(environ_vx* env)
     return version;
 }
 
+// What the build and the completion scripts of shells ask for; not told of in the help.
+//   --manual FOLDER       writes manual pages, completion scripts and the reference of the commands
+//   --names NET [NODE]    prints the names of the nodes of a net, or of the states of a node
+bool AnswerScripts(Session& session, const CLI::App& app, int argc, char** argv)
+{
+    if (argc == 3 && strcmp(argv[1], "--manual") == 0) {
+        std::vector<CommandText> commands = DescribeCommands(app);
+        for (CommandText& command : commands)
+            for (const CommandDef& def : kCommands)
+                if (command.name == def.name) command.json = def.json;
+        WriteManual(commands, VersionText(session.env), argv[2]);
+        return true;
+    }
+    if ((argc == 3 || argc == 4) && strcmp(argv[1], "--names") == 0) {
+        PrintNames(session, argv[2], argc == 4 ? argv[3] : "");
+        return true;
+    }
+    return false;
+}
+
 // Parses and runs.  Help and version are answered by the parser with an exception of status 0.
 int RunArguments(Session& session, int argc, char** argv)
 {
@@ -161,6 +201,7 @@ int RunArguments(Session& session, int argc, char** argv)
     }
     try {
         RefuseWideText(argc, argv);
+        if (AnswerScripts(session, app, argc, argv)) return session.Finish(kDone, "");
         RefuseUnknownCommand(argc, argv);
         app.parse(argc, argv);
     } catch (const CLI::Success& request) {

@@ -54,7 +54,9 @@ public:
                        "Without it: all nodes, given all that the case says")
             ->type_name("NODE");
         app.add_flag("--whole", whole_, "Enter what a case says of the nodes named, too");
-        app.add_option("-o", output_, "File to write, - for standard output")->required()->type_name("FILE");
+        app.add_option("-o,--output", output_, "File to write, - for standard output")
+            ->required()
+            ->type_name("FILE");
         app.add_flag("--jsonl", json_lines_, "Write a JSON object per case instead of columns");
     }
 
