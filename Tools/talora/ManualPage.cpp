@@ -142,6 +142,12 @@ std::string MarkdownOption(const OptionText& option)
     return "| " + head + "` | " + help + " |\n";
 }
 
+// The word where it stands first, set as code.
+std::string Code(std::string text, const std::string& word)
+{
+    return text.replace(text.find(word), word.size(), "`" + word + "`");
+}
+
 std::string MarkdownOptions(const CommandText& command)
 {
     std::string text = "| Option | Meaning |\n|---|---|\n";
@@ -203,7 +209,7 @@ std::string CommandReference(const std::vector<CommandText>& commands)
         "<!-- Written by: talora --manual FOLDER, refreshed by Scripts/make-reference.py -->\n"
         "# Commands\n\n`talora COMMAND [OPTIONS] ...`\n\n" +
         std::string(kFiles) + "\n\n## Options of every command\n\n" + MarkdownOptions(commands[0]) + "\n" +
-        kJson + "\n\nExit status:\n\n| Status | Meaning |\n|---|---|\n";
+        Code(kJson, "--json") + "\n\nExit status:\n\n| Status | Meaning |\n|---|---|\n";
     for (const auto& [status, meaning] : kStatus)
         text += "| " + std::string(status) + " | " + meaning + " |\n";
     text +=
