@@ -10,8 +10,8 @@ or an indented one:
 - sh: a block of which a line begins with "$ " shows commands and what they print, where "..." stands for
   any text; else every line that calls talora is run.  A command must end with status 0; "# fails" behind
   it says that it must not.
-- A block whose first line is a comment that names a file (// rain.cpp, # ask.py, or the header of a net
-  behind "// rain.dne") becomes that file; what is to be done with it, sh blocks say.
+- A block with the name of a file behind its language becomes that file; what is to be done with it, sh
+  blocks say.
 - c and cpp without a file name are compiled inside a function that has the usual variables.
 - python without a file name runs, all blocks of a page in one program.  Where the Python module is not
   built, pages say so and skip these.
@@ -29,9 +29,8 @@ import unittest
 BUILD = pathlib.Path(sys.argv.pop(1)).resolve()
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 GENERATED = {"functions", "messages.md", "equation-functions.md"}  # nothing to run in them
-FENCE = re.compile(r"^```(\w*)[^\n]*\n(.*?)^```$", re.M | re.S)
+FENCE = re.compile(r"^```(\w*) *([\w/.-]*)[^\n]*\n(.*?)^```$", re.M | re.S)
 INDENTED = re.compile(r"(?:^\n|\A)((?:    .*\n|\n(?=    ))+)", re.M)
-NAMED = re.compile(r"\A(?://|#|/\*) ?([\w/.-]+\.(?:c|cpp|py|dne|cas|txt|cmake))(?: \*/)?\n")
 WRAPPED = """#include <Talora.h>
 #include <math.h>
 #include <stdio.h>
@@ -60,11 +59,11 @@ node Dose {discrete = FALSE; levels = (0, 100, 150, 200, 300); kind = NATURE; pa
 
 
 def blocks(text):
-    """Language and content of each block, in the order of the page."""
-    found = [(match.start(), match[1], match[2]) for match in FENCE.finditer(text)]
+    """Language, file and content of each block, in the order of the page."""
+    found = [(match.start(), match[1], match[2], match[3]) for match in FENCE.finditer(text)]
     outside = FENCE.sub(lambda match: re.sub(r"[^\n]", "x", match[0]), text)
     for match in INDENTED.finditer(outside):
-        found.append((match.start(), "indented", re.sub(r"^    ", "", match[1], flags=re.M)))
+        found.append((match.start(), "indented", "", re.sub(r"^    ", "", match[1], flags=re.M)))
     return [block[1:] for block in sorted(found)]
 
 
@@ -84,12 +83,11 @@ class Page:
         self.python, self.count, self.skipped, self.complaints = [], 0, 0, []
 
     def run(self):
-        for number, (language, text) in enumerate(blocks(self.path.read_text(encoding="utf-8")), 1):
+        for number, (language, name, text) in enumerate(blocks(self.path.read_text(encoding="utf-8")), 1):
             self.block = f"{self.path.relative_to(ROOT)}, block {number}"
-            name = NAMED.match(text)
             if name:
-                self.write(name[1], text if language in ("c", "cpp", "python") else text[name.end():])
-            elif language in ("sh", "console", "indented", "text") and re.search(r"^(\$ |talora |\./run \w)", text, re.M):
+                self.write(name, text)
+            elif language in ("sh", "console", "indented", "text") and re.search(r"^ *(\$ |talora |\./run \w)", text, re.M):
                 self.shell(language, text)
             elif language in ("c", "cpp"):
                 self.compile(language, text)
