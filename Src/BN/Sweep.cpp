@@ -320,6 +320,7 @@ private:
         op.table = table;
         op.first_output = first;
         op.end_output = end;
+        op.not_for = -1;
         if (action != SweepAction::kOnes) {
             const Layout& layout = layouts_[size_t(table)];
             op.shape = layout.shape;
@@ -337,7 +338,8 @@ private:
         op.map = layout.row_map;
     }
 
-    // A factor spread out is kept until its part moves.
+    // A factor spread out is kept until its part moves.  It need not be there at all for the output that
+    // leaves it out.
     int SpreadOut(int factor)
     {
         const Layout& layout = layouts_[size_t(factor)];
@@ -346,6 +348,8 @@ private:
         number = plan_.num_buffers++;
         Emit(SweepAction::kSpread, factor, {}, {number, layout.level, false}, 0, int(outputs_.size()));
         SetRows(plan_.ops.back(), layout);
+        for (int o = 0; o < int(outputs_.size()); ++o)
+            if (outputs_[size_t(o)].excluded == factor) plan_.ops.back().not_for = o;
         return number;
     }
 

@@ -64,6 +64,7 @@ struct SweepOp {
     int64_t map;       // place in SweepPlan::maps
     int first_output;  // the outputs this serves, so that others can be left out
     int end_output;
+    int not_for;  // of a spread: the output that leaves the factor out, or -1
 };
 
 struct SweepOutput {

@@ -163,6 +163,35 @@ TEST(Propagate, LargeCliquesMatchEnumeration)
     }
 }
 
+// One belief of a tree that was never updated: large messages that nobody needs are not there yet.
+TEST(Propagate, OneBeliefFirst)
+{
+    constexpr int kCauses = 13, kEffects = 6;
+    std::mt19937 random(3);
+    RandomModel model;
+    model.graph.variables.resize(kCauses + kEffects);
+    model.tables.resize(kCauses + kEffects);
+    for (int v = 0; v < model.size(); ++v) {
+        model.graph.variables[size_t(v)].num_states = 2;
+        for (int parent = 0; parent < std::min(v, kCauses); ++parent)
+            if (v < kCauses || parent % kEffects != v - kCauses)
+                model.graph.variables[size_t(v)].parents.push_back(parent);
+        FillTable(model, random, v, false);
+    }
+    const JunctionTree tree = TreeOf(model.graph);
+    Propagation whole(model.graph, tree, model.Source(), 0);
+    ASSERT_EQ(whole.Update(), UpdateStatus::kUpdated);
+    for (int v = 0; v < model.size(); ++v) {
+        SCOPED_TRACE(v);
+        Propagation one(model.graph, tree, model.Source(), 0);
+        ASSERT_EQ(one.UpdateFor(v), UpdateStatus::kUpdated);
+        std::vector<float> a(2), b(2);
+        whole.Belief(v, a.data());
+        one.Belief(v, b.data());
+        EXPECT_EQ(a, b);
+    }
+}
+
 // A chain of copies with noise, long enough for any recursion or underflow to
 // show.
 TEST(Propagate, LongChain)
