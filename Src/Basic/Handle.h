@@ -11,7 +11,6 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <memory>
 #include <mutex>
 #include <new>
@@ -81,7 +80,11 @@ bool IsLive(const T* object, HandleKind kind)
     return (reinterpret_cast<const HandleHeader*>(object)->Tag() & (kKindMask | kDeletedFlag)) == kind;
 }
 
-// Makes and releases the records of one type.  One pool per type, shared by all threads.
+// Records of all types that are live now, for tests.
+inline std::atomic<int64_t> num_live_handles{0};
+
+// Makes and releases the records of one type.  One pool per type, shared by all threads.  Releasing needs no
+// memory: the queue of released records is linked through the slots, behind the records.
 template <class T, HandleKind kKind>
 class HandlePool {
 public:
@@ -92,17 +95,18 @@ public:
     template <class... Args>
     T* New(RecursiveLock* lock, Args&&... args)
     {
-        void* slot = TakeSlot();
-        TALORA_UNPOISON(slot, sizeof(T));
+        Slot* slot = TakeSlot();
+        TALORA_UNPOISON(slot->bytes, sizeof(T));
         T* record;
         try {
-            record = ::new (slot) T(std::forward<Args>(args)...);
+            record = ::new (static_cast<void*>(slot->bytes)) T(std::forward<Args>(args)...);
         } catch (...) {
             GiveBack(slot);
             throw;
         }
         record->header.SetLock(lock);
         record->header.SetTag(kKind);
+        num_live_handles.fetch_add(1, std::memory_order_relaxed);
         return record;
     }
 
@@ -113,20 +117,23 @@ public:
         // The sanitizer sees uses of all but the header.
         TALORA_POISON(reinterpret_cast<std::byte*>(record) + sizeof(HandleHeader),
                       sizeof(T) - sizeof(HandleHeader));
-        GiveBack(record);
+        GiveBack(reinterpret_cast<Slot*>(record));
+        num_live_handles.fetch_sub(1, std::memory_order_relaxed);
     }
 
 private:
     struct alignas(64) Slot {
         std::byte bytes[sizeof(T)];
+        Slot* next;  // among the released ones
     };
 
-    void* TakeSlot()
+    Slot* TakeSlot()
     {
         std::lock_guard guard(mutex_);
-        if (released_.size() > kMinReuse) {
-            void* slot = released_.front();
-            released_.pop_front();
+        if (num_released_ > kMinReuse) {
+            Slot* slot = oldest_;
+            oldest_ = slot->next;
+            --num_released_;
             return slot;
         }
         if (next_ == kSlabRecords || slabs_.empty()) {
@@ -136,19 +143,19 @@ private:
         return &slabs_.back()[next_++];
     }
 
-    void GiveBack(void* slot) noexcept
+    void GiveBack(Slot* slot) noexcept
     {
         std::lock_guard guard(mutex_);
-        try {
-            released_.push_back(slot);
-        } catch (const std::bad_alloc&) {
-            // The slot is lost, the program goes on.
-        }
+        slot->next = nullptr;
+        (num_released_++ == 0 ? oldest_ : newest_->next) = slot;
+        newest_ = slot;
     }
 
     std::mutex mutex_;
     std::vector<std::unique_ptr<Slot[]>> slabs_;
-    std::deque<void*> released_;
+    Slot* oldest_ = nullptr;  // of the released ones, oldest first
+    Slot* newest_ = nullptr;
+    size_t num_released_ = 0;
     size_t next_ = 0;
 };
 

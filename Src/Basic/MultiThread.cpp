@@ -5,14 +5,32 @@
 
 namespace talora {
 
-namespace {
-
-// Locks that nets have given back.  A new net takes the one given back longest ago.
+// Locks that nets have given back.  A new net takes the one given back longest ago.  Giving one back needs
+// no memory.
 struct LockPool {
     std::mutex mutex;
     std::deque<RecursiveLock> all;
-    std::deque<RecursiveLock*> idle;
+    RecursiveLock* oldest_idle = nullptr;
+    RecursiveLock* newest_idle = nullptr;
+
+    RecursiveLock* Take()
+    {
+        std::lock_guard guard(mutex);
+        if (oldest_idle == nullptr) return &all.emplace_back();
+        RecursiveLock* lock = oldest_idle;
+        oldest_idle = lock->next_idle_;
+        return lock;
+    }
+    void GiveBack(RecursiveLock* lock) noexcept
+    {
+        std::lock_guard guard(mutex);
+        lock->next_idle_ = nullptr;
+        (oldest_idle == nullptr ? oldest_idle : newest_idle->next_idle_) = lock;
+        newest_idle = lock;
+    }
 };
+
+namespace {
 
 // Never destroyed: a thread may outlive the static objects of the library.
 LockPool& Pool()
@@ -40,21 +58,12 @@ RecursiveLock& ProcessLock()
 
 RecursiveLock* NewNetLock()
 {
-    LockPool& pool = Pool();
-    std::lock_guard guard(pool.mutex);
-    if (!pool.idle.empty()) {
-        RecursiveLock* lock = pool.idle.front();
-        pool.idle.pop_front();
-        return lock;
-    }
-    return &pool.all.emplace_back();
+    return Pool().Take();
 }
 
-void ReleaseNetLock(RecursiveLock* lock)
+void ReleaseNetLock(RecursiveLock* lock) noexcept
 {
-    LockPool& pool = Pool();
-    std::lock_guard guard(pool.mutex);
-    pool.idle.push_back(lock);
+    Pool().GiveBack(lock);
 }
 
 ConcurrencyMode Concurrency()

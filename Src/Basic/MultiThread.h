@@ -38,14 +38,17 @@ public:
     static uint32_t ThreadNumber();
 
 private:
+    friend struct LockPool;
+
     std::mutex mutex_;
     std::atomic<uint32_t> owner_{0};
     int depth_ = 0;
+    RecursiveLock* next_idle_ = nullptr;
 };
 
-RecursiveLock& ProcessLock();         // of the whole library
-RecursiveLock* NewNetLock();          // from a pool; throws std::bad_alloc
-void ReleaseNetLock(RecursiveLock*);  // back to the pool, usable for ever
+RecursiveLock& ProcessLock();                  // of the whole library
+RecursiveLock* NewNetLock();                   // from a pool; throws std::bad_alloc
+void ReleaseNetLock(RecursiveLock*) noexcept;  // back to the pool, usable for ever
 
 enum ConcurrencyMode { NO_LOCKS = 0, LOCK_PER_NET = 1, LOCK_ALL = 2 };
 ConcurrencyMode Concurrency();
