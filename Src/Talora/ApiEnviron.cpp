@@ -1,5 +1,6 @@
 // Interface functions: the environment, its settings and handlers.
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <iterator>
 #include <stdexcept>
@@ -18,7 +19,7 @@ constexpr double kMemoryLeeway = 100000;
 constexpr double kLeastMemoryLimit = 200000;
 
 // Copies text into a caller's buffer of MESG_LEN_vx bytes.
-void CopyMessage(char* buffer, const std::string& text)
+void CopyMessage(char* buffer, std::string_view text)
 {
     if (buffer == nullptr) return;
     const size_t length = CutLength(text, MESG_LEN_vx - 1);
@@ -105,7 +106,7 @@ int CloseTalora_bn(environ_vx* env, char* mesg)
             Fail(5648, "Not closing %s because user-claimed object won't close.\n", kProduct);
         CloseEnviron(env);
         ThisThread().env = nullptr;
-        CopyMessage(mesg, std::string("Closed ") + kProduct + ".\n");
+        if (mesg) snprintf(mesg, MESG_LEN_vx, "Closed %s.\n", kProduct);
         return 0;
     });
 }

@@ -43,7 +43,7 @@ std::string InitEnviron(environ_vx& env)
             Fail(5660, "Attempt to initialize %s environment which is already partially initialized",
                  kProduct);
     }
-    env.state = PARTIAL_ENV;
+    // Made first: should memory run out, the environment can still be initialised.
     std::string banner = VersionText() + ".  Bayesian belief networks and decision networks.\n";
     TALORA_CHECK(banner.size() < MESG_LEN_vx);
     env.state = READY_ENV;
