@@ -56,7 +56,8 @@ nodelist_bn* CopyNodes_bn(const nodelist_bn* nodes, net_bn* net, const char* opt
         const bool returns_list = (given & 4) == 0;
         nodelist_bn* list = returns_list ? NewNodeList(*net->env, 0) : nullptr;
         try {
-            std::vector<Node*> made = CopyNodes(nodes->nodes, *net, {(given & 1) != 0, (given & 2) != 0});
+            const std::vector<Node*> originals = nodes->nodes;  // may be the net's own list, which grows
+            std::vector<Node*> made = CopyNodes(originals, *net, {(given & 1) != 0, (given & 2) != 0});
             if (list) list->nodes = std::move(made);
         } catch (...) {
             if (list) DeleteNodeList(list);
