@@ -219,13 +219,19 @@ GzipText GzipReader::Read(const std::function<void(std::string_view)>& check_sta
 
 }  // namespace
 
-GzipWriter::GzipWriter(std::string_view name, uint32_t mtime, const char* title) : title_(title)
+// Once this constructor is done the destructor runs, also when the one that calls it fails.
+GzipWriter::GzipWriter(const char* title) : title_(title)
 {
     zlib_.zalloc = TakeZlibMemory;
     zlib_.zfree = ReturnZlibMemory;
     MakeRoom(kPiece);
     if (deflateInit2(&zlib_, kLevel, Z_DEFLATED, kRawDeflate, kDefaultMemory, Z_DEFAULT_STRATEGY) != Z_OK)
-        Fail(6849, "file compression problem, insufficient memory to perform compression");
+        FailWith(OUT_OF_MEMORY_CND, 6849,
+                 "file compression problem, insufficient memory to perform compression");
+}
+
+GzipWriter::GzipWriter(std::string_view name, uint32_t mtime, const char* title) : GzipWriter(title)
+{
     std::string header;
     header += static_cast<char>(kId1);
     header += static_cast<char>(kId2);

@@ -32,6 +32,7 @@ public:
     uint32_t Crc() const { return crc_; }
 
 private:
+    explicit GzipWriter(const char* title);
     void Deflate(int flush);
     void Append(std::string_view bytes);
     void MakeRoom(size_t bytes);
