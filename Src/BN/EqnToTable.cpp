@@ -437,7 +437,8 @@ std::string BytesText(double bytes)
 
 [[noreturn]] void FailTooLarge(const Node& node)
 {
-    Fail(6407, "cannot create table for >- node %s because the table would be too large", node.name.c_str());
+    FailWith(OUT_OF_MEMORY_CND, 6407,
+             "cannot create table for >- node %s because the table would be too large", node.name.c_str());
 }
 
 // The person decides about a table that does not fit into the memory limit.
