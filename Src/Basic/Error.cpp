@@ -163,19 +163,23 @@ std::string PlaceSuffix(const FilePlace& place)
     return suffix;
 }
 
-// The record for "out of memory", moved to the front of the list.
-report_vx* UseMemoryRecord(const char* text) noexcept
+// The record for "out of memory", moved to the front of the list.  It stands for the worst that it had to
+// tell.
+report_vx* UseMemoryRecord(const char* text, Severity severity) noexcept
 {
     ErrorGroup& group = Group();
     std::lock_guard guard(ListMutex());
     report_vx* record = &group.memory_record;
-    if (group.memory_record_listed) Unlink(group, record);
+    if (group.memory_record_listed) {
+        severity = std::max(severity, record->severity);
+        Unlink(group, record);
+    }
     snprintf(group.memory_text, sizeof group.memory_text, "%s", text);
     const ThreadState& thread = ThisThread();
     record->env = thread.env;
     record->thread_id = thread.thread_id;
     record->number = -5622;
-    record->severity = ERROR_SEV;
+    record->severity = severity;
     record->display_result = 0;
     record->fixed_message = group.memory_text;
     record->disposition = NOTDISP_ERR;
@@ -186,7 +190,6 @@ report_vx* UseMemoryRecord(const char* text) noexcept
     record->header.SetTag(ERRLOG_TYPE | kStaticFlag);
     LinkNewest(group, record);
     group.memory_record_listed = true;
-    ThisThread().failed = true;
     return record;
 }
 
@@ -305,6 +308,17 @@ void Show(report_vx* record)
     if (result > record->disposition && result < NUM_DISPLAY_ERR) record->disposition = Disposition(result);
 }
 
+report_vx* ShowMemoryRecord(const char* message, Severity severity) noexcept
+{
+    report_vx* record = UseMemoryRecord(message, severity);
+    try {
+        Show(record);
+    } catch (const std::bad_alloc&) {
+        // It stays unseen, but it is in the list.
+    }
+    return record;
+}
+
 // Counts a warning of the current call; past the limit it is not to be stored.  True: store it.
 bool CountWarning(int number, bool* last)
 {
@@ -348,7 +362,9 @@ report_vx* ReportV(const ReportArgs& args, const char* format, va_list values)
         Show(record);
         return record;
     } catch (const std::bad_alloc&) {
-        return ReportOutOfMemory("not enough memory to report an error");
+        if (args.severity >= ERROR_SEV) return ReportOutOfMemory("not enough memory to report an error");
+        // Nothing has failed but the telling, so the call goes on.
+        return ShowMemoryRecord("not enough memory to report a warning or notice", WARNING_SEV);
     }
 }
 
@@ -436,13 +452,8 @@ void FailOutOfMemoryV(const char* format, va_list values)
 
 report_vx* ReportOutOfMemory(const char* message) noexcept
 {
-    report_vx* record = UseMemoryRecord(message);
-    try {
-        Show(record);
-    } catch (const std::bad_alloc&) {
-        // It stays unseen, but it is in the list.
-    }
-    return record;
+    ThisThread().failed = true;
+    return ShowMemoryRecord(message, ERROR_SEV);
 }
 
 report_vx* FindReport(const environ_vx* env, Severity least, int number, const report_vx* after)
