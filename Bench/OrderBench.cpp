@@ -2,23 +2,14 @@
 // Generated nets always; those of the folder named by TALORA_CORPUS as well.
 #include <benchmark/benchmark.h>
 
-#include <filesystem>
 #include <random>
 
-#include "../Tests/Corpus/NetScan.h"
-#include "BN/Graph_Triangulate.h"
-#include "BN/OptimizeOrder.h"
+#include "BenchTree.h"
 
 namespace {
 
 using namespace talora;
-
-std::vector<int> NetOrder(const ModelGraph& graph)
-{
-    std::vector<int> nodes(graph.variables.size());
-    std::iota(nodes.begin(), nodes.end(), 0);
-    return nodes;
-}
+using namespace talora::bench;
 
 ModelGraph Polytree(int n)
 {
@@ -93,10 +84,7 @@ void RegisterNet(const std::string& name, const ModelGraph& graph, bool with_opt
 const bool kRegistered = [] {
     RegisterNet("polytree_100000", Polytree(100000), false);
     RegisterNet("local_1000", LocalNet(1000), true);
-    if (test::CorpusFolder().empty()) return true;
-    for (const auto& entry : std::filesystem::directory_iterator(test::CorpusFolder() + "/nets"))
-        if (entry.path().extension() == ".dne")
-            RegisterNet(entry.path().stem().string(), test::ScanNet(entry.path().string()).graph, true);
+    for (const NetSource& source : AllNets()) RegisterNet(source.name, source.load().graph, true);
     return true;
 }();
 

@@ -1,114 +1,24 @@
-// Propagation over the nets of the folder named by TALORA_CORPUS: joining the tree, all beliefs anew,
-// all beliefs after other findings on a tenth of the variables, after one finding more, and one belief
-// after one finding more; and cases by the sixteen.  "BestOrder" is the same with an order that was searched
-// for.
+// Propagation over generated nets and those of the folder named by TALORA_CORPUS: joining the tree, all
+// beliefs anew, all beliefs after other findings on a tenth of the variables, after one finding more, and one
+// belief after one finding more; and cases by the sixteen.  "BestOrder" is the same with an order that was
+// searched for.
 //
 // "U" is the time of a run in units of the time that this machine, in the same run, needs to sum once
 // an array of as many floats as the tree has entries.  "per" is the time per message and belief.
 #include <benchmark/benchmark.h>
 
-#include <chrono>
-#include <filesystem>
 #include <memory>
 #include <random>
 
-#include "../Tests/Corpus/NetScan.h"
-#include "BN/Graph_Triangulate.h"
-#include "BN/Junction.h"
-#include "BN/OptimizeOrder.h"
-#include "BN/Propagate.h"
 #include "BN/PropagateBatch.h"
 #include "Basic/FloatMode.h"
+#include "BenchTree.h"
 
 namespace {
 
 using namespace talora;
-using Clock = std::chrono::steady_clock;
-
-struct Net {
-    ModelGraph graph;
-    std::vector<std::vector<float>> tables;
-    Triangulation triangulation;
-    JunctionTree tree;
-    std::unique_ptr<Propagation> propagation;
-    std::vector<float> belief;
-    double sum_seconds = 0;
-};
-
-// The numbers of all "probs = ... ;" statements, comments left out.
-std::vector<std::vector<float>> ScanTables(const std::string& path)
-{
-    std::vector<std::vector<float>> tables;
-    std::ifstream file(path);
-    bool inside = false;
-    for (std::string line; std::getline(file, line);) {
-        line.resize(std::min(line.size(), line.find("//")));
-        if (line.rfind("\tnode ", 0) == 0) tables.emplace_back();
-        inside |= line.find("probs =") != std::string::npos;
-        for (const char* at = line.c_str(); inside && *at != 0;) {
-            char* end = nullptr;
-            const float number = std::strtof(at, &end);
-            const bool is_number = end != at && *at != 'p';
-            if (is_number) tables.back().push_back(number);
-            inside = *at != ';';
-            at = is_number ? end : at + 1;
-        }
-    }
-    return tables;
-}
-
-// The least of several runs over an array of this length, which stays in the cache if it fits.
-double SecondsToSum(size_t count)
-{
-    const std::vector<float> entries(count, 1.0f);
-    double best = 1e9;
-    for (int run = 0; run < 20; ++run) {
-        const auto start = Clock::now();
-        float lanes[64] = {};
-        for (size_t i = 0; i + 64 <= count; i += 64)
-            for (size_t k = 0; k < 64; ++k) lanes[k] += entries[i + k];
-        benchmark::DoNotOptimize(lanes);
-        best = std::min(best, std::chrono::duration<double>(Clock::now() - start).count());
-    }
-    return best;
-}
-
-// With the greedy order, or the best that two seconds of search find.
-std::shared_ptr<Net> Load(const std::string& path, bool optimize)
-{
-    auto net = std::make_shared<Net>();
-    net->graph = test::ScanNet(path).graph;
-    net->tables = ScanTables(path);
-    std::vector<int> nodes(net->graph.variables.size());
-    std::iota(nodes.begin(), nodes.end(), 0);
-    std::vector<int> order = FindGreedyOrder(net->graph, nodes, nullptr).order;
-    if (optimize) {
-        OptimizeLimits limits;
-        limits.seconds = 2;
-        order = FindOptimizedOrder(net->graph, &order, limits, nullptr).order;
-    }
-    net->triangulation = Triangulate(net->graph, order);
-    net->tree = JoinTree(net->graph, net->triangulation, false);
-    net->propagation = std::make_unique<Propagation>(
-        net->graph, net->tree, [net = net.get()](int v) { return net->tables[size_t(v)].data(); });
-    for (const auto& variable : net->graph.variables)
-        net->belief.resize(std::max(net->belief.size(), size_t(variable.num_states)));
-    net->sum_seconds = SecondsToSum(size_t(net->tree.total_size));
-    return net;
-}
-
-void ReadAllBeliefs(Net& net)
-{
-    for (int v = 0; v < int(net.graph.variables.size()); ++v) net.propagation->Belief(v, net.belief.data());
-}
-
-// The most probable state now, so that findings can go on being entered.
-int LikelyState(Net& net, int variable)
-{
-    net.propagation->Belief(variable, net.belief.data());
-    const int n = net.graph.variables[size_t(variable)].num_states;
-    return int(std::max_element(net.belief.begin(), net.belief.begin() + n) - net.belief.begin());
-}
+using namespace talora::bench;
+using Net = BenchTree;
 
 void Count(benchmark::State& state, const Net& net, double seconds)
 {
@@ -128,7 +38,7 @@ void Measure(benchmark::State& state, Net& net, Prepare prepare, Run run)
         prepare();
         const auto start = Clock::now();
         run();
-        const double taken = std::chrono::duration<double>(Clock::now() - start).count();
+        const double taken = SecondsSince(start);
         state.SetIterationTime(taken);
         seconds += taken;
     }
@@ -145,11 +55,10 @@ void Join(benchmark::State& state, std::shared_ptr<Net> net)
 void First(benchmark::State& state, std::shared_ptr<Net> net)
 {
     std::unique_ptr<Propagation> fresh;
-    auto source = [&](int v) { return net->tables[size_t(v)].data(); };
     Measure(
         state, *net, [&] { fresh.reset(); },
         [&] {
-            fresh = std::make_unique<Propagation>(net->graph, net->tree, source);
+            fresh = std::make_unique<Propagation>(net->graph, net->tree, net->Source());
             fresh->Update();
         });
 }
@@ -170,15 +79,7 @@ void FreshFindings(benchmark::State& state, std::shared_ptr<Net> net)
     std::mt19937 random(7);
     std::vector<std::pair<int, int>> findings;
     auto prepare = [&] {
-        net->propagation->ClearFindings();
-        findings.clear();
-        for (int v = 0; v < int(net->graph.variables.size()); ++v) {
-            if (random() % 10 != 0) continue;
-            net->propagation->UpdateFor(v);
-            findings.emplace_back(v, LikelyState(*net, v));
-            net->propagation->SetPositive(v, findings.back().second);
-        }
-        net->propagation->ClearFindings();
+        findings = FindingsOnATenth(*net, random);
         net->propagation->Update();
     };
     Measure(state, *net, prepare, [&] {
@@ -223,8 +124,7 @@ void Batch(benchmark::State& state, std::shared_ptr<Net> net, bool together)
     const DenormalsOff mode;
     CaseInference::Wanted wanted;
     for (int v = 0; v < int(net->graph.variables.size()); ++v) wanted.beliefs.push_back(v);
-    BatchPropagation batch(
-        net->graph, net->tree, [&](int v) { return net->tables[size_t(v)].data(); }, wanted);
+    BatchPropagation batch(net->graph, net->tree, net->Source(), wanted);
     std::mt19937 random(9);
     std::vector<std::vector<int32_t>> states(kCases);
     std::vector<CaseFindings> cases(kCases);
@@ -256,22 +156,17 @@ void Batch(benchmark::State& state, std::shared_ptr<Net> net, bool together)
 }
 
 const bool registered = [] {
-    const std::string folder = test::CorpusFolder();
-    if (folder.empty()) return false;
-    for (const auto& entry : std::filesystem::directory_iterator(folder + "/nets")) {
-        const std::string name = entry.path().stem();
-        if (entry.path().extension() != ".dne" || name == "mushroom_empty") continue;
+    for (const NetSource& source : AllNets()) {
         for (const bool optimize : {false, true}) {
-            // Nets are read when they are first measured.
             auto shared = std::make_shared<std::shared_ptr<Net>>();
             auto add = [&](const char* what, auto run) {
-                auto with_net = [=, path = entry.path().string()](benchmark::State& state) {
-                    if (*shared == nullptr) *shared = Load(path, optimize);
+                auto with_net = [=](benchmark::State& state) {
+                    if (*shared == nullptr) *shared = MakeBenchTree(source.load(), optimize ? 2 : 0);
+                    if ((*shared)->propagation == nullptr) return state.SkipWithError("too large a tree");
                     run(state, *shared);
                 };
-                const std::string full_name =
-                    std::string(optimize ? "BestOrder/" : "Propagate/") + name + "/" + what;
-                benchmark::RegisterBenchmark(full_name.c_str(), with_net)
+                const std::string name = (optimize ? "BestOrder/" : "Propagate/") + source.name + "/" + what;
+                benchmark::RegisterBenchmark(name.c_str(), with_net)
                     ->UseManualTime()
                     ->Unit(benchmark::kMicrosecond);
             };

@@ -1,0 +1,122 @@
+// A net with its tree and its propagation, and the unit in which benchmarks state their times.
+//
+// "U" is the time that this machine, in the same run, needs to sum once an array of as many floats as the
+// tree has entries.
+#pragma once
+
+#include <benchmark/benchmark.h>
+
+#include <chrono>
+#include <memory>
+#include <numeric>
+#include <random>
+
+#include "BN/Graph_Triangulate.h"
+#include "BN/Junction.h"
+#include "BN/OptimizeOrder.h"
+#include "BN/Propagate.h"
+#include "BenchNets.h"
+
+namespace talora::bench {
+
+using Clock = std::chrono::steady_clock;
+
+inline double SecondsSince(Clock::time_point start)
+{
+    return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+// Trees beyond this many entries take too long and too much memory.
+constexpr double kMaxBenchTree = 4e8;
+
+struct BenchTree {
+    ModelGraph graph;
+    std::vector<std::vector<float>> tables;
+    Triangulation triangulation;
+    JunctionTree tree;
+    std::unique_ptr<Propagation> propagation;  // null where the tree is too large
+    std::vector<float> belief;
+    double sum_seconds = 0;
+
+    int Size() const { return int(graph.variables.size()); }
+    int NumStates(int v) const { return graph.variables[size_t(v)].num_states; }
+    TableSource Source()
+    {
+        return [this](int v) { return tables[size_t(v)].data(); };
+    }
+};
+
+inline std::vector<int> NetOrder(const ModelGraph& graph)
+{
+    std::vector<int> nodes(graph.variables.size());
+    std::iota(nodes.begin(), nodes.end(), 0);
+    return nodes;
+}
+
+// The least of several runs over an array of this length, which stays in the cache if it fits.
+inline double SecondsToSum(size_t count)
+{
+    const std::vector<float> entries(count, 1.0f);
+    double best = 1e9;
+    for (int run = 0; run < 20; ++run) {
+        const auto start = Clock::now();
+        float lanes[64] = {};
+        for (size_t i = 0; i + 64 <= count; i += 64)
+            for (size_t k = 0; k < 64; ++k) lanes[k] += entries[i + k];
+        benchmark::DoNotOptimize(lanes);
+        best = std::min(best, SecondsSince(start));
+    }
+    return best;
+}
+
+// With the greedy order, or the best that so many seconds of search find.
+inline std::shared_ptr<BenchTree> MakeBenchTree(PlainNet net, double search_seconds)
+{
+    auto made = std::make_shared<BenchTree>();
+    made->graph = std::move(net.graph);
+    made->tables = std::move(net.tables);
+    std::vector<int> order = FindGreedyOrder(made->graph, NetOrder(made->graph), nullptr).order;
+    if (search_seconds > 0) {
+        OptimizeLimits limits;
+        limits.seconds = search_seconds;
+        order = FindOptimizedOrder(made->graph, &order, limits, nullptr).order;
+    }
+    made->triangulation = Triangulate(made->graph, order);
+    made->tree = JoinTree(made->graph, made->triangulation, false);
+    for (int v = 0; v < made->Size(); ++v)
+        made->belief.resize(std::max(made->belief.size(), size_t(made->NumStates(v))));
+    if (made->tree.total_size > kMaxBenchTree) return made;
+    made->propagation = std::make_unique<Propagation>(made->graph, made->tree, made->Source());
+    made->sum_seconds = SecondsToSum(size_t(made->tree.total_size));
+    return made;
+}
+
+inline void ReadAllBeliefs(BenchTree& net)
+{
+    for (int v = 0; v < net.Size(); ++v) net.propagation->Belief(v, net.belief.data());
+}
+
+// The most probable state now, so that findings can go on being entered.
+inline int LikelyState(BenchTree& net, int variable)
+{
+    net.propagation->Belief(variable, net.belief.data());
+    return int(std::max_element(net.belief.begin(), net.belief.begin() + net.NumStates(variable)) -
+               net.belief.begin());
+}
+
+// Findings that are possible together, on a tenth of the variables; none is entered afterwards.
+inline std::vector<std::pair<int, int>> FindingsOnATenth(BenchTree& net, std::mt19937& random)
+{
+    std::vector<std::pair<int, int>> findings;
+    net.propagation->ClearFindings();
+    for (int v = 0; v < net.Size(); ++v) {
+        if (random() % 10 != 0) continue;
+        net.propagation->UpdateFor(v);
+        findings.emplace_back(v, LikelyState(net, v));
+        net.propagation->SetPositive(v, findings.back().second);
+    }
+    net.propagation->ClearFindings();
+    return findings;
+}
+
+}  // namespace talora::bench
