@@ -69,26 +69,37 @@ inline double SecondsToSum(size_t count)
     return best;
 }
 
-// With the greedy order, or the best that so many seconds of search find.
-inline std::shared_ptr<BenchTree> MakeBenchTree(PlainNet net, double search_seconds)
+inline void TakeNet(BenchTree& net, PlainNet plain)
 {
-    auto made = std::make_shared<BenchTree>();
-    made->graph = std::move(net.graph);
-    made->tables = std::move(net.tables);
-    std::vector<int> order = FindGreedyOrder(made->graph, NetOrder(made->graph), nullptr).order;
+    net.graph = std::move(plain.graph);
+    net.tables = std::move(plain.tables);
+    for (int v = 0; v < net.Size(); ++v)
+        net.belief.resize(std::max(net.belief.size(), size_t(net.NumStates(v))));
+}
+
+// Makes the tree of the triangulation.
+inline void JoinBenchTree(BenchTree& net)
+{
+    net.tree = JoinTree(net.graph, net.triangulation, false);
+    if (net.tree.total_size > kMaxBenchTree) return;
+    net.propagation = std::make_unique<Propagation>(net.graph, net.tree, net.Source());
+    net.sum_seconds = SecondsToSum(size_t(net.tree.total_size));
+}
+
+// With the greedy order, or the best that so many seconds of search find.
+inline std::shared_ptr<BenchTree> MakeBenchTree(PlainNet plain, double search_seconds)
+{
+    auto net = std::make_shared<BenchTree>();
+    TakeNet(*net, std::move(plain));
+    std::vector<int> order = FindGreedyOrder(net->graph, NetOrder(net->graph), nullptr).order;
     if (search_seconds > 0) {
         OptimizeLimits limits;
         limits.seconds = search_seconds;
-        order = FindOptimizedOrder(made->graph, &order, limits, nullptr).order;
+        order = FindOptimizedOrder(net->graph, &order, limits, nullptr).order;
     }
-    made->triangulation = Triangulate(made->graph, order);
-    made->tree = JoinTree(made->graph, made->triangulation, false);
-    for (int v = 0; v < made->Size(); ++v)
-        made->belief.resize(std::max(made->belief.size(), size_t(made->NumStates(v))));
-    if (made->tree.total_size > kMaxBenchTree) return made;
-    made->propagation = std::make_unique<Propagation>(made->graph, made->tree, made->Source());
-    made->sum_seconds = SecondsToSum(size_t(made->tree.total_size));
-    return made;
+    net->triangulation = Triangulate(net->graph, order);
+    JoinBenchTree(*net);
+    return net;
 }
 
 inline void ReadAllBeliefs(BenchTree& net)
