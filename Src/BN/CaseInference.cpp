@@ -7,12 +7,19 @@
 #include "BN/BnCompile.h"
 #include "BN/BnUpdating.h"
 #include "BN/PropagateBatch.h"
+#include "BN/TargetedQuery.h"
 #include "Basic/Error.h"
 #include "Basic/FloatMode.h"
 
 namespace talora {
 
 namespace {
+
+// Where a case leaves at most this share of the variables open, finding the part that matters costs less than
+// a whole update.
+constexpr int kFewOpen = 10;
+// Trees from this many entries on take longer for an update than the tree of any part takes to build.
+constexpr double kHugeTree = 4e6;
 
 // A variable and its parents in the tree, and where their configurations stand in the node's table.
 struct Family {
@@ -54,6 +61,18 @@ Family FamilyOf(const CompiledNet& compiled, int variable)
     return family;
 }
 
+// An elimination order that gives the cliques of the tree.
+std::vector<int> OrderOf(const JunctionTree& tree)
+{
+    std::vector<int> order;
+    for (int clique = tree.num_cliques(); clique-- > 0;) {
+        const std::span<const int> kept = tree.separators[clique];
+        for (int v : tree.members[clique])
+            if (std::find(kept.begin(), kept.end(), v) == kept.end()) order.push_back(v);
+    }
+    return order;
+}
+
 }  // namespace
 
 // Results of a case that was propagated by itself; those of the others are asked of the batch.
@@ -78,6 +97,8 @@ struct CaseInference::Engine {
 
     std::unique_ptr<BatchPropagation> batch;   // null where the tree is too large
     std::unique_ptr<Propagation> propagation;  // null until it is needed
+    std::unique_ptr<TargetedQuery> query;      // null until it is needed
+    std::vector<char> observed;                // by variable: whether the last case told it
     std::vector<int32_t> entered;              // the states that the propagation has
     std::vector<int> softened;                 // variables that have weights in it
     std::vector<SingleResult> singles;         // of the last run, ascending k
@@ -125,6 +146,7 @@ struct CaseInference::Engine {
         made.erase(variable);
         if (batch) batch->TableChanged(variable);
         if (propagation) propagation->TableChanged(variable);
+        if (query) query->TableChanged(variable);
     }
 
     void Run(std::span<const CaseFindings> cases)
@@ -139,23 +161,73 @@ struct CaseInference::Engine {
 
     void RunSingle(int k, const CaseFindings& findings)
     {
+        if (singles.size() == num_singles) singles.emplace_back();
+        SingleResult& result = singles[num_singles];
+        result.k = k;
+        const bool in_part = IsPartEnough(findings);
+        const UpdateStatus status = in_part ? AskPart(findings) : UpdateWhole(findings);
+        if (status == UpdateStatus::kHalted)
+            FailWith(ABORTED_CND, 6582, "working through cases was halted for >-net '%s'", net.name.c_str());
+        result.log_probability = status == UpdateStatus::kInconsistent
+                                     ? -std::numeric_limits<double>::infinity()
+                                 : in_part ? query->LogProbability()
+                                           : propagation->LogProbability();
+        if (status == UpdateStatus::kUpdated && in_part) KeepPartResults(result);
+        if (status == UpdateStatus::kUpdated && !in_part) KeepResults(result);
+        ++num_singles;
+    }
+
+    // ---- The part of the model that matters (TargetedQuery.h). ----
+
+    // Whether it is quicker than the whole tree: where nearly all is observed, where the tree that it gets
+    // serves once more, or where the whole tree is huge.
+    bool IsPartEnough(const CaseFindings& findings)
+    {
+        if (batch || compiled.has_decisions || !wanted.families.empty()) return false;
+        observed.resize(size_t(num_variables));
+        bool is_as_before = true;
+        int num_open = 0;
+        for (int v = 0; v < num_variables; ++v) {
+            const bool is_observed = findings.states[v] >= 0;
+            num_open += !is_observed;
+            is_as_before &= is_observed == bool(observed[size_t(v)]);
+            observed[size_t(v)] = is_observed;
+        }
+        return is_as_before || num_open <= num_variables / kFewOpen || compiled.tree.total_size > kHugeTree;
+    }
+
+    UpdateStatus AskPart(const CaseFindings& findings)
+    {
+        if (!query)
+            query = std::make_unique<TargetedQuery>(
+                compiled.propagation_graph, [this](int v) { return Table(v); }, OrderOf(compiled.tree));
+        ModelFindings known;
+        known.positive.assign(findings.states, findings.states + num_variables);
+        for (int& state : known.positive) state = std::max(-1, state);
+        known.likelihoods.assign(size_t(num_variables), nullptr);
+        for (const CaseFindings::Weights& soft : findings.likelihoods)
+            known.likelihoods[size_t(soft.variable)] = soft.weights;
+        return query->Ask(wanted.beliefs, known, true);
+    }
+
+    void KeepPartResults(SingleResult& result)
+    {
+        result.numbers.resize(size_t(num_numbers));
+        for (size_t i = 0; i < wanted.beliefs.size(); ++i)
+            query->Belief(int(i), result.numbers.data() + belief_at[size_t(wanted.beliefs[i])]);
+    }
+
+    // ---- The whole tree. ----
+
+    UpdateStatus UpdateWhole(const CaseFindings& findings)
+    {
         if (!propagation) {
             propagation = std::make_unique<Propagation>(compiled.propagation_graph, compiled.tree,
                                                         [this](int v) { return Table(v); });
             entered.assign(size_t(num_variables), -1);
         }
         Enter(findings);
-        if (singles.size() == num_singles) singles.emplace_back();
-        SingleResult& result = singles[num_singles];
-        result.k = k;
-        const UpdateStatus status = Update();
-        if (status == UpdateStatus::kHalted)
-            FailWith(ABORTED_CND, 6582, "working through cases was halted for >-net '%s'", net.name.c_str());
-        result.log_probability = status == UpdateStatus::kInconsistent
-                                     ? -std::numeric_limits<double>::infinity()
-                                     : propagation->LogProbability();
-        if (status == UpdateStatus::kUpdated) KeepResults(result);
-        ++num_singles;
+        return Update();
     }
 
     void Enter(const CaseFindings& findings)

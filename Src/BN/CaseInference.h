@@ -27,9 +27,11 @@ struct CaseFindings {
     std::span<const Weights> likelihoods;
 };
 
-// Small trees take sixteen cases at a time (PropagateBatch.h).  Otherwise, and for cases that are too
-// improbable for that, each case goes on from the findings of the one before, so that only what differs is
-// propagated.
+// Small trees take sixteen cases at a time (PropagateBatch.h).  In other trees, where just beliefs are
+// wanted, a case is answered from the part of the model that matters (TargetedQuery.h) if it leaves little
+// open, if it tells of the same variables as the one before, or if the tree is huge.  Otherwise, and for
+// cases that are too improbable to go by the sixteen, each case goes on from the findings of the one before,
+// so that only what differs is propagated.
 class CaseInference {
 public:
     // What is going to be asked; asking for less is faster.

@@ -99,7 +99,8 @@ RelevantPart FindRelevantPart(const ModelGraph& graph, std::span<const int> targ
     for (int v = 0; v < int(marked.size()); ++v) {
         if (!marked[size_t(v)]) continue;
         const std::vector<int> family = FreeFamily(graph, findings, v);
-        if (family.empty() ? !whole : !wanted[size_t(components.Find(family[0]))]) continue;
+        if (family.empty() && whole && !graph.variables[size_t(v)].is_decision) part.fixed.push_back(v);
+        if (family.empty() || !wanted[size_t(components.Find(family[0]))]) continue;
         variable_of[size_t(v)] = int(part.original.size());
         part.original.push_back(v);
     }
@@ -152,6 +153,20 @@ void CutTable(const ModelGraph& graph, const RelevantPart& part, int v, const Mo
             at[k] = 0;
         }
     }
+}
+
+double FixedFactor(const ModelGraph& graph, int v, const ModelFindings& findings, const float* table,
+                   std::vector<float>& scratch)
+{
+    const ModelGraph::Variable& variable = graph.variables[size_t(v)];
+    const int num_states = std::max(1, variable.num_states), state = findings.positive[size_t(v)];
+    int64_t row = 0;
+    for (int parent : variable.parents)
+        row = row * graph.variables[size_t(parent)].num_states + findings.positive[size_t(parent)];
+    scratch.resize(size_t(num_states));
+    ReadRow(table == nullptr ? nullptr : table + row * num_states, num_states, scratch.data());
+    const float* const likelihood = findings.likelihoods[size_t(v)];
+    return double(scratch[size_t(state)]) * (likelihood == nullptr ? 1.0 : double(likelihood[state]));
 }
 
 }  // namespace talora

@@ -29,13 +29,15 @@ bool HasImpossibleRow(const float* table, int64_t rows, int num_states);
 
 struct RelevantPart {
     // The variables that are not observed; and for each observed one whose table still tells something of
-    // them (or of the probability of the findings) a variable of one state, which takes that table.
+    // them a variable of one state, which takes that table.
     ModelGraph graph;
     std::vector<int> original;  // per variable of `graph`: the variable of the whole model
     std::vector<int> targets;   // per target the variable of `graph`, -1 for one that is observed
+    std::vector<int> fixed;     // of the whole model: observed with all parents, a factor of the probability
 };
 
-// @param whole  keep all that the probability of the findings depends on, not only what the targets do
+// @param whole  keep all that the probability of the findings depends on, not only what the targets do; else
+//               nothing is `fixed`
 // O(variables and links that matter, times their logarithm).
 RelevantPart FindRelevantPart(const ModelGraph& graph, std::span<const int> targets,
                               const ModelFindings& findings, bool whole);
@@ -44,5 +46,10 @@ RelevantPart FindRelevantPart(const ModelGraph& graph, std::span<const int> targ
 // last.  `table` is that of the whole model, null for uniform.
 void CutTable(const ModelGraph& graph, const RelevantPart& part, int v, const ModelFindings& findings,
               const float* table, std::vector<float>& cut);
+
+// How probable the state of an observed variable is given its parents, which are observed too, times the
+// weight that it has.
+double FixedFactor(const ModelGraph& graph, int v, const ModelFindings& findings, const float* table,
+                   std::vector<float>& scratch);
 
 }  // namespace talora

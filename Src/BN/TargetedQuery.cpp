@@ -7,7 +7,9 @@
 
 #include "BN/Graph_Triangulate.h"
 #include "BN/Junction.h"
+#include "BN/TableSize.h"
 #include "Basic/Error.h"
+#include "Basic/FloatMode.h"
 #include "Basic/Memory.h"
 
 namespace talora {
@@ -15,6 +17,14 @@ namespace talora {
 namespace {
 
 constexpr size_t kMostTrees = 16;
+constexpr double kLargePart = 65536;  // entries of cliques: worth another look at the order
+
+double SizeOfCliques(const ModelGraph& graph, const Triangulation& triangulation)
+{
+    double sum = 0;
+    for (const std::vector<int>& clique : triangulation.cliques) sum += TableSize(graph, clique);
+    return sum;
+}
 
 // A question that was answered, with its tree.
 struct Prepared {
@@ -31,10 +41,13 @@ struct Prepared {
 struct TargetedQuery::Engine {
     const ModelGraph* graph;
     TableSource table;
+    std::vector<int> order;        // of the whole model, or none
     std::list<Prepared> prepared;  // last used first
     std::vector<int> observed;     // states of the targets of the last question that were observed, or -1
     std::vector<int> asked;
-    std::vector<char> constrained;   // by variable
+    double log_fixed = 0;           // of the last question: what takes no part in the tree
+    std::vector<char> constrained;  // by variable
+    std::vector<float> scratch;
     std::vector<int> not_looked_at;  // variables whose table changed since
 
     static std::vector<int> KeyOf(std::span<const int> targets, const ModelFindings& findings, bool whole)
@@ -90,16 +103,28 @@ struct TargetedQuery::Engine {
     void Build(Prepared& p, std::span<const int> targets, const ModelFindings& findings, bool whole)
     {
         p.part = FindRelevantPart(*graph, targets, findings, whole);
-        std::vector<int> all(p.part.original.size());
-        std::iota(all.begin(), all.end(), 0);
-        const std::vector<int> order = FindGreedyOrder(p.part.graph, all, nullptr).order;
-        p.tree = JoinTree(p.part.graph, Triangulate(p.part.graph, order), false);
+        p.tree = JoinTree(p.part.graph, TriangulatePart(p.part), false);
         CheckMemory(p.tree.total_size * sizeof(float), "to find the beliefs of a few >-node-s");
-        p.tables.resize(all.size());
-        for (int v : all) Refill(p, v, findings);
+        p.tables.resize(p.part.original.size());
+        for (int v = 0; v < int(p.tables.size()); ++v) Refill(p, v, findings);
         p.positive = findings.positive;
         p.propagation = std::make_unique<Propagation>(p.part.graph, p.tree,
                                                       [&p](int v) { return p.tables[size_t(v)].data(); });
+    }
+
+    Triangulation TriangulatePart(const RelevantPart& part) const
+    {
+        std::vector<int> all(part.original.size());
+        std::iota(all.begin(), all.end(), 0);
+        Triangulation greedy = Triangulate(part.graph, FindGreedyOrder(part.graph, all, nullptr).order);
+        const double size = SizeOfCliques(part.graph, greedy);
+        if (order.empty() || size < kLargePart) return greedy;
+        std::vector<int> variable_of(graph->variables.size(), -1), own_order;
+        for (int v : all) variable_of[size_t(part.original[size_t(v)])] = v;
+        for (int v : order)
+            if (variable_of[size_t(v)] >= 0) own_order.push_back(variable_of[size_t(v)]);
+        Triangulation given = Triangulate(part.graph, own_order);
+        return SizeOfCliques(part.graph, given) < size ? given : greedy;
     }
 
     void Refill(Prepared& p, int v, const ModelFindings& findings) const
@@ -131,15 +156,47 @@ struct TargetedQuery::Engine {
         observed.clear();
         for (int target : targets) observed.push_back(findings.positive[size_t(target)]);
         asked.assign(targets.begin(), targets.end());
-        if (whole || targets.size() != 1 || p.part.targets[0] < 0) return p.propagation->Update();
-        return p.propagation->UpdateFor(p.part.targets[0]);
+        if (!MultiplyFixed(p, findings)) return UpdateStatus::kInconsistent;
+        return Update(p, whole);
+    }
+
+    // False: one of them is impossible.
+    bool MultiplyFixed(const Prepared& p, const ModelFindings& findings)
+    {
+        double product = 1;
+        log_fixed = 0;
+        for (int v : p.part.fixed) {
+            product *= FixedFactor(*graph, v, findings, table(v), scratch);
+            if (product == 0) return false;
+            if (product > 1e-200 && product < 1e200) continue;
+            log_fixed += std::log(product);
+            product = 1;
+        }
+        log_fixed += std::log(product);
+        return true;
+    }
+
+    // Messages towards one clique are enough where little is asked.
+    static UpdateStatus Update(Prepared& p, bool whole)
+    {
+        std::vector<int> free;
+        for (int target : p.part.targets)
+            if (target >= 0) free.push_back(target);
+        if (free.empty() && whole && !p.part.original.empty()) free.push_back(0);
+        if (free.size() > 2) return p.propagation->Update();
+        UpdateStatus status = UpdateStatus::kUpdated;
+        for (size_t k = 0; k < free.size() && status == UpdateStatus::kUpdated; ++k)
+            status = p.propagation->UpdateFor(free[k]);
+        return status;
     }
 };
 
-TargetedQuery::TargetedQuery(const ModelGraph& graph, TableSource table) : engine_(std::make_unique<Engine>())
+TargetedQuery::TargetedQuery(const ModelGraph& graph, TableSource table, std::vector<int> order)
+    : engine_(std::make_unique<Engine>())
 {
     engine_->graph = &graph;
     engine_->table = std::move(table);
+    engine_->order = std::move(order);
     engine_->not_looked_at.resize(graph.variables.size());
     std::iota(engine_->not_looked_at.begin(), engine_->not_looked_at.end(), 0);
 }
@@ -148,6 +205,7 @@ TargetedQuery::~TargetedQuery() = default;
 
 UpdateStatus TargetedQuery::Ask(std::span<const int> targets, ModelFindings& findings, bool wants_probability)
 {
+    const DenormalsOff mode;
     engine_->FindConstrained();
     findings.constrained = engine_->constrained;
     return engine_->Ask(targets, findings, wants_probability);
@@ -168,7 +226,8 @@ void TargetedQuery::Belief(int target, float* belief) const
 
 double TargetedQuery::LogProbability() const
 {
-    return engine_->prepared.front().propagation->LogProbability();
+    const Prepared& p = engine_->prepared.front();
+    return (p.part.original.empty() ? 0 : p.propagation->LogProbability()) + engine_->log_fixed;
 }
 
 double TargetedQuery::TreeSize() const

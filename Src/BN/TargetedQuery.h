@@ -3,6 +3,7 @@
 // No junction tree of the whole model is needed.  The tree of the part is kept for the next question with
 // the same targets and the same observed variables, whatever their states; then only the tables that mention
 // a changed finding are filled anew.  A handful of such trees are kept, the oldest unused one goes first.
+// What is observed together with all its parents takes no part in a tree: it is a factor of the probability.
 //
 // The graph must outlive it.  One thread at a time.
 #pragma once
@@ -19,7 +20,9 @@ namespace talora {
 
 class TargetedQuery {
 public:
-    TargetedQuery(const ModelGraph& graph, TableSource table);
+    // @param order  of the whole model; where a part is large and its own greedy order is worse, this is
+    // taken
+    TargetedQuery(const ModelGraph& graph, TableSource table, std::vector<int> order = {});
     ~TargetedQuery();
     TargetedQuery(const TargetedQuery&) = delete;
     TargetedQuery& operator=(const TargetedQuery&) = delete;
@@ -30,7 +33,7 @@ public:
 
     // ---- Of the last question, if it was answered. ----
     void Belief(int target, float* belief) const;  // `target` counts the targets asked for
-    double LogProbability() const;                 // natural log
+    double LogProbability() const;                 // natural log; needs wants_probability
     double TreeSize() const;                       // entries of the tree that answered
 
     void TableChanged(int variable);

@@ -16,18 +16,20 @@ namespace {
 
 class CaseInferenceTest : public ModelTest {
 protected:
-    void FillTables(Net& net)
+    void FillTable(Node& node)
     {
         std::uniform_real_distribution<float> uniform(0.05f, 1.0f);
-        for (Node* node : net.nodes.nodes) {
-            TableVector<float> probs(size_t(TableEntries(*node)));
-            for (size_t row = 0; row < probs.size(); row += NumStates(*node)) {
-                float sum = 0;
-                for (int s = 0; s < NumStates(*node); ++s) sum += probs[row + s] = uniform(random_);
-                for (int s = 0; s < NumStates(*node); ++s) probs[row + s] /= sum;
-            }
-            SetTable(*node, std::move(probs));
+        TableVector<float> probs(size_t(TableEntries(node)));
+        for (size_t row = 0; row < probs.size(); row += NumStates(node)) {
+            float sum = 0;
+            for (int s = 0; s < NumStates(node); ++s) sum += probs[row + s] = uniform(random_);
+            for (int s = 0; s < NumStates(node); ++s) probs[row + s] /= sum;
         }
+        SetTable(node, std::move(probs));
+    }
+    void FillTables(Net& net)
+    {
+        for (Node* node : net.nodes.nodes) FillTable(*node);
     }
     // The net's own answer to one case, added up over the family of every node.
     void Reference(Net& net, const std::vector<int32_t>& states, double weight,
@@ -109,6 +111,60 @@ TEST_F(CaseInferenceTest, AsTheNetWithTheSameFindings)
         for (int v = 0; v < n; ++v)
             for (size_t at = 0; at < counts[v].size(); ++at)
                 EXPECT_NEAR(counts[v][at], expected[v][at], 1e-3) << v << " " << at;
+    }
+}
+
+// Trees too large to go by the sixteen: the whole tree and parts of the model take turns, as cases tell of
+// more or fewer variables and of the same as before.
+TEST_F(CaseInferenceTest, BeliefsFromPartsOfLargeNets)
+{
+    const struct {
+        const char* label;
+        const char* net;
+    } rows[] = {{"large", "A:20 B:20 C:20 D:20 E F G; A B C -> D; D -> E; A E -> F; G -> A"},
+                {"huge", "A:50 B:50 C:50 D:50 E F G; A B C -> E; B C D -> F; E F -> G"}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.label);
+        Net& net = Make(row.net);
+        FillTables(net);
+        CompileNet(net);
+        const CompiledNet& compiled = *net.compiled;
+        const int n = int(compiled.nodes.size());
+        const CaseInference::Wanted wanted = {{compiled.variable_of[FindNode(net, "A")->index],
+                                               compiled.variable_of[FindNode(net, "G")->index]},
+                                              {}};
+        CaseInference inference(net, wanted);
+        ASSERT_EQ(inference.Width(), 1);
+        const float weights[] = {0.5f, 0.1f};
+        const CaseFindings::Weights soft{compiled.variable_of[FindNode(net, "E")->index], weights};
+        std::vector<int32_t> states(size_t(n), -1);
+        for (int round = 0; round < 40; ++round) {
+            const int kind = int(random_() % 4);  // all told, none, as before, any
+            for (int v = 0; v < n; ++v) {
+                const int state = int(random_() % NumStates(*compiled.nodes[v]));
+                const bool as_before = kind == 2 ? states[v] >= 0 : kind == 0 || (kind == 3 && random_() % 2);
+                states[v] = as_before ? state : -1;
+            }
+            CaseFindings one{states.data(), {}};
+            if (round % 5 == 0 && states[soft.variable] < 0) one.likelihoods = {&soft, 1};
+            if (round % 7 == 0) {
+                FillTable(*FindNode(net, "E"));
+                inference.TableChanged(soft.variable);
+            }
+            inference.Run({&one, 1});
+            for (int v = 0; v < n; ++v)
+                if (states[v] >= 0) EnterFinding(*compiled.nodes[v], states[v], FindingMode::STRICT);
+            if (!one.likelihoods.empty()) EnterLikelihood(*FindNode(net, "E"), weights);
+            EXPECT_NEAR(inference.LogProbability(0), LogFindingsProbability(net), 2e-5);
+            UpdateBeliefs(net);
+            for (int v : wanted.beliefs) {
+                std::vector<float> belief(size_t(NumStates(*compiled.nodes[v])));
+                inference.Belief(0, v, belief.data());
+                const float* own = GetBeliefs(*compiled.nodes[v]);
+                for (size_t s = 0; s < belief.size(); ++s) EXPECT_NEAR(belief[s], own[s], 1e-5);
+            }
+            for (int v = 0; v < n; ++v) RetractFindings(*compiled.nodes[v]);
+        }
     }
 }
 
