@@ -9,6 +9,7 @@
 
 #include "BN/DenseElimination.h"
 #include "BN/Graph_Triangulate.h"
+#include "BN/OptimizeOrderExact.h"
 #include "BN/TableSize.h"
 
 namespace talora {
@@ -23,6 +24,12 @@ constexpr uint64_t kWorkBetweenChecks = 100'000;
 // How much scores are blurred: whole runs need guidance, small pieces are best shaken well.
 constexpr double kWholeNoises[] = {0, 0.05, 0.2, 0.5, 1};
 constexpr double kPieceNoises[] = {3, 10};
+// When all orders are looked at, and how many sets of variables that may take: soon, and once more when the
+// bound is likely to be tight.
+constexpr struct {
+    uint64_t after_trials;
+    size_t max_states;
+} kExactSearches[] = {{256, 10'000}, {16384, 100'000}};
 
 // An order up to exchanges that change nothing: who is eliminated next among the neighbours.
 struct EliminationTree {
@@ -137,7 +144,9 @@ public:
 
 private:
     bool MayGoOn();
+    bool HasTimeLeft();
     bool TryWithoutFill();
+    bool TryExact();
     void TryWhole();
     bool TryPiece();
     void TakeAsCurrent(const std::vector<int>& order);
@@ -179,6 +188,11 @@ bool OrderSearch::MayGoOn()
     uint64_t work = whole_search_.Work() + piece_search_.Work();
     if (result_.num_trials % 8 != 0 && work < work_of_next_check_) return true;
     work_of_next_check_ = work + kWorkBetweenChecks;
+    return HasTimeLeft();
+}
+
+bool OrderSearch::HasTimeLeft()
+{
     std::chrono::duration<double> spent = std::chrono::steady_clock::now() - start_;
     if (limits_.seconds > 0 && spent.count() >= limits_.seconds) return false;
     double fraction = 0;
@@ -225,6 +239,19 @@ bool OrderSearch::TryWithoutFill()
     if (NeedsFill(tree, moral_graph_) || TotalSize(tree) > result_.total_size) return false;
     TakeAsCurrent(order);
     return true;
+}
+
+// True: there is nothing better than the current tree.
+bool OrderSearch::TryExact()
+{
+    size_t max_states = 0;
+    for (const auto& search : kExactSearches)
+        if (result_.num_trials == search.after_trials) max_states = search.max_states;
+    if (max_states == 0) return false;
+    const ExactSearchResult found =
+        SearchExactOrder(graph_, moral_graph_, result_.total_size, max_states, [&] { return HasTimeLeft(); });
+    if (!found.order.empty()) TakeAsCurrent(found.order);
+    return found.is_complete;
 }
 
 void OrderSearch::TryWhole()
@@ -403,6 +430,10 @@ OptimizeResult OrderSearch::Run(const std::vector<int>& first_order)
         ++result_.num_trials;
         ++trials_since_best_;
         ++trials_since_restart_;
+        if (TryExact()) {
+            result_.is_proven = true;
+            break;
+        }
         if (trials_since_best_ % 4096 == 0) allowance_ = random_.Fraction() * random_.Fraction() * 0.1;
         bool is_turn_of_whole = can_try_whole && whole_search_.Work() * 4 <= piece_search_.Work();
         if (is_turn_of_whole || (!TryPiece() && can_try_whole)) TryWhole();

@@ -6,7 +6,9 @@
 // seed alone: whole greedy eliminations with various scores, blurred and with random ties; and
 // pieces of the elimination tree done anew.  Eliminating a set of variables leaves the same graph
 // in whatever order it is done, so a connected piece of the tree can be rearranged on its own, at
-// the cost of the piece and with an exact account of the gain.
+// the cost of the piece and with an exact account of the gain.  Where the core of the graph is small, an
+// exact search (OptimizeOrderExact.h) finds the best order or proves that there is no better one, and all
+// ends.
 //
 // Kjaerulff (1990), Triangulation of graphs: algorithms giving small total state space.
 // Tarjan & Yannakakis (1984), Simple linear-time algorithms to test chordality of graphs.
@@ -34,7 +36,7 @@ struct OptimizeResult {
     double total_size = 0;  // of its maximal cliques
     double first_size = 0;  // of the first trial's; total_size is never more
     uint64_t num_trials = 0;
-    bool is_proven = false;  // the moral graph needs no fill-in, so there is nothing better
+    bool is_proven = false;  // there is nothing better
     bool halted = false;     // with no order: halted before it began
 };
 
