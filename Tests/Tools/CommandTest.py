@@ -592,7 +592,7 @@ class DocumentsTest(unittest.TestCase):
     def test_files_named_are_there(self):
         for page in [ROOT / "README.md", ROOT / "CONTRIBUTING.md", *(ROOT / "Docs").glob("*.md")]:
             text = page.read_text()
-            names = [page.parent / link for link in re.findall(r"\]\(([^):]+)\)", text)]
+            names = [page.parent / link.partition("#")[0] for link in re.findall(r"\]\(([^):]+)\)", text)]
             names += [ROOT / name for name in re.findall(r"`((?:Src|Include|Tools|Tests|Scripts|Docs)/[\w/-]+\.\w+)`", text)]
             for name in names:
                 self.assertTrue(name.exists(), f"{page.name}: {name}")
