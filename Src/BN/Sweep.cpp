@@ -172,21 +172,25 @@ private:
         std::copy(from.begin(), from.end(), first);
     }
 
-    // The other way round: a row of the block sum has several entries for each entry of the part; for the
-    // first, second ... of them a list with its place per entry of the part.
-    int64_t WriteFoldMap(const Layout& layout)
+    // Adds up, from the inside, the axes of a row that the sum does not cover.
+    void WriteFolds(const Layout& layout, SweepOutput& output)
     {
-        const std::vector<uint16_t> places(plan_.maps.begin() + layout.row_map,
-                                           plan_.maps.begin() + layout.row_map + layout.row);
-        const int64_t start = int64_t(plan_.maps.size());
-        const int padded = (layout.from + kSweepPadding - 1) / kSweepPadding * kSweepPadding;
-        plan_.maps.resize(size_t(start + int64_t(padded) * (layout.row / layout.from)));
-        std::vector<int> next(static_cast<size_t>(layout.from));
-        for (int i = 0; i < layout.row; ++i) {
-            const int entry = places[size_t(i)];
-            plan_.maps[size_t(start + int64_t(padded) * next[size_t(entry)]++ + entry)] = uint16_t(i);
+        output.first_fold = int(plan_.folds.size());
+        int count = layout.spread, run = 1;
+        size_t axis = sizes_.size();
+        for (int row = 1; row < layout.row;) {
+            int terms = 1;
+            for (; row < layout.row && layout.strides[axis - 1] == 0; row *= sizes_[axis])
+                terms *= sizes_[--axis];
+            for (const int step : {2, 3})  // neighbours are quickly added up by twos and threes
+                for (; run == 1 && terms % step == 0; terms /= step, count /= step)
+                    plan_.folds.push_back({step, run, count});
+            if (terms > 1) plan_.folds.push_back({terms, run, count});
+            count /= terms;
+            for (; row < layout.row && layout.strides[axis - 1] != 0; row *= sizes_[axis])
+                run *= sizes_[--axis];
         }
-        return start;
+        output.end_fold = int(plan_.folds.size());
     }
 
     // What it costs, in units of one pass over a block, when a table moves to another part.
@@ -273,9 +277,7 @@ private:
             output.flush_blocks = int(std::min(most, still));
             if (layout.spread > 0) {
                 output.block_sum = layout.spread;
-                output.row = layout.row;
-                output.row_sum = layout.from;
-                output.fold_map = WriteFoldMap(layout);
+                WriteFolds(layout, output);
             } else if (output.wide) {
                 output.block_sum = layout.part;
             }

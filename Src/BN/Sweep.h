@@ -11,7 +11,8 @@
 // Where the covered axes alternate in short runs, a part is first spread out over the innermost few
 // axes (or, for sums, the block is first added up over the others), so that what touches the whole
 // block still runs over long runs.  The innermost axes make a row of sixteen entries or more; how the
-// entries of a table spread over a row is the same for every row, so it is a fixed permutation.
+// entries of a table spread over a row is the same for every row, so it is a fixed permutation.  The
+// sum is then folded: the axes of the row that it does not cover are added up one after another.
 //
 // A product is kept as long as none of its factors moves to another part: the loops are ordered so
 // that the innermost one touches as few tables as possible.
@@ -73,11 +74,16 @@ struct SweepOutput {
     int part = 1;          // entries that belong to a block
     int block_sum = 0;     // entries that a block is first added up to; 0: straight into the result
     int flush_blocks = 0;  // so many blocks at most go into one block sum
-    // How a block sum is added up to a part, row by row; -1: it is one.  All rows use the same map.
-    int64_t fold_map = -1;
-    int row = 1;        // entries of the block sum
-    int row_sum = 1;    // the entries of the part that they are added up to
+    int first_fold = 0;    // how a block sum is added up to a part; none: it is one
+    int end_fold = 0;
     bool wide = false;  // its parts come back, or are long sums: doubles
+};
+
+// Adds up axes that lie within a row: of each `terms` runs the entries that stand at the same place.
+struct SweepFold {
+    int terms;
+    int run;
+    int count;  // entries before
 };
 
 // Kernels work on so many entries at once and may read that much behind the end of a table.
@@ -93,6 +99,7 @@ struct SweepPlan {
     std::vector<int64_t> deltas;  // per loop and table: how far the table's part moves
     std::vector<SweepOp> ops;
     std::vector<uint16_t> maps;  // places, per run or per entry of a row; rows are padded
+    std::vector<SweepFold> folds;
     std::vector<SweepOutput> outputs;
 
     int Stride() const

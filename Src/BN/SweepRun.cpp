@@ -15,6 +15,8 @@ namespace talora {
 namespace {
 
 using Lanes = float __attribute__((vector_size(64)));
+using EightLanes = float __attribute__((vector_size(32)));
+using FourLanes = float __attribute__((vector_size(16)));
 using LanesInMemory = float __attribute__((vector_size(64), aligned(4), may_alias));
 using LaneIndexes = int32_t __attribute__((vector_size(64)));
 using PlacesInMemory = uint16_t __attribute__((vector_size(32), aligned(2), may_alias));
@@ -96,7 +98,7 @@ bool RunSweep(const SweepPlan& plan, std::span<const float* const> factors, std:
 {
     static const RunFunction run = ChooseRun();
     PlaceOutputs(plan, scratch);
-    GrowTo(scratch.buffers, size_t(plan.num_buffers + plan.num_outputs + 1) * size_t(plan.Stride()));
+    GrowTo(scratch.buffers, size_t(plan.num_buffers + plan.num_outputs + 3) * size_t(plan.Stride()));
     GrowTo(scratch.views, size_t(plan.num_buffers));
     scratch.offsets.assign(size_t(plan.num_factors + plan.num_outputs), 0);
     scratch.indexes.assign(plan.loop_sizes.size(), 0);
