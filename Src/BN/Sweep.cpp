@@ -1,7 +1,6 @@
 #include "BN/Sweep.h"
 
 #include <algorithm>
-#include <bit>
 #include <numeric>
 
 namespace talora {
@@ -483,23 +482,6 @@ SweepPlan BuildSweep(std::span<const int> sizes, std::span<const SweepScope> fac
                      std::span<const SweepScope> outputs)
 {
     return Builder(sizes, factors, outputs).Build();
-}
-
-int ScaleByExponent(float* entries, int64_t count)
-{
-    constexpr int kLargeExponent = 120;  // beyond it the factor would be a denormal number
-    constexpr int kBias = 126;           // of the exponent, for a fraction in [0.5, 1)
-    uint32_t largest = 0;                // numbers that are not negative are ordered like their bits
-    for (int64_t i = 0; i < count; ++i) largest = std::max(largest, std::bit_cast<uint32_t>(entries[i]));
-    const int exponent = int(largest >> 23) - kBias;
-    if (exponent == -kBias) return kVanished;
-    if (exponent > kLargeExponent) {
-        for (int64_t i = 0; i < count; ++i) entries[i] *= 0x1p-64f;
-        return 64 + ScaleByExponent(entries, count);
-    }
-    const float factor = std::bit_cast<float>(uint32_t(kBias + 1 - exponent) << 23);
-    for (int64_t i = 0; i < count; ++i) entries[i] *= factor;
-    return exponent;
 }
 
 }  // namespace talora

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <bit>
 
 #include "BN/Sweep.h"
 #include "Basic/Progress.h"
@@ -46,17 +47,27 @@ namespace avx512 {
 #pragma GCC pop_options
 #endif
 
-using RunFunction = decltype(&plain::Run);
+struct Kernels {
+    decltype(&plain::Run) run;
+    decltype(&plain::Largest) largest;
+    decltype(&plain::Scale) scale;
+};
 
-RunFunction ChooseRun()
+Kernels ChooseKernels()
 {
 #ifdef TALORA_SWEEP_SETS
     if (__builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512vl") &&
         __builtin_cpu_supports("avx512dq"))
-        return avx512::Run;
-    if (__builtin_cpu_supports("avx2")) return avx2::Run;
+        return {avx512::Run, avx512::Largest, avx512::Scale};
+    if (__builtin_cpu_supports("avx2")) return {avx2::Run, avx2::Largest, avx2::Scale};
 #endif
-    return plain::Run;
+    return {plain::Run, plain::Largest, plain::Scale};
+}
+
+const Kernels& ChosenKernels()
+{
+    static const Kernels kernels = ChooseKernels();
+    return kernels;
 }
 
 // What was in it is lost.
@@ -96,19 +107,35 @@ void PlaceOutputs(const SweepPlan& plan, SweepScratch& scratch)
 bool RunSweep(const SweepPlan& plan, std::span<const float* const> factors, std::span<const char> wanted,
               float boost, SweepScratch& scratch, bool maximise)
 {
-    static const RunFunction run = ChooseRun();
     PlaceOutputs(plan, scratch);
     GrowTo(scratch.buffers, size_t(plan.num_buffers + plan.num_outputs + 3) * size_t(plan.Stride()));
     GrowTo(scratch.views, size_t(plan.num_buffers));
     scratch.offsets.assign(size_t(plan.num_factors + plan.num_outputs), 0);
     scratch.indexes.assign(plan.loop_sizes.size(), 0);
     scratch.sums.assign(size_t(plan.num_outputs), {});
-    if (!run(plan, factors.data(), wanted.empty() ? nullptr : wanted.data(), boost, maximise, scratch))
+    if (!ChosenKernels().run(plan, factors.data(), wanted.empty() ? nullptr : wanted.data(), boost, maximise,
+                             scratch))
         return false;
     for (size_t o = 0; o < plan.outputs.size(); ++o)
         if (plan.outputs[o].wide && (wanted.empty() || wanted[o]))
             std::copy_n(scratch.wide_output[o], plan.outputs[o].size, scratch.output[o]);
     return true;
+}
+
+int ScaleByExponent(float* entries, int64_t count)
+{
+    constexpr int kLargeExponent = 120;  // beyond it the factor would be a denormal number
+    constexpr int kBias = 126;           // of the exponent, for a fraction in [0.5, 1)
+    const Kernels& kernels = ChosenKernels();
+    const int exponent = int(kernels.largest(entries, count) >> 23) - kBias;
+    if (exponent == -kBias) return kVanished;
+    if (exponent > kLargeExponent) {
+        kernels.scale(entries, count, 0x1p-64f);
+        return 64 + ScaleByExponent(entries, count);
+    }
+    if (exponent != 0)
+        kernels.scale(entries, count, std::bit_cast<float>(uint32_t(kBias + 1 - exponent) << 23));
+    return exponent;
 }
 
 }  // namespace talora
