@@ -9,6 +9,7 @@
 #include "BN/PropagateParts.h"
 #include "BN/Sweep.h"
 #include "BN/TableSize.h"
+#include "BN/TreeHubs.h"
 #include "Basic/Error.h"
 #include "Basic/FloatMode.h"
 #include "Basic/Memory.h"
@@ -66,9 +67,9 @@ NumberLists CliquesOf(const NumberLists& members, int num_variables)
 
 struct Propagation::Engine {
     const ModelGraph* graph;
-    const JunctionTree* tree;
+    HubTree hubs;
+    const JunctionTree* tree;  // the caller's, or the one with hubs
     TableSource table;
-    double small_tree;  // entries
     bool maximise = false;
 
     // What is known.
@@ -132,15 +133,19 @@ struct Propagation::Engine {
     TableVector<float> family_tables;
 
     Engine(const ModelGraph& g, const JunctionTree& t, TableSource source, double small)
-        : graph(&g), tree(&t), table(std::move(source)), small_tree(small), pending(t.num_cliques())
+        : graph(&g),
+          hubs(AddHubs(g, t)),
+          tree(hubs.origin.empty() ? &t : &hubs.tree),
+          table(std::move(source)),
+          pending(tree->num_cliques())
     {
-        const size_t num_variables = g.variables.size(), num_cliques = size_t(t.num_cliques());
+        const size_t num_variables = g.variables.size(), num_cliques = size_t(tree->num_cliques());
         positive.assign(num_variables, -1);
         likelihoods.resize(num_variables);
         cut.assign(num_variables, -1);
         axis_of.assign(num_variables, -1);
-        cliques_of = CliquesOf(t.members, int(num_variables));
-        ChooseStaying();
+        cliques_of = CliquesOf(tree->members, int(num_variables));
+        ChooseStaying(t.total_size <= small);
         GroupPotentials();
         ChooseBeliefSources();
         up.resize(num_cliques);
@@ -149,11 +154,11 @@ struct Propagation::Engine {
         private_computed.assign(num_cliques, -1);
         private_beliefs.resize(num_cliques);
         private_total.resize(num_cliques);
-        for (int i = 0; i < t.num_cliques(); ++i) is_scalar.push_back(!HasFree(t.separators[i]));
+        for (int i = 0; i < tree->num_cliques(); ++i) is_scalar.push_back(!HasFree(tree->separators[i]));
         up_plans.assign(num_cliques, nullptr);
         down_plans.assign(num_cliques, nullptr);
         private_plans.assign(num_cliques, nullptr);
-        for (int i = 0; i < t.num_cliques(); ++i) pending.Insert(i);
+        for (int i = 0; i < tree->num_cliques(); ++i) pending.Insert(i);
         for (size_t v = 0; v < num_variables; ++v)
             if (g.variables[v].is_decision) decisions.push_back(int(v));
     }
@@ -168,9 +173,8 @@ struct Propagation::Engine {
 
     // ---- Structure. ----
 
-    void ChooseStaying()
+    void ChooseStaying(bool is_small)
     {
-        const bool is_small = tree->total_size <= small_tree;
         for (const ModelGraph::Variable& variable : graph->variables)
             always_stays.push_back(is_small && !variable.is_decision);
     }
@@ -1066,7 +1070,8 @@ bool Propagation::IsUpdated() const
 }
 int Propagation::VanishedAt() const
 {
-    return engine_->vanished_at;
+    const int clique = engine_->vanished_at;
+    return clique < 0 || engine_->hubs.origin.empty() ? clique : engine_->hubs.origin[size_t(clique)];
 }
 
 double Propagation::LogProbability() const
