@@ -55,5 +55,18 @@ class InstallTest(unittest.TestCase):
         installed = self.prefix / "bin" / "talora"
         self.assertIn("Lawn", run(installed, "info", saved))
 
+    def test_as_a_part_of_a_larger_build(self):
+        whole = self.work / "whole"
+        whole.mkdir()
+        (whole / "CMakeLists.txt").write_text(
+            "cmake_minimum_required(VERSION 3.25)\nproject(Whole LANGUAGES C CXX)\n"
+            f'add_subdirectory("{ROOT}" talora)\nadd_executable(program "{EXAMPLES / "c" / "chest_clinic.c"}")\n'
+            "target_link_libraries(program PRIVATE Talora::talora)\n")
+        run("cmake", "-G", "Ninja", "-S", whole, "-B", whole / "build")
+        targets = run("ninja", "-C", whole / "build", "-t", "targets", "all")
+        self.assertIn("program:", targets)
+        for name in ("talora_command:", "talora_tests:", "manual:", "package:"):
+            self.assertNotIn("\n" + name, targets)
+
 
 unittest.main()
