@@ -35,17 +35,20 @@ highlight_language = "text"
 pygments_style = "friendly"
 
 
-def drop_links_out(app, name, source):
-    """Links to pages and folders outside Docs lead nowhere in HTML; their text stays."""
+def mend_links(app, name, source):
+    """Links to pages and folders outside Docs lead nowhere in HTML; their text stays. Links that give the name
+    of a file as their text show the title of its page instead."""
     page = pathlib.Path(app.srcdir) / name
 
     def link(match):
         target = (page.parent / match[2].partition("#")[0]).resolve()
         leaves = root / "Docs" not in target.parents and not match[2].startswith(("#", "http"))
-        return match[1] if leaves and (target.is_dir() or target.suffix == ".md") else match[0]
+        if leaves:
+            return match[1] if target.is_dir() or target.suffix == ".md" else match[0]
+        return f"[]({match[2]})" if match[1].endswith(".md") else match[0]
     source[0] = re.sub(r"\[([^\]\n]*)\]\(([^)\s]+)\)", link, source[0])
 
 
 def setup(app):
     app.add_lexer("sh", BashSessionLexer)  # what is typed apart from what is printed
-    app.connect("source-read", drop_links_out)
+    app.connect("source-read", mend_links)

@@ -202,6 +202,7 @@ def keywords():
             meaning = told.get((kind, keyword))
             if meaning is None:
                 sys.exit(f"Docs/net-format.md does not say what the field '{keyword}' of a {kind} is")
+            meaning = meaning.replace("](#", "](net-format.md#")
             rows.append((keyword.lower(), kind, f"| `{keyword}` | {kind} | {'yes' if writer != 'nullptr' else 'no'} | {meaning} |\n"))
     return WRITTEN + ("# Keywords of net files\n\nEvery field that a net file may have, by name. All are read; "
                       "what is written, and how statements are put together, is told in "

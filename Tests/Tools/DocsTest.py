@@ -13,10 +13,11 @@ or an indented one:
 - A block with the name of a file behind its language becomes that file; what is to be done with it, sh
   blocks say.
 - c and cpp without a file name are compiled inside a function that has the usual variables.
-- python without a file name runs, all blocks of a page in one program.  Where the Python module is not
-  built, pages say so and skip these.
+- python without a file name runs, all sessions (>>>) of a page in their order, and all other blocks as one
+  program.  They are skipped where the Python module is not built, or pandas, if they mention it, not there.
 - A block that begins with the header of a net is read as a net, one with that of a case file as cases.
 """
+import importlib.util
 import os
 import pathlib
 import re
@@ -154,6 +155,9 @@ class Page:
             self.skipped += len(self.python)
             return
         self.block = f"{self.path.relative_to(ROOT)}, python"
+        if importlib.util.find_spec("pandas") is None:
+            self.python, all_blocks = [text for text in self.python if "pandas" not in text], self.python
+            self.skipped += len(all_blocks) - len(self.python)
         sessions = [text for text in self.python if text.startswith(">>> ")]
         if sessions:
             self.write("session.txt", "\n\n".join(sessions))
@@ -213,7 +217,8 @@ class DocsTest(unittest.TestCase):
                     self.fail("\n\n".join(page.complaints))
         print(f"{total} examples run", file=sys.stderr)
         if skipped:
-            print(f"{skipped} examples in Python skipped: the module is not built (TALORA_PYTHON)", file=sys.stderr)
+            reason = "pandas is not installed" if self.has_python else "the module is not built (TALORA_PYTHON)"
+            print(f"{skipped} examples in Python skipped: {reason}", file=sys.stderr)
 
     def test_links(self):
         """Every link to a file leads somewhere, and so does every place in a page that is linked to."""
