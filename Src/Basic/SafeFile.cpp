@@ -20,6 +20,8 @@ FileOps file_ops = {
     ::fsync,
     ::close,
     ::rename,
+    ::unlink,
+    ::ftruncate,
 };
 
 namespace {
@@ -67,13 +69,19 @@ void WriteFully(int file, std::string_view bytes, bool& failed)
     FailWith(FILE_CND, 4031, "couldn't open file '%s' for writing", path.c_str());
 }
 
-// A rename is only sure to last once its folder is synced.  Some file systems cannot sync a folder.
-bool SyncFolder(const std::string& folder)
+int OpenFile(const std::string& path, int flags)
 {
-    const int file = file_ops.open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0);
-    if (file < 0) return false;
-    const bool synced = file_ops.fsync(file) == 0 || errno == EINVAL || errno == ENOTSUP;
-    return (file_ops.close(file) == 0) && synced;
+    int file;
+    do {
+        file = file_ops.open(path.c_str(), flags | O_CLOEXEC, 0);
+    } while (file < 0 && errno == EINTR);
+    return file;
+}
+
+// False if closing told of an error.  A call that was interrupted has closed the file all the same.
+bool CloseFile(int file)
+{
+    return file_ops.close(file) == 0 || errno == EINTR;
 }
 
 }  // namespace
@@ -85,7 +93,7 @@ SafeFile::SafeFile(std::string path, bool keep_private) : path_(std::move(path))
     if (exists && S_ISDIR(old.st_mode)) FailOpening(path_);
     if (exists && ::access(target_.c_str(), W_OK) != 0) FailOpening(path_);
     if (exists && !S_ISREG(old.st_mode)) {
-        file_ = file_ops.open(target_.c_str(), O_WRONLY | O_CLOEXEC, 0);
+        file_ = OpenFile(target_, O_WRONLY);
         if (file_ < 0) FailOpening(path_);
         return;
     }
@@ -119,14 +127,14 @@ void SafeFile::OpenTemporary(bool keep_private)
 SafeFile::~SafeFile()
 {
     if (file_ >= 0) file_ops.close(file_);
-    if (!temporary_.empty()) ::unlink(temporary_.c_str());
+    if (!temporary_.empty()) file_ops.unlink(temporary_.c_str());
 }
 
 void SafeFile::FailWriting()
 {
     if (file_ >= 0) file_ops.close(file_);
     file_ = -1;
-    if (!temporary_.empty()) ::unlink(temporary_.c_str());
+    if (!temporary_.empty()) file_ops.unlink(temporary_.c_str());
     temporary_.clear();
     FailWith(FILE_CND, 4032, "disk error writing to file '%s' (is disk full or write protected?)",
              path_.c_str());
@@ -143,20 +151,32 @@ void SafeFile::Commit()
 {
     // A failed sync is never tried again: the system may have dropped the data and forgotten it.
     if (!temporary_.empty() && file_ops.fsync(file_) != 0) FailWriting();
-    const int closed = file_ops.close(file_);
+    const bool closed = CloseFile(file_);
     file_ = -1;
-    if (closed != 0) FailWriting();
+    if (!closed) FailWriting();
     if (temporary_.empty()) return;
     if (file_ops.rename(temporary_.c_str(), target_.c_str()) != 0) FailWriting();
     temporary_.clear();
-    if (!SyncFolder(FolderOf(target_))) FailWriting();
+    SyncFolder();
+}
+
+// A rename is only sure to last once its folder is synced.  Some file systems cannot sync a folder.
+void SafeFile::SyncFolder()
+{
+    const int folder = OpenFile(FolderOf(target_), O_RDONLY | O_DIRECTORY);
+    const bool synced = folder >= 0 && (file_ops.fsync(folder) == 0 || errno == EINVAL || errno == ENOTSUP);
+    const int reason = errno;
+    if (folder >= 0) file_ops.close(folder);
+    if (!synced)
+        Warn(
+            4036,
+            "file '%s' was saved, but its folder could not be synced (OS error %d): should power fail now, the old file may be there again",
+            path_.c_str(), reason);
 }
 
 InputFile::InputFile(const std::string& path) : path_(path)
 {
-    do {
-        file_ = file_ops.open(path.c_str(), O_RDONLY | O_CLOEXEC, 0);
-    } while (file_ < 0 && errno == EINTR);
+    file_ = OpenFile(path, O_RDONLY);
     if (file_ < 0)
         FailWith(FILE_CND, 4030, "file '%s' does not exist, or could not be opened for reading",
                  path.c_str());

@@ -3,7 +3,8 @@
 // A SafeFile writes to a temporary file beside its target (a symbolic link is followed to the file
 // that it names), made exclusively, with the mode of the old file; Commit syncs it, renames it over
 // the target and syncs the folder.  Without a Commit, or after any failure, the temporary goes and
-// the old file stays.  What is no regular file (a pipe, a terminal) is written directly.
+// the old file stays.  A folder that cannot be synced is only warned of: the new file is there, whole.
+// What is no regular file (a pipe, a terminal) is written directly.
 #pragma once
 
 #include <sys/stat.h>
@@ -22,6 +23,8 @@ struct FileOps {
     int (*fsync)(int file);
     int (*close)(int file);
     int (*rename)(const char* from, const char* to);
+    int (*unlink)(const char* path);
+    int (*ftruncate)(int file, off_t size);
 };
 extern FileOps file_ops;
 
@@ -39,6 +42,8 @@ public:
 private:
     [[noreturn]] void FailWriting();
     void OpenTemporary(bool keep_private);
+
+    void SyncFolder();
 
     std::string path_;       // as the caller named it, for messages
     std::string target_;     // behind symbolic links
