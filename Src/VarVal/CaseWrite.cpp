@@ -176,6 +176,7 @@ void CaseWriter::End()
     row_began_ = false;
     if (text_.size() < kFlushBytes) return;
     sink_.Write(text_);
+    num_written_ += static_cast<int64_t>(text_.size());
     text_.clear();
 }
 
@@ -224,34 +225,55 @@ int64_t SizeOf(const Stream& file)
     return ::stat(file.name.c_str(), &info) == 0 ? info.st_size : 0;
 }
 
-[[noreturn]] void FailAppending(const Stream& file)
+int OpenToWrite(const Stream& file, int flags)
 {
-    FailWith(FILE_CND, 6533, "couldn't append a case to file '%s' (OS error %d)", file.name.c_str(), errno);
+    int handle;
+    do {
+        handle = file_ops.open(file.name.c_str(), O_WRONLY | O_CLOEXEC | flags, 0);
+    } while (handle < 0 && errno == EINTR);
+    return handle;
 }
 
-// Adds bytes to the end of a file; a write that fails half way is taken back.
+// False if an error was told of.  A call that was interrupted has closed the file all the same.
+bool CloseFile(int handle)
+{
+    return file_ops.close(handle) == 0 || errno == EINTR;
+}
+
+// Cuts a file to the size that it had before an attempt to append, and fails.
+[[noreturn]] void FailAppending(const Stream& file, int64_t size)
+{
+    const int reason = errno;
+    const int handle = OpenToWrite(file, 0);
+    bool taken_back = handle >= 0 && file_ops.ftruncate(handle, size) == 0;
+    if (handle >= 0 && !CloseFile(handle)) taken_back = false;
+    if (!taken_back && SizeOf(file) != size)
+        Warn(6534, "part of a case was left at the end of file '%s'", file.name.c_str());
+    FailWith(FILE_CND, 6533, "couldn't append a case to file '%s' (OS error %d)", file.name.c_str(), reason);
+}
+
+// Adds bytes to the end of a file, in one call where the system takes them so.  They are there for every
+// process then, but not synced: losing power may cost the cases that were appended last.
 void AppendBytes(Stream& file, std::string_view bytes, int64_t size)
 {
     if (file.in_memory) {
         file.contents += bytes;
         return;
     }
-    const int handle = file_ops.open(file.name.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC, 0);
-    if (handle < 0) FailAppending(file);
+    const int handle = OpenToWrite(file, O_APPEND);
+    if (handle < 0) FailAppending(file, size);
     while (!bytes.empty()) {
         const ssize_t count = file_ops.write(handle, bytes.data(), bytes.size());
         if (count > 0) {
             bytes.remove_prefix(static_cast<size_t>(count));
         } else if (count == 0 || errno != EINTR) {
             const int reason = errno;
-            const bool taken_back = ::ftruncate(handle, size) == 0;
             file_ops.close(handle);
             errno = reason;
-            if (!taken_back) Warn(6534, "part of a case was left at the end of file '%s'", file.name.c_str());
-            FailAppending(file);
+            FailAppending(file, size);
         }
     }
-    if (file_ops.close(handle) != 0) FailAppending(file);
+    if (!CloseFile(handle)) FailAppending(file, size);
 }
 
 char LastByte(const Stream& file, int64_t size)
@@ -268,9 +290,10 @@ int64_t WriteFirstCase(Stream& file, std::span<Node* const> nodes, int64_t id, d
     CaseWriter writer(file, nodes, id != kNoCaseId, freq != kNoFreq);
     std::vector<std::string> entries;
     for (const Node* node : nodes) AppendFinding(entries.emplace_back(), *node, writer.Signs());
+    const int64_t position = writer.Position();
     writer.WriteEntries(entries, id, freq);
     writer.Commit();
-    return CaseFileReader(file, file.env->case_delimiter, false).FirstCase();
+    return position;
 }
 
 // The case as a line for a file that has columns already.

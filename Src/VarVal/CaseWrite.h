@@ -57,6 +57,8 @@ public:
     void Commit();
 
     const CaseSigns& Signs() const { return signs_; }
+    // Where the next case will begin, in bytes from the beginning.
+    int64_t Position() const { return num_written_ + static_cast<int64_t>(text_.size()); }
 
 private:
     void WriteHeader(std::span<const std::string> columns);
@@ -71,6 +73,7 @@ private:
     bool with_id_, with_freq_;
     std::vector<std::vector<std::string>> words_;  // per node: its states as they are written
     std::string text_;                             // not handed to the sink yet
+    int64_t num_written_ = 0;                      // bytes handed to it
     bool row_began_ = false;
     size_t row_begin_ = 0;  // in text_
 };
