@@ -36,9 +36,9 @@ void Measure(benchmark::State& state, Net& net, Prepare prepare, Run run)
     double seconds = 0;
     for (auto _ : state) {
         prepare();
-        const auto start = Clock::now();
+        const Stopwatch watch;
         run();
-        const double taken = SecondsSince(start);
+        const double taken = watch.Seconds();
         state.SetIterationTime(taken);
         seconds += taken;
     }
