@@ -99,6 +99,7 @@ struct CaseInference::Engine {
     std::unique_ptr<Propagation> propagation;  // null until it is needed
     std::unique_ptr<TargetedQuery> query;      // null until it is needed
     std::vector<char> observed;                // by variable: whether the last case told it
+    std::vector<int> targets;                  // of the query: beliefs wanted, then open members of families
     std::vector<int32_t> entered;              // the states that the propagation has
     std::vector<int> softened;                 // variables that have weights in it
     std::vector<SingleResult> singles;         // of the last run, ascending k
@@ -183,7 +184,7 @@ struct CaseInference::Engine {
     // serves once more, or where the whole tree is huge.
     bool IsPartEnough(const CaseFindings& findings)
     {
-        if (batch || compiled.has_decisions || !wanted.families.empty()) return false;
+        if (batch || compiled.has_decisions) return false;
         observed.resize(size_t(num_variables));
         bool is_as_before = true;
         int num_open = 0;
@@ -207,7 +208,16 @@ struct CaseInference::Engine {
         known.likelihoods.assign(size_t(num_variables), nullptr);
         for (const CaseFindings::Weights& soft : findings.likelihoods)
             known.likelihoods[size_t(soft.variable)] = soft.weights;
-        return query->Ask(wanted.beliefs, known, true);
+        targets = wanted.beliefs;
+        for (const Family& family : families)
+            for (int member : family.members)
+                if (known.positive[size_t(member)] < 0) targets.push_back(member);
+        if (!families.empty()) {
+            std::sort(targets.begin() + std::ptrdiff_t(wanted.beliefs.size()), targets.end());
+            targets.erase(std::unique(targets.begin() + std::ptrdiff_t(wanted.beliefs.size()), targets.end()),
+                          targets.end());
+        }
+        return query->Ask(targets, known, true);
     }
 
     void KeepPartResults(SingleResult& result)
@@ -215,6 +225,9 @@ struct CaseInference::Engine {
         result.numbers.resize(size_t(num_numbers));
         for (size_t i = 0; i < wanted.beliefs.size(); ++i)
             query->Belief(int(i), result.numbers.data() + belief_at[size_t(wanted.beliefs[i])]);
+        for (size_t f = 0; f < families.size(); ++f)
+            query->JointBelief(families[f].members,
+                               result.numbers.data() + family_at[size_t(wanted.families[f])]);
     }
 
     // ---- The whole tree. ----

@@ -224,6 +224,41 @@ void TargetedQuery::Belief(int target, float* belief) const
     belief[state] = 1;
 }
 
+void TargetedQuery::JointBelief(std::span<const int> variables, float* joint) const
+{
+    const Prepared& p = engine_->prepared.front();
+    std::vector<int> free, counts;
+    std::vector<int64_t> strides;
+    int64_t size = 1, start = 0, num_free = 1;
+    for (size_t k = variables.size(); k-- > 0;) {
+        const int v = variables[k], state = p.positive[size_t(v)];
+        const int num_states = std::max(1, engine_->graph->variables[size_t(v)].num_states);
+        if (state >= 0) {
+            start += state * size;
+        } else {
+            const auto found = std::lower_bound(p.part.original.begin(), p.part.original.end(), v);
+            free.insert(free.begin(), int(found - p.part.original.begin()));
+            counts.insert(counts.begin(), num_states);
+            strides.insert(strides.begin(), size);
+            num_free *= num_states;
+        }
+        size *= num_states;
+    }
+    std::fill_n(joint, size, 0.0f);
+    std::vector<float> part(size_t(num_free), 1.0f);
+    if (!free.empty()) TALORA_CHECK(p.propagation->JointBelief(free, part.data()));
+    std::vector<int> at(free.size());
+    for (float entry : part) {
+        joint[start] = entry;
+        for (size_t k = free.size(); k-- > 0;) {
+            start += strides[k];
+            if (++at[k] < counts[k]) break;
+            start -= strides[k] * counts[k];
+            at[k] = 0;
+        }
+    }
+}
+
 double TargetedQuery::LogProbability() const
 {
     const Prepared& p = engine_->prepared.front();

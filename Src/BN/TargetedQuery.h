@@ -33,8 +33,11 @@ public:
 
     // ---- Of the last question, if it was answered. ----
     void Belief(int target, float* belief) const;  // `target` counts the targets asked for
-    double LogProbability() const;                 // natural log; needs wants_probability
-    double TreeSize() const;                       // entries of the tree that answered
+    // The joint distribution of variables of the whole model that share a table there, the last varying
+    // fastest.  Those that are not observed must be targets.
+    void JointBelief(std::span<const int> variables, float* joint) const;
+    double LogProbability() const;  // natural log; needs wants_probability
+    double TreeSize() const;        // entries of the tree that answered
 
     void TableChanged(int variable);
 
