@@ -251,7 +251,7 @@ void AskAboutStaleTables(Net& net)
 
 void ReportCompiled(const Net& net, const TreeSizes& sizes)
 {
-    if (net.env->message_handler == nullptr) return;
+    if (!net.env->message_handler.IsSet()) return;
     const int num_cliques = net.compiled->tree.num_cliques();
     if (sizes.under_findings == sizes.with_separators)
         Report({.severity = REPORT_SEV, .number = 6009},
@@ -267,7 +267,8 @@ void ReportCompiled(const Net& net, const TreeSizes& sizes)
 // Shows the person what the best order so far will take, under a heading the first time.
 void ShowRequirements(environ_vx& env, double entries, bool is_first)
 {
-    if (env.message_handler == nullptr) return;
+    const auto handler = env.message_handler.Get();
+    if (handler.function == nullptr) return;
     constexpr double kSecondsPerEntry = 3e-9;  // of a full update of a large net, measured
     const double seconds = entries * kSecondsPerEntry;
     std::string text;
@@ -281,7 +282,7 @@ void ShowRequirements(environ_vx& env, double entries, bool is_first)
     else
         text += Phrase("  Time = %.5g hour (with sufficient RAM)", seconds / 3600);
     const CallerFloatMode caller;
-    env.message_handler(&env, text.c_str(), nullptr, env.message_data);
+    handler.function(&env, text.c_str(), nullptr, handler.data);
 }
 
 std::vector<int> PositiveFindings(const CompiledNet& compiled)

@@ -65,7 +65,10 @@ void Change(Net& net, Node* node, T& field, T value, unsigned effects, const cha
         return;
     }
     BeforeChange(net, node, effects);
-    std::swap(field, value);
+    if constexpr (std::is_same_v<T, std::string>)
+        ExchangeText(net, field, value);
+    else
+        std::swap(field, value);
     AfterChange(net, node, effects);
 }
 template <class T>

@@ -728,7 +728,8 @@ namespace netread {
 
 void Name(NetReader& r)
 {
-    r.TheNet().name = r.ReadName("net");
+    std::string name = r.ReadName("net");
+    ExchangeText(r.TheNet(), r.TheNet().name, name);
 }
 
 void NumDimensions(NetReader& r)

@@ -5,8 +5,16 @@
 
 #include "BN/BnEdit.h"
 #include "BN/BnUpdating.h"
+#include "Basic/Environ.h"
 
 namespace talora {
+
+void ExchangeText(Net& net, std::string& field, std::string& other) noexcept
+{
+    if (&field != &net.name) return field.swap(other);
+    const std::lock_guard guard(net.env->mutex);
+    field.swap(other);
+}
 
 // ---- Memory ----
 

@@ -83,6 +83,10 @@ size_t HeapBytes(const std::vector<T, Allocator>& values) noexcept
     return total;
 }
 
+// Exchanges two texts, one of them a field of the net.  Threads that look for a net read its name with only the
+// environment's list held.
+void ExchangeText(Net& net, std::string& field, std::string& other) noexcept;
+
 // ---- Records ----
 
 // What all edits of a net have in common: the effects, and the results put aside.
@@ -119,7 +123,13 @@ public:
     int Code() const noexcept override { return UNDO_FIELD; }
 
 protected:
-    void Exchange(bool) noexcept override { std::swap(field_, other_); }
+    void Exchange(bool) noexcept override
+    {
+        if constexpr (std::is_same_v<T, std::string>)
+            ExchangeText(net_, field_, other_);
+        else
+            std::swap(field_, other_);
+    }
 
 private:
     T& field_;

@@ -338,7 +338,7 @@ void PrepareOwnedList(NodeList& list, environ_vx* env, RecursiveLock* lock)
 
 Net* NewNet(environ_vx& env, std::string_view name)
 {
-    RecursiveLock* lock = NewNetLock();
+    RecursiveLock* lock = NewObjectLock();
     Net* net = nullptr;
     try {
         net = Nets().New(lock);
@@ -346,11 +346,12 @@ Net* NewNet(environ_vx& env, std::string_view name)
         net->env = &env;
         PrepareOwnedList(net->nodes, &env, lock);
         PrepareOwnedList(net->elim_order, &env, lock);
+        if (CallLocks* call = ThisThread().locks) call->Adopt(lock);
         std::lock_guard guard(env.mutex);
         env.nets.push_back(net);  // from here on others see it
     } catch (...) {
         if (net) Nets().Release(net);
-        ReleaseNetLock(lock);
+        ReleaseObjectLock(lock);
         throw;
     }
     return net;
@@ -374,7 +375,7 @@ void DeleteNet(Net* net) noexcept
     net->nodes.header.SetTag(DELETED_TYPE);
     net->elim_order.header.SetTag(DELETED_TYPE);
     Nets().Release(net);
-    ReleaseNetLock(lock);
+    ReleaseObjectLock(lock);
 }
 
 Node* NewNodeRecord(Net& net)

@@ -186,7 +186,7 @@ struct net_bn {
     std::unique_ptr<talora::UndoList> undo;  // null until undo is first turned on
     bool changed = false;                    // since it was read or written
     talora::Secret password;                 // for writing it encrypted
-    randgen_vx* random_gen = nullptr;        // the caller's, or null for the environment's
+    std::atomic<randgen_vx*> random_gen{nullptr};  // the caller's, or null for the environment's
     void* user_data = nullptr;
     std::string report;               // text given out last
     std::vector<tester_bn*> testers;  // made for callers, deleted with the net

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <mutex>
 
 #include "BN/BnEdit.h"
 #include "BN/BnProbs.h"
@@ -85,7 +84,7 @@ struct Builder {
     EqnReason failure;
 
     RandomState* random = nullptr;
-    std::mutex* random_lock = nullptr;  // null for a net's own generator
+    RecursiveLock* random_lock = nullptr;  // null for a net's own generator
     NodeTables tables;
 
     const EqnVariable& Output() const { return eqn.variables[0]; }
@@ -338,8 +337,7 @@ void StartCounts(const Builder& b, int64_t row_index, float* row)
 
 void FillRow(Builder& b, int64_t row_index, std::vector<double>& probs)
 {
-    std::unique_lock<std::mutex> guard;
-    if (b.sampled && b.random_lock) guard = std::unique_lock(*b.random_lock);
+    const RandomScope guard(b.sampled ? b.random_lock : nullptr);
     SetParents(b);
     if (b.target == Target::REALS) {
         b.tables.func_reals[row_index] = MeanOfSamples(b);
@@ -592,8 +590,9 @@ Builder MakeBuilder(Node& node, int num_samples)
     b.arguments.resize(kMaxEqnArguments);
     b.states.resize(node.links.size());
     for (const int source : b.eqn.sources) b.links.push_back(source - 1);
-    b.random = node.net->random_gen ? &node.net->random_gen->state : &node.net->env->random;
-    b.random_lock = node.net->random_gen ? nullptr : &RandomLock();
+    randgen_vx* const own = node.net->random_gen;
+    b.random = own ? &own->state : &node.net->env->random;
+    b.random_lock = own ? nullptr : &RandomLock();
     return b;
 }
 

@@ -18,7 +18,7 @@ Learner* NewLearner(environ_vx& env, int method)
 {
     const std::lock_guard guard(env.mutex);
     env.learners.reserve(env.learners.size() + 1);
-    Learner* learner = Learners().New(nullptr);
+    Learner* learner = Learners().NewWithLock();
     learner->env = &env;
     learner->method = method;
     env.learners.push_back(learner);
@@ -30,7 +30,7 @@ void DeleteLearner(Learner* learner) noexcept
     environ_vx& env = *learner->env;
     const std::lock_guard guard(env.mutex);
     env.learners.erase(std::remove(env.learners.begin(), env.learners.end(), learner), env.learners.end());
-    Learners().Release(learner);
+    Learners().ReleaseWithLock(learner);
 }
 
 void DeleteLearners(environ_vx& env) noexcept

@@ -28,8 +28,8 @@ struct learner_bn {
     int method = talora::COUNTING_METHOD;
     int max_iters = 1000;
     double tolerance = 1e-5;  // relative change of the negative log-likelihood
-    randgen_vx* random_gen =
-        nullptr;  // the caller's, breaks the symmetry of hidden nodes; null: nothing does
+    // The caller's, breaks the symmetry of hidden nodes; null: nothing does.
+    std::atomic<randgen_vx*> random_gen{nullptr};
 
     // Of the learning done last.
     std::vector<talora::LearnIteration> history;

@@ -48,28 +48,11 @@ int ChooseMethod(std::span<Node* const> nodes)
     FailWith(conditions, 6660, "can't simulate case because %s", reason.c_str());
 }
 
-class MaybeLocked {
-public:
-    explicit MaybeLocked(std::mutex* lock) : lock_(lock)
-    {
-        if (lock_) lock_->lock();
-    }
-    ~MaybeLocked()
-    {
-        if (lock_) lock_->unlock();
-    }
-    MaybeLocked(const MaybeLocked&) = delete;
-    MaybeLocked& operator=(const MaybeLocked&) = delete;
-
-private:
-    std::mutex* lock_;
-};
-
 }  // namespace
 
 RandomSource RandomSourceOf(const Net& net)
 {
-    if (net.random_gen) return {&net.random_gen->state, nullptr};
+    if (randgen_vx* own = net.random_gen) return {&own->state, nullptr};
     return {&net.env->random, &RandomLock()};
 }
 
@@ -130,7 +113,7 @@ void CaseSampler::Draw(const RandomSource& random)
 {
     Engine& e = *engine_;
     if (e.tree) {
-        const MaybeLocked guard(random.lock);
+        const RandomScope guard(random.lock);
         e.tree->Draw(*random.state);
         ++e.num_tries;
         return;
@@ -139,7 +122,7 @@ void CaseSampler::Draw(const RandomSource& random)
         for (double tries = 1;; ++tries) {
             bool accepted = false;
             {
-                const MaybeLocked guard(random.lock);
+                const RandomScope guard(random.lock);
                 accepted = e.forward->Try(*random.state);
             }
             ++e.num_tries;
@@ -263,7 +246,7 @@ int64_t WriteRandomCases(std::span<Node* const> nodes, Stream& file, int64_t num
     while (written < num_cases) {
         sampler.Draw(random);
         if (percent_missing > 0) {
-            const MaybeLocked guard(random.lock);
+            const RandomScope guard(random.lock);
             for (char& is_missing : missing) is_missing = 100 * NextUniform(*random.state) < percent_missing;
         }
         rows.Write(sampler, missing);

@@ -21,7 +21,6 @@
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <span>
 #include <vector>
 
@@ -34,7 +33,7 @@ namespace talora {
 // A generator with the lock that it is used under, if it has one.
 struct RandomSource {
     RandomState* state = nullptr;
-    std::mutex* lock = nullptr;  // null for a net's own generator
+    RecursiveLock* lock = nullptr;  // null for a net's own generator
 };
 RandomSource RandomSourceOf(const Net& net);
 

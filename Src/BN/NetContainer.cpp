@@ -181,11 +181,12 @@ ByteBuffer Decrypt(const NetContainer& file, std::string_view bytes, const Strea
     const CipherBlock block = ParseCipherBlock(file.payload, place);
     const std::string_view sealed = file.payload.substr(kCipherBlockSize);
     CheckStatedSize(sealed.size(), file.text_size, place);
-    if (block.iterations > static_cast<uint32_t>(stream.env->max_key_iterations))
+    const int most = stream.env->max_key_iterations;
+    if (block.iterations > static_cast<uint32_t>(most))
         FailWith(
             FILE_CND, 6860,
             "the key of file '%s' takes %u iterations, but no more than %d are accepted (see >-SetMaxKeyIterations_vx)",
-            stream.name.c_str(), block.iterations, stream.env->max_key_iterations);
+            stream.name.c_str(), block.iterations, most);
     password = PasswordFor(*cipher, stream);
     CheckMemory(static_cast<double>(sealed.size()), "for decrypting file");
     FileKeys keys;

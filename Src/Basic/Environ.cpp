@@ -81,29 +81,35 @@ int AskQuestion(const char* question, const char* answers, const char* deflt)
         rest.remove_prefix(comma + 1);
     }
     environ_vx* env = ThisThread().env;
-    if (env == nullptr || env->question_handler == nullptr) return default_answer;
+    if (env == nullptr) return default_answer;
+    const auto handler = env->question_handler.Get();
+    if (handler.function == nullptr) return default_answer;
     const CallerFloatMode caller;
-    const int answer = env->question_handler(env, question, answers, deflt, env->question_data);
+    const int answer = handler.function(env, question, answers, deflt, handler.data);
     return answer >= 0 && answer < num_answers ? answer : default_answer;
 }
 
 void PrintMessage(const std::string& text)
 {
     environ_vx* env = ThisThread().env;
-    if (env == nullptr || env->message_handler == nullptr || text.empty()) return;
+    if (env == nullptr || text.empty()) return;
+    const auto handler = env->message_handler.Get();
+    if (handler.function == nullptr) return;
     const CallerFloatMode caller;
-    env->message_handler(env, text.c_str(), nullptr, env->message_data);
+    handler.function(env, text.c_str(), nullptr, handler.data);
 }
 
 Secret AskPassword(const char* question)
 {
     environ_vx* env = ThisThread().env;
-    if (env == nullptr || env->password_handler == nullptr) return {};
+    if (env == nullptr) return {};
+    const auto handler = env->password_handler.Get();
+    if (handler.function == nullptr) return {};
     char buffer[kPasswordBuffer] = "";
     bool given = false;
     {
         const CallerFloatMode caller;
-        given = env->password_handler(env, question, buffer, sizeof buffer, env->password_data) != 0;
+        given = handler.function(env, question, buffer, sizeof buffer, handler.data) != 0;
     }
     buffer[sizeof buffer - 1] = '\0';
     const size_t length = given ? strlen(buffer) : 0;

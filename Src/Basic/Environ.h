@@ -1,7 +1,8 @@
 // The environment: the settings that govern calls, the handlers of the front end, and the nets.
 //
 // It owns its nets, node lists, streams and error records; closing it frees them.  Settings that
-// hold for the whole process (checking level, memory limit, concurrency) are not here.
+// hold for the whole process (checking level, memory limit, concurrency) are not here.  Settings are read
+// by calls on different nets while another thread sets them, hence atomic.
 #pragma once
 
 #include <atomic>
@@ -24,6 +25,34 @@ enum EnvironState { CREATED_ENV, PARTIAL_ENV, READY_ENV, CLOSED_ENV };
 // Whose words messages use.
 enum Flavor { INTERFACE_FLAVOR, PROGRAMMING_FLAVOR, AUTOMATION_FLAVOR, MANAGED_FLAVOR };
 
+// A handler of the front end with what is passed to it: set by one thread while others call it.
+template <class Function>
+class Handler {
+public:
+    struct Call {
+        Function function = nullptr;
+        void* data = nullptr;
+    };
+    void Set(Function function, void* data)
+    {
+        std::lock_guard guard(mutex_);
+        call_ = {function, data};
+        is_set_.store(function != nullptr, std::memory_order_relaxed);
+    }
+    bool IsSet() const { return is_set_.load(std::memory_order_relaxed); }
+    Call Get() const
+    {
+        if (!IsSet()) return {};
+        std::lock_guard guard(mutex_);
+        return call_;
+    }
+
+private:
+    mutable std::mutex mutex_;
+    Call call_;
+    std::atomic<bool> is_set_{false};
+};
+
 struct WindowPosition {
     int left = -1, top = -1, width = -1, height = -1;
     const char* status = "Regular";
@@ -33,10 +62,10 @@ struct WindowPosition {
 
 struct environ_vx {
     talora::HandleHeader header;
-    talora::EnvironState state = talora::CREATED_ENV;
+    std::atomic<talora::EnvironState> state{talora::CREATED_ENV};
     void* user_data = nullptr;
-    int report_limit = 1000;  // reports shown per thread
-    std::mutex mutex;         // guards the lists below, which functions on different nets change
+    std::atomic<int> report_limit{1000};  // reports shown per thread
+    std::mutex mutex;  // guards the lists below, which functions on different nets change, and the nets' names
     std::vector<net_bn*> nets;
     std::vector<nodelist_bn*> lists;  // made for callers
     std::vector<stream_vx*> streams;
@@ -46,30 +75,26 @@ struct environ_vx {
     std::vector<learner_bn*> learners;
 
     talora::RandomState random = talora::SeededState(0);  // the default generator, under RandomLock
-    bool reproducible = false;  // seeds from the clock become a mere count; files tell no time of writing
+    std::atomic<bool> reproducible{false};  // seeds from the clock become a mere count; files tell no time of writing
 
     std::string name;
     bool remote = false;
-    talora::Flavor flavor = talora::PROGRAMMING_FLAVOR;
-    bool check_findings = false;
-    char case_delimiter = '\t';     // of case files that are written: comma, blank or tab
-    char missing_char = '*';        // of case files; 0 for none
-    bool always_try_large = false;  // the person wants large tables tried without being asked
+    std::atomic<talora::Flavor> flavor{talora::PROGRAMMING_FLAVOR};
+    std::atomic<bool> check_findings{false};
+    std::atomic<char> case_delimiter{'\t'};     // of case files that are written: comma, blank or tab
+    std::atomic<char> missing_char{'*'};        // of case files; 0 for none
+    std::atomic<bool> always_try_large{false};  // the person wants large tables tried without being asked
     int user_allowed = 4;
     talora::WindowPosition window;
     std::atomic<bool> halt{false};
 
-    question_handler_vx question_handler = nullptr;
-    void* question_data = nullptr;
-    progress_handler_vx progress_handler = nullptr;
-    void* progress_data = nullptr;
-    message_handler_vx message_handler = nullptr;
-    void* message_data = nullptr;
-    password_handler_vx password_handler = nullptr;
-    void* password_data = nullptr;
+    talora::Handler<question_handler_vx> question_handler;
+    talora::Handler<progress_handler_vx> progress_handler;
+    talora::Handler<message_handler_vx> message_handler;
+    talora::Handler<password_handler_vx> password_handler;
 
-    char file_cipher = 'G';            // what encrypted files are written with, see BN/NetCipher.h
-    int max_key_iterations = 2000000;  // of files that are read: a file may not ask for more work
+    std::atomic<char> file_cipher{'G'};            // what encrypted files are written with, see BN/NetCipher.h
+    std::atomic<int> max_key_iterations{2000000};  // of files that are read: a file may not ask for more work
 };
 
 namespace talora {

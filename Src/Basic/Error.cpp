@@ -247,8 +247,11 @@ void Enlist(report_vx* record)
 void TellOfDropping()
 {
     ErrorGroup& group = Group();
-    if (group.count < kMaxRecordsPerThread || group.told_of_dropping) return;
-    group.told_of_dropping = true;
+    {
+        std::lock_guard guard(ListMutex());  // another thread may be closing an environment
+        if (group.count < kMaxRecordsPerThread || group.told_of_dropping) return;
+        group.told_of_dropping = true;
+    }
     Enlist(NewRecord(
         {.severity = NOTICE_SEV, .number = 5623, .place = {}},
         "more than " + std::to_string(kMaxRecordsPerThread) + " reports: the oldest are being dropped"));
@@ -288,7 +291,9 @@ std::string TextToShow(const report_vx& record)
 void Show(report_vx* record)
 {
     environ_vx* env = record->env;
-    if (env == nullptr || env->state != READY_ENV || env->message_handler == nullptr) return;
+    if (env == nullptr || env->state != READY_ENV) return;
+    const auto handler = env->message_handler.Get();
+    if (handler.function == nullptr) return;
     ErrorGroup& group = Group();
     if (group.num_shown >= env->report_limit) return;
     const std::string text = TextToShow(*record);
@@ -297,7 +302,7 @@ void Show(report_vx* record)
     int result;
     {
         const CallerFloatMode caller;
-        result = env->message_handler(env, text.c_str(), record, env->message_data);
+        result = handler.function(env, text.c_str(), record, handler.data);
     }
     if (!IsLive(record, ERRLOG_TYPE)) return;  // the handler cleared it
     record->display_result = result;
@@ -502,7 +507,9 @@ void ClearReportsOf(const environ_vx* env) noexcept
 
 int CountReports()
 {
-    return Group().count;
+    ErrorGroup& group = Group();
+    std::lock_guard guard(ListMutex());
+    return group.count;
 }
 
 void ForgetWarningCounts() noexcept

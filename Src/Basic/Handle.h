@@ -53,10 +53,12 @@ constexpr uint16_t kDeletedFlag = 0x1000;  // the object was deleted, its slot n
 constexpr uint16_t kStaticFlag = 0x2000;   // a record that is never freed
 
 class RecursiveLock;
+RecursiveLock* NewObjectLock();  // see MultiThread.h
+void ReleaseObjectLock(RecursiveLock* lock) noexcept;
 
 struct HandleHeader {
     uint16_t tag;
-    RecursiveLock* lock;  // of the net the object belongs to, or null; locks are never freed
+    RecursiveLock* lock;  // of the object or of its net, or null; locks are never freed
 
     HandleHeader() {}  // leaves both as they are: see above
 
@@ -119,6 +121,25 @@ public:
                       sizeof(T) - sizeof(HandleHeader));
         GiveBack(reinterpret_cast<Slot*>(record));
         num_live_handles.fetch_sub(1, std::memory_order_relaxed);
+    }
+
+    // The same for objects with a lock of their own.
+    template <class... Args>
+    T* NewWithLock(Args&&... args)
+    {
+        RecursiveLock* lock = NewObjectLock();
+        try {
+            return New(lock, std::forward<Args>(args)...);
+        } catch (...) {
+            ReleaseObjectLock(lock);
+            throw;
+        }
+    }
+    void ReleaseWithLock(T* record) noexcept
+    {
+        RecursiveLock* lock = record->header.Lock();
+        Release(record);
+        ReleaseObjectLock(lock);
     }
 
 private:

@@ -151,7 +151,7 @@ std::string FunctionNameIn(Flavor flavor, const char* function)
 Flavor CurrentFlavor()
 {
     const environ_vx* env = ThisThread().env;
-    return env ? env->flavor : PROGRAMMING_FLAVOR;
+    return env ? env->flavor.load() : PROGRAMMING_FLAVOR;
 }
 
 std::string ExpandMarkup(const char* format)

@@ -18,23 +18,27 @@ Progress::Progress(const char* title)
 
 Progress::~Progress()
 {
-    const environ_vx* env = ThisThread().env;
-    if (!shown_ || env == nullptr || env->progress_handler == nullptr) return;
+    environ_vx* env = ThisThread().env;
+    if (!shown_ || env == nullptr) return;
+    const auto handler = env->progress_handler.Get();
+    if (handler.function == nullptr) return;
     const CallerFloatMode caller;
-    env->progress_handler(ThisThread().env, title_, -1, env->progress_data);
+    handler.function(env, title_, -1, handler.data);
 }
 
 bool Progress::Step(double fraction)
 {
     if (halted_ || IsHalted()) return !(halted_ = true);
     environ_vx* env = ThisThread().env;
-    if (env == nullptr || env->progress_handler == nullptr) return true;
+    if (env == nullptr || !env->progress_handler.IsSet()) return true;
     const auto now = std::chrono::steady_clock::now();
     if (now < next_) return true;
     next_ = now + kBetweenReports;
+    const auto handler = env->progress_handler.Get();
+    if (handler.function == nullptr) return true;
     shown_ = true;
     const CallerFloatMode caller;
-    halted_ = !env->progress_handler(env, title_, fraction, env->progress_data);
+    halted_ = !handler.function(env, title_, fraction, handler.data);
     return !halted_;
 }
 

@@ -8,6 +8,7 @@
 
 #include "Basic/Environ.h"
 #include "Basic/Error.h"
+#include "Basic/MultiThread.h"
 
 namespace talora {
 
@@ -53,16 +54,30 @@ std::string DescribeState(const RandomState& state)
     return text;
 }
 
-std::mutex& RandomLock()
+RecursiveLock& RandomLock()
 {
-    static auto* lock = new std::mutex;
+    static auto* lock = new RecursiveLock;
     return *lock;
+}
+
+// A handler may be called while an equation draws; hence the refusal, as for the locks of a call.
+RandomScope::RandomScope(RecursiveLock* lock) : lock_(lock)
+{
+    if (lock_ != nullptr && !lock_->Enter())
+        Fail(5683,
+             "can't wait for the default random generator, because the thread that is using it is itself waiting for this one");
+}
+
+RandomScope::~RandomScope()
+{
+    if (lock_ != nullptr) lock_->Leave();
 }
 
 randgen_vx* NewRandomGen(environ_vx& env, int64_t seed)
 {
+    const std::lock_guard guard(env.mutex);
     env.random_gens.reserve(env.random_gens.size() + 1);
-    randgen_vx* generator = Generators().New(nullptr);
+    randgen_vx* generator = Generators().NewWithLock();
     generator->env = &env;
     generator->state = NewState(seed, env.reproducible);
     env.random_gens.push_back(generator);
@@ -71,9 +86,10 @@ randgen_vx* NewRandomGen(environ_vx& env, int64_t seed)
 
 void DeleteRandomGen(randgen_vx* generator) noexcept
 {
+    const std::lock_guard guard(generator->env->mutex);
     auto& all = generator->env->random_gens;
     all.erase(std::remove(all.begin(), all.end(), generator), all.end());
-    Generators().Release(generator);
+    Generators().ReleaseWithLock(generator);
 }
 
 }  // namespace talora

@@ -11,7 +11,6 @@
 
 #include <bit>
 #include <cstdint>
-#include <mutex>
 #include <string>
 
 #include "Basic/Handle.h"
@@ -80,7 +79,19 @@ RandomState NewState(int64_t seed, bool reproducible);
 std::string DescribeState(const RandomState& state);
 
 // The lock of the environments' own generators; taken last, and for short.
-std::mutex& RandomLock();
+RecursiveLock& RandomLock();
+
+// Holds that lock while it lives; null for a generator that is nobody else's.
+class RandomScope {
+public:
+    explicit RandomScope(RecursiveLock* lock);
+    ~RandomScope();
+    RandomScope(const RandomScope&) = delete;
+    RandomScope& operator=(const RandomScope&) = delete;
+
+private:
+    RecursiveLock* lock_;
+};
 
 }  // namespace talora
 

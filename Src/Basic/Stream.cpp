@@ -17,12 +17,13 @@ HandlePool<Stream, STREAM_TYPE>& Pool()
 
 Stream* NewStream(environ_vx& env, std::string_view name, bool in_memory)
 {
+    const std::lock_guard guard(env.mutex);
     env.streams.reserve(env.streams.size() + 1);
-    Stream* stream = Pool().New(nullptr);
+    Stream* stream = Pool().NewWithLock();
     try {
         stream->name = name;
     } catch (...) {
-        Pool().Release(stream);
+        Pool().ReleaseWithLock(stream);
         throw;
     }
     stream->env = &env;
@@ -47,8 +48,11 @@ void DeleteStream(Stream* stream) noexcept
 {
     if (stream == nullptr) return;
     stream->password.Remove();
-    std::erase(stream->env->streams, stream);
-    Pool().Release(stream);
+    {
+        const std::lock_guard guard(stream->env->mutex);
+        std::erase(stream->env->streams, stream);
+    }
+    Pool().ReleaseWithLock(stream);
 }
 
 void DeleteStreams(environ_vx& env) noexcept

@@ -338,9 +338,14 @@ void RollBackCall(uint64_t mark) noexcept
     for (UndoList* list = first_open; list != nullptr; list = list->next_open_) list->RollBack(mark);
 }
 
-void EndCalls() noexcept
+const UndoList* OpenedByCalls() noexcept
 {
-    while (first_open != nullptr) {
+    return first_open;
+}
+
+void EndCalls(const UndoList* opened_before) noexcept
+{
+    while (first_open != nullptr && first_open != opened_before) {
         UndoList& list = *first_open;
         first_open = list.next_open_;
         list.is_listed_ = false;

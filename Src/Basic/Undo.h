@@ -118,7 +118,7 @@ public:
 
 private:
     friend void RollBackCall(uint64_t mark) noexcept;
-    friend void EndCalls() noexcept;
+    friend void EndCalls(const UndoList* opened_before) noexcept;
 
     void Open();
     void Enlist() noexcept;
@@ -155,7 +155,9 @@ private:
 // The mark to roll back to if a call fails that begins now.
 uint64_t CallMark() noexcept;
 void RollBackCall(uint64_t mark) noexcept;
-// The outermost call ends: all open steps are kept.
-void EndCalls() noexcept;
+// A call ends: the steps opened in it are kept.  Those of the calls around it, in one of whose handlers it was
+// made, stay open.
+const UndoList* OpenedByCalls() noexcept;
+void EndCalls(const UndoList* opened_before = nullptr) noexcept;
 
 }  // namespace talora

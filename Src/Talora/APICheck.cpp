@@ -183,6 +183,19 @@ void CheckListEntries(const nodelist_bn* list)
     }
 }
 
+bool IsAtWork(const net_bn& net)
+{
+    const CallLocks* call = ThisThread().locks;
+    return call != nullptr && CallLocks::IsUsed(call->callers, net.header.Lock());
+}
+
+void FailAtWork()
+{
+    Fail(
+        5682,
+        "an object passed can't be changed or deleted from within a handler, because the function that called the handler is still working on it");
+}
+
 net_bn& NetOfAll(const nodelist_bn* list)
 {
     const node_bn* first = list->nodes[0];
@@ -268,55 +281,6 @@ environ_vx* EnvironOf(const sensv_bn* sensv)
     return IsLive(sensv, SENSV_TYPE) ? sensv->net->env : DefaultEnviron();
 }
 
-RecursiveLock* LockOf(const environ_vx*)
-{
-    return nullptr;
-}
-RecursiveLock* LockOf(const net_bn* net)
-{
-    return IsLive(net, NET_TYPE) ? net->header.Lock() : nullptr;
-}
-RecursiveLock* LockOf(const node_bn* node)
-{
-    return IsLive(node, NODE_TYPE) ? node->header.Lock() : nullptr;
-}
-RecursiveLock* LockOf(const nodelist_bn* list)
-{
-    return IsLive(list, NODELIST_TYPE) ? list->header.Lock() : nullptr;
-}
-RecursiveLock* LockOf(const stream_vx*)
-{
-    return nullptr;
-}
-RecursiveLock* LockOf(const report_vx*)
-{
-    return nullptr;
-}
-RecursiveLock* LockOf(const randgen_vx*)
-{
-    return nullptr;
-}
-RecursiveLock* LockOf(const caseset_cs*)
-{
-    return nullptr;
-}
-RecursiveLock* LockOf(const dbmgr_cs*)
-{
-    return nullptr;
-}
-RecursiveLock* LockOf(const learner_bn*)
-{
-    return nullptr;
-}
-RecursiveLock* LockOf(const tester_bn* tester)
-{
-    return IsLive(tester, TESTER_TYPE) ? tester->header.Lock() : nullptr;
-}
-RecursiveLock* LockOf(const sensv_bn* sensv)
-{
-    return IsLive(sensv, SENSV_TYPE) ? sensv->header.Lock() : nullptr;
-}
-
 // ---- Other arguments ----
 
 std::string NameArgument(const char* name, const char* argument, bool allow_star)
@@ -368,8 +332,28 @@ uint32_t OptionsArgument(const char* options, std::initializer_list<const char*>
 
 // ---- The frame ----
 
-EntryFrame::EntryFrame(const char* function, RecursiveLock* lock, RecursiveLock* second,
-                       bool has_net) noexcept
+void EntryFrame::UseLock(RecursiveLock* lock, bool changes) noexcept
+{
+    locks_.Add(lock);
+    if (!changes || lock == nullptr) return;
+    is_at_work_ |= CallLocks::IsUsed(ThisThread().locks, lock);
+}
+
+// Of more than two different nets, two will do: no function works on them, and both may be told of.
+void EntryFrame::Use(const EntriesOf& entries) noexcept
+{
+    if (!IsLive(entries.list, NODELIST_TYPE)) return;
+    const RecursiveLock* first = nullptr;
+    for (const node_bn* node : entries.list->nodes) {
+        RecursiveLock* lock = LockOf(node);
+        if (lock == nullptr || lock == first) continue;
+        UseLock(lock, true);
+        if (first != nullptr) return;
+        first = lock;
+    }
+}
+
+void EntryFrame::Enter(const char* function) noexcept
 {
     ThreadState& thread = ThisThread();
     callers_function_ = thread.function;
@@ -380,43 +364,37 @@ EntryFrame::EntryFrame(const char* function, RecursiveLock* lock, RecursiveLock*
         thread.aborted = false;
         ForgetWarningCounts();
     }
-    switch (Concurrency()) {
-        case NO_LOCKS:
-            first_ = second_ = nullptr;
-            break;
-        case LOCK_ALL:
-            first_ = &ProcessLock(), second_ = nullptr;
-            break;
-        case LOCK_PER_NET:
-            first_ = has_net ? lock : &ProcessLock();
-            second_ = has_net && second != lock ? second : nullptr;
-            break;
-    }
-    if (first_ && second_ && std::less<RecursiveLock*>()(second_, first_)) std::swap(first_, second_);
-    if (first_) first_->Enter();
-    if (second_) second_->Enter();
+    is_refused_ = !locks_.Enter();
+    locks_.callers = thread.locks;
+    thread.locks = &locks_;
+    open_undo_ = OpenedByCalls();
     undo_mark_ = CallMark();
     thread.function = function;
     thread.env = nullptr;
     thread.failed = false;
 }
 
-void EntryFrame::UseEnviron(environ_vx* env) noexcept
-{
-    ThisThread().env = env;
-}
-
 EntryFrame::~EntryFrame()
 {
     ThreadState& thread = ThisThread();
-    if (thread.depth == 1) EndCalls();
-    if (second_) second_->Leave();
-    if (first_) first_->Leave();
+    // What a call in a handler has edited is of nets that the calls around it do not use.
+    EndCalls(open_undo_);
+    thread.locks = const_cast<CallLocks*>(locks_.callers);
+    locks_.Leave();
     if (--thread.depth == 0) LeaveLibrary();
     const bool stays = thread.function && strncmp(thread.function, "Callback", 8) == 0;
     if (!stays || callers_function_) thread.function = callers_function_;
     thread.env = callers_env_;
     thread.failed = callers_failed_;
+}
+
+void EntryFrame::CheckLocks() const
+{
+    if (is_refused_)
+        Fail(
+            5681,
+            "can't wait for another thread that is using an object passed, because that thread is itself waiting for this one to leave the function that called the handler");
+    if (is_at_work_) FailAtWork();
 }
 
 void EntryFrame::CheckReady()

@@ -11,16 +11,24 @@
 // first, names and options are checked inside the body with the functions below.
 //
 // Functions without a handle, or with an environment that may be NULL, use CallEnviron; functions
-// on two nets use CallApi2, which takes both locks in order of address.
+// with two handles use CallApi2.  What else a function uses is said with the first handle, so that all of it
+// is locked from the start:
+//
+//   CallApi(__func__, With(nodes, EntriesOf(nodes)), [&] { ReviseByFindings(nodes->nodes, degree); });
+//
+// A handler may call the interface again, also with the objects that are being worked on, but only to
+// read them: where the handle's type is not const, the call is refused.
 #pragma once
 
 #include <string>
+#include <tuple>
 #include <type_traits>
 
 #include "Basic/Environ.h"
 #include "Basic/Error.h"
 #include "Basic/FloatMode.h"
 #include "Basic/MultiThread.h"
+#include "Basic/Undo.h"
 #include "Talora.h"
 
 namespace talora {
@@ -48,6 +56,10 @@ bool WasClosed(const environ_vx* env);   // a handle of an environment that has 
 void CheckListEntries(const nodelist_bn* list);
 // The one net that the nodes of a list, which is not empty, are of; fails if they are of several (6881).
 net_bn& NetOfAll(const nodelist_bn* list);
+
+// Whether the call is made in a handler of one that works on the net, which is then not to be changed.
+bool IsAtWork(const net_bn& net);
+[[noreturn]] void FailAtWork();
 
 // Full consistency of the object, run at level 4.
 void ValidateHandle(const environ_vx* env);
@@ -77,25 +89,93 @@ environ_vx* EnvironOf(const learner_bn* learner);
 environ_vx* EnvironOf(const tester_bn* tester);
 environ_vx* EnvironOf(const sensv_bn* sensv);
 
-// The lock kept with a handle's net; null for handles without one and for bad handles.
-RecursiveLock* LockOf(const environ_vx*);
-RecursiveLock* LockOf(const net_bn* net);
-RecursiveLock* LockOf(const node_bn* node);
-RecursiveLock* LockOf(const nodelist_bn* list);
-RecursiveLock* LockOf(const stream_vx*);
-RecursiveLock* LockOf(const report_vx*);
-RecursiveLock* LockOf(const randgen_vx*);
-RecursiveLock* LockOf(const caseset_cs*);
-RecursiveLock* LockOf(const dbmgr_cs*);
-RecursiveLock* LockOf(const learner_bn*);
-RecursiveLock* LockOf(const tester_bn* tester);
-RecursiveLock* LockOf(const sensv_bn* sensv);
-
-// Whether calls on functions without a net take the process-wide lock: true for these handles.
 template <class H>
-constexpr bool kHasNet =
-    std::is_same_v<H, net_bn> || std::is_same_v<H, node_bn> || std::is_same_v<H, nodelist_bn> ||
-    std::is_same_v<H, tester_bn> || std::is_same_v<H, sensv_bn>;
+inline constexpr HandleKind kKindOf = DELETED_TYPE;
+template <>
+inline constexpr HandleKind kKindOf<environ_vx> = ENVIRON_TYPE;
+template <>
+inline constexpr HandleKind kKindOf<net_bn> = NET_TYPE;
+template <>
+inline constexpr HandleKind kKindOf<node_bn> = NODE_TYPE;
+template <>
+inline constexpr HandleKind kKindOf<nodelist_bn> = NODELIST_TYPE;
+template <>
+inline constexpr HandleKind kKindOf<stream_vx> = STREAM_TYPE;
+template <>
+inline constexpr HandleKind kKindOf<report_vx> = ERRLOG_TYPE;
+template <>
+inline constexpr HandleKind kKindOf<randgen_vx> = RANDGEN_TYPE;
+template <>
+inline constexpr HandleKind kKindOf<caseset_cs> = CASESET_TYPE;
+template <>
+inline constexpr HandleKind kKindOf<dbmgr_cs> = DBMGR_TYPE;
+template <>
+inline constexpr HandleKind kKindOf<learner_bn> = LEARNER_TYPE;
+template <>
+inline constexpr HandleKind kKindOf<tester_bn> = TESTER_TYPE;
+template <>
+inline constexpr HandleKind kKindOf<sensv_bn> = SENSV_TYPE;
+
+// The lock kept with a handle's object or net; null for bad handles, environments, reports and callers'
+// lists, each of which is for one thread at a time.
+template <class H>
+RecursiveLock* LockOf(const H* handle)
+{
+    if (!IsLive(handle, kKindOf<std::remove_const_t<H>>)) return nullptr;
+    return reinterpret_cast<const HandleHeader*>(handle)->Lock();
+}
+
+// Among what a call uses: what has no lock of its own, like another environment.
+struct ProcessWide {
+    bool is_used;
+};
+// The nets that the nodes of a list are of, to be locked and changed.
+struct EntriesOf {
+    explicit EntriesOf(const nodelist_bn* nodes) : list(nodes) {}
+    const nodelist_bn* list;
+};
+
+// A handle that is only read, though its type would allow more.
+template <class H>
+const H* Read(H* handle)
+{
+    return handle;
+}
+
+// A handle with what else the function uses: handles, which are not checked, and the above.
+template <class H, class... Used>
+struct With {
+    explicit With(H* first, const Used&... more) : handle(first), used(more...) {}
+    H* handle;
+    std::tuple<Used...> used;
+};
+
+template <class H>
+H* HandleIn(H* handle)
+{
+    return handle;
+}
+template <class H, class... Used>
+H* HandleIn(const With<H, Used...>& with)
+{
+    return with.handle;
+}
+
+// A net or an object of one: functions on others take the process-wide lock too.
+template <class H>
+constexpr bool kIsOfNet = false;
+template <>
+inline constexpr bool kIsOfNet<net_bn> = true;
+template <>
+inline constexpr bool kIsOfNet<node_bn> = true;
+template <>
+inline constexpr bool kIsOfNet<nodelist_bn> = true;
+template <>
+inline constexpr bool kIsOfNet<tester_bn> = true;
+template <>
+inline constexpr bool kIsOfNet<sensv_bn> = true;
+template <class Pointer>
+constexpr bool kHasNet = kIsOfNet<std::remove_cv_t<std::remove_pointer_t<Pointer>>>;
 
 // ---- Other arguments ----
 
@@ -111,46 +191,58 @@ uint32_t OptionsArgument(const char* options, std::initializer_list<const char*>
 
 // ---- The frame ----
 
-// Holds the lock of a net while it lives, in the mode where nets have their own: for functions on lists and
-// environments, which find out only then which net they work on.
-class NetLockScope {
-public:
-    explicit NetLockScope(RecursiveLock* lock) : lock_(Concurrency() == LOCK_PER_NET ? lock : nullptr)
-    {
-        if (lock_) lock_->Enter();
-    }
-    ~NetLockScope()
-    {
-        if (lock_) lock_->Leave();
-    }
-    NetLockScope(const NetLockScope&) = delete;
-    NetLockScope& operator=(const NetLockScope&) = delete;
-
-private:
-    RecursiveLock* lock_;
-};
-
 class EntryFrame {
 public:
-    EntryFrame(const char* function, RecursiveLock* lock, RecursiveLock* second, bool has_net) noexcept;
+    // What the call uses is locked, see CallLocks.
+    template <class... Used>
+    EntryFrame(const char* function, bool takes_process_lock, const Used&... used) noexcept
+    {
+        if (takes_process_lock) locks_.Add(&ProcessLock());
+        (Use(used), ...);
+        Enter(function);
+    }
     ~EntryFrame();
     EntryFrame(const EntryFrame&) = delete;
     EntryFrame& operator=(const EntryFrame&) = delete;
 
-    void UseEnviron(environ_vx* env) noexcept;  // found under the lock: the handle may be on its way out
-    void CheckReady();                          // environment initialised, enough memory to start
-    bool Failed() const noexcept;               // an error was raised since the frame was entered
+    // Found under the lock: the handle may be on its way out.
+    template <class H>
+    void UseEnviron(const H* handle) noexcept
+    {
+        ThisThread().env = is_refused_ ? DefaultEnviron() : EnvironOf(handle);
+    }
+    void CheckLocks() const;       // they could be had, and what is to be changed is not at work in a caller
+    void CheckReady();             // environment initialised, enough memory to start
+    bool Failed() const noexcept;  // an error was raised since the frame was entered
     // Turns the exception being handled into a record, and takes back what the call has changed so far
     // in nets whose edits are recorded.
     void RecordException() noexcept;
 
 private:
+    template <class H>
+    void Use(H* const& handle) noexcept
+    {
+        UseLock(LockOf(handle), !std::is_const_v<H>);
+    }
+    template <class H, class... Used>
+    void Use(const With<H, Used...>& with) noexcept
+    {
+        Use(with.handle);
+        std::apply([&](const Used&... used) { (Use(used), ...); }, with.used);
+    }
+    void Use(const ProcessWide& objects) noexcept { locks_.Add(objects.is_used ? &ProcessLock() : nullptr); }
+    void Use(const EntriesOf& entries) noexcept;
+    void UseLock(RecursiveLock* lock, bool changes) noexcept;
+    void Enter(const char* function) noexcept;
+
     DenormalsOff float_mode_;
     const char* callers_function_;
     environ_vx* callers_env_;
     bool callers_failed_;
-    RecursiveLock* first_;
-    RecursiveLock* second_;
+    bool is_refused_ = false;  // the locks could not be had
+    bool is_at_work_ = false;  // an object that is to be changed is used by a call of whose handlers this is
+    CallLocks locks_;
+    const UndoList* open_undo_;  // of the calls around this one
     uint64_t undo_mark_;
 };
 
@@ -158,6 +250,7 @@ template <class R, class Body>
 R RunFramed(EntryFrame& frame, R failure, Body&& body) noexcept
 {
     try {
+        frame.CheckLocks();
         frame.CheckReady();
         R result = body();
         return frame.Failed() ? failure : result;
@@ -174,8 +267,8 @@ struct NoResult {};
 template <class R, class Body>
 R CallReports(const char* function, environ_vx* env, R failure, Body&& body) noexcept
 {
-    EntryFrame frame(function, nullptr, nullptr, true);
-    frame.UseEnviron(EnvironOf(env));
+    EntryFrame frame(function, false);
+    frame.UseEnviron(env);
     try {
         return body();
     } catch (...) {
@@ -185,11 +278,12 @@ R CallReports(const char* function, environ_vx* env, R failure, Body&& body) noe
 }
 
 // The body of a function on one handle; R is the type of the failure value.
-template <class H, class R, class Body>
-R CallApi(const char* function, const H* handle, R failure, Body&& body) noexcept
+template <class First, class R, class Body>
+R CallApi(const char* function, First first, R failure, Body&& body) noexcept
 {
-    EntryFrame frame(function, LockOf(handle), nullptr, kHasNet<H>);
-    frame.UseEnviron(EnvironOf(handle));
+    const auto handle = HandleIn(first);
+    EntryFrame frame(function, !kHasNet<decltype(handle)>, first);
+    frame.UseEnviron(handle);
     return RunFramed(frame, failure, [&]() -> R {
         // Without checking, nothing is said of a NULL handle; but neither is it followed.
         if (handle == nullptr && CheckingLevel() < CHECK_HANDLES) return failure;
@@ -200,21 +294,22 @@ R CallApi(const char* function, const H* handle, R failure, Body&& body) noexcep
 }
 
 // The same for functions that return nothing.
-template <class H, class Body>
-void CallApi(const char* function, const H* handle, Body&& body) noexcept
+template <class First, class Body>
+void CallApi(const char* function, First first, Body&& body) noexcept
 {
-    CallApi(function, handle, NoResult{}, [&] {
+    CallApi(function, first, NoResult{}, [&] {
         body();
         return NoResult{};
     });
 }
 
 // Two handles, possibly of different nets: both are checked, both nets locked.
-template <class H1, class H2, class R, class Body>
-R CallApi2(const char* function, const H1* first, const H2* second, R failure, Body&& body) noexcept
+template <class First, class H2, class R, class Body>
+R CallApi2(const char* function, First first_used, H2* second, R failure, Body&& body) noexcept
 {
-    EntryFrame frame(function, LockOf(first), LockOf(second), kHasNet<H1>);
-    frame.UseEnviron(EnvironOf(first));
+    const auto first = HandleIn(first_used);
+    EntryFrame frame(function, !kHasNet<decltype(first)> && !kHasNet<H2*>, first_used, second);
+    frame.UseEnviron(first);
     return RunFramed(frame, failure, [&]() -> R {
         if ((first == nullptr || second == nullptr) && CheckingLevel() < CHECK_HANDLES) return failure;
         CheckHandle(first);
@@ -227,8 +322,8 @@ R CallApi2(const char* function, const H1* first, const H2* second, R failure, B
     });
 }
 
-template <class H1, class H2, class Body>
-void CallApi2(const char* function, const H1* first, const H2* second, Body&& body) noexcept
+template <class First, class H2, class Body>
+void CallApi2(const char* function, First first, H2* second, Body&& body) noexcept
 {
     CallApi2(function, first, second, NoResult{}, [&] {
         body();
@@ -240,9 +335,9 @@ void CallApi2(const char* function, const H1* first, const H2* second, Body&& bo
 template <class R, class Body>
 R CallEnviron(const char* function, environ_vx* env, R failure, Body&& body) noexcept
 {
-    EntryFrame frame(function, nullptr, nullptr, false);
+    EntryFrame frame(function, true);
     if (env == nullptr) env = DefaultEnviron();
-    frame.UseEnviron(EnvironOf(env));
+    frame.UseEnviron(env);
     return RunFramed(frame, failure, [&]() -> R {
         CheckEnviron(env);
         return static_cast<R>(body(*env));

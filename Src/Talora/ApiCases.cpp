@@ -84,7 +84,7 @@ void DeleteCaseset_cs(caseset_cs* cases)
 
 void AddFileToCaseset_cs(caseset_cs* cases, const stream_vx* file, double degree, const char* options)
 {
-    CallApi(__func__, cases, [&] {
+    CallApi(__func__, With(cases, file), [&] {
         CheckHandle(file);
         const bool skips_misfits = OptionsArgument(options, {"SkipMisfits"}) != 0;
         if (!std::isfinite(degree) || IsUndef(degree) || degree < 0)
@@ -95,7 +95,7 @@ void AddFileToCaseset_cs(caseset_cs* cases, const stream_vx* file, double degree
 
 void WriteCaseset_cs(const caseset_cs* cases, stream_vx* file, const char* options)
 {
-    CallApi(__func__, cases, [&] {
+    CallApi(__func__, With(cases, file), [&] {
         CheckHandle(file);
         CheckNoOptions(options);
         WriteCaseset(*cases, *file);
@@ -170,7 +170,7 @@ int SetMissingDataChar_vx(int newchar, environ_vx* env)
 
 double WriteNetFindings_bn(const nodelist_bn* nodes, stream_vx* file, int64_t ID_num, double freq)
 {
-    return CallApi(__func__, nodes, NO_CASE_POSN, [&] {
+    return CallApi(__func__, With(nodes, EntriesOf(nodes), file), NO_CASE_POSN, [&] {
         CheckHandle(file);
         if (ID_num < -1)
             Fail(6550, "argument 'ID_num' is less than -1 (it is %lld)", static_cast<long long>(ID_num));
@@ -195,7 +195,7 @@ bool_vx ReadNetFindings2_bn(double* case_posn, stream_vx* file, int add, const n
 {
     if (ID_num != nullptr) *ID_num = -1;
     if (freq != nullptr) *freq = UndefDbl();
-    return CallApi(__func__, nodes, bool_vx{0}, [&]() -> bool_vx {
+    return CallApi(__func__, With(nodes, EntriesOf(nodes), file), bool_vx{0}, [&]() -> bool_vx {
         CheckHandle(file);
         if (case_posn == nullptr) Fail(6553, "argument 'case_posn' is NULL");
         const int64_t position = PositionArgument(*case_posn);

@@ -32,7 +32,7 @@ void AddDBCasesToCaseset_cs(caseset_cs* cases, dbmgr_cs* manager, double degree,
                             const char* column_names, const char* tables, const char* condition,
                             const char* options)
 {
-    CallApi(__func__, nodes, [&] {
+    CallApi(__func__, With(nodes, EntriesOf(nodes), cases, manager), [&] {
         CheckHandle(cases);
         CheckHandle(manager);
         CheckListEntries(nodes);
@@ -47,7 +47,7 @@ void AddDBCasesToCaseset_cs(caseset_cs* cases, dbmgr_cs* manager, double degree,
 nodelist_bn* AddNodesForColumns_bn(dbmgr_cs* manager, net_bn* net, const char* column_names,
                                    const char* tables, const char* condition, const char* options)
 {
-    return CallApi(__func__, net, static_cast<nodelist_bn*>(nullptr), [&] {
+    return CallApi(__func__, With(net, manager), static_cast<nodelist_bn*>(nullptr), [&] {
         CheckHandle(manager);
         CheckNoOptions(options);
         const std::vector<Node*> nodes =

@@ -54,17 +54,15 @@ bool_vx HasNetPassword_bn(const net_bn* net)
 
 void SetPasswordHandler_vx(environ_vx* env, password_handler_vx handler, void* data)
 {
-    CallEnviron(__func__, env, [&](environ_vx& e) {
-        e.password_handler = handler;
-        e.password_data = data;
-    });
+    CallEnviron(__func__, env, [&](environ_vx& e) { e.password_handler.Set(handler, data); });
 }
 
 password_handler_vx GetPasswordHandler_vx(environ_vx* env, void** data)
 {
     return CallEnviron(__func__, env, static_cast<password_handler_vx>(nullptr), [&](environ_vx& e) {
-        if (data != nullptr) *data = e.password_data;
-        return e.password_handler;
+        const auto set = e.password_handler.Get();
+        if (data != nullptr) *data = set.data;
+        return set.function;
     });
 }
 
@@ -83,7 +81,7 @@ void SetFileCipher_vx(environ_vx* env, const char* cipher)
 const char* GetFileCipher_vx(environ_vx* env)
 {
     return CallEnviron(__func__, env, static_cast<const char*>(nullptr),
-                       [](environ_vx& e) { return FindCipher(e.file_cipher)->name; });
+                       [](environ_vx& e) { return FindCipher(e.file_cipher.load())->name; });
 }
 
 void SetMaxKeyIterations_vx(environ_vx* env, int iterations)
@@ -98,5 +96,5 @@ void SetMaxKeyIterations_vx(environ_vx* env, int iterations)
 
 int GetMaxKeyIterations_vx(environ_vx* env)
 {
-    return CallEnviron(__func__, env, -1, [](environ_vx& e) { return e.max_key_iterations; });
+    return CallEnviron(__func__, env, -1, [](environ_vx& e) { return e.max_key_iterations.load(); });
 }

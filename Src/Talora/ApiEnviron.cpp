@@ -32,9 +32,10 @@ void CopyMessage(char* buffer, std::string_view text)
 template <class R, class Body>
 R CallLifeCycle(const char* function, environ_vx* env, char* mesg, R failure, Body&& body) noexcept
 {
-    EntryFrame frame(function, nullptr, nullptr, false);
-    frame.UseEnviron(EnvironOf(env));
+    EntryFrame frame(function, true);
+    frame.UseEnviron(env);
     try {
+        frame.CheckLocks();
         return body();
     } catch (...) {
         frame.RecordException();
@@ -104,6 +105,9 @@ int CloseTalora_bn(environ_vx* env, char* mesg)
             Fail(5635, "Attempt to close %s with an ill formed environ_vx.\n", kProduct);
         if (ThisThread().depth > 1)
             Fail(5648, "Not closing %s because user-claimed object won't close.\n", kProduct);
+        const EnvironLocks locks(env);
+        if (!IsLive(env, ENVIRON_TYPE))
+            Fail(5635, "Attempt to close %s with an ill formed environ_vx.\n", kProduct);
         CloseEnviron(env);
         ThisThread().env = nullptr;
         if (mesg) snprintf(mesg, MESG_LEN_vx, "Closed %s.\n", kProduct);
@@ -305,26 +309,17 @@ const char* GetAppWindowPosition_vx(environ_vx* env, int* left, int* top, int* w
 
 void SetQuestionHandler_vx(environ_vx* env, question_handler_vx handler, void* data)
 {
-    CallEnviron(__func__, env, [&](environ_vx& e) {
-        e.question_handler = handler;
-        e.question_data = data;
-    });
+    CallEnviron(__func__, env, [&](environ_vx& e) { e.question_handler.Set(handler, data); });
 }
 
 void SetProgressHandler_vx(environ_vx* env, progress_handler_vx handler, void* data)
 {
-    CallEnviron(__func__, env, [&](environ_vx& e) {
-        e.progress_handler = handler;
-        e.progress_data = data;
-    });
+    CallEnviron(__func__, env, [&](environ_vx& e) { e.progress_handler.Set(handler, data); });
 }
 
 void SetMessageHandler_vx(environ_vx* env, message_handler_vx handler, void* data)
 {
-    CallEnviron(__func__, env, [&](environ_vx& e) {
-        e.message_handler = handler;
-        e.message_data = data;
-    });
+    CallEnviron(__func__, env, [&](environ_vx& e) { e.message_handler.Set(handler, data); });
 }
 
 // No frame and no lock: called from signal handlers while the environment is in use.
@@ -347,7 +342,7 @@ void SetFindingChecking_vx(environ_vx* env, bool_vx check)
 
 bool_vx GetFindingChecking_vx(environ_vx* env)
 {
-    return CallEnviron(__func__, env, 0, [](environ_vx& e) { return e.check_findings; });
+    return CallEnviron(__func__, env, 0, [](environ_vx& e) { return e.check_findings.load(); });
 }
 
 int TestFaultRecovery_vx(environ_vx* env, const char* test)

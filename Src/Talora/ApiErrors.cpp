@@ -129,7 +129,7 @@ void SetReportLimit_vx(environ_vx* env, int limit)
 
 int GetReportLimit_vx(environ_vx* env)
 {
-    return CallEnviron(__func__, env, -1, [](environ_vx& e) { return e.report_limit; });
+    return CallEnviron(__func__, env, -1, [](environ_vx& e) { return e.report_limit.load(); });
 }
 
 int SetRepeatMode_vx(environ_vx* env, int mode)

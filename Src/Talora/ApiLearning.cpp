@@ -86,14 +86,15 @@ void SetLearnerRandomGen_bn(learner_bn* learner, randgen_vx* generator)
 
 randgen_vx* GetLearnerRandomGen_bn(const learner_bn* learner)
 {
-    return CallApi(__func__, learner, static_cast<randgen_vx*>(nullptr), [&] { return learner->random_gen; });
+    return CallApi(__func__, learner, static_cast<randgen_vx*>(nullptr),
+                   [&] { return learner->random_gen.load(); });
 }
 
 void LearnCPTs_bn(learner_bn* learner, const nodelist_bn* nodes, const caseset_cs* cases, double degree)
 {
     // Learning takes long: it holds the lock of the net, not the one for what has no net.
     if (!CallApi(__func__, learner, false, [] { return true; })) return;
-    CallApi2(__func__, nodes, learner, [&] {
+    CallApi2(__func__, With(nodes, EntriesOf(nodes), cases), learner, [&] {
         CheckHandle(cases);
         if (cases == nullptr) return;
         if (!(degree >= 0)) Fail(6599, "the degree argument is negative (%g)", degree);
@@ -126,7 +127,7 @@ double GetLearnerIteration_bn(const learner_bn* learner, int iteration, double* 
 
 void ReviseCPTsByFindings_bn(const nodelist_bn* nodes, double degree)
 {
-    CallApi(__func__, nodes, [&] {
+    CallApi(__func__, With(nodes, EntriesOf(nodes)), [&] {
         CheckIsNumber(degree);
         ReviseByFindings(NodesToLearn(*nodes), degree);
     });
@@ -134,7 +135,7 @@ void ReviseCPTsByFindings_bn(const nodelist_bn* nodes, double degree)
 
 void ReviseCPTsByCaseFile_bn(const nodelist_bn* nodes, const stream_vx* file, double degree)
 {
-    CallApi2(__func__, nodes, file, [&] {
+    CallApi2(__func__, With(nodes, EntriesOf(nodes)), file, [&] {
         CheckIsNumber(degree);
         Caseset cases;
         cases.env = file->env;

@@ -37,12 +37,11 @@ double MostProbableConfig_bn(net_bn* net, state_bn* setting, int nth)
 
 double MostProbableSetting_bn(const nodelist_bn* nodes, state_bn* setting, int nth)
 {
-    return CallApi(__func__, nodes, UndefDbl(), [&] {
+    return CallApi(__func__, With(nodes, EntriesOf(nodes)), UndefDbl(), [&] {
         CheckListEntries(nodes);
         if (setting == nullptr) Fail(6804, "NULL passed for the >-icase");
         if (nodes->nodes.empty()) return UndefDbl();
         Net& net = NetOfAll(nodes);
-        const NetLockScope lock(net.header.Lock());
         return FindConfiguration(net, &nodes->nodes, nth, setting);
     });
 }

@@ -25,7 +25,7 @@ void DeleteNet_bn(net_bn* net)
 
 net_bn* CopyNet_bn(const net_bn* net, const char* new_name, environ_vx* env, const char* options)
 {
-    return CallApi(__func__, net, static_cast<net_bn*>(nullptr), [&] {
+    return CallApi(__func__, With(net, ProcessWide{env != nullptr}), static_cast<net_bn*>(nullptr), [&] {
         if (env != nullptr) CheckHandle(env);
         const uint32_t given =
             OptionsArgument(options, {"no_nodes", "no_links", "no_tables", "no_visual", "no_window"});

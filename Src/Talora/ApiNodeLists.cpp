@@ -77,7 +77,7 @@ node_bn* NthNode_bn(const nodelist_bn* list, int index)
 
 void SetNthNode_bn(nodelist_bn* list, int index, node_bn* node)
 {
-    CallApi(__func__, list, [&] {
+    CallApi(__func__, With(list, Read(node)), [&] {
         NeedCallersList(*list);
         if (node != nullptr) CheckHandle(node);
         CheckIndex(*list, index, int(list->nodes.size()));
@@ -87,7 +87,7 @@ void SetNthNode_bn(nodelist_bn* list, int index, node_bn* node)
 
 void AddNodeToList_bn(node_bn* node, nodelist_bn* list, int index)
 {
-    CallApi(__func__, list, [&] {
+    CallApi(__func__, With(list, Read(node)), [&] {
         NeedCallersList(*list);
         if (node != nullptr) CheckHandle(node);
         if (index == -1) index = int(list->nodes.size());

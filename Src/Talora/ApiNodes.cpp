@@ -22,16 +22,6 @@ Enum EnumArgument(const char* argument, const char* word, int count, WordOf&& wo
     Fail(6204, "in argument '%s', '%.80s' is not a known word", argument, text.c_str());
 }
 
-// The net whose nodes a list holds, to be locked with the net that they go to; that net if the list tells
-// none.
-const net_bn* NetOfEntries(const nodelist_bn* list, const net_bn* otherwise)
-{
-    if (!IsLive(list, NODELIST_TYPE)) return otherwise;
-    for (const node_bn* node : list->nodes)
-        if (IsLive(node, NODE_TYPE)) return node->net;
-    return otherwise;
-}
-
 }  // namespace
 
 node_bn* NewNode_bn(const char* name, int num_states, net_bn* net)
@@ -47,24 +37,24 @@ void DeleteNode_bn(node_bn* node)
 
 nodelist_bn* CopyNodes_bn(const nodelist_bn* nodes, net_bn* net, const char* options)
 {
-    const net_bn* source = NetOfEntries(nodes, net);
-    return CallApi2(__func__, net, source, static_cast<nodelist_bn*>(nullptr), [&]() -> nodelist_bn* {
-        CheckHandle(nodes);
-        if (nodes == nullptr) return nullptr;
-        CheckListEntries(nodes);
-        const uint32_t given = OptionsArgument(options, {"no_links", "no_tables", "dont_return_list"});
-        const bool returns_list = (given & 4) == 0;
-        nodelist_bn* list = returns_list ? NewNodeList(*net->env, 0) : nullptr;
-        try {
-            const std::vector<Node*> originals = nodes->nodes;  // may be the net's own list, which grows
-            std::vector<Node*> made = CopyNodes(originals, *net, {(given & 1) != 0, (given & 2) != 0});
-            if (list) list->nodes = std::move(made);
-        } catch (...) {
-            if (list) DeleteNodeList(list);
-            throw;
-        }
-        return list;
-    });
+    return CallApi(
+        __func__, With(net, EntriesOf(nodes)), static_cast<nodelist_bn*>(nullptr), [&]() -> nodelist_bn* {
+            CheckHandle(nodes);
+            if (nodes == nullptr) return nullptr;
+            CheckListEntries(nodes);
+            const uint32_t given = OptionsArgument(options, {"no_links", "no_tables", "dont_return_list"});
+            const bool returns_list = (given & 4) == 0;
+            nodelist_bn* list = returns_list ? NewNodeList(*net->env, 0) : nullptr;
+            try {
+                const std::vector<Node*> originals = nodes->nodes;  // may be the net's own list, which grows
+                std::vector<Node*> made = CopyNodes(originals, *net, {(given & 1) != 0, (given & 2) != 0});
+                if (list) list->nodes = std::move(made);
+            } catch (...) {
+                if (list) DeleteNodeList(list);
+                throw;
+            }
+            return list;
+        });
 }
 
 net_bn* GetNodeNet_bn(const node_bn* node)

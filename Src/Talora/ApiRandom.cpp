@@ -20,7 +20,7 @@ Result DrawFrom(const char* function, randgen_vx* generator)
     if (generator != nullptr)
         return CallApi(function, generator, Result(), [&] { return Next(generator->state); });
     return CallEnviron(function, nullptr, Result(), [&](environ_vx& env) {
-        const std::lock_guard guard(RandomLock());
+        const RandomScope guard(&RandomLock());
         return Next(env.random);
     });
 }
@@ -29,6 +29,20 @@ std::span<Node* const> ListedNodes(const nodelist_bn* nodes)
 {
     CheckListEntries(nodes);
     return nodes->nodes;
+}
+
+// Nets and learners that use a generator go back to the environment's.  False, and nothing done, if a call in
+// whose handler this one is made may be drawing from it.
+bool DetachGenerator(const randgen_vx& generator)
+{
+    const std::lock_guard guard(generator.env->mutex);
+    for (const net_bn* net : generator.env->nets)
+        if (net->random_gen == &generator && IsAtWork(*net)) return false;
+    for (net_bn* net : generator.env->nets)
+        if (net->random_gen == &generator) net->random_gen = nullptr;
+    for (learner_bn* learner : generator.env->learners)
+        if (learner->random_gen == &generator) learner->random_gen = nullptr;
+    return true;
 }
 
 }  // namespace
@@ -45,10 +59,7 @@ void DeleteRandomGen_vx(randgen_vx* generator)
 {
     if (generator == nullptr) return;
     CallApi(__func__, generator, [&] {
-        for (net_bn* net : generator->env->nets)
-            if (net->random_gen == generator) net->random_gen = nullptr;
-        for (learner_bn* learner : generator->env->learners)
-            if (learner->random_gen == generator) learner->random_gen = nullptr;
+        if (!DetachGenerator(*generator)) FailAtWork();
         DeleteRandomGen(generator);
     });
 }
@@ -78,12 +89,13 @@ void SetReproducibleRandom_vx(environ_vx* env, bool_vx reproducible)
 
 bool_vx GetReproducibleRandom_vx(environ_vx* env)
 {
-    return CallEnviron(__func__, env, bool_vx(0), [&](environ_vx& owner) { return owner.reproducible; });
+    return CallEnviron(__func__, env, bool_vx(0),
+                       [&](environ_vx& owner) { return owner.reproducible.load(); });
 }
 
 void SetNetRandomGen_bn(net_bn* net, randgen_vx* generator)
 {
-    CallApi(__func__, net, [&] {
+    CallApi(__func__, With(net, Read(generator)), [&] {
         if (generator != nullptr) {
             CheckHandle(generator);
             if (generator->env != net->env)
@@ -96,12 +108,12 @@ void SetNetRandomGen_bn(net_bn* net, randgen_vx* generator)
 
 randgen_vx* GetNetRandomGen_bn(const net_bn* net)
 {
-    return CallApi(__func__, net, static_cast<randgen_vx*>(nullptr), [&] { return net->random_gen; });
+    return CallApi(__func__, net, static_cast<randgen_vx*>(nullptr), [&] { return net->random_gen.load(); });
 }
 
 int GenerateRandomCase_bn(const nodelist_bn* nodes, int method, double maxtries)
 {
-    return CallApi(__func__, nodes, -1, [&] {
+    return CallApi(__func__, With(nodes, EntriesOf(nodes)), -1, [&] {
         GenerateRandomCase(ListedNodes(nodes), method, maxtries);
         return 0;
     });
@@ -110,7 +122,7 @@ int GenerateRandomCase_bn(const nodelist_bn* nodes, int method, double maxtries)
 double WriteRandomCases_bn(const nodelist_bn* nodes, stream_vx* file, double num_cases, int method,
                            double maxtries, double percent_missing)
 {
-    return CallApi2(__func__, nodes, file, -1.0, [&] {
+    return CallApi2(__func__, With(nodes, EntriesOf(nodes)), file, -1.0, [&] {
         if (!(num_cases >= 0 && num_cases <= 9e15))
             Fail(6679, "the number of cases to be generated must be between 0 and 9e15, but it is %g",
                  num_cases);
@@ -121,6 +133,6 @@ double WriteRandomCases_bn(const nodelist_bn* nodes, stream_vx* file, double num
 
 double WriteEveryCase_bn(const nodelist_bn* nodes, stream_vx* file)
 {
-    return CallApi2(__func__, nodes, file, -1.0,
+    return CallApi2(__func__, With(nodes, EntriesOf(nodes)), file, -1.0,
                     [&] { return static_cast<double>(WriteEveryCase(ListedNodes(nodes), *file)); });
 }

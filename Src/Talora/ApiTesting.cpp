@@ -64,12 +64,13 @@ double ForCaller(double value)
 
 tester_bn* NewNetTester_bn(const nodelist_bn* test_nodes, const nodelist_bn* unobserved_nodes, int tests)
 {
-    return CallApi2(__func__, test_nodes, unobserved_nodes, static_cast<tester_bn*>(nullptr), [&] {
-        if (tests != -1) Fail(6733, "argument 'tests' is %d, but it should be -1", tests);
-        CheckListEntries(test_nodes);
-        CheckListEntries(unobserved_nodes);
-        return NewTester(test_nodes->nodes, unobserved_nodes->nodes);
-    });
+    return CallApi2(__func__, With(test_nodes, EntriesOf(test_nodes), EntriesOf(unobserved_nodes)),
+                    unobserved_nodes, static_cast<tester_bn*>(nullptr), [&] {
+                        if (tests != -1) Fail(6733, "argument 'tests' is %d, but it should be -1", tests);
+                        CheckListEntries(test_nodes);
+                        CheckListEntries(unobserved_nodes);
+                        return NewTester(test_nodes->nodes, unobserved_nodes->nodes);
+                    });
 }
 
 void DeleteNetTester_bn(tester_bn* tester)
@@ -247,7 +248,7 @@ double GetTestRealMeasure_bn(const tester_bn* tester, const node_bn* node, const
 
 const char* ReportNetTest_bn(const tester_bn* tester, const node_bn* node)
 {
-    return CallApi(__func__, tester, static_cast<const char*>(nullptr), [&] {
+    return CallApi(__func__, With(tester, node), static_cast<const char*>(nullptr), [&] {
         if (node != nullptr) CheckHandle(node);
         std::string& report = const_cast<tester_bn*>(tester)->report;
         report = node != nullptr ? TestReport(TestOf(const_cast<tester_bn&>(*tester), *node))
@@ -261,7 +262,7 @@ const char* ReportNetTest_bn(const tester_bn* tester, const node_bn* node)
 double WriteCaseBeliefs_bn(const caseset_cs* cases, const nodelist_bn* nodes, stream_vx* output,
                            const char* options)
 {
-    return CallApi2(__func__, cases, nodes, UndefDbl(), [&] {
+    return CallApi2(__func__, With(cases, EntriesOf(nodes), output), nodes, UndefDbl(), [&] {
         CheckHandle(output);
         CheckListEntries(nodes);
         const uint32_t words = OptionsArgument(options, {"jsonl", "whole"});

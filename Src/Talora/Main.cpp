@@ -22,6 +22,25 @@ constexpr const char* kCompiler = __VERSION__;  // names itself
 constexpr const char* kCompiler = "GCC " __VERSION__;
 #endif
 
+template <class T>
+void AddLocks(const std::vector<T*>& objects, std::vector<RecursiveLock*>& locks)
+{
+    for (const T* object : objects) locks.push_back(object->header.Lock());
+}
+
+std::vector<RecursiveLock*> LocksOf(environ_vx& env)
+{
+    std::vector<RecursiveLock*> locks;
+    const std::lock_guard guard(env.mutex);
+    AddLocks(env.nets, locks);
+    AddLocks(env.streams, locks);
+    AddLocks(env.random_gens, locks);
+    AddLocks(env.casesets, locks);
+    AddLocks(env.dbmgrs, locks);
+    AddLocks(env.learners, locks);
+    return locks;
+}
+
 }  // namespace
 
 std::string VersionText()
@@ -50,14 +69,32 @@ std::string InitEnviron(environ_vx& env)
     return banner;
 }
 
+// All or none: while it waits for one lock it holds no other, not even the process-wide one.
+EnvironLocks::EnvironLocks(environ_vx* env)
+{
+    if (Concurrency() != LOCK_PER_NET) return;
+    while (IsLive(env, ENVIRON_TYPE)) {
+        const std::vector<RecursiveLock*> locks = LocksOf(*env);
+        held_.reserve(locks.size());
+        size_t taken = 0;
+        while (taken < locks.size() && locks[taken]->TryEnter()) held_.push_back(locks[taken++]);
+        if (taken == locks.size()) return;
+        for (; !held_.empty(); held_.pop_back()) held_.back()->Leave();
+        ProcessLock().Leave();
+        if (locks[taken]->Enter()) locks[taken]->Leave();
+        TALORA_CHECK(ProcessLock().Enter());
+    }
+}
+
+EnvironLocks::~EnvironLocks()
+{
+    for (RecursiveLock* lock : held_) lock->Leave();
+}
+
 void CloseEnviron(environ_vx* env) noexcept
 {
     env->state = PARTIAL_ENV;
-    while (!env->nets.empty()) {
-        net_bn* net = env->nets.back();
-        const NetLockScope lock(net->header.Lock());  // another thread may be at work on it
-        DeleteNet(net);
-    }
+    while (!env->nets.empty()) DeleteNet(env->nets.back());
     while (!env->lists.empty()) DeleteNodeList(env->lists.back());
     DeleteLearners(*env);
     DeleteCasesets(*env);

@@ -119,7 +119,7 @@ CaseReader::Engine::Engine(const Caseset& from, std::span<Node* const> wanted)
     block_has_column.resize(nodes.size());
     for (const CaseSource& each : cases.sources) total_bytes += SourceSize(each);
     const environ_vx* env = ThisThread().env;
-    if (env != nullptr && env->question_handler != nullptr && !nodes.empty()) Settle();
+    if (env != nullptr && env->question_handler.IsSet() && !nodes.empty()) Settle();
 }
 
 // Goes through all cases so that every question is asked before anybody relies on the numbers of states.
@@ -217,8 +217,8 @@ void CaseReader::Engine::FillEntries(UsedColumn& column)
     column.entries.Clear();
     column.entries.Insert("", UNDEF_STATE);
     column.entries.Insert("*", UNDEF_STATE);
-    if (cases.env->missing_char != 0)
-        column.entries.Insert(std::string_view(&cases.env->missing_char, 1), UNDEF_STATE);
+    const char missing = cases.env->missing_char;
+    if (missing != 0) column.entries.Insert(std::string_view(&missing, 1), UNDEF_STATE);
     for (int state = 0; state < static_cast<int>(node.states.texts.size()); ++state)
         if (!StateName(node, state).empty()) column.entries.Insert(StateName(node, state), state);
     column.num_sure = column.entries.Count();

@@ -24,7 +24,7 @@ Caseset* NewCaseset(environ_vx& env, std::string_view name)
     std::string copy(name);
     const std::lock_guard guard(env.mutex);
     env.casesets.reserve(env.casesets.size() + 1);
-    Caseset* cases = Casesets().New(nullptr);
+    Caseset* cases = Casesets().NewWithLock();
     cases->env = &env;
     cases->name = std::move(copy);
     env.casesets.push_back(cases);
@@ -38,7 +38,7 @@ void DeleteCaseset(Caseset* cases) noexcept
     for (const CaseSource& source : cases->sources)
         if (source.is_temporary) unlink(source.name.c_str());
     env.casesets.erase(std::remove(env.casesets.begin(), env.casesets.end(), cases), env.casesets.end());
-    Casesets().Release(cases);
+    Casesets().ReleaseWithLock(cases);
 }
 
 void DeleteCasesets(environ_vx& env) noexcept

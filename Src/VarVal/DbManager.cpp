@@ -18,7 +18,7 @@ DbManager* NewDbManager(environ_vx& env, std::unique_ptr<DbConnection> connectio
 {
     const std::lock_guard guard(env.mutex);
     env.dbmgrs.reserve(env.dbmgrs.size() + 1);
-    DbManager* manager = Managers().New(nullptr);
+    DbManager* manager = Managers().NewWithLock();
     manager->env = &env;
     manager->connection = std::move(connection);
     env.dbmgrs.push_back(manager);
@@ -31,7 +31,7 @@ void DeleteDbManager(DbManager* manager) noexcept
     const std::lock_guard guard(env.mutex);
     env.dbmgrs.erase(std::remove(env.dbmgrs.begin(), env.dbmgrs.end(), manager), env.dbmgrs.end());
     manager->connection.reset();
-    Managers().Release(manager);
+    Managers().ReleaseWithLock(manager);
 }
 
 void DeleteDbManagers(environ_vx& env) noexcept

@@ -243,7 +243,7 @@ TEST(FindGreedyOrderTest, HaltedSearchesEndInNetOrder)
     EXPECT_TRUE(before.order.empty());
     env.halt = false;
 
-    env.progress_handler = StopAtOnce;
+    env.progress_handler.Set(StopAtOnce, nullptr);
     Progress progress("finding elimination order");
     std::this_thread::sleep_for(std::chrono::milliseconds(150));  // so that the first step reports
     GreedySearchResult during = FindGreedyOrder(graph, {3, 1, 0, 2}, &progress);

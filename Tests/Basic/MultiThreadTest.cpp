@@ -22,7 +22,7 @@ void InThreads(int count, const std::function<void(int)>& work)
 
 TEST(MultiThreadTest, LocksExcludeOthersAndLetTheirThreadBackIn)
 {
-    RecursiveLock* lock = NewNetLock();
+    RecursiveLock* lock = NewObjectLock();
     int64_t count = 0;
     InThreads(4, [&](int) {
         for (int i = 0; i < 5000; ++i) {
@@ -35,7 +35,7 @@ TEST(MultiThreadTest, LocksExcludeOthersAndLetTheirThreadBackIn)
         }
     });
     EXPECT_EQ(count, 40000);
-    ReleaseNetLock(lock);
+    ReleaseObjectLock(lock);
 }
 
 TEST(MultiThreadTest, AChangeOfModeWaitsUntilNobodyIsInside)
