@@ -217,7 +217,9 @@ typedef int (*message_handler_vx)(environ_vx* env, const char* text, const repor
 typedef bool_vx (*password_handler_vx)(environ_vx* env, const char* question, char* password, int size,
                                        void* data);
 
-/** Handlers that a front end sets; NULL removes one. They may call the interface. */
+/** Handlers that a front end sets; NULL removes one. They may call the interface, but not to change or
+ *  delete what the function that called them is working on (5682).  Where another thread's handler waits
+ *  for what this thread holds, a handler's call can fail rather than wait for ever (5681, 5683). */
 TALORA_API void SetQuestionHandler_vx(environ_vx* env, question_handler_vx handler, void* data);
 TALORA_API void SetProgressHandler_vx(environ_vx* env, progress_handler_vx handler, void* data);
 TALORA_API void SetMessageHandler_vx(environ_vx* env, message_handler_vx handler, void* data);

@@ -13,7 +13,7 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 SEVERITIES = {"Fail": "error", "FailWith": "error", "FailAt": "error", "Warn": "warning",
               "WarnAt": "warning", "Notice": "notice"}
 CALL = re.compile(r"(?<![\w.>])(Fail|FailWith|FailAt|Warn|WarnAt|Notice)\s*\(")
-SEVERAL_TEXTS = {2489}  # worded for the kind of table it is about
+SEVERAL_TEXTS = {2489, 6009}  # worded for the kind of table, for whether there are findings
 LITERALS = re.compile(r'"(?:[^"\\]|\\.)*"(?:\s*(?:PRI\w+\s*)?"(?:[^"\\]|\\.)*")*')
 
 
@@ -35,16 +35,37 @@ def messages(source):
                text.count("\n", 0, call.start()) + 1)
 
 
+REPORT = re.compile(r"\.number = (\d{3,5})[^;]*?\}\s*,\s*|\bargs\.number = (\d{3,5});[^}]*?Report\(\s*args,\s*")
+
+
+def reports(source):
+    """The same for the long form, whose severity is an error unless it says otherwise."""
+    text = source.read_text(encoding="utf-8")
+    for call in REPORT.finditer(text):
+        literal = LITERALS.match(text, call.end())
+        if not literal:
+            continue
+        severity = re.search(r"\.severity = (\w+)_SEV", text[text.rfind("Report", 0, call.start(0)):call.end()])
+        pieces = re.findall(r'"((?:[^"\\]|\\.)*)"', literal.group())
+        yield (int(call.group(1) or call.group(2)), severity.group(1).lower() if severity else "error",
+               "".join(pieces), text.count("\n", 0, call.start()) + 1)
+
+
+def all_messages():
+    """The same for the whole library, with the file before the line."""
+    for source in sorted((ROOT / "Src").rglob("*.cpp")) + sorted((ROOT / "Src").rglob("*.h")):
+        for number, severity, text, line in list(messages(source)) + list(reports(source)):
+            yield number, severity, text, str(source.relative_to(ROOT)), line
+
+
 def cell(text):
     return "`" + text.replace('\\"', '"').replace("|", "\\|") + "`"
 
 
 def main():
     texts = {}  # number: text: where it is raised
-    for source in sorted((ROOT / "Src").rglob("*.cpp")) + sorted((ROOT / "Src").rglob("*.h")):
-        for number, severity, text, line in messages(source):
-            places = texts.setdefault(number, {}).setdefault(text, [])
-            places.append((severity, str(source.relative_to(ROOT)), line))
+    for number, severity, text, file, line in all_messages():
+        texts.setdefault(number, {}).setdefault(text, []).append((severity, file, line))
     # A message may or may not be able to say which argument it is about.
     clashes = {number: found for number, found in texts.items()
                if number not in SEVERAL_TEXTS
@@ -77,4 +98,5 @@ def render(texts):
     return "\n".join(lines) + "\n"
 
 
-sys.exit(main())
+if __name__ == "__main__":
+    sys.exit(main())

@@ -336,7 +336,15 @@ bool CountWarning(int number, bool* last)
     return found->count <= kMaxRepeatedWarnings + 1;
 }
 
+void TellWatcher(int number)
+{
+    if (const auto watcher = message_watcher.load(std::memory_order_relaxed))
+        watcher(number < 0 ? -number : number);
+}
+
 }  // namespace
+
+std::atomic<void (*)(int number)> message_watcher{nullptr};
 
 const char* MessageOf(const report_vx& report)
 {
@@ -353,6 +361,7 @@ const char* SeverityWord(Severity severity)
 report_vx* ReportV(const ReportArgs& args, const char* format, va_list values)
 {
     if (args.severity >= ERROR_SEV) ThisThread().failed = true;
+    if ((args.conditions & FROM_FRONT_END_CND) == 0) TellWatcher(args.number);
     try {
         bool last = false;
         if (args.severity == WARNING_SEV && !CountWarning(args.number, &last)) return Group().newest;
@@ -457,6 +466,7 @@ void FailOutOfMemoryV(const char* format, va_list values)
 
 report_vx* ReportOutOfMemory(const char* message) noexcept
 {
+    TellWatcher(5622);
     ThisThread().failed = true;
     return ShowMemoryRecord(message, ERROR_SEV);
 }

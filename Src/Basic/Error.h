@@ -14,6 +14,7 @@
 // is out needs none.
 #pragma once
 
+#include <atomic>
 #include <cstdarg>
 #include <cstdint>
 #include <string>
@@ -83,6 +84,10 @@ report_vx* ReportOutOfMemory(const char* message) noexcept;
 // for example "to build table for >-node '%s' (see >-LimitMemoryUsage_vx)".
 [[noreturn]] void FailOutOfMemory(const char* format, ...) TALORA_PRINTF(1, 2);
 [[noreturn]] void FailOutOfMemoryV(const char* format, va_list values);
+
+// Told the number of every message of the library that is raised, positive; null in programs.  The tests find
+// out with it which messages they raise.
+extern std::atomic<void (*)(int number)> message_watcher;
 
 // The text of a record, in the preallocated one too.
 const char* MessageOf(const report_vx& report);
