@@ -63,7 +63,7 @@ struct WindowPosition {
 struct environ_vx {
     talora::HandleHeader header;
     std::atomic<talora::EnvironState> state{talora::CREATED_ENV};
-    void* user_data = nullptr;
+    std::atomic<void*> user_data{nullptr};
     std::atomic<int> report_limit{1000};  // reports shown per thread
     std::mutex mutex;  // guards the lists below, which functions on different nets change, and the nets' names
     std::vector<net_bn*> nets;
