@@ -38,6 +38,19 @@ void* operator new(size_t size)
 {
     return Count(malloc(size > 0 ? size : 1));
 }
+void* operator new[](size_t size)
+{
+    return operator new(size);
+}
+void* operator new(size_t size, const std::nothrow_t&) noexcept
+{
+    void* const block = malloc(size > 0 ? size : 1);
+    return block ? Count(block) : nullptr;
+}
+void* operator new[](size_t size, const std::nothrow_t&) noexcept
+{
+    return operator new(size, std::nothrow);
+}
 void* operator new(size_t size, std::align_val_t alignment)
 {
     const auto align = static_cast<size_t>(alignment);
@@ -48,6 +61,22 @@ void operator delete(void* block) noexcept
     Release(block);
 }
 void operator delete(void* block, size_t) noexcept
+{
+    Release(block);
+}
+void operator delete[](void* block) noexcept
+{
+    Release(block);
+}
+void operator delete[](void* block, size_t) noexcept
+{
+    Release(block);
+}
+void operator delete(void* block, const std::nothrow_t&) noexcept
+{
+    Release(block);
+}
+void operator delete[](void* block, const std::nothrow_t&) noexcept
 {
     Release(block);
 }
