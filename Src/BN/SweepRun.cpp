@@ -18,9 +18,17 @@ namespace {
 using Lanes = float __attribute__((vector_size(64)));
 using EightLanes = float __attribute__((vector_size(32)));
 using FourLanes = float __attribute__((vector_size(16)));
-using LanesInMemory = float __attribute__((vector_size(64), aligned(4), may_alias));
 using LaneIndexes = int32_t __attribute__((vector_size(64)));
-using PlacesInMemory = uint16_t __attribute__((vector_size(32), aligned(2), may_alias));
+using Places = uint16_t __attribute__((vector_size(32)));
+
+// Vectors at any place in memory.  As structures: clang takes a vector type of its own for aligned whatever
+// it is said to be.
+struct LanesInMemory {
+    Lanes lanes;
+} __attribute__((packed, may_alias));
+struct PlacesInMemory {
+    Places places;
+} __attribute__((packed, may_alias));
 
 constexpr int64_t kPollEntries = 1 << 20;  // between two looks at the halt flag
 
