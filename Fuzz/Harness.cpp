@@ -93,7 +93,7 @@ void operator delete(void* block, size_t, std::align_val_t) noexcept
 extern "C" const char* __asan_default_options();
 extern "C" const char* __asan_default_options()
 {
-    return "allocator_may_return_null=1:detect_leaks=1:malloc_context_size=12";
+    return "allocator_may_return_null=1:detect_leaks=1:malloc_context_size=8:quarantine_size_mb=8";
 }
 
 namespace fuzz {

@@ -113,11 +113,12 @@ void CheckWide(const std::string& text)
 void CheckMessage(const std::string& text)
 {
     environ_vx* const env = fuzz::Environ();
-    const report_vx* const record = NewError_vx(env, 1, WARNING_SEVERITY, text.c_str());
+    const std::string ended = text + std::string(3, '\0');  // also as wide text
+    const report_vx* const record = NewError_vx(env, 1, WARNING_SEVERITY, ended.c_str());
     if (record) {
         const std::string message = ErrorMessage_vx(record);
         Check(message.size() <= size_t{kMessageBytes}, "a message keeps to its length");
-        const std::string shown = NarrowText(text.c_str());
+        const std::string shown = NarrowText(ended.c_str());
         Check(!IsPlainText(shown) || IsPlainText(message), "a message does not end inside a character");
         Check(message.substr(0, 8) == shown.substr(0, 8), "text in a message is no markup");
     }

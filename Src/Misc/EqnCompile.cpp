@@ -94,7 +94,7 @@ void CompileRight(Compiler& c, EqnOp op, int node)
 
 void CompileConditional(Compiler& c, const Expr& call)
 {
-    const int* const children = &c.eqn.children[call.first_child];
+    const int* const children = c.eqn.children.data() + call.first_child;
     CompileNode(c, children[0]);
     const size_t branch = c.program.code.size();
     c.Emit(Make(BRANCH));
@@ -110,7 +110,7 @@ void CompileConditional(Compiler& c, const Expr& call)
 void CompileCall(Compiler& c, const Expr& call)
 {
     const EqnOp op = call.function->op;
-    const int* const children = &c.eqn.children[call.first_child];
+    const int* const children = c.eqn.children.data() + call.first_child;
     if (op == IF_OP) return CompileConditional(c, call);
     if (op != CALL_OP && call.num_children > 0 && (IsUnary(op) || IsBinary(op))) {
         CompileNode(c, children[0]);

@@ -90,28 +90,6 @@ bool IsFromDatabase(std::string_view beginning)
     return rest.starts_with('\n') && rest.substr(1).starts_with(kDatabaseMark);
 }
 
-// The delimiter that a line of column names shows.  One name in quotes is a whole line with commas.
-char DelimiterOf(std::string_view text, char default_delimiter)
-{
-    const bool is_quoted =
-        text.starts_with('"') && text.ends_with('"') && text.find("\"\t") == std::string_view::npos;
-    if (is_quoted || text.find(',') != std::string_view::npos) return ',';
-    if (text.find('\t') != std::string_view::npos) return '\t';
-    return text.find(' ') != std::string_view::npos ? ' ' : default_delimiter;
-}
-
-// Where a comment begins: two characters that do not stand within an entry.  npos if none does.
-size_t FindComment(std::string_view text, char delimiter)
-{
-    bool quoted = false;
-    for (size_t i = 0; i + 1 < text.size(); ++i) {
-        if (delimiter == ',' && text[i] == '"') quoted = !quoted;
-        if (quoted || text[i] != '/' || (text[i + 1] != '/' && text[i + 1] != '*')) continue;
-        if (i == 0 || IsBlank(text[i - 1]) || text[i - 1] == delimiter) return i;
-    }
-    return std::string_view::npos;
-}
-
 // Places of the delimiters in a line, at most `most` of them; kLinePadding bytes behind it can be read.
 // @return how many there are, most + 1 if more
 int FindDelimiters(const char* text, size_t length, char first, char second, uint32_t* places, int most)
@@ -196,6 +174,27 @@ void FailCasesHalted(int64_t num_cases, double fraction)
 }
 
 // ---- Splitting ----
+
+char ShownDelimiter(std::string_view text, char default_delimiter)
+{
+    text = Trim(text);
+    const bool is_quoted =
+        text.starts_with('"') && text.ends_with('"') && text.find("\"\t") == std::string_view::npos;
+    if (is_quoted || text.find(',') != std::string_view::npos) return ',';
+    if (text.find('\t') != std::string_view::npos) return '\t';
+    return text.find(' ') != std::string_view::npos ? ' ' : default_delimiter;
+}
+
+size_t FindCaseComment(std::string_view text, char delimiter)
+{
+    bool quoted = false;
+    for (size_t i = 0; i + 1 < text.size(); ++i) {
+        if (delimiter == ',' && text[i] == '"') quoted = !quoted;
+        if (quoted || text[i] != '/' || (text[i + 1] != '/' && text[i + 1] != '*')) continue;
+        if (i == 0 || IsBlank(text[i - 1]) || text[i - 1] == delimiter) return i;
+    }
+    return std::string_view::npos;
+}
 
 int LineSplitter::Split(const CaseLine& line, int most)
 {
@@ -382,7 +381,7 @@ bool CaseFileReader::SkipComments(CaseLine& line)
     if (slash_ >= end) return false;
     const std::string_view text = Trim(line.text);
     if (text.starts_with("//")) return true;
-    const size_t comment = FindComment(line.text, header_.delimiter);
+    const size_t comment = FindCaseComment(line.text, header_.delimiter);
     if (comment == std::string_view::npos) return false;
     if (line.text[comment + 1] == '/') {
         line.text = line.text.substr(0, comment);
@@ -437,7 +436,7 @@ void CaseFileReader::ReadHeader(char default_delimiter)
     header_.delimiter = ',';  // so that quotes are minded
     if (!Next(line)) Fail(6508, "case file '%s' has no line of column names", Name().c_str());
     const std::string_view text = Trim(line.text);
-    header_.delimiter = DelimiterOf(text, default_delimiter);
+    header_.delimiter = ShownDelimiter(text, default_delimiter);
     LineSplitter splitter(header_.delimiter);
     const int count = splitter.Split(line, INT32_MAX - 1);
     for (int i = 0; i < count; ++i) {

@@ -76,6 +76,11 @@ struct EntrySpan {
     uint32_t begin, end;
 };
 
+// The delimiter that a line of column names shows.  One name in quotes is a whole line with commas.
+char ShownDelimiter(std::string_view text, char default_delimiter);
+// Where a comment begins: two characters that do not stand within an entry.  npos if none does.
+size_t FindCaseComment(std::string_view text, char delimiter);
+
 // Splits lines at one delimiter.  Runs of blanks count once where the delimiter is a blank; blanks around
 // other entries are dropped; with commas, entries may be in double quotes (doubled inside).
 class LineSplitter {

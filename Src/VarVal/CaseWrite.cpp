@@ -23,6 +23,28 @@ void ShowEmptyLine(std::string& text, size_t begin)
     if (text.find_first_not_of(' ', begin) == std::string::npos) text += "\"\"";
 }
 
+// Readers drop these at the ends of entries.
+bool IsDropped(char c)
+{
+    return static_cast<unsigned char>(c) <= ' ';
+}
+
+[[noreturn]] void FailNeedsCommas(std::string_view text, const CaseSigns& signs)
+{
+    Fail(6532, "value '%.80s' can't be written to a case file whose delimiter is %s; use commas",
+         std::string(text).c_str(), signs.delimiter == ' ' ? "a space" : "a tab");
+}
+
+// Whether a reader takes an entry without quotes for what it is: without a delimiter, blanks at its ends that
+// get lost, or what begins a comment.
+bool IsPlainEntry(std::string_view text, const CaseSigns& signs)
+{
+    if (text.empty() || IsDropped(text.front()) || IsDropped(text.back())) return false;
+    const bool is_split = text.find(signs.delimiter) != std::string_view::npos ||
+                          (signs.delimiter == ' ' && text.find('\t') != std::string_view::npos);
+    return !is_split && FindCaseComment(text, signs.delimiter) == std::string_view::npos;
+}
+
 std::vector<std::string> NamesOf(std::span<Node* const> nodes)
 {
     std::vector<std::string> names;
@@ -92,8 +114,7 @@ void AppendFinding(std::string& out, const Node& node, const CaseSigns& signs)
 void AppendEntry(std::string& out, std::string_view text, const CaseSigns& signs)
 {
     if (signs.delimiter == ',') {
-        const auto is_blank = [](char c) { return static_cast<unsigned char>(c) <= ' '; };
-        const bool is_plain = !text.empty() && !is_blank(text.front()) && !is_blank(text.back()) &&
+        const bool is_plain = !text.empty() && !IsDropped(text.front()) && !IsDropped(text.back()) &&
                               text.find_first_of(",\"\t ") == std::string_view::npos &&
                               text.find("//") == std::string_view::npos &&
                               text.find("/*") == std::string_view::npos;
@@ -106,10 +127,7 @@ void AppendEntry(std::string& out, std::string_view text, const CaseSigns& signs
         out += '"';
         return;
     }
-    if (text.find(signs.delimiter) != std::string_view::npos ||
-        (signs.delimiter == ' ' && text.find('\t') != std::string_view::npos))
-        Fail(6532, "value '%.80s' can't be written to a case file whose delimiter is %s; use commas",
-             std::string(text).c_str(), signs.delimiter == ' ' ? "a space" : "a tab");
+    if (!IsPlainEntry(text, signs)) FailNeedsCommas(text, signs);
     out += text;
 }
 
@@ -142,6 +160,11 @@ void CaseWriter::WriteHeader(std::span<const std::string> columns)
     if (with_id_) add(kIdColumn);
     if (with_freq_) add(kFreqColumn);
     for (const std::string& column : columns) add(column);
+    // Readers find out the delimiter from this line.
+    const std::string_view line = std::string_view(text_).substr(sizeof kHeaderLine - 1);
+    if (ShownDelimiter(line, signs_.delimiter) != signs_.delimiter)
+        for (const std::string& column : columns)
+            if (column.find_first_of(", \"") != std::string::npos) FailNeedsCommas(column, signs_);
     End();
 }
 
