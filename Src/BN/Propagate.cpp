@@ -1,6 +1,7 @@
 #include "BN/Propagate.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -390,6 +391,7 @@ struct Propagation::Engine {
             axis_of[size_t(v)] = IsFree(v) ? int(sizes.size()) : -1;
             if (IsFree(v)) sizes.push_back(NumStates(v));
         }
+        if (sizes.size() > kMostSweepAxes) throw std::bad_alloc();  // a table that no machine can sweep
         factor_scopes.clear();
         output_scopes.clear();
     }
@@ -398,7 +400,7 @@ struct Propagation::Engine {
     {
         SweepScope scope;
         for (int v : variables)
-            if (axis_of[size_t(v)] >= 0) scope.axes.push_back(axis_of[size_t(v)]);
+            if (axis_of[size_t(v)] >= 0) scope.axes |= uint64_t{1} << axis_of[size_t(v)];
         return scope;
     }
 
@@ -407,7 +409,7 @@ struct Propagation::Engine {
     {
         auto add = [&](std::span<const int> variables) {
             factor_scopes.push_back(ScopeOf(variables));
-            if (factor_scopes.back().axes.empty()) factor_scopes.pop_back();
+            if (factor_scopes.back().axes == 0) factor_scopes.pop_back();
         };
         for (int p : potentials_of[clique]) add(potential_scope[p]);
         if (with_mate && clique > 0) add(tree->separators[clique]);
@@ -435,7 +437,7 @@ struct Propagation::Engine {
             std::span<const int> children = tree->children[clique];
             for (size_t k = 0; k < children.size(); ++k) {
                 output_scopes.push_back(ScopeOf(tree->separators[children[k]]));
-                if (output_scopes.back().axes.empty()) output_scopes.pop_back();
+                if (output_scopes.back().axes == 0) output_scopes.pop_back();
             }
             const int first = int(factor_scopes.size() - output_scopes.size());
             for (size_t o = 0; o < output_scopes.size(); ++o) output_scopes[o].excluded = first + int(o);
@@ -621,6 +623,15 @@ struct Propagation::Engine {
         return MultiplyFamilies(p, with_findings, entries);
     }
 
+    // The bits at the places that the mask has.
+    static uint64_t Compress(uint64_t bits, uint64_t mask)
+    {
+        uint64_t compressed = 0;
+        for (int k = 0; mask != 0; mask &= mask - 1, ++k)
+            compressed |= (bits >> std::countr_zero(mask) & 1) << k;
+        return compressed;
+    }
+
     bool MultiplyFamilies(int p, bool with_findings, float* entries)
     {
         std::vector<int64_t> starts;
@@ -641,15 +652,13 @@ struct Propagation::Engine {
             factor_entries.push_back(family_tables.data() + starts[k]);
         }
         // Only the axes of the potential, so that every block is written once.
-        std::vector<int> own_axis(sizes.size(), -1), own_sizes;
-        for (int axis : ScopeOf(potential_scope[p]).axes) {
-            own_axis[size_t(axis)] = int(own_sizes.size());
-            own_sizes.push_back(sizes[size_t(axis)]);
-        }
-        output_scopes.push_back({});
-        for (size_t k = 0; k < own_sizes.size(); ++k) output_scopes[0].axes.push_back(int(k));
-        for (SweepScope& scope : factor_scopes)
-            for (int& axis : scope.axes) axis = own_axis[size_t(axis)];
+        const uint64_t axes = ScopeOf(potential_scope[p]).axes;
+        std::vector<int> own_sizes;
+        for (uint64_t rest = axes; rest != 0; rest &= rest - 1)
+            own_sizes.push_back(sizes[size_t(std::countr_zero(rest))]);
+        output_scopes.push_back({(uint64_t{2} << (own_sizes.size() - 1)) - 1, -1});
+        if (own_sizes.empty()) output_scopes.back().axes = 0;
+        for (SweepScope& scope : factor_scopes) scope.axes = Compress(scope.axes, axes);
         const SweepPlan& plan = *plans.Find(own_sizes, factor_scopes, output_scopes);
         if (!RunSweep(plan, factor_entries, {}, 1, scratch)) return false;
         std::copy_n(scratch.output[0], plan.outputs[0].size, entries);
@@ -966,25 +975,26 @@ struct Propagation::Engine {
         DescribeClique(clique);
         DescribeFactors(clique, true);
         output_scopes.push_back(ScopeOf(variables));
-        std::vector<int>& axes = output_scopes[0].axes;
-        std::sort(axes.begin(), axes.end());
-        const std::vector<int> sorted_axes = axes;
+        const uint64_t axes = output_scopes[0].axes;
         const SweepPlan& plan = *plans.Find(sizes, factor_scopes, output_scopes);
         CollectFactors(clique, true);
         if (!RunScaled(plan, true) || exponents[0] == kVanished) return false;
         Normalize(scratch.output[0], plan.outputs[0].size);
-        SpreadJoint(variables, sorted_axes, joint);
+        SpreadJoint(variables, axes, joint);
         return true;
     }
 
     // Puts a joint table over free variables in axis order into the caller's order of all variables.
-    void SpreadJoint(std::span<const int> variables, const std::vector<int>& axes, float* joint)
+    void SpreadJoint(std::span<const int> variables, uint64_t axes, float* joint)
     {
         std::vector<int64_t> strides(variables.size());
         int64_t count = 1, stride = 1;
-        for (size_t k = axes.size(); k-- > 0; stride *= sizes[size_t(axes[k])])
+        for (; axes != 0; axes &= ~std::bit_floor(axes)) {
+            const int axis = std::bit_width(axes) - 1;
             for (size_t j = 0; j < variables.size(); ++j)
-                if (axis_of[size_t(variables[j])] == axes[k]) strides[j] = stride;
+                if (axis_of[size_t(variables[j])] == axis) strides[j] = stride;
+            stride *= sizes[size_t(axis)];
+        }
         for (int v : variables) count *= std::max(1, NumStates(v));
         std::vector<int> state(variables.size());
         for (int64_t i = 0; i < count; ++i) {

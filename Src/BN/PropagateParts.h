@@ -87,31 +87,36 @@ public:
         key_.clear();
         key_.push_back(int(sizes.size()));
         key_.insert(key_.end(), sizes.begin(), sizes.end());
-        for (std::span<const SweepScope> scopes : {factors, outputs}) {
-            key_.push_back(int(scopes.size()));
-            for (const SweepScope& scope : scopes) {
-                key_.push_back(scope.excluded);
-                key_.push_back(int(scope.axes.size()));
-                for (int axis : scope.axes) key_.push_back(axis);
-            }
+        key_.push_back(int(factors.size()));
+        for (const SweepScope& scope : factors) AddAxes(scope);
+        for (const SweepScope& scope : outputs) {
+            AddAxes(scope);
+            key_.push_back(scope.excluded);
         }
-        auto [place, is_new] = plans_.try_emplace(key_);
-        if (is_new) {
-            try {
-                place->second = BuildSweep(sizes, factors, outputs);
-            } catch (...) {
-                plans_.erase(place);
-                throw;
-            }
-        }
-        return &place->second;
+        const auto place = plans_->find(key_);
+        if (place != plans_->end()) return &place->second;
+        return &plans_->emplace(key_, builder_.Build(sizes, factors, outputs, memory_.get())).first->second;
     }
 
-    bool IsFull() const { return plans_.size() > kMostPlans; }
-    void Clear() { plans_.clear(); }
+    bool IsFull() const { return plans_->size() > kMostPlans; }
+    void Clear()
+    {
+        plans_->clear();
+        memory_->release();
+    }
 
 private:
-    std::unordered_map<std::vector<int>, SweepPlan, KeyHash> plans_;
+    void AddAxes(const SweepScope& scope)
+    {
+        key_.push_back(int(uint32_t(scope.axes)));
+        key_.push_back(int(uint32_t(scope.axes >> 32)));
+    }
+
+    using Plans = std::unordered_map<std::vector<int>, SweepPlan, KeyHash>;
+    SweepBuilder builder_;
+    std::unique_ptr<std::pmr::monotonic_buffer_resource> memory_ =
+        std::make_unique<std::pmr::monotonic_buffer_resource>();
+    std::unique_ptr<Plans> plans_ = std::make_unique<Plans>();  // in memory_
     std::vector<int> key_;
 };
 

@@ -1,7 +1,7 @@
 #include "BN/Sweep.h"
 
 #include <algorithm>
-#include <numeric>
+#include <bit>
 
 namespace talora {
 
@@ -22,7 +22,8 @@ struct Layout {
     int level = 0;  // innermost loop that moves the part
     int64_t map = -1;
     int64_t size = 1;
-    std::vector<int64_t> strides;  // per axis, 0 where the table does not cover it
+    uint64_t covered = 0;    // axes
+    const int64_t* strides;  // per axis, 0 where the table does not cover it
     // Short runs: the innermost axes, all covered, make a row, so that runs are rows.
     int spread = 0;        // entries of the part spread out; 0: not needed
     int row = 1;           // entries of a row
@@ -30,29 +31,55 @@ struct Layout {
     int64_t row_map = -1;  // per entry of a row, its place among them
 };
 
-class Builder {
-public:
-    Builder(std::span<const int> sizes, std::span<const SweepScope> factors,
-            std::span<const SweepScope> outputs)
-        : sizes_(sizes), factors_(factors), outputs_(outputs)
-    {}
+}  // namespace
 
-    SweepPlan Build()
+class SweepBuilder::Work {
+public:
+    SweepPlan Build(std::span<const int> sizes, std::span<const SweepScope> factors,
+                    std::span<const SweepScope> outputs, std::pmr::memory_resource* memory)
     {
+        Reset(sizes, factors, outputs);
         ChooseBlock();
-        for (const SweepScope& factor : factors_) layouts_.push_back(LayOut(factor));
+        for (const SweepScope& factor : factors_) LayOut(factor);
         for (const SweepScope& output : outputs_) {
-            layouts_.push_back(LayOut(output));
+            LayOut(output);
             if (layouts_.back().shape == SweepShape::kRunsIn) InvertMap(layouts_.back());
         }
         OrderLoops();
         WriteLoops();
         WriteOutputs();
         WriteOps();
-        return std::move(plan_);
+        return Copied(memory);
     }
 
 private:
+    void Reset(std::span<const int> sizes, std::span<const SweepScope> factors,
+               std::span<const SweepScope> outputs)
+    {
+        sizes_ = sizes;
+        factors_ = factors;
+        outputs_ = outputs;
+        plan_.num_buffers = 0;
+        plan_.num_steps = 1;
+        plan_.loop_sizes.clear();
+        plan_.deltas.clear();
+        plan_.ops.clear();
+        plan_.maps.clear();
+        plan_.folds.clear();
+        plan_.outputs.clear();
+        layouts_.clear();
+        strides_.assign((factors.size() + outputs.size()) * sizes.size(), 0);
+        loops_.clear();
+        free_.clear();
+    }
+
+    SweepPlan Copied(std::pmr::memory_resource* memory) const
+    {
+        SweepPlan copy(memory);
+        copy = plan_;  // lists keep their memory resource
+        return copy;
+    }
+
     void ChooseBlock()
     {
         first_inner_ = int(sizes_.size());
@@ -69,36 +96,37 @@ private:
         plan_.num_outputs = int(outputs_.size());
     }
 
-    Layout LayOut(const SweepScope& scope)
+    void LayOut(const SweepScope& scope)
     {
-        Layout layout;
-        layout.strides.assign(sizes_.size(), 0);
-        std::vector<char> covers(sizes_.size());
-        for (int axis : scope.axes) covers[size_t(axis)] = 1;
+        int64_t* strides = strides_.data() + layouts_.size() * sizes_.size();
+        Layout& layout = layouts_.emplace_back();
+        layout.covered = scope.axes;
+        layout.strides = strides;
         for (size_t axis = sizes_.size(); axis-- > 0;) {
-            if (!covers[axis]) continue;
-            layout.strides[axis] = layout.size;
+            if (!Covers(layout, axis)) continue;
+            strides[axis] = layout.size;
             layout.size *= sizes_[axis];
             if (int(axis) >= first_inner_) layout.part = int(layout.size);
         }
-        ChooseShape(layout, covers);
-        return layout;
+        ChooseShape(layout);
     }
 
+    static bool Covers(const Layout& layout, size_t axis) { return layout.covered >> axis & 1; }
+
     // Looks at the innermost axes that are alike (all covered, or none).
-    void ChooseShape(Layout& layout, std::vector<char>& covers)
+    void ChooseShape(Layout& layout)
     {
         const int num_axes = int(sizes_.size());
         int axis = num_axes;
-        while (axis > first_inner_ && covers[size_t(axis) - 1] == covers[size_t(num_axes) - 1])
+        const bool covered = num_axes > 0 && Covers(layout, size_t(num_axes) - 1);
+        while (axis > first_inner_ && Covers(layout, size_t(axis) - 1) == covered)
             layout.run *= sizes_[size_t(--axis)];
-        const bool covered = axis < num_axes && covers[size_t(num_axes) - 1];
         if (layout.part == 1) {
             layout.shape = SweepShape::kScalar;
         } else if (axis == first_inner_) {
             layout.shape = SweepShape::kFull;
         } else if (layout.run < kShortRun) {
-            Spread(layout, covers);
+            Spread(layout);
         } else if (covered && layout.part == layout.run) {
             layout.shape = SweepShape::kTail;
         } else {
@@ -108,16 +136,16 @@ private:
     }
 
     // Makes the innermost axes, enough for a row, covered; the rest of the block then has long runs.
-    void Spread(Layout& layout, const std::vector<char>& covers)
+    void Spread(Layout& layout)
     {
         int axis = int(sizes_.size());
         int row = 1;
         while (axis > first_inner_ && row < kSweepPadding) row *= sizes_[size_t(--axis)];
-        std::vector<int64_t> strides(sizes_.size());  // in the part spread out
+        int64_t strides[kMostSweepAxes] = {};  // in the part spread out
         int64_t size = 1;
         for (size_t k = sizes_.size(); int(k) > first_inner_;) {
             --k;
-            if (!covers[k] && int(k) < axis) continue;
+            if (!Covers(layout, k) && int(k) < axis) continue;
             strides[k] = size;
             size *= sizes_[k];
         }
@@ -129,31 +157,32 @@ private:
         if (layout.shape == SweepShape::kRunsIn) layout.map = WriteMap(strides, first_inner_, row);
         layout.row = row;
         for (size_t k = size_t(axis); k < sizes_.size(); ++k)
-            if (covers[k]) layout.from *= sizes_[k];
+            if (Covers(layout, k)) layout.from *= sizes_[k];
         layout.row_map = WriteMap(layout.strides, axis, 1);
         plan_.maps.resize(plan_.maps.size() + kSweepPadding);
     }
 
     // For each run of the entries over the axes from `first`, its place by the strides.  A run is all entries
     // over the innermost axes.
-    int64_t WriteMap(const std::vector<int64_t>& strides, int first, int run)
+    int64_t WriteMap(const int64_t* strides, int first, int run)
     {
         const int64_t start = int64_t(plan_.maps.size());
         size_t end = sizes_.size();  // of the axes outside a run
         for (int64_t inside = 1; inside < run;) inside *= sizes_[--end];
-        index_.assign(sizes_.size(), 0);
+        int index[kMostSweepAxes] = {};
         int64_t count = 1;
         for (size_t k = end; int(k) > first;) count *= sizes_[--k];
-        plan_.maps.reserve(plan_.maps.size() + size_t(count));
+        plan_.maps.resize(size_t(start + count));
+        uint16_t* map = plan_.maps.data() + start;
         int64_t place = 0;
         for (int64_t entry = 0; entry < count; ++entry) {
-            plan_.maps.push_back(uint16_t(place));
+            map[entry] = uint16_t(place);
             for (size_t axis = end; int(axis) > first;) {
                 --axis;
                 place += strides[axis];
-                if (++index_[axis] < sizes_[axis]) break;
+                if (++index[axis] < sizes_[axis]) break;
                 place -= strides[axis] * sizes_[axis];
-                index_[axis] = 0;
+                index[axis] = 0;
             }
         }
         return start;
@@ -162,13 +191,14 @@ private:
     // For a sum: in place of the place of each run of the block, per run of the sum the runs of the block.
     void InvertMap(Layout& layout)
     {
-        const auto first = plan_.maps.begin() + layout.map;
-        std::vector<uint16_t> from(size_t(plan_.block / layout.run));
-        for (size_t k = 0; k < from.size(); ++k) from[k] = uint16_t(k);
-        std::stable_sort(from.begin(), from.end(),
-                         [&](uint16_t a, uint16_t b) { return first[a] < first[b]; });
-        for (uint16_t& place : from) place = uint16_t(place * layout.run);
-        std::copy(from.begin(), from.end(), first);
+        uint16_t* map = plan_.maps.data() + layout.map;
+        const int runs = plan_.block / layout.run;
+        const int of_sum = (layout.spread > 0 ? layout.spread : layout.part) / layout.run;
+        places_.assign(map, map + runs);
+        next_.assign(size_t(of_sum), 0);
+        for (int k = 0; k < of_sum; ++k) next_[size_t(k)] = k * (runs / of_sum);
+        for (int k = 0; k < runs; ++k)
+            map[next_[size_t(places_[size_t(k)] / layout.run)]++] = uint16_t(k * layout.run);
     }
 
     // Adds up, from the inside, the axes of a row that the sum does not cover.
@@ -203,23 +233,22 @@ private:
     // Innermost the loop that spares most moves, then the next among the tables that are still.
     void OrderLoops()
     {
-        std::vector<int> axes(static_cast<size_t>(first_inner_));
-        std::iota(axes.begin(), axes.end(), 0);
-        std::vector<char> moves(layouts_.size());
-        while (!axes.empty()) {
-            size_t best = axes.size() - 1;
+        uint64_t axes = first_inner_ < 64 ? (uint64_t{1} << first_inner_) - 1 : ~uint64_t{0};
+        moves_.assign(layouts_.size(), 0);
+        while (axes != 0) {
+            size_t best = size_t(std::bit_width(axes)) - 1;
             double best_saving = 0;
-            for (size_t k = axes.size(); k-- > 0;) {
+            for (size_t axis = best + 1; axis-- > 0;) {
+                if ((axes >> axis & 1) == 0) continue;
                 double saving = 0;
                 for (size_t t = 0; t < layouts_.size(); ++t)
-                    if (!moves[t] && layouts_[t].strides[size_t(axes[k])] == 0) saving += MoveCost(t);
-                saving *= 1 - 1.0 / sizes_[size_t(axes[k])];
-                if (saving > best_saving) best_saving = saving, best = k;
+                    if (!moves_[t] && !Covers(layouts_[t], axis)) saving += MoveCost(t);
+                saving *= 1 - 1.0 / sizes_[axis];
+                if (saving > best_saving) best_saving = saving, best = axis;
             }
-            for (size_t t = 0; t < layouts_.size(); ++t)
-                moves[t] |= layouts_[t].strides[size_t(axes[best])] != 0;
-            loops_.push_back(axes[best]);
-            axes.erase(axes.begin() + ptrdiff_t(best));
+            for (size_t t = 0; t < layouts_.size(); ++t) moves_[t] |= Covers(layouts_[t], best);
+            loops_.push_back(int(best));
+            axes &= ~(uint64_t{1} << best);
         }
         std::reverse(loops_.begin(), loops_.end());
         for (Layout& layout : layouts_)
@@ -407,81 +436,91 @@ private:
 
     void WriteOps()
     {
-        std::vector<char> is_excluded(factors_.size());
-        std::vector<int> excluding, whole;  // outputs
+        is_excluded_.assign(factors_.size(), 0);
+        excluding_.clear();
+        whole_.clear();
         for (int o = 0; o < int(outputs_.size()); ++o) {
             const int excluded = outputs_[size_t(o)].excluded;
-            (excluded >= 0 ? excluding : whole).push_back(o);
-            if (excluded >= 0) is_excluded[size_t(excluded)] = 1;
+            (excluded >= 0 ? excluding_ : whole_).push_back(o);
+            if (excluded >= 0) is_excluded_[size_t(excluded)] = 1;
         }
         const int all = int(outputs_.size());
         spread_.assign(factors_.size(), kNoBuffer);
         Buffer product;
-        for (int factor : CommonFactors(is_excluded)) product = Multiply(product, factor, false, 0, all);
-        if (!excluding.empty()) Halve(excluding, 0, excluding.size(), product, whole.empty());
-        if (whole.empty()) return;
-        for (int o : excluding) product = Multiply(product, outputs_[size_t(o)].excluded, false, 0, all);
-        for (int o : whole) Reduce(o, product);
+        FindCommonFactors();
+        for (int factor : common_) product = Multiply(product, factor, false, 0, all);
+        if (!excluding_.empty()) Halve(0, excluding_.size(), product, whole_.empty());
+        if (whole_.empty()) return;
+        for (int o : excluding_) product = Multiply(product, outputs_[size_t(o)].excluded, false, 0, all);
+        for (int o : whole_) Reduce(o, product);
     }
 
     // Factors that move least come first, so that their product is kept longest.
-    std::vector<int> CommonFactors(const std::vector<char>& is_excluded) const
+    void FindCommonFactors()
     {
-        std::vector<int> common;
-        for (int f = 0; f < int(factors_.size()); ++f)
-            if (!is_excluded[size_t(f)]) common.push_back(f);
-        std::stable_sort(common.begin(), common.end(), [&](int a, int b) {
+        const auto goes_before = [&](int a, int b) {
             const Layout &x = layouts_[size_t(a)], &y = layouts_[size_t(b)];
             if (x.level != y.level) return x.level < y.level;
             return (x.shape == SweepShape::kFull) > (y.shape == SweepShape::kFull);
-        });
-        return common;
+        };
+        common_.clear();
+        for (int f = 0; f < int(factors_.size()); ++f) {
+            if (is_excluded_[size_t(f)]) continue;
+            common_.insert(std::upper_bound(common_.begin(), common_.end(), f, goes_before), f);
+        }
     }
 
     // Outputs first .. end, each leaving out its factor; `product` holds all factors not in that range.
-    void Halve(const std::vector<int>& outputs, size_t first, size_t end, const Buffer& product,
-               bool last_use)
+    void Halve(size_t first, size_t end, const Buffer& product, bool last_use)
     {
         if (end - first == 1) {
-            Reduce(outputs[first], product);
+            Reduce(excluding_[first], product);
             if (last_use) Release(product);
             return;
         }
         const size_t middle = first + (end - first) / 2;
-        HalveInto(outputs, first, middle, middle, end, product, true);
-        HalveInto(outputs, middle, end, first, middle, product, !last_use);
+        HalveInto(first, middle, middle, end, product, true);
+        HalveInto(middle, end, first, middle, product, !last_use);
     }
 
     // Multiplies by the factors of [from, to) and goes on with the outputs [first, end).
-    void HalveInto(const std::vector<int>& outputs, size_t first, size_t end, size_t from, size_t to,
-                   Buffer product, bool keep)
+    void HalveInto(size_t first, size_t end, size_t from, size_t to, Buffer product, bool keep)
     {
         for (size_t k = from; k < to; ++k) {
-            const int factor = outputs_[size_t(outputs[k])].excluded;
-            product = Multiply(product, factor, keep, outputs[first], outputs[end - 1] + 1);
+            const int factor = outputs_[size_t(excluding_[k])].excluded;
+            product = Multiply(product, factor, keep, excluding_[first], excluding_[end - 1] + 1);
             keep = false;
         }
-        Halve(outputs, first, end, product, true);
+        Halve(first, end, product, true);
     }
 
     std::span<const int> sizes_;
     std::span<const SweepScope> factors_;
     std::span<const SweepScope> outputs_;
-    SweepPlan plan_;
+    SweepPlan plan_{std::pmr::get_default_resource()};
     std::vector<Layout> layouts_;  // factors, then outputs
-    std::vector<int> loops_;       // axes, outermost loop first
-    int first_inner_ = 0;          // first axis of the block
-    std::vector<int> index_;
+    std::vector<int64_t> strides_;
+    std::vector<int> loops_;  // axes, outermost loop first
+    int first_inner_ = 0;     // first axis of the block
     std::vector<int> free_;
     std::vector<int> spread_;  // per factor the buffer where it is spread out
+    std::vector<uint16_t> places_;
+    std::vector<int> next_;
+    std::vector<char> moves_;        // per table: in a loop chosen so far
+    std::vector<char> is_excluded_;  // per factor: by an output
+    std::vector<int> excluding_;     // outputs that leave out a factor
+    std::vector<int> whole_;         // the others
+    std::vector<int> common_;        // factors that no output leaves out
 };
 
-}  // namespace
+SweepBuilder::SweepBuilder() : work_(std::make_unique<Work>()) {}
+SweepBuilder::~SweepBuilder() = default;
+SweepBuilder::SweepBuilder(SweepBuilder&&) noexcept = default;
 
-SweepPlan BuildSweep(std::span<const int> sizes, std::span<const SweepScope> factors,
-                     std::span<const SweepScope> outputs)
+SweepPlan SweepBuilder::Build(std::span<const int> sizes, std::span<const SweepScope> factors,
+                              std::span<const SweepScope> outputs, std::pmr::memory_resource* memory)
 {
-    return Builder(sizes, factors, outputs).Build();
+    return work_->Build(sizes, factors, outputs, memory);
 }
 
 }  // namespace talora

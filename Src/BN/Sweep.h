@@ -25,6 +25,8 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
+#include <memory_resource>
 #include <span>
 #include <vector>
 
@@ -89,18 +91,23 @@ struct SweepFold {
 // Kernels work on so many entries at once and may read that much behind the end of a table.
 constexpr int kSweepPadding = 16;
 
+// All lists of a plan are as long as they need to be, in memory that the caller provides.
 struct SweepPlan {
+    explicit SweepPlan(std::pmr::memory_resource* memory)
+        : loop_sizes(memory), deltas(memory), ops(memory), maps(memory), folds(memory), outputs(memory)
+    {}
+
     int num_factors = 0;
     int num_outputs = 0;
     int num_buffers = 0;
-    int block = 1;                // entries
-    int64_t num_steps = 1;        // blocks
-    std::vector<int> loop_sizes;  // outermost first
-    std::vector<int64_t> deltas;  // per loop and table: how far the table's part moves
-    std::vector<SweepOp> ops;
-    std::vector<uint16_t> maps;  // places, per run or per entry of a row; rows are padded
-    std::vector<SweepFold> folds;
-    std::vector<SweepOutput> outputs;
+    int block = 1;                     // entries
+    int64_t num_steps = 1;             // blocks
+    std::pmr::vector<int> loop_sizes;  // outermost first
+    std::pmr::vector<int64_t> deltas;  // per loop and table: how far the table's part moves
+    std::pmr::vector<SweepOp> ops;
+    std::pmr::vector<uint16_t> maps;  // places, per run or per entry of a row; rows are padded
+    std::pmr::vector<SweepFold> folds;
+    std::pmr::vector<SweepOutput> outputs;
 
     int Stride() const
     {
@@ -108,13 +115,27 @@ struct SweepPlan {
     }  // of buffers
 };
 
+constexpr int kMostSweepAxes = 64;
+
 struct SweepScope {
-    std::vector<int> axes;  // ascending
-    int excluded = -1;      // of an output: factor left out of its product
+    uint64_t axes = 0;  // the bits of those that are covered
+    int excluded = -1;  // of an output: factor left out of its product
 };
 
-SweepPlan BuildSweep(std::span<const int> sizes, std::span<const SweepScope> factors,
-                     std::span<const SweepScope> outputs);
+// Makes plans; keeps its working memory from one to the next.
+class SweepBuilder {
+public:
+    SweepBuilder();
+    ~SweepBuilder();
+    SweepBuilder(SweepBuilder&&) noexcept;
+
+    SweepPlan Build(std::span<const int> sizes, std::span<const SweepScope> factors,
+                    std::span<const SweepScope> outputs, std::pmr::memory_resource* memory);
+
+private:
+    class Work;
+    std::unique_ptr<Work> work_;
+};
 
 // Working memory of sweeps, kept from one to the next.
 struct SweepScratch {
