@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <new>
 
 #include "Basic/Error.h"
 
@@ -197,57 +198,98 @@ std::vector<int> FamilyScope(const FamilyRequest& request)
     return scope;
 }
 
+namespace {
+
+// Tables of more dimensions than this, of two states at least, exist nowhere.
+constexpr size_t kMostAxes = 64;
+
+// A dimension of a family's table as it is written.
+struct FamilyAxis {
+    int rank;
+    int num_states;
+    int64_t source;  // strides
+    int64_t target;
+    int state;
+};
+
+// The free parents from the innermost to the outermost, then the own variable if it is free.
+struct FamilyWalk {
+    FamilyAxis axes[kMostAxes + 1];
+    size_t num_parents = 0;
+    int64_t first_row = 0;  // where those that are cut down fix the place to begin
+    int64_t own_stride = 0;
+    int64_t count = 1;  // entries to be written
+
+    explicit FamilyWalk(const FamilyRequest& request)
+    {
+        const ModelGraph& graph = *request.graph;
+        const ModelGraph::Variable& own = graph.variables[size_t(request.variable)];
+        int64_t stride = own.num_states;
+        for (size_t k = own.parents.size(); k-- > 0;) {
+            const size_t parent = size_t(own.parents[k]);
+            const int states = graph.variables[parent].num_states, state = request.cut[parent];
+            if (state >= 0) {
+                first_row += state * stride;
+            } else if (states > 1) {
+                if (num_parents == kMostAxes) throw std::bad_alloc();
+                axes[num_parents++] = {request.rank[parent], states, stride, 0, 0};
+            }
+            stride *= states;
+        }
+        size_t num_axes = num_parents;
+        const bool own_is_free = own.num_states > 1 && request.cut[size_t(request.variable)] < 0;
+        if (own_is_free) axes[num_axes++] = {request.rank[size_t(request.variable)], own.num_states, 1, 0, 0};
+        for (size_t i = 0; i < num_axes; ++i) {
+            axes[i].target = 1;
+            for (size_t j = 0; j < num_axes; ++j)
+                if (axes[j].rank > axes[i].rank) axes[i].target *= axes[j].num_states;
+            count *= axes[i].num_states;
+        }
+        if (own_is_free) own_stride = axes[num_parents].target;
+    }
+
+    // Goes to the next row; false after the last.
+    bool Advance(int64_t& row, int64_t& place)
+    {
+        for (size_t k = 0; k < num_parents; ++k) {
+            FamilyAxis& axis = axes[k];
+            row += axis.source;
+            place += axis.target;
+            if (++axis.state < axis.num_states) return true;
+            row -= axis.source * axis.num_states;
+            place -= axis.target * axis.num_states;
+            axis.state = 0;
+        }
+        return false;
+    }
+};
+
+}  // namespace
+
 void WriteFamily(const FamilyRequest& request, float* entries)
 {
-    const ModelGraph& graph = *request.graph;
-    const ModelGraph::Variable& own = graph.variables[size_t(request.variable)];
-    const std::vector<int> scope = FamilyScope(request);
-    std::vector<int> scope_states;
-    for (int v : scope) scope_states.push_back(graph.variables[size_t(v)].num_states);
-
-    // The free parents are walked through; those cut down fix where in the table the walk begins.
-    std::vector<int> free_parents, free_states;
-    std::vector<int64_t> row_strides;
-    int64_t first_row = 0, stride = own.num_states;
-    for (size_t k = own.parents.size(); k-- > 0;) {
-        const int parent = own.parents[k], states = graph.variables[size_t(parent)].num_states;
-        const int state = request.cut[size_t(parent)];
-        if (state >= 0) {
-            first_row += state * stride;
-        } else if (states > 1) {
-            free_parents.push_back(parent);
-            free_states.push_back(states);
-            row_strides.push_back(stride);
-        }
-        stride *= states;
-    }
-    const std::vector<int64_t> target_strides = StridesIn(free_parents, scope, scope_states);
-    const int64_t own_stride = StridesIn(std::span(&request.variable, 1), scope, scope_states)[0];
-
-    if (own.num_states == 0) {  // says nothing
-        int64_t count = 1;
-        for (int n : scope_states) count *= n;
-        std::fill_n(entries, count, 1.0f);
+    FamilyWalk walk(request);
+    const int num_states = request.graph->variables[size_t(request.variable)].num_states;
+    if (num_states == 0) {  // says nothing
+        std::fill_n(entries, walk.count, 1.0f);
         return;
     }
-    const int own_cut = request.cut[size_t(request.variable)];
-    std::vector<float> probs(size_t(std::max(1, own.num_states)));
-    std::vector<int> state(free_parents.size());
-    int64_t row = first_row;
-    ForEachEntry(free_states, target_strides, [&](int64_t, int64_t place) {
-        ReadRow(request.table == nullptr ? nullptr : request.table + row, own.num_states, probs.data());
-        for (int s = 0; s < own.num_states; ++s) {
-            if (own_cut >= 0 && s != own_cut) continue;
-            const float weight = request.likelihood == nullptr ? 1.0f : request.likelihood[s];
-            entries[place + s * own_stride] = probs[size_t(s)] * weight;
+    const int cut = request.cut[size_t(request.variable)];
+    const int first = std::max(0, cut), end = cut < 0 ? num_states : cut + 1;
+    const float* table = request.table;
+    std::vector<float> probs;
+    int64_t row = walk.first_row, place = 0;
+    do {
+        const float* numbers = table + row;
+        if (table == nullptr || !std::all_of(numbers, numbers + num_states, [](float p) { return p >= 0; })) {
+            probs.resize(size_t(num_states));
+            ReadRow(table == nullptr ? nullptr : numbers, num_states, probs.data());
+            numbers = probs.data();
         }
-        for (size_t k = free_parents.size(); k-- > 0;) {
-            row += row_strides[k];
-            if (++state[k] < free_states[k]) break;
-            row -= row_strides[k] * free_states[k];
-            state[k] = 0;
-        }
-    });
+        float* entry = entries + place;
+        for (int s = first; s < end; ++s, entry += walk.own_stride)
+            *entry = request.likelihood == nullptr ? numbers[s] : numbers[s] * request.likelihood[s];
+    } while (walk.Advance(row, place));
 }
 
 }  // namespace talora

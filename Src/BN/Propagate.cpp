@@ -132,6 +132,8 @@ struct Propagation::Engine {
     std::vector<double> sums;    // of a variable's states
     std::vector<int> way;        // from a target to the root
     TableVector<float> family_tables;
+    std::vector<int64_t> family_starts;
+    std::vector<int> own_sizes;  // of a potential's axes
 
     Engine(const ModelGraph& g, const JunctionTree& t, TableSource source, double small)
         : graph(&g),
@@ -634,26 +636,28 @@ struct Propagation::Engine {
 
     bool MultiplyFamilies(int p, bool with_findings, float* entries)
     {
-        std::vector<int64_t> starts;
+        family_starts.clear();
         int64_t total = 0;
         for (int variable : families[p]) {
-            const std::vector<int> scope = FamilyScope(RequestFor(variable, with_findings));
-            factor_scopes.push_back(ScopeOf(scope));
-            starts.push_back(total);
+            SweepScope scope = ScopeOf(graph->variables[size_t(variable)].parents);
+            scope.axes |= ScopeOf({&variable, 1}).axes;
+            factor_scopes.push_back(scope);
+            family_starts.push_back(total);
             int64_t count = 1;
-            for (int v : scope) count *= NumStates(v);
+            for (uint64_t rest = scope.axes; rest != 0; rest &= rest - 1)
+                count *= sizes[size_t(std::countr_zero(rest))];
             total += count;
         }
         if (int64_t(family_tables.size()) < total + kSweepPadding)
             family_tables = TableVector<float>(size_t(total) + kSweepPadding);
         factor_entries.clear();
-        for (size_t k = 0; k < starts.size(); ++k) {
-            WriteFamily(RequestFor(families[p][k], with_findings), family_tables.data() + starts[k]);
-            factor_entries.push_back(family_tables.data() + starts[k]);
+        for (size_t k = 0; k < family_starts.size(); ++k) {
+            WriteFamily(RequestFor(families[p][k], with_findings), family_tables.data() + family_starts[k]);
+            factor_entries.push_back(family_tables.data() + family_starts[k]);
         }
         // Only the axes of the potential, so that every block is written once.
         const uint64_t axes = ScopeOf(potential_scope[p]).axes;
-        std::vector<int> own_sizes;
+        own_sizes.clear();
         for (uint64_t rest = axes; rest != 0; rest &= rest - 1)
             own_sizes.push_back(sizes[size_t(std::countr_zero(rest))]);
         output_scopes.push_back({(uint64_t{2} << (own_sizes.size() - 1)) - 1, -1});

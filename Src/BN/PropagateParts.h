@@ -3,6 +3,8 @@
 
 #include <bit>
 #include <cstdint>
+#include <memory>
+#include <memory_resource>
 #include <span>
 #include <string_view>
 #include <unordered_map>
@@ -71,7 +73,7 @@ private:
 constexpr size_t kMostPlans = 50000;
 
 struct KeyHash {
-    size_t operator()(const std::vector<int>& key) const
+    size_t operator()(const std::pmr::vector<int>& key) const
     {
         return std::hash<std::string_view>()(
             {reinterpret_cast<const char*>(key.data()), key.size() * sizeof(int)});
@@ -101,8 +103,9 @@ public:
     bool IsFull() const { return plans_->size() > kMostPlans; }
     void Clear()
     {
-        plans_->clear();
+        plans_.reset();
         memory_->release();
+        plans_ = std::make_unique<Plans>(memory_.get());
     }
 
 private:
@@ -112,12 +115,12 @@ private:
         key_.push_back(int(uint32_t(scope.axes >> 32)));
     }
 
-    using Plans = std::unordered_map<std::vector<int>, SweepPlan, KeyHash>;
+    using Plans = std::pmr::unordered_map<std::pmr::vector<int>, SweepPlan, KeyHash>;
     SweepBuilder builder_;
     std::unique_ptr<std::pmr::monotonic_buffer_resource> memory_ =
         std::make_unique<std::pmr::monotonic_buffer_resource>();
-    std::unique_ptr<Plans> plans_ = std::make_unique<Plans>();  // in memory_
-    std::vector<int> key_;
+    std::unique_ptr<Plans> plans_ = std::make_unique<Plans>(memory_.get());
+    std::pmr::vector<int> key_;
 };
 
 }  // namespace talora

@@ -169,21 +169,18 @@ private:
         const int64_t start = int64_t(plan_.maps.size());
         size_t end = sizes_.size();  // of the axes outside a run
         for (int64_t inside = 1; inside < run;) inside *= sizes_[--end];
-        int index[kMostSweepAxes] = {};
-        int64_t count = 1;
-        for (size_t k = end; int(k) > first;) count *= sizes_[--k];
-        plan_.maps.resize(size_t(start + count));
+        size_t count = 1;
+        for (size_t axis = end; int(axis) > first;) count *= size_t(sizes_[--axis]);
+        plan_.maps.resize(size_t(start) + count);
         uint16_t* map = plan_.maps.data() + start;
-        int64_t place = 0;
-        for (int64_t entry = 0; entry < count; ++entry) {
-            map[entry] = uint16_t(place);
-            for (size_t axis = end; int(axis) > first;) {
-                --axis;
-                place += strides[axis];
-                if (++index[axis] < sizes_[axis]) break;
-                place -= strides[axis] * sizes_[axis];
-                index[axis] = 0;
-            }
+        map[0] = 0;
+        count = 1;
+        for (size_t axis = end; int(axis) > first;) {
+            --axis;
+            for (int state = 1; state < sizes_[axis]; ++state)
+                for (size_t k = 0; k < count; ++k)
+                    map[size_t(state) * count + k] = uint16_t(map[k] + state * strides[axis]);
+            count *= size_t(sizes_[axis]);
         }
         return start;
     }
