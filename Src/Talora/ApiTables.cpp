@@ -50,6 +50,10 @@ bool_vx IsImpossibleProb_bn(prob_bn entry)
 {
     return entry == ImpossibleProb();
 }
+prob_bn GetMissingProb_bn()
+{
+    return MissingProb();
+}
 
 double SizeNodeTable_bn(const node_bn* node)
 {
