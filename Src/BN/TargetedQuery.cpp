@@ -17,6 +17,7 @@ namespace talora {
 namespace {
 
 constexpr size_t kMostTrees = 16;
+constexpr double kMostEntries = 3e7;  // of all trees together, but for the last one
 constexpr double kLargePart = 65536;  // entries of cliques: worth another look at the order
 
 double SizeOfCliques(const ModelGraph& graph, const Triangulation& triangulation)
@@ -88,7 +89,6 @@ struct TargetedQuery::Engine {
             RefillChanged(prepared.front(), findings);
             return prepared.front();
         }
-        if (prepared.size() >= kMostTrees) prepared.pop_back();
         prepared.emplace_front();
         try {
             Build(prepared.front(), targets, findings, whole);
@@ -97,7 +97,18 @@ struct TargetedQuery::Engine {
             throw;
         }
         prepared.front().key = std::move(key);
+        DropOldest();
         return prepared.front();
+    }
+
+    void DropOldest()
+    {
+        double entries = 0;
+        for (const Prepared& p : prepared) entries += p.tree.total_size;
+        while (prepared.size() > kMostTrees || (prepared.size() > 1 && entries > kMostEntries)) {
+            entries -= prepared.back().tree.total_size;
+            prepared.pop_back();
+        }
     }
 
     void Build(Prepared& p, std::span<const int> targets, const ModelFindings& findings, bool whole)
