@@ -17,7 +17,7 @@ std::string NamesProblem(const std::vector<std::string>& names)
 {
     std::string reason;
     for (const std::string& name : names)
-        if (CheckName(name.c_str(), false, &reason) != 0) return reason;
+        if (CheckNarrowName(name, false, &reason) != 0) return reason;
     std::vector<std::string> sorted = names;
     std::sort(sorted.begin(), sorted.end());
     const auto repeated = std::adjacent_find(sorted.begin(), sorted.end());
@@ -145,7 +145,7 @@ void SetStateName(Node& node, int state, std::string_view name)
     CheckState(node, state);
     std::string reason;
     const std::string text(name);
-    if (!text.empty() && CheckName(text.c_str(), false, &reason) != 0)
+    if (!text.empty() && CheckNarrowName(text, false, &reason) != 0)
         Fail(6123, "'%s' cannot be a state name, because it %s", text.c_str(), reason.c_str());
     const int holder = FindState(node, name);
     if (holder >= 0 && holder != state)

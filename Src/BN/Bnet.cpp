@@ -295,7 +295,7 @@ void ValidateNoCycle(const Net& net)
 void ValidateNode(const Node& node)
 {
     TALORA_CHECK(IsLive(&node, NODE_TYPE));
-    TALORA_CHECK(CheckName(node.name.c_str(), true, nullptr) == 0);
+    TALORA_CHECK(CheckNarrowName(node.name, true, nullptr) == 0);
     TALORA_CHECK(FindNode(*node.net, node.name) == &node);
     ValidateStates(node);
     ValidateLinks(node);

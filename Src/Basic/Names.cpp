@@ -62,20 +62,28 @@ std::string NonAsciiCharacter(const char* wide)
 
 uint32_t CheckName(const char* name, bool allow_star, std::string* reason)
 {
+    if (name == nullptr) {
+        if (reason) *reason = "is missing";
+        return NAME_MISSING;
+    }
+    const std::string fault = IsWide(name) ? NonAsciiCharacter(name) : "";
+    std::string problem;
+    uint32_t problems = CheckNarrowName(NarrowText(name), allow_star, &problem);
+    if (TextLength(name) <= size_t{kMaxNameLength}) problems &= ~NAME_TOO_LONG;
+    if (problems != 0 && reason) *reason = problem;
+    if (fault.empty()) return problems;
+    if (reason) *reason = fault;
+    return problems | NAME_BAD_CHAR;
+}
+
+uint32_t CheckNarrowName(std::string_view name, bool allow_star, std::string* reason)
+{
     uint32_t problems = 0;
     const auto found = [&](uint32_t problem, const std::string& text) {
         if (problems == 0 && reason) *reason = text;
         problems |= problem;
     };
-    if (name == nullptr) {
-        found(NAME_MISSING, "is missing");
-        return problems;
-    }
-    if (IsWide(name)) {
-        const std::string fault = NonAsciiCharacter(name);
-        if (!fault.empty()) found(NAME_BAD_CHAR, fault);
-    }
-    const std::string text = NarrowText(name);
+    const std::string text(name);
     if (text.empty()) {
         found(NAME_EMPTY, "is empty (contains no characters)");
         return problems;
@@ -85,10 +93,9 @@ uint32_t CheckName(const char* name, bool allow_star, std::string* reason)
             found(NAME_IS_STAR, Formatted("'%.30s' contains the illegal character '%c'", "*", '*'));
         return problems;
     }
-    const int length = int(TextLength(name));
-    if (length > kMaxNameLength)
-        found(NAME_TOO_LONG, Formatted("'%.31s...' is too long (%d characters, maximum is %d)", text.c_str(),
-                                       length, kMaxNameLength));
+    if (text.size() > size_t{kMaxNameLength})
+        found(NAME_TOO_LONG, Formatted("'%.31s...' is too long (%zu characters, maximum is %d)", text.c_str(),
+                                       text.size(), kMaxNameLength));
     const std::string fault = BadCharacter(text);
     if (!fault.empty()) found(NAME_BAD_CHAR, fault);
     if (!IsLetter(text[0]) && text[0] != '_')

@@ -24,6 +24,9 @@ enum NameProblem : uint32_t {
 // Problem bits of a name (narrow or wide; null is NAME_MISSING), 0 if it is legal.
 // @param reason  receives the first problem as a phrase ("is empty (contains no characters)"), if not null
 uint32_t CheckName(const char* name, bool allow_star, std::string* reason);
+// The same for narrow text of any bytes, such as a word of a file: what looks like the mark of wide text, or
+// the end of it, is an illegal character there.
+uint32_t CheckNarrowName(std::string_view name, bool allow_star, std::string* reason);
 
 // The name made legal: illegal characters become "_", it is cut to 30, a bad first character becomes "x".
 std::string RepairName(std::string_view name);

@@ -90,8 +90,13 @@ bool IsPlainText(std::string_view bytes)
                               : lead < 0xF5 ? 4
                                             : 0;
         if (length == 0 || i + length > bytes.size()) return false;
-        for (size_t k = 1; k < length; ++k)
-            if ((static_cast<unsigned char>(bytes[i + k]) & 0xC0) != 0x80) return false;
+        // Behind some leads the second byte would make a surrogate, too large a code or too long a form.
+        const unsigned least = lead == 0xE0 ? 0xA0 : lead == 0xF0 ? 0x90 : 0x80;
+        const unsigned most = lead == 0xED ? 0x9F : lead == 0xF4 ? 0x8F : 0xBF;
+        for (size_t k = 1; k < length; ++k) {
+            const auto byte = static_cast<unsigned char>(bytes[i + k]);
+            if (byte < (k == 1 ? least : 0x80) || byte > (k == 1 ? most : 0xBF)) return false;
+        }
         i += length;
     }
     return true;

@@ -80,7 +80,7 @@ void Survey(ColumnSurvey& survey, std::string_view text, const environ_vx& env)
 void MakeNodeOf(Net& net, const std::string& name, const ColumnSurvey& survey, std::vector<Node*>& added)
 {
     std::string reason;
-    if (CheckName(name.c_str(), false, &reason) != 0) {
+    if (CheckNarrowName(name, false, &reason) != 0) {
         Warn(6536, "column '%.80s' can't become a >-node, because its name %s", name.c_str(), reason.c_str());
         return;
     }
