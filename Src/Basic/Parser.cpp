@@ -91,7 +91,8 @@ bool IsTiny(std::string_view text)
 template <class T>
 bool ParseNumber(std::string_view text, T& value)
 {
-    if (!text.empty() && text[0] == '+') text.remove_prefix(1);
+    if (text.starts_with("+-")) return false;
+    if (text.starts_with('+')) text.remove_prefix(1);
     const size_t first = !text.empty() && text[0] == '-' ? 1 : 0;
     // from_chars would take "inf" and "nan".
     if (first >= text.size() || !(IsDigit(text[first]) || text[first] == '.')) return false;
@@ -346,7 +347,9 @@ int64_t Tokenizer::ReadInteger()
     int64_t value = 0;
     const char* const first = word.data() + (word.starts_with('+') ? 1 : 0);
     const auto result = std::from_chars(first, word.data() + word.size(), value);
-    if (word.empty() || result.ec != std::errc() || result.ptr != word.data() + word.size()) FailNumber(word);
+    if (word.empty() || word.starts_with("+-") || result.ec != std::errc() ||
+        result.ptr != word.data() + word.size())
+        FailNumber(word);
     return value;
 }
 

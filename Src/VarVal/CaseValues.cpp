@@ -108,8 +108,7 @@ CaseEntry CaseValues::Read(Node& node, std::string_view text, const CasePlace& p
     }
     double value = 0;
     if (ParseReal(text, value)) return ReadNumber(node, text, value, place);
-    if (!IsDiscrete(node) || CheckNarrowName(text, false, nullptr) != 0)
-        return Unreadable(node, text, place);
+    if (!IsDiscrete(node) || CheckNarrowName(text, false, nullptr) != 0) return Unreadable(node, text, place);
     return Settle(node, {NO_SUCH_NAME, text}, place);
 }
 
