@@ -7,7 +7,7 @@ namespace talora {
 
 namespace {
 
-constexpr int kUsualBlock = 2048;    // entries: a few buffers of them fit the first-level cache
+constexpr int kUsualBlock = 2304;    // entries: a few buffers of them fit the first-level cache
 constexpr int kLargestBlock = 8192;  // where the usual size would leave a very small block
 constexpr int kSmallBlock = 256;
 constexpr int kShortRun = 16;  // shorter runs are spread out through a map first
