@@ -348,6 +348,7 @@ private:
         op.first_output = first;
         op.end_output = end;
         op.not_for = -1;
+        if (source.number != kNoBuffer && op.level > source.level) kept_.push_back(source.number);
         if (action != SweepAction::kOnes) {
             const Layout& layout = layouts_[size_t(table)];
             op.shape = layout.shape;
@@ -393,6 +394,12 @@ private:
         return layout.spread == plan_.block && layout.level == InnermostLevel() && outputs_.size() == 1;
     }
 
+    // Whether something reads the buffer that runs more often than what makes it: it must stay as it is.
+    bool IsKept(const Buffer& buffer) const
+    {
+        return std::find(kept_.begin(), kept_.end(), buffer.number) != kept_.end();
+    }
+
     // The product of a buffer and a factor; the buffer's own place may be used when it is not needed.
     Buffer Multiply(const Buffer& source, int factor, bool keep_source, int first, int end)
     {
@@ -408,7 +415,7 @@ private:
             Emit(start, factor, source, target, first, end);
         } else {
             const bool in_place = !keep_source && source.level == level && !source.is_part &&
-                                  CanMultiplyInPlace(layout, in_rows);
+                                  !IsKept(source) && CanMultiplyInPlace(layout, in_rows);
             target = in_place ? source : NewBuffer(level);
             Emit(SweepAction::kMultiply, factor, source, target, first, end);
             if (!in_place && !keep_source) Release(source);
@@ -443,6 +450,7 @@ private:
         }
         const int all = int(outputs_.size());
         spread_.assign(factors_.size(), kNoBuffer);
+        kept_.clear();
         Buffer product;
         FindCommonFactors();
         for (int factor : common_) product = Multiply(product, factor, false, 0, all);
@@ -508,6 +516,7 @@ private:
     std::vector<int> excluding_;     // outputs that leave out a factor
     std::vector<int> whole_;         // the others
     std::vector<int> common_;        // factors that no output leaves out
+    std::vector<int> kept_;          // buffers that are read in steps in which they are not made anew
 };
 
 SweepBuilder::SweepBuilder() : work_(std::make_unique<Work>()) {}
