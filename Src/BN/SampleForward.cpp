@@ -270,11 +270,11 @@ bool ForwardSampler::Engine::DrawState(size_t at, RandomState& random)
 {
     Drawn& drawn = order[at];
     const int64_t first = RowOf(drawn) * drawn.num_states;
-    const double* sums = drawn.cumulative.data() + first;
-    if (drawn.cumulative.empty()) {
+    const double* sums = row_sums.data();
+    if (drawn.cumulative.empty())
         SumRow(drawn.probs + first, drawn.num_states, row_probs.data(), row_sums.data());
-        sums = row_sums.data();
-    }
+    else
+        sums = drawn.cumulative.data() + first;
     if (sums[drawn.num_states - 1] == 0) return false;
     states[at] = Search(sums, drawn.num_states, NextUniform(random));
     if (drawn.needs_value) values[at] = DrawInInterval(*drawn.node, states[at], random);
