@@ -425,9 +425,23 @@ bool CaseFileReader::Next(CaseLine& line)
         const std::string_view text = line.text;
         // Most lines begin with something to see.
         if (text.empty() || (IsBlank(text.front()) && Trim(text).empty())) continue;
+        if (!header_.columns.empty()) CheckEntries(line, static_cast<int>(header_.columns.size()));
         return true;
     }
     return false;
+}
+
+// Only a line that is longer than an entry may be can have one that is too long.
+void CaseFileReader::CheckEntries(const CaseLine& line, int most) const
+{
+    if (line.text.size() <= kLongestCaseEntry) return;
+    LineSplitter splitter(header_.delimiter);
+    const int count = std::min(most, splitter.Split(line, most));
+    for (int i = 0; i < count; ++i)
+        if (splitter.Entry(i).size() > kLongestCaseEntry)
+            Fail(6557, "entry is too long (%lld bytes, maximum is %lld), in %s",
+                 (long long)splitter.Entry(i).size(), (long long)kLongestCaseEntry,
+                 PlaceText(PlaceOf(line, 0, splitter.Character(i))).c_str());
 }
 
 void CaseFileReader::ReadHeader(char default_delimiter)
@@ -438,7 +452,10 @@ void CaseFileReader::ReadHeader(char default_delimiter)
     const std::string_view text = Trim(line.text);
     header_.delimiter = ShownDelimiter(text, default_delimiter);
     LineSplitter splitter(header_.delimiter);
-    const int count = splitter.Split(line, INT32_MAX - 1);
+    const int count = splitter.Split(line, kMostCaseColumns);
+    if (count > kMostCaseColumns)
+        Fail(6556, "case file '%s' has more than %d columns", Name().c_str(), kMostCaseColumns);
+    CheckEntries(line, kMostCaseColumns);
     for (int i = 0; i < count; ++i) {
         const std::string_view name = splitter.Entry(i);
         const int column = static_cast<int>(header_.columns.size());

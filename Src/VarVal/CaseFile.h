@@ -20,6 +20,8 @@ namespace talora {
 
 constexpr size_t kLinePadding = 64;
 constexpr size_t kLongestCaseLine = size_t{1} << 30;
+constexpr int kMostCaseColumns = 100000;
+constexpr size_t kLongestCaseEntry = 64 << 10;
 constexpr int kDatabaseHeaderLines = 6;
 constexpr const char kIdColumn[] = "IDnum";
 constexpr const char kFreqColumn[] = "NumCases";
@@ -143,6 +145,7 @@ private:
     bool SkipComments(CaseLine& line);
     void CheckBeginning(bool warn);
     void ReadHeader(char default_delimiter);
+    void CheckEntries(const CaseLine& line, int most) const;
     void TakeComment(CaseLine& line, size_t begin);
 
     CaseBytes source_;
