@@ -119,6 +119,8 @@ def payloads():
     text = net("T").encode()
     files = {f"text-{letter}": bytes([i, 3, 0, 200]) + text for i, letter in enumerate("GBS")}
     files.update({f"member-{letter}": bytes([3 + i, 1, 1, 40]) + gzipped(text) for i, letter in enumerate("GBS")})
+    files["cut"] = bytes([6, 0, 0, 250]) + text
+    files["longer"] = bytes([13, 48, 0, 20]) + text
     for name in ("node-parents", "net-comment", "node-evidence", "wide"):
         files[name] = bytes([0, 0, 0, 5]) + text_nets()[name]
     return files
