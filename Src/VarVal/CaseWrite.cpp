@@ -39,7 +39,8 @@ bool IsDropped(char c)
 // get lost, or what begins a comment.
 bool IsPlainEntry(std::string_view text, const CaseSigns& signs)
 {
-    if (text.empty() || IsDropped(text.front()) || IsDropped(text.back())) return false;
+    if (text.empty()) return signs.delimiter != ' ';
+    if (IsDropped(text.front()) || IsDropped(text.back())) return false;
     const bool is_split = text.find(signs.delimiter) != std::string_view::npos ||
                           (signs.delimiter == ' ' && text.find('\t') != std::string_view::npos);
     return !is_split && FindCaseComment(text, signs.delimiter) == std::string_view::npos;
