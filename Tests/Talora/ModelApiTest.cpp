@@ -248,6 +248,7 @@ TEST_F(ModelApiTest, ParentStates)
     SetNodeProbs_bn(x, second_of_p, probs);
     for (int i = 0; i < 3; ++i) EXPECT_EQ(FirstProb(x, {1, i}), 0.25f);
     EXPECT_TRUE(IsMissingProb_bn(FirstProb(x, {0, 0})));
+    EXPECT_EQ(FirstProb(x, {0, 0}), GetMissingProb_bn());
     GetNodeProbs_bn(x, second_of_p);
     EXPECT_EQ(TakeError(), 6152);
 }
