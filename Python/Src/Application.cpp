@@ -198,8 +198,6 @@ int CharArg(const Text& text)
     return text.bytes.empty() ? 0 : text.bytes[0];
 }
 
-using AppClass = py::class_<App, AppPtr>;
-
 void BindMaking(AppClass& cls)
 {
     cls.def("NewBNet", NewNet, "name"_a = "Untitled",
@@ -468,12 +466,17 @@ void BindLife(AppClass& cls)
 
 }  // namespace
 
-void BindApplication(py::module_& module)
+AppClass DeclareApplication(py::module_& module)
 {
-    AppClass cls(module, "Application",
-                 "An environment: its settings, and what is made in it. At most 64 may be open at a time.\n\n"
-                 "with Application() as app: ... closes it at the end; otherwise it goes with its last net.\n"
-                 "location: 'remote' for an environment whose objects live elsewhere.");
+    return AppClass(
+        module, "Application",
+        "An environment: its settings, and what is made in it. At most 64 may be open at a time.\n\n"
+        "with Application() as app: ... closes it at the end; otherwise it goes with its last net.\n"
+        "location: 'remote' for an environment whose objects live elsewhere.");
+}
+
+void BindApplication(AppClass& cls)
+{
     BindLife(cls);
     BindMaking(cls);
     BindLimits(cls);

@@ -303,6 +303,10 @@ CasesetPtr CasesArg(const AppPtr& app, const py::object& source)
 
 void BindCases(py::module_& module)
 {
+    py::class_<Database, DatabasePtr> manager(
+        module, "DatabaseManager",
+        "A connection to a database through ODBC.\n\nconnection: 'DSN=...' or 'Driver=...;...'.\n"
+        "Errors: TaloraError 6690 with the driver's reason, 6694 where the library was built without ODBC.");
     CasesetClass cls(
         module, "Caseset",
         "Cases for learning, testing and scoring.\n\n"
@@ -311,10 +315,6 @@ void BindCases(py::module_& module)
         "nan: not known), or a\nlist of these.");
     cls.def(py::init(&MakeSet), "app"_a, "source"_a = py::none(), "name"_a = py::none());
     BindCaseset(cls);
-    py::class_<Database, DatabasePtr> manager(
-        module, "DatabaseManager",
-        "A connection to a database through ODBC.\n\nconnection: 'DSN=...' or 'Driver=...;...'.\n"
-        "Errors: TaloraError 6690 with the driver's reason, 6694 where the library was built without ODBC.");
     manager.def(py::init(&Connect), "app"_a, "connection"_a, "options"_a = py::none());
     manager.def("_add_nodes_for_columns",
                 [](const DatabasePtr& database, const NetPtr& net, const Text& tables,

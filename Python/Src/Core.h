@@ -377,13 +377,20 @@ py::object FromPackage(const char* module, const char* name);
 // Nodes as the package's list class.
 py::object ToNodeList(const std::vector<Node>& nodes);
 
-// ---- What each file adds to the module ----
-void BindApplication(py::module_& module);
+// ---- What each file adds to the module.  Classes that name one another are declared before their functions
+// are added, so that signatures show Python's names. ----
+using AppClass = py::class_<App, AppPtr>;
+using NetClass = py::class_<Net, NetPtr>;
+using NodeClass = py::class_<Node>;
+AppClass DeclareApplication(py::module_& module);
+NetClass DeclareNets(py::module_& module);
+NodeClass DeclareNodes(py::module_& module);
+void BindApplication(AppClass& cls);
 void BindStreamer(py::module_& module);
-void BindNets(py::module_& module);
-void BindNodes(py::module_& module);
-void BindNodeTables(py::class_<Node>& cls);
-void BindNodeLists(py::class_<Net, NetPtr>& cls);
+void BindNets(NetClass& cls);
+void BindNodes(NodeClass& cls);
+void BindNodeTables(NodeClass& cls);
+void BindNodeLists(NetClass& cls);
 void BindCases(py::module_& module);
 void BindLearner(py::module_& module);
 void BindNetTester(py::module_& module);

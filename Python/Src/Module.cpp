@@ -127,11 +127,14 @@ PYBIND11_MODULE(_core, module)
     module.attr("FIRST_CASE_POSN") = FIRST_CASE_POSN;
     module.attr("NEXT_CASE_POSN") = NEXT_CASE_POSN;
     module.attr("NO_CASE_POSN") = NO_CASE_POSN;
-    BindApplication(module);
+    AppClass application = DeclareApplication(module);
+    NetClass net = DeclareNets(module);
+    NodeClass node = DeclareNodes(module);
     BindStreamer(module);
+    BindApplication(application);
     BindRandom(module);
-    BindNets(module);
-    BindNodes(module);
+    BindNets(net);
+    BindNodes(node);
     BindCases(module);
     BindLearner(module);
     BindNetTester(module);

@@ -11,8 +11,6 @@ namespace talora_py {
 
 namespace {
 
-using NetClass = py::class_<Net, NetPtr>;
-
 // ---- Properties of one kind ----
 
 using GetText = const char* (*)(const net_bn*);
@@ -598,13 +596,17 @@ void BindUndo(NetClass& cls)
 
 }  // namespace
 
-void BindNets(py::module_& module)
+NetClass DeclareNets(py::module_& module)
 {
-    NetClass cls(
+    return NetClass(
         module, "BNet",
         "A Bayesian belief network or decision network.\n\n"
         "Made by Application.NewBNet and ReadBNet. net['Name'] is a node, `in`, len and iteration are "
         "about\nits nodes. It goes when nothing refers to it or its nodes any more, or with Delete().");
+}
+
+void BindNets(NetClass& cls)
+{
     BindLife(cls);
     BindProperties(cls);
     BindNetNodes(cls);

@@ -10,8 +10,6 @@ namespace talora_py {
 
 namespace {
 
-using NetClass = py::class_<Net, NetPtr>;
-
 py::tuple QueryBeliefs(const NetPtr& net, const std::vector<Node>& nodes, bool with_probability)
 {
     auto [vectors, log_probability] = Run(

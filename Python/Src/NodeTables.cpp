@@ -9,8 +9,6 @@ namespace talora_py {
 
 namespace {
 
-using NodeClass = py::class_<Node>;
-
 // The parent states in node.Probs["Present", "Absent"] and node.Probs[{"Smoking": "Smoker"}].
 ParentStates KeyOf(const py::args& key, size_t count)
 {

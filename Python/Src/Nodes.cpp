@@ -9,8 +9,6 @@ namespace talora_py {
 
 namespace {
 
-using NodeClass = py::class_<Node>;
-
 // ---- Properties of one kind ----
 
 using GetText = const char* (*)(const node_bn*);
@@ -611,11 +609,15 @@ void BindBeliefs(NodeClass& cls)
 
 }  // namespace
 
-void BindNodes(py::module_& module)
+NodeClass DeclareNodes(py::module_& module)
 {
-    NodeClass cls(module, "BNode",
-                  "A node of a net. It keeps its net alive; when the net or the node is deleted, using it "
-                  "raises\nDeletedError. Two BNode are equal if they are the same node.");
+    return NodeClass(module, "BNode",
+                     "A node of a net. It keeps its net alive; when the net or the node is deleted, using it "
+                     "raises\nDeletedError. Two BNode are equal if they are the same node.");
+}
+
+void BindNodes(NodeClass& cls)
+{
     BindLife(cls);
     BindProperties(cls);
     BindStates(cls);
