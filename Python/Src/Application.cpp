@@ -456,11 +456,11 @@ void BindLife(AppClass& cls)
             });
         },
         "The version as text.");
-    cls.def_property_readonly_static(
-        "UndefinedReal", [](const py::object&) { return GetUndefDbl_vx(); },
+    cls.def_property_readonly(
+        "UndefinedReal", [](const AppPtr&) { return GetUndefDbl_vx(); },
         "The number that the engine and its files use for 'undefined'; in Python it is nan.");
-    cls.def_property_readonly_static(
-        "Infinity", [](const py::object&) { return GetInfinityDbl_vx(); },
+    cls.def_property_readonly(
+        "Infinity", [](const AppPtr&) { return GetInfinityDbl_vx(); },
         "The number that the engine and its files use for infinity; in Python it is inf.");
 }
 

@@ -507,8 +507,46 @@ void EnterTwo(const Node& self, EnterPair enter, double first, double second)
         self, [&](node_bn* node) { enter(node, FromPython(first), FromPython(second)); }, LONG_JOB);
 }
 
+// Enters one finding in place of those that the node has, as one step for other threads; where it is refused
+// the node keeps what it had.
+void ReplaceFinding(const Node& self, const std::optional<StateArg>& state,
+                    const std::optional<double>& value, const std::optional<FloatArray>& likelihood)
+{
+    const float* weights = likelihood ? likelihood->data() : nullptr;
+    const py::ssize_t count = likelihood ? likelihood->size() : 0;
+    Run(
+        self,
+        [&](node_bn* node) {
+            if (likelihood && count != GetNodeNumberStates_bn(node))
+                throw std::invalid_argument("one number for each state is wanted");
+            const int new_state = state ? ResolveState(node, *state) : UNDEF_STATE;
+            const int old_state = GetNodeFinding_bn(node);
+            const double old_value = GetNodeValueEntered_bn(node);
+            std::vector<float> old_weights;
+            if (HasNodeFinding_bn(node) && old_state < 0 && old_value == GetUndefDbl_vx())
+                old_weights.assign(GetNodeLikelihood_bn(node),
+                                   GetNodeLikelihood_bn(node) + GetNodeNumberStates_bn(node));
+            environ_vx* env = self.net->app->env;
+            const report_vx* before = GetError_vx(env, ERROR_SEVERITY, 0, nullptr);
+            RetractNodeFindings_bn(node);
+            if (state) EnterFinding_bn(node, new_state);
+            if (value) EnterNodeValue_bn(node, FromPython(*value));
+            if (likelihood) EnterNodeLikelihood_bn(node, weights);
+            if (GetError_vx(env, ERROR_SEVERITY, 0, nullptr) == before) return;
+            if (old_value != GetUndefDbl_vx())
+                EnterNodeValue_bn(node, old_value);
+            else if (old_state >= 0)
+                EnterFinding_bn(node, old_state);
+            else if (!old_weights.empty())
+                EnterNodeLikelihood_bn(node, old_weights.data());
+        },
+        LONG_JOB);
+}
+
 void BindFindings(NodeClass& cls)
 {
+    cls.def("_replace_finding", ReplaceFinding, "state"_a = py::none(), "value"_a = py::none(),
+            "likelihood"_a = py::none());
     DefEnterState(
         cls, "EnterFinding", EnterFinding_bn,
         "Enters that the node is in a state (a name or a number).\n\nErrors: TaloraError 3300 to 3319 if "

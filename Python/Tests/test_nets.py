@@ -145,8 +145,10 @@ class Findings(NetCase):
             node.finding = nothing
             self.assertFalse(node.HasFinding)
         for wrong, kind in (("Bogus", ValueError), (0.5, ValueError), ([1, 2, 3], ValueError), (7, talora.TaloraError)):
+            node.finding = [0.25, 0.5]
             with self.assertRaises(kind):
                 node.finding = wrong
+            self.assertEqual(node.finding, {"Abnormal": 0.25, "Normal": 0.5}, wrong)
 
     def test_as_a_mapping(self):
         net = self.net

@@ -57,13 +57,13 @@ class Findings(MutableMapping):
 
 def enter(node, value):
     """Enters a finding of whatever kind the value is, in place of those that the node has."""
-    node.RetractFindings()
     if value is None or (isinstance(value, numbers.Real) and math.isnan(value)):
+        node.RetractFindings()
         return
     if isinstance(value, (bool, np.bool_)):
         value = _state_of_bool(node, bool(value))
     if isinstance(value, str):
-        node.EnterFinding(value)
+        node._replace_finding(state=value)
     elif isinstance(value, numbers.Real):
         _enter_number(node, value)
     elif isinstance(value, Mapping):
@@ -71,17 +71,17 @@ def enter(node, value):
         names = node.StateNames
         for state, weight in value.items():
             weights[names.index(state) if isinstance(state, str) else state] = weight
-        node.EnterLikelihood(weights)
+        node._replace_finding(likelihood=weights)
     else:
-        node.EnterLikelihood(np.asarray(value, np.float32))
+        node._replace_finding(likelihood=np.asarray(value, np.float32))
 
 
 def _enter_number(node, value):
     discrete = node.Type == _core.DISCRETE_TYPE
     if not discrete or node.NumberLevels > 0:
-        node.EnterValue(float(value))
+        node._replace_finding(value=float(value))
     elif float(value).is_integer():
-        node.EnterFinding(int(value))
+        node._replace_finding(state=int(value))
     else:
         raise ValueError(f"node '{node.Name}' is discrete, and {value} is no number of a state")
 

@@ -26,6 +26,7 @@ class Table:
 
     @property
     def shape(self):
+        """The shape of the array."""
         return self.array.shape
 
     def __array__(self, dtype=None):
