@@ -31,7 +31,10 @@ def _width(text, size):
     return size * wide
 
 
-# ---- The layout: layers from parents to children, ordered to keep links short ----
+# ---- The layout: layers from parents to children, ordered to keep links short.  A link over several layers
+# has a bend in each of them, a tuple in place of a name, so that it runs between the boxes. ----
+
+_MOST_BENDS = 2000
 
 
 def _layers(names, links):
@@ -52,14 +55,38 @@ def _layers(names, links):
                 ready.append(child)
     for name in reversed(ready):  # roots come down to just above their first child
         if not parents[name] and children[name]:
-            depth[name] = min(depth[child] for child in children[name]) - 1
+            depth[name] = max(min(depth[child] for child in children[name]) - 1, 0)
     layers = [[] for _ in range(max(depth.values(), default=0) + 1)]
     for name in names:
-        layers[max(depth[name], 0)].append(name)
-    return _ordered([layer for layer in layers if layer], parents, children)
+        layers[depth[name]].append(name)
+    return [layer for layer in layers if layer]
 
 
-def _ordered(layers, parents, children):
+def _chains(layers, links):
+    """For each link the names and bends that it runs through; adds the bends to the layers."""
+    level = {name: index for index, layer in enumerate(layers) for name in layer}
+    spans = sum(max(level[child] - level[parent] - 1, 0) for parent, child in links)
+    chains = []
+    for parent, child in links:
+        between = range(level[parent] + 1, level[child]) if spans <= _MOST_BENDS else ()
+        bends = [(parent, child, index) for index in between]
+        for bend in bends:
+            layers[bend[2]].append(bend)
+        chains.append([parent, *bends, child])
+    return chains
+
+
+def _neighbours(chains):
+    above, below = {}, {}
+    for chain in chains:
+        for upper, lower in zip(chain, chain[1:]):
+            above.setdefault(lower, []).append(upper)
+            below.setdefault(upper, []).append(lower)
+    return above, below
+
+
+def _order(layers, above, below):
+    """Sorts each layer by where the neighbours in the next layers stand."""
     place = {}
 
     def take_places(layer):
@@ -68,12 +95,11 @@ def _ordered(layers, parents, children):
 
     for layer in layers:
         take_places(layer)
-    for sweep in range(8):
-        near = parents if sweep % 2 == 0 else children
+    for sweep in range(10):
+        near = above if sweep % 2 == 0 else below
         for layer in layers if sweep % 2 == 0 else reversed(layers):
-            layer.sort(key=lambda n: np.mean([place[m] for m in near[n]]) if near[n] else place[n])
+            layer.sort(key=lambda n: np.mean([place[m] for m in near[n]]) if n in near else place[n])
             take_places(layer)
-    return layers
 
 
 def _wrapped(layers, widths, most):
@@ -85,10 +111,39 @@ def _wrapped(layers, widths, most):
             if row and width + widths[name] > most:
                 rows.append(row)
                 row, width = [], 0
+            width += widths[name] + (_gap(row[-1], name) if row else 0)
             row.append(name)
-            width += widths[name] + 22
         rows.append(row)
     return rows
+
+
+def _gap(one, other):
+    """Between two neighbours of a row: links need less room than boxes."""
+    return 22 if isinstance(one, str) and isinstance(other, str) else 9
+
+
+def _centres(rows, widths, above, below):
+    """Where each name stands: as near to the middle of its neighbours as the others in its row allow."""
+    centre = {}
+    for row in rows:
+        apart = [(widths[a] + widths[b]) / 2 + _gap(a, b) for a, b in zip(row, row[1:])]
+        places = np.cumsum([0, *apart])
+        centre.update(zip(row, places - places[-1] / 2))
+    for sweep in range(12):
+        for row in rows if sweep % 2 == 0 else reversed(rows):
+            wanted = []
+            for name in row:
+                near = above.get(name, []) + below.get(name, [])
+                wanted.append(np.mean([centre[other] for other in near]) if near else centre[name])
+            apart = [(widths[a] + widths[b]) / 2 + _gap(a, b) for a, b in zip(row, row[1:])]
+            left, right = wanted[:], wanted[:]
+            for i, gap in enumerate(apart):
+                left[i + 1] = max(left[i + 1], left[i] + gap)
+            for i in range(len(apart) - 1, -1, -1):
+                right[i] = min(right[i], right[i + 1] - apart[i])
+            for name, one, other in zip(row, left, right):
+                centre[name] = (one + other) / 2
+    return centre
 
 
 # ---- Boxes ----
@@ -108,9 +163,9 @@ class _Box:
             labels = [node.StateLabel(i) for i in range(len(beliefs))]
             self.rows = list(itertools.islice(zip(labels, beliefs), _MOST_STATES))
         self.more = 0 if compact or beliefs is None else max(len(beliefs) - _MOST_STATES, 0)
-        self.label_width = max((_width(_cut(label, 16), 10.5) for label, _ in self.rows), default=0) + 8
+        self.label_width = max((_width(_cut(label, 16), 11.5) for label, _ in self.rows), default=0) + 8
         head = 1.08 * _width(_cut(self.title, 26), 12) + 20
-        self.width = max(head, 70, self.label_width + 108 if self.rows else 0)
+        self.width = max(head, 70, self.label_width + 114 if self.rows else 0)
         self.height = 24 + 15 * (len(self.rows) + (self.more > 0)) + (5 if self.rows else 0)
 
     def svg(self, x, y):
@@ -134,7 +189,7 @@ class _Box:
 
     def _row(self, index, label, belief):
         top = 24 + 15 * index
-        start, full = self.label_width + 4, self.width - self.label_width - 50
+        start, full = self.label_width + 4, self.width - self.label_width - 58
         is_found = index == self.finding
         bar = _FOUND if is_found else _BAR
         weight = ' font-weight="600"' if is_found else ""
@@ -156,37 +211,47 @@ def _percent(belief):
     return f"{100 * belief:.1f}%"
 
 
-def _arc(parent, child, at, boxes):
-    """A link from the lower edge of the parent to the upper edge of the child."""
-    x1, y1 = at[parent][0] + boxes[parent].width / 2, at[parent][1] + boxes[parent].height
-    x2, y2 = at[child][0] + boxes[child].width / 2, at[child][1]
-    bend = max(abs(y2 - y1) / 2, 18)
-    path = f"M{x1:.1f},{y1:.1f} C{x1:.1f},{y1 + bend:.1f} {x2:.1f},{y2 - bend:.1f} {x2:.1f},{y2 - 2:.1f}"
+def _arc(chain, centre, top, bottom):
+    """A link from the lower edge of the parent, through its bends, to the upper edge of the child."""
+    x, y = centre[chain[0]], bottom[chain[0]]
+    path = f"M{x:.1f},{y:.1f}"
+    for name in chain[1:]:
+        to_x, to_y = centre[name], top[name] - (2 if name is chain[-1] else 0)
+        bend = max(abs(to_y - y) / 2, 18)
+        path += f" C{x:.1f},{y + bend:.1f} {to_x:.1f},{to_y - bend:.1f} {to_x:.1f},{to_y:.1f}"
+        if name is not chain[-1]:
+            path += f" V{bottom[name]:.1f}"
+        x, y = to_x, bottom[name]
     return f'<path d="{path}" fill="none" stroke="{_LINE}" stroke-width="1.2" marker-end="url(#talora-arrow)"/>'
 
 
 def _drawing(boxes, links):
-    widths = {name: box.width for name, box in boxes.items()}
-    rows = _wrapped(_layers(list(boxes), links), widths, 1400)
-    gap_x, gap_y, margin = 22, 42, 8
-    row_widths = [sum(widths[name] for name in row) + gap_x * (len(row) - 1) for row in rows]
-    total = max(row_widths, default=60)
-    at, y = {}, margin
-    for row, width in zip(rows, row_widths):
-        x = margin + (total - width) / 2
+    layers = _layers(list(boxes), links)
+    chains = _chains(layers, links)
+    above, below = _neighbours(chains)
+    _order(layers, above, below)
+    widths = {name: boxes[name].width if name in boxes else 2 for layer in layers for name in layer}
+    rows = _wrapped(layers, widths, 1400)
+    centre = _centres(rows, widths, above, below)
+    margin, gap_y, y = 8, 42, 8
+    start = min((centre[name] - widths[name] / 2 for name in widths), default=0) - margin
+    width = max((centre[name] + widths[name] / 2 for name in widths), default=60) - start + margin
+    top, bottom = {}, {}
+    for row in rows:
+        height = max((boxes[name].height for name in row if name in boxes), default=0)
         for name in row:
-            at[name] = (x, y)
-            x += widths[name] + gap_x
-        y += max(boxes[name].height for name in row) + gap_y
-    height, width = y - gap_y + margin, total + 2 * margin
+            centre[name] -= start
+            top[name], bottom[name] = y, y + (boxes[name].height if name in boxes else height)
+        y += height + gap_y
+    height = y - gap_y + margin
     parts = [
         f'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {width:.0f} {height:.0f}" width="{width:.0f}" '
         f'style="{_FONT};max-width:100%;height:auto;background:#ffffff" role="img">',
         '<defs><marker id="talora-arrow" viewBox="0 0 8 8" refX="6" refY="4" markerWidth="7" markerHeight="7" '
         f'orient="auto"><path d="M0,0.8 L7,4 L0,7.2 Z" fill="{_LINE}"/></marker></defs>',
     ]
-    parts += [_arc(parent, child, at, boxes) for parent, child in links]
-    parts += [box.svg(*at[name]) for name, box in boxes.items()]
+    parts += [_arc(chain, centre, top, bottom) for chain in chains]
+    parts += [box.svg(centre[name] - box.width / 2, top[name]) for name, box in boxes.items()]
     return "".join(parts) + "</svg>"
 
 
@@ -224,7 +289,8 @@ def net_html(net):
     boxes = {node.Name: _Box(node, beliefs.get(node.Name), compact) for node in nodes}
     links = [(parent.Name, node.Name) for node in nodes for parent in node.Parents if parent.Name in boxes]
     drawing = _drawing(boxes, links) if boxes else ""
-    return f'<div style="background:#ffffff;padding:4px;border-radius:4px;overflow-x:auto">{head}</div>{drawing}</div>'
+    style = "background:#ffffff;padding:4px;border-radius:4px;overflow-x:auto"
+    return f'<div style="{style}">{head}</div>{drawing}</div>'
 
 
 def node_html(node):
