@@ -7,6 +7,7 @@
 
 #include "BN/Graph_Triangulate.h"
 #include "BN/Junction.h"
+#include "BN/OptimizeOrder.h"
 #include "BN/TableSize.h"
 #include "Basic/Error.h"
 #include "Basic/FloatMode.h"
@@ -18,7 +19,10 @@ namespace {
 
 constexpr size_t kMostTrees = 16;
 constexpr double kMostEntries = 3e7;  // of all trees together, but for the last one
-constexpr double kLargePart = 65536;  // entries of cliques: worth another look at the order
+// Entries of cliques from which on the order of the whole model is tried, and from which on a better one is
+// searched for, with so many trials: the same part always gets the same tree.
+constexpr double kLargePart = 65536, kHugePart = 1e6;
+constexpr uint64_t kTrialsOfHuge = 500;
 
 double SizeOfCliques(const ModelGraph& graph, const Triangulation& triangulation)
 {
@@ -123,19 +127,37 @@ struct TargetedQuery::Engine {
                                                       [&p](int v) { return p.tables[size_t(v)].data(); });
     }
 
+    // The greedy order, unless its cliques are so large that another pays.
     Triangulation TriangulatePart(const RelevantPart& part) const
     {
         std::vector<int> all(part.original.size());
         std::iota(all.begin(), all.end(), 0);
-        Triangulation greedy = Triangulate(part.graph, FindGreedyOrder(part.graph, all, nullptr).order);
-        const double size = SizeOfCliques(part.graph, greedy);
-        if (order.empty() || size < kLargePart) return greedy;
+        Triangulation best = Triangulate(part.graph, FindGreedyOrder(part.graph, all, nullptr).order);
+        double size = SizeOfCliques(part.graph, best);
+        const auto take_better = [&](const std::vector<int>& other) {
+            Triangulation triangulation = Triangulate(part.graph, other);
+            if (SizeOfCliques(part.graph, triangulation) < size) best = std::move(triangulation);
+            size = SizeOfCliques(part.graph, best);
+        };
+        if (!order.empty() && size > kLargePart) take_better(OrderOfPart(part));
+        const bool has_decisions =
+            std::any_of(part.graph.variables.begin(), part.graph.variables.end(),
+                        [](const ModelGraph::Variable& variable) { return variable.is_decision; });
+        if (size > kHugePart && !has_decisions) {
+            const OptimizeLimits limits = {.seconds = 0, .trials = kTrialsOfHuge, .seed = 1};
+            const std::vector<int> first = best.order;
+            take_better(FindOptimizedOrder(part.graph, &first, limits, nullptr).order);
+        }
+        return best;
+    }
+
+    std::vector<int> OrderOfPart(const RelevantPart& part) const
+    {
         std::vector<int> variable_of(graph->variables.size(), -1), own_order;
-        for (int v : all) variable_of[size_t(part.original[size_t(v)])] = v;
+        for (size_t v = 0; v < part.original.size(); ++v) variable_of[size_t(part.original[v])] = int(v);
         for (int v : order)
             if (variable_of[size_t(v)] >= 0) own_order.push_back(variable_of[size_t(v)]);
-        Triangulation given = Triangulate(part.graph, own_order);
-        return SizeOfCliques(part.graph, given) < size ? given : greedy;
+        return own_order;
     }
 
     void Refill(Prepared& p, int v, const ModelFindings& findings) const
