@@ -37,20 +37,20 @@ std::string FolderOf(const std::string& path)
     return slash == 0 ? "/" : path.substr(0, slash);
 }
 
-// The file that a chain of symbolic links ends at, whether it exists or not.
+// The file that a chain of symbolic links ends at, whether it exists or not; "" for a circle.
 std::string FollowLinks(std::string path)
 {
     char target[PATH_MAX];
     for (int i = 0; i < kMaxLinks; ++i) {
         const ssize_t length = ::readlink(path.c_str(), target, sizeof target);
-        if (length < 0) break;
+        if (length < 0) return path;
         const std::string_view link(target, static_cast<size_t>(length));
         if (link.empty() || link[0] == '/')
             path = link;
         else
             path = FolderOf(path) + "/" + std::string(link);
     }
-    return path;
+    return "";
 }
 
 void WriteFully(int file, std::string_view bytes, bool& failed)
@@ -88,6 +88,7 @@ bool CloseFile(int file)
 
 SafeFile::SafeFile(std::string path, bool keep_private) : path_(std::move(path)), target_(FollowLinks(path_))
 {
+    if (target_.empty()) FailOpening(path_);
     struct stat old;
     const bool exists = ::stat(target_.c_str(), &old) == 0;
     if (exists && S_ISDIR(old.st_mode)) FailOpening(path_);
