@@ -485,6 +485,15 @@ report_vx* FindReport(const environ_vx* env, Severity least, int number, const r
     return nullptr;
 }
 
+void SetSeverity(report_vx& report, Severity severity) noexcept
+{
+    ErrorGroup& group = Group();
+    std::lock_guard guard(ListMutex());
+    if (report.parent == nullptr)
+        group.num_droppable += int(severity < ERROR_SEV) - int(report.severity < ERROR_SEV);
+    report.severity = severity;
+}
+
 void ClearReport(report_vx* report) noexcept
 {
     ErrorGroup& group = Group();

@@ -109,6 +109,7 @@ report_vx* Report(const ReportArgs& args, const char* format, ...) TALORA_PRINTF
 // The next record older than `after` (null: the newest) of at least this severity and, unless 0, this
 // number; null if there is none.
 report_vx* FindReport(const environ_vx* env, Severity least, int number, const report_vx* after);
+void SetSeverity(report_vx& report, Severity severity) noexcept;  // of a record of the calling thread
 void ClearReport(report_vx* report) noexcept;
 void ClearReports(const environ_vx* env, Severity most) noexcept;  // up to and including a severity
 void ClearReportsOf(const environ_vx* env) noexcept;               // of every thread, when it closes

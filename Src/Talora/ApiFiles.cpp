@@ -33,7 +33,7 @@ void CompileRead(Net& net)
     try {
         CompileNet(net);
     } catch (const Unwind& failure) {
-        if (failure.record != nullptr) failure.record->severity = WARNING_SEV;
+        if (failure.record != nullptr) SetSeverity(*failure.record, WARNING_SEV);
         ThisThread().failed = false;
     } catch (const OutOfMemory& failure) {
         Warn(5680, "the >-net was not compiled: %s", failure.message);
