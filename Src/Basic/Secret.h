@@ -24,6 +24,18 @@ inline void Wipe(std::string& text) noexcept
     text.clear();
 }
 
+// Wipes a text at the end of its scope, however that is left.
+class WipeAtEnd {
+public:
+    explicit WipeAtEnd(std::string& text) : text_(text) {}
+    ~WipeAtEnd() { Wipe(text_); }
+    WipeAtEnd(const WipeAtEnd&) = delete;
+    WipeAtEnd& operator=(const WipeAtEnd&) = delete;
+
+private:
+    std::string& text_;
+};
+
 // A text that somebody may or may not have given.  There is one copy of it, in memory taken once.
 class Secret {
 public:

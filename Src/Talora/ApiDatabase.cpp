@@ -1,4 +1,5 @@
 // Interface functions: cases and nodes from databases.
+#include "Basic/Secret.h"
 #include "Talora/APICheck.h"
 #include "VarVal/DbCases.h"
 #include "VarVal/DbManager.h"
@@ -18,7 +19,9 @@ dbmgr_cs* NewDatabaseManager_cs(const char* connection, const char* options, env
 {
     return CallEnviron(__func__, env, static_cast<dbmgr_cs*>(nullptr), [&](environ_vx& owner) {
         CheckNoOptions(options);
-        return NewDbManager(owner, std::make_unique<DbConnection>(TextArgument(connection)));
+        std::string text = TextArgument(connection);  // with a password, perhaps
+        const WipeAtEnd wipe(text);
+        return NewDbManager(owner, std::make_unique<DbConnection>(text));
     });
 }
 

@@ -18,11 +18,10 @@ Secret PasswordArgument(const char* password)
 {
     if (password == nullptr) return {};
     std::string text = NarrowText(password);
-    const Secret secret(text);
-    Wipe(text);
-    if (secret.Text().empty())
+    const WipeAtEnd wipe(text);
+    if (text.empty())
         Fail(5172, "in argument 'password', the text is empty (pass NULL to remove the password)");
-    return secret;
+    return Secret(text);
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <cctype>
 
 #include "Basic/Error.h"
+#include "Basic/Secret.h"
 
 #ifdef TALORA_ODBC
 #include <sql.h>
@@ -25,17 +26,22 @@ std::string Lower(std::string_view text)
     return lower;
 }
 
-void ReplaceAll(std::string& text, const std::string& what)
+// In place as far as it goes; what the text has held is wiped when it moves.
+void ReplaceAll(std::string& text, std::string_view what)
 {
     if (what.empty()) return;
-    for (size_t at = 0; (at = text.find(what, at)) != std::string::npos; at += kHidden.size())
-        text.replace(at, what.size(), kHidden);
+    for (size_t at = 0; (at = text.find(what, at)) != std::string::npos; at += kHidden.size()) {
+        std::string replaced = text;
+        replaced.replace(at, what.size(), kHidden);
+        text.swap(replaced);
+        Wipe(replaced);
+    }
 }
 
 // The values in "key=value;key={value};..." whose keys are words for secrets.
-std::vector<std::string> SecretsIn(std::string_view connection_text)
+std::vector<std::string_view> SecretsIn(std::string_view connection_text)
 {
-    std::vector<std::string> secrets;
+    std::vector<std::string_view> secrets;
     size_t at = 0;
     while (at < connection_text.size()) {
         const size_t equals = connection_text.find('=', at);
@@ -48,7 +54,7 @@ std::vector<std::string> SecretsIn(std::string_view connection_text)
         const size_t begin = equals + 1 + (braced ? 1 : 0);
         const bool is_secret =
             std::find(std::begin(kSecretWords), std::end(kSecretWords), key) != std::end(kSecretWords);
-        if (is_secret && end > begin) secrets.emplace_back(connection_text.substr(begin, end - begin));
+        if (is_secret && end > begin) secrets.push_back(connection_text.substr(begin, end - begin));
         at = end + 1;
     }
     return secrets;
@@ -58,8 +64,8 @@ std::vector<std::string> SecretsIn(std::string_view connection_text)
 
 std::string WithoutSecrets(std::string text, std::string_view connection_text)
 {
-    ReplaceAll(text, std::string(connection_text));
-    for (const std::string& secret : SecretsIn(connection_text)) ReplaceAll(text, secret);
+    ReplaceAll(text, connection_text);
+    for (const std::string_view secret : SecretsIn(connection_text)) ReplaceAll(text, secret);
     // A driver may have put it in another form: what stands behind such a word goes in any case.
     for (const std::string_view word : {"pwd=", "password=", "passwd="})
         for (size_t at = 0; (at = Lower(text).find(word, at)) != std::string::npos;) {
@@ -99,7 +105,7 @@ SQLCHAR* SqlText(const std::string& text)
 struct DbConnection::Handles {
     SQLHENV environment = SQL_NULL_HENV;
     SQLHDBC connection = SQL_NULL_HDBC;
-    std::string connection_text;  // to keep it out of messages
+    Secret connection_text;  // to keep it out of messages
     char quote = '"';
     bool connected = false;
 
@@ -108,8 +114,6 @@ struct DbConnection::Handles {
         if (connected) SQLDisconnect(connection);
         if (connection != SQL_NULL_HDBC) SQLFreeHandle(SQL_HANDLE_DBC, connection);
         if (environment != SQL_NULL_HENV) SQLFreeHandle(SQL_HANDLE_ENV, environment);
-        std::fill(connection_text.begin(), connection_text.end(), '\0');
-        asm volatile("" ::"r"(connection_text.data()) : "memory");  // so that the wiping stays
     }
 };
 
@@ -124,9 +128,10 @@ struct DbQuery::Handles {
     }
     [[noreturn]] void FailQuery() const
     {
-        const std::string why = Diagnostics(SQL_HANDLE_STMT, statement);
+        std::string why = Diagnostics(SQL_HANDLE_STMT, statement);
+        const WipeAtEnd wipe(why);
         Fail(6691, "the database could not answer:  %s",
-             WithoutSecrets(why, connection->connection_text).c_str());
+             WithoutSecrets(why, connection->connection_text.Text()).c_str());
     }
     DbColumn Describe(SQLUSMALLINT index) const;
 };
@@ -134,7 +139,7 @@ struct DbQuery::Handles {
 DbConnection::DbConnection(const std::string& connection_text) : handles_(std::make_unique<Handles>())
 {
     Handles& h = *handles_;
-    h.connection_text = connection_text;
+    h.connection_text = Secret(connection_text);
     SQLAllocHandle(SQL_HANDLE_ENV, SQL_NULL_HANDLE, &h.environment);
     SQLSetEnvAttr(h.environment, SQL_ATTR_ODBC_VERSION, reinterpret_cast<SQLPOINTER>(SQL_OV_ODBC3), 0);
     if (!SQL_SUCCEEDED(SQLAllocHandle(SQL_HANDLE_DBC, h.environment, &h.connection)))
@@ -142,7 +147,8 @@ DbConnection::DbConnection(const std::string& connection_text) : handles_(std::m
     const SQLRETURN result = SQLDriverConnect(h.connection, nullptr, SqlText(connection_text), SQL_NTS,
                                               nullptr, 0, nullptr, SQL_DRIVER_NOPROMPT);
     if (!SQL_SUCCEEDED(result)) {
-        const std::string why = Diagnostics(SQL_HANDLE_DBC, h.connection);
+        std::string why = Diagnostics(SQL_HANDLE_DBC, h.connection);
+        const WipeAtEnd wipe(why);
         Fail(6690, "can't connect to the database:  %s", WithoutSecrets(why, connection_text).c_str());
     }
     h.connected = true;
