@@ -1,14 +1,20 @@
 #include "CountedMemory.h"
 
+#include <errno.h>
 #include <execinfo.h>
+#include <fcntl.h>
 #include <malloc.h>
 #include <string.h>
 
 #include <algorithm>
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <mutex>
 #include <new>
 #include <utility>
+
+extern "C" void __real_free(void* block);
 
 namespace faults {
 
@@ -28,8 +34,11 @@ constexpr size_t kHeader = sizeof(BlockHeader);
 constexpr size_t kMaxWatched = 16;
 constexpr size_t kMaxBuffers = 4096;
 
+std::mutex mutex;
 BlockHeader* newest = nullptr;
 int64_t live_blocks = 0;
+int64_t live_bytes = 0;
+int64_t peak_bytes = 0;
 uint64_t next_number = 1;
 int64_t num_allocations = 0;
 
@@ -46,7 +55,16 @@ int64_t bytes_searched = 0;
 void* buffers[kMaxBuffers];  // taken by realloc
 size_t num_buffers = 0;
 
+RandomBytes random_bytes = RandomBytes::REAL;
+
 const bool keeps_callers = getenv("TALORA_FAULT_TRACE") != nullptr;
+
+void Count(int64_t blocks, int64_t bytes)
+{
+    live_blocks += blocks;
+    live_bytes += bytes;
+    peak_bytes = std::max(peak_bytes, live_bytes);
+}
 
 bool MustFail()
 {
@@ -73,6 +91,7 @@ void Search(const void* block, size_t size)
 
 void* Take(size_t size, size_t alignment) noexcept
 {
+    const std::lock_guard guard(mutex);
     if (MustFail()) return nullptr;
     alignment = std::max(alignment, alignof(std::max_align_t));
     if (size > SIZE_MAX - kHeader - alignment) return nullptr;
@@ -84,19 +103,20 @@ void* Take(size_t size, size_t alignment) noexcept
     if (keeps_callers) backtrace(header->callers, 7);
     if (newest) newest->newer = header;
     newest = header;
-    ++live_blocks;
+    Count(1, static_cast<int64_t>(size));
     return reinterpret_cast<void*>(at);
 }
 
 void Return(void* block) noexcept
 {
     if (block == nullptr) return;
+    const std::lock_guard guard(mutex);
     auto* const header = reinterpret_cast<BlockHeader*>(static_cast<char*>(block) - kHeader);
     if (num_watched > 0) Search(block, header->size);
     (header->newer ? header->newer->older : newest) = header->older;
     if (header->older) header->older->newer = header->newer;
-    --live_blocks;
-    free(header->start);
+    Count(-1, -static_cast<int64_t>(header->size));
+    __real_free(header->start);
 }
 
 void* TakeOrThrow(size_t size, size_t alignment)
@@ -131,6 +151,26 @@ int64_t CountAllocations()
 int64_t LiveBlocks()
 {
     return live_blocks;
+}
+
+int64_t LiveBytes()
+{
+    return live_bytes;
+}
+
+int64_t PeakBytes()
+{
+    return peak_bytes;
+}
+
+void ResetPeak()
+{
+    peak_bytes = live_bytes;
+}
+
+void GiveRandomBytes(RandomBytes given)
+{
+    random_bytes = given;
 }
 
 uint64_t MarkBlocks()
@@ -241,36 +281,66 @@ void operator delete[](void* block, const std::nothrow_t&) noexcept
     Return(block);
 }
 
-// ---- Buffers that grow by realloc.  The linker puts these functions in the place of the library's. ----
+// ---- Functions that the linker puts in the place of the library's: buffers that grow, random bytes. ----
 
 extern "C" {
 void* __real_realloc(void* block, size_t size);
-void __real_free(void* block);
 
 void* __wrap_realloc(void* block, size_t size)
 {
+    const std::lock_guard guard(mutex);
     if (MustFail()) return nullptr;
     void** const known = std::find(buffers, buffers + num_buffers, block);
-    if (num_watched > 0 && block) Search(block, malloc_usable_size(block));  // it may move
+    const size_t before = block ? malloc_usable_size(block) : 0;
+    if (num_watched > 0 && block) Search(block, before);  // it may move
     void* const moved = __real_realloc(block, size);
     if (moved == nullptr) return nullptr;
+    const auto grown = static_cast<int64_t>(malloc_usable_size(moved));
     if (known < buffers + num_buffers) {
         *known = moved;
+        Count(0, grown - static_cast<int64_t>(before));
     } else if (num_buffers < kMaxBuffers) {
         buffers[num_buffers++] = moved;
-        ++live_blocks;
+        Count(1, grown);
     }
     return moved;
 }
 
 void __wrap_free(void* block)
 {
+    const std::unique_lock guard(mutex);
     void** const known = std::find(buffers, buffers + num_buffers, block);
     if (block && known < buffers + num_buffers) {
         if (num_watched > 0) Search(block, malloc_usable_size(block));
         *known = buffers[--num_buffers];
-        --live_blocks;
+        Count(-1, -static_cast<int64_t>(malloc_usable_size(block)));
     }
     __real_free(block);
+}
+
+ssize_t __real_getrandom(void* bytes, size_t count, unsigned flags);
+int __real_open(const char* path, int flags, ...);
+
+ssize_t __wrap_getrandom(void* bytes, size_t count, unsigned flags)
+{
+    if (random_bytes == RandomBytes::REAL) return __real_getrandom(bytes, count, flags);
+    if (random_bytes == RandomBytes::FIXED) {
+        memset(bytes, kFixedRandomByte, count);
+        return static_cast<ssize_t>(count);
+    }
+    errno = ENOSYS;
+    return -1;
+}
+
+int __wrap_open(const char* path, int flags, ...)
+{
+    va_list more;
+    va_start(more, flags);
+    const int mode = (flags & O_CREAT) != 0 ? va_arg(more, int) : 0;
+    va_end(more);
+    if (random_bytes != RandomBytes::NONE || strcmp(path, "/dev/urandom") != 0)
+        return __real_open(path, flags, mode);
+    errno = ENOENT;
+    return -1;
 }
 }

@@ -2,7 +2,7 @@
 //
 // Every block knows its size and stands in a list, so that what a test has left behind can be told, and
 // freed blocks can be searched for bytes that ought to have been overwritten.  Buffers that the engine takes
-// with realloc count as well.  One thread allocates at a time.
+// with realloc count as well.
 #pragma once
 
 #include <cstddef>
@@ -24,6 +24,15 @@ int64_t LiveBlocks();
 // The newest blocks that have been taken after a mark and not given back, as text; for messages of tests.
 uint64_t MarkBlocks();
 std::string DescribeBlocksSince(uint64_t mark);
+
+int64_t LiveBytes();
+int64_t PeakBytes();  // the most that was live since it was reset
+void ResetPeak();
+
+// What the system gives when asked for random bytes: NONE refuses, and the device is not there either.
+enum class RandomBytes { REAL, FIXED, NONE };
+constexpr unsigned char kFixedRandomByte = 0x42;
+void GiveRandomBytes(RandomBytes given);
 
 // While any are watched, every block given back is searched for these bytes; the text outlives that.
 void WatchFreed(std::string_view secret);
