@@ -69,7 +69,11 @@ class PackageTest(unittest.TestCase):
                                                   "TaloraConfig.cmake"]),
                                ("talora", ["usr/bin/talora", "man1/talora.1.gz", "man1/talora-beliefs.1.gz",
                                            "bash-completion/completions/talora", "zsh/vendor-completions/_talora",
-                                           "fish/vendor_completions.d/talora.fish", "examples/chest-clinic.dne"])]:
+                                           "fish/vendor_completions.d/talora.fish", "examples/chest-clinic.dne"]),
+                               ("python3-talora", ["dist-packages/talora/__init__.py", "dist-packages/talora/_core."])]:
+            if package not in self.packages:  # made only with TALORA_PYTHON
+                self.assertEqual(package, "python3-talora")
+                continue
             listing = run("dpkg-deb", "-c", self.packages[package])
             for name in names:
                 with self.subTest(package=package, name=name):
@@ -83,18 +87,17 @@ class PackageTest(unittest.TestCase):
         for folder in ("var/lib/dpkg/updates", "var/lib/dpkg/info", "var/lib/dpkg/triggers", "usr"):
             (root / folder).mkdir(parents=True)
         (root / "var/lib/dpkg/status").touch()
-        debs = [path for name, path in self.packages.items() if name != "python3-talora"]
         with_dpkg = os.geteuid() == 0 and shutil.which("dpkg")
         dpkg = ["dpkg", f"--root={root}", "--force-depends", "--force-script-chrootless", "--force-not-root",
                 f"--log={self.work / 'log'}"]
         if with_dpkg:
-            run(*dpkg, "--unpack", *debs)
+            run(*dpkg, "--unpack", *self.packages.values())
         else:
-            for deb in debs:
+            for deb in self.packages.values():
                 run("dpkg-deb", "-x", deb, root)
         self.use(root)
         if with_dpkg:
-            run(*dpkg, "--purge", "libtalora-dev", "talora", "libtalora6")
+            run(*dpkg, "--purge", *self.packages)
             left = [path for path in (root / "usr").rglob("*") if not path.is_dir()]
             self.assertEqual(left, [])
 
@@ -109,6 +112,12 @@ class PackageTest(unittest.TestCase):
         program = self.work / "program"
         run(shutil.which("cc") or "gcc", ROOT / "Examples/c/chest_clinic.c", "-o", program, *flags)
         self.assertIn("Before anything is known:", run(program, CLINIC, env=environment))
+        if "python3-talora" in self.packages:
+            module = next(root.rglob("dist-packages/talora")).parent
+            script = f"import talora; print(talora.__file__, talora.ReadBNet({str(CLINIC)!r})['XRay'].beliefs)"
+            shown = run("/usr/bin/python3", "-c", script, env=dict(environment, PYTHONPATH=str(module),
+                                                                  PYTHONDONTWRITEBYTECODE="1"))
+            self.assertIn(str(module), shown)
 
     @unittest.skipUnless(shutil.which("lintian"), "lintian is not installed")
     def test_lintian(self):
