@@ -15,7 +15,7 @@ if(SPHINX_BUILD)
         COMMAND "${SPHINX_BUILD}" -q -W --keep-going -b html "${PROJECT_SOURCE_DIR}/Docs" "${PROJECT_BINARY_DIR}/manual"
                 -d "${PROJECT_BINARY_DIR}/manual-doctrees"
         COMMENT "Making the manual: ${PROJECT_BINARY_DIR}/manual/index.html" VERBATIM)
-    install(DIRECTORY "${PROJECT_BINARY_DIR}/manual/" DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/talora/html
+    install(DIRECTORY "${PROJECT_BINARY_DIR}/manual/" DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/talora/html OPTIONAL
         COMPONENT manual EXCLUDE_FROM_ALL)
 else()
     add_custom_target(manual

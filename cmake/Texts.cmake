@@ -8,14 +8,17 @@ if(TARGET talora_command AND NOT CMAKE_CROSSCOMPILING)
         DEPENDS talora_command
         COMMENT "Writing manual pages and completion scripts" VERBATIM)
     add_custom_target(talora_texts ALL DEPENDS "${texts}/commands.md")
-    install(DIRECTORY "${texts}/share/man/" DESTINATION ${CMAKE_INSTALL_MANDIR} COMPONENT command)
+    # Optional: who builds the command alone can still install it.
+    install(DIRECTORY "${texts}/share/man/" DESTINATION ${CMAKE_INSTALL_MANDIR} COMPONENT command OPTIONAL)
     # Shells look for what is installed by packages and by administrators in different folders.
     set(zsh_folder share/zsh/site-functions)
     if(CMAKE_INSTALL_PREFIX STREQUAL "/usr" AND EXISTS /etc/debian_version)
         set(zsh_folder share/zsh/vendor-completions)
     endif()
-    install(DIRECTORY "${texts}/share/zsh/vendor-completions/" DESTINATION ${zsh_folder} COMPONENT command)
-    install(DIRECTORY "${texts}/share/bash-completion" "${texts}/share/fish" DESTINATION share COMPONENT command)
+    install(DIRECTORY "${texts}/share/zsh/vendor-completions/" DESTINATION ${zsh_folder}
+        COMPONENT command OPTIONAL)
+    install(DIRECTORY "${texts}/share/bash-completion" "${texts}/share/fish" DESTINATION share
+        COMPONENT command OPTIONAL)
 endif()
 file(GLOB example_nets CONFIGURE_DEPENDS Examples/*.dne)
 install(FILES ${example_nets} DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/talora/examples COMPONENT command)
