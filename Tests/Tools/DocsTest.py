@@ -17,7 +17,6 @@ or an indented one:
   program.  They are skipped where the Python module is not built, or pandas, if they mention it, not there.
 - A block that begins with the header of a net is read as a net, one with that of a case file as cases.
 """
-import importlib.util
 import os
 import pathlib
 import re
@@ -79,8 +78,9 @@ def agrees(shown, printed):
 class Page:
     """A page, and the folder in which its examples run."""
 
-    def __init__(self, path, work, environment, has_python):
-        self.path, self.work, self.environment, self.has_python = path, work, environment, has_python
+    def __init__(self, path, work, environment, interpreter, has_pandas):
+        self.path, self.work, self.environment = path, work, environment
+        self.interpreter, self.has_pandas = interpreter, has_pandas  # the interpreter that has the module, or None
         self.python, self.count, self.skipped, self.complaints = [], 0, 0, []
 
     def run(self):
@@ -113,7 +113,7 @@ class Page:
         """Runs a command; shown is what it must print, if that matters."""
         command = command.replace("./run ", "talora ")
         must_fail = command.rstrip().endswith("# fails")
-        if not self.has_python and re.search(r"\bpython3?\b", command):
+        if not self.interpreter and re.search(r"\bpython3?\b", command):
             self.skipped += 1
             return
         self.count += 1
@@ -151,20 +151,20 @@ class Page:
     def run_python(self):
         if not self.python:
             return
-        if not self.has_python:
+        if not self.interpreter:
             self.skipped += len(self.python)
             return
         self.block = f"{self.path.relative_to(ROOT)}, python"
-        if importlib.util.find_spec("pandas") is None:
+        if not self.has_pandas:
             self.python, all_blocks = [text for text in self.python if "pandas" not in text], self.python
             self.skipped += len(all_blocks) - len(self.python)
         sessions = [text for text in self.python if text.startswith(">>> ")]
         if sessions:
             self.write("session.txt", "\n\n".join(sessions))
-            self.command(f"{sys.executable} -m doctest -o ELLIPSIS -o NORMALIZE_WHITESPACE session.txt")
+            self.command(f"env -u LD_LIBRARY_PATH {self.interpreter} -m doctest -o ELLIPSIS -o NORMALIZE_WHITESPACE session.txt")
         if len(sessions) < len(self.python):
             self.write("page.py", "\n".join(text for text in self.python if text not in sessions))
-            self.command(f"{sys.executable} page.py")
+            self.command(f"env -u LD_LIBRARY_PATH {self.interpreter} page.py")
 
 
 class DocsTest(unittest.TestCase):
@@ -179,8 +179,9 @@ class DocsTest(unittest.TestCase):
                                LC_ALL="C", LD_LIBRARY_PATH=str(library), PYTHONPATH=str(BUILD / "Python"),
                                PYTHONDONTWRITEBYTECODE="1", PKG_CONFIG_PATH=str(library / "pkgconfig"),
                                CMAKE_PREFIX_PATH=str(prefix), CMAKE_GENERATOR="Ninja")
-        cls.has_python = subprocess.run([sys.executable, "-c", "import talora"], env=cls.environment,
-                                        capture_output=True).returncode == 0
+        cls.python = next((python for python in (sys.executable, "/usr/bin/python3") if cls.imports(python, "talora")),
+                          None)
+        cls.has_pandas = cls.python and cls.imports(cls.python, "pandas")
         cls.files = cls.work / "files"
         shutil.copytree(ROOT / "Examples", cls.files / "Examples", ignore=shutil.ignore_patterns("build*"))
         clinic = (ROOT / "Examples" / "chest-clinic.dne").read_text()
@@ -192,6 +193,11 @@ class DocsTest(unittest.TestCase):
                        *"--node Disease --node Cough --node LungCancer --node XRay --node Dyspnoea --node Bronchitis".split(),
                        *"--node Tuberculosis --node VisitToAsia --node TbOrCancer".split())
         cls.talora("simulate", "Examples/chest-clinic.dne", "--cases", "300", "--seed", "1", "-o", "clinic.cas")
+
+    @classmethod
+    def imports(cls, python, module):
+        return shutil.which(python) and subprocess.run(["env", "-u", "LD_LIBRARY_PATH", python, "-c", f"import {module}"],
+                                                       env=cls.environment, capture_output=True).returncode == 0
 
     @classmethod
     def talora(cls, *arguments):
@@ -210,14 +216,14 @@ class DocsTest(unittest.TestCase):
             with self.subTest(page=str(path.relative_to(ROOT))):
                 work = self.work / re.sub(r"\W", "_", str(path.relative_to(ROOT)))
                 shutil.copytree(self.files, work)
-                page = Page(path, work, self.environment, self.has_python)
+                page = Page(path, work, self.environment, self.python, self.has_pandas)
                 page.run()
                 total, skipped = total + page.count, skipped + page.skipped
                 if page.complaints:
                     self.fail("\n\n".join(page.complaints))
         print(f"{total} examples run", file=sys.stderr)
         if skipped:
-            reason = "pandas is not installed" if self.has_python else "the module is not built (TALORA_PYTHON)"
+            reason = "pandas is not installed" if self.python else "the module is not built (TALORA_PYTHON)"
             print(f"{skipped} examples in Python skipped: {reason}", file=sys.stderr)
 
     def test_links(self):
