@@ -13,10 +13,11 @@ or an indented one:
 - A block with the name of a file behind its language becomes that file; what is to be done with it, sh
   blocks say.
 - c and cpp without a file name are compiled inside a function that has the usual variables.
-- python without a file name runs, all sessions (>>>) of a page in their order, and all other blocks as one
-  program.  They are skipped where the Python module is not built, or pandas, if they mention it, not there.
+- python without a file name runs, the blocks of a page one after the other; sessions (>>>) must print what
+  they show.  They are skipped where the Python module is not built, or pandas, if they mention it, not there.
 - A block that begins with the header of a net is read as a net, one with that of a case file as cases.
 """
+import json
 import os
 import pathlib
 import re
@@ -47,6 +48,18 @@ void Example (environ_vx* env, net_bn* net, node_bn* node, node_bn* parent, node
 %s
     }
 }
+"""
+PYTHON_PAGE = """import doctest, json, sys
+names, failed = {"__name__": "page"}, 0
+for number, text in enumerate(json.load(open("page.json")), 1):
+    if text.startswith(">>> "):
+        test = doctest.DocTestParser().get_doctest(text, names, f"block {number}", None, 0)
+        runner = doctest.DocTestRunner(optionflags=doctest.ELLIPSIS | doctest.NORMALIZE_WHITESPACE)
+        failed += runner.run(test, clear_globs=False).failed
+        names.update(test.globs)
+    else:
+        exec(compile(text, f"block {number}", "exec"), names)
+sys.exit(failed > 0)
 """
 MORE_NODES = """
 node Disease {states = (Present, Absent); kind = NATURE; parents = (Smoker); probs = ((0.3, 0.7), (0.1, 0.9));};
@@ -158,12 +171,9 @@ class Page:
         if not self.has_pandas:
             self.python, all_blocks = [text for text in self.python if "pandas" not in text], self.python
             self.skipped += len(all_blocks) - len(self.python)
-        sessions = [text for text in self.python if text.startswith(">>> ")]
-        if sessions:
-            self.write("session.txt", "\n\n".join(sessions))
-            self.command(f"env -u LD_LIBRARY_PATH {self.interpreter} -m doctest -o ELLIPSIS -o NORMALIZE_WHITESPACE session.txt")
-        if len(sessions) < len(self.python):
-            self.write("page.py", "\n".join(text for text in self.python if text not in sessions))
+        if self.python:
+            self.write("page.json", json.dumps(self.python))
+            self.write("page.py", PYTHON_PAGE)
             self.command(f"env -u LD_LIBRARY_PATH {self.interpreter} page.py")
 
 
@@ -187,6 +197,7 @@ class DocsTest(unittest.TestCase):
         clinic = (ROOT / "Examples" / "chest-clinic.dne").read_text()
         (cls.files / "net.dne").write_text(re.sub(r"\};\s*\Z", MORE_NODES, clinic))
         shutil.copy(cls.files / "net.dne", cls.files / "old.dne")
+        shutil.copy(ROOT / "Examples" / "chest-clinic.dne", cls.files)
         (cls.files / "secret.txt").write_text("open sesame\n")
         for seed, name in enumerate(["patients", "a", "b"]):
             cls.talora("simulate", "net.dne", "--cases", "300", "--seed", str(seed), "-o", name + ".cas", "--node", "Smoker",
