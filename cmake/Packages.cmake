@@ -79,7 +79,8 @@ if(TALORA_PYTHON)
         string(CONCAT CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "python3 (>= 3.${Python_VERSION_MINOR}), "
             "python3 (<< 3.${next_minor}), python3-numpy")
     endif()
-    set(CPACK_DEBIAN_PYTHON_PACKAGE_GENERATE_SHLIBS OFF)
+    set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA "${PROJECT_SOURCE_DIR}/cmake/python/postinst"
+        "${PROJECT_SOURCE_DIR}/cmake/python/prerm")
     set(CPACK_COMPONENT_PYTHON_DEPENDS library)
     set(CPACK_COMPONENT_PYTHON_DESCRIPTION "exact inference in Bayesian belief networks - Python 3
 ${about}
