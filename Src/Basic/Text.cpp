@@ -75,16 +75,22 @@ std::string NarrowText(const char* text)
 {
     if (text == nullptr) return "";
     if (!IsWide(text)) return text;
+    const auto each_code = [&](auto&& take) {
+        const size_t length = WideLength(text);
+        for (size_t i = 0; i < length; ++i) {
+            uint32_t code = UnitAt(text, i);
+            if (code >= 0xD800 && code < 0xDC00 && i + 1 < length && (UnitAt(text, i + 1) & 0xFC00) == 0xDC00)
+                code = 0x10000 + ((code & 0x3FF) << 10) + (UnitAt(text, ++i) & 0x3FF);
+            else if (code >= 0xD800 && code < 0xE000)
+                code = 0xFFFD;
+            take(code);
+        }
+    };
+    size_t bytes = 0;
+    each_code([&](uint32_t code) { bytes += code < 0x80 ? 1 : code < 0x800 ? 2 : code < 0x10000 ? 3 : 4; });
     std::string narrow;
-    const size_t length = WideLength(text);
-    for (size_t i = 0; i < length; ++i) {
-        uint32_t code = UnitAt(text, i);
-        if (code >= 0xD800 && code < 0xDC00 && i + 1 < length && (UnitAt(text, i + 1) & 0xFC00) == 0xDC00)
-            code = 0x10000 + ((code & 0x3FF) << 10) + (UnitAt(text, ++i) & 0x3FF);
-        else if (code >= 0xD800 && code < 0xE000)
-            code = 0xFFFD;
-        AppendUtf8(narrow, code);
-    }
+    narrow.reserve(bytes);  // taken once: of a password nothing must be left behind by growing
+    each_code([&](uint32_t code) { AppendUtf8(narrow, code); });
     return narrow;
 }
 
