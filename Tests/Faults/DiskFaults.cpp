@@ -192,6 +192,27 @@ INSTANTIATE_TEST_SUITE_P(All, EveryOperation, testing::ValuesIn(FileScenarios())
 
 // ---- Real trouble ----
 
+// A file system of 1 MB while it lives, where mounting is permitted.
+class SmallDisk {
+public:
+    explicit SmallDisk(const fs::path& folder) : folder_(folder)
+    {
+        fs::create_directory(folder);
+        mounted_ = mount("tmpfs", folder.c_str(), "tmpfs", 0, "size=1m") == 0;
+    }
+    ~SmallDisk()
+    {
+        if (mounted_) umount2(folder_.c_str(), MNT_DETACH);
+    }
+    SmallDisk(const SmallDisk&) = delete;
+    SmallDisk& operator=(const SmallDisk&) = delete;
+    bool IsThere() const { return mounted_; }
+
+private:
+    const fs::path folder_;
+    bool mounted_;
+};
+
 class RealDisk : public FaultTest {
 protected:
     void SetUp() override { OpenWorld(w_, folder_); }
@@ -214,9 +235,8 @@ protected:
 TEST_F(RealDisk, FullFileSystemKeepsTheOldFile)
 {
     const fs::path mounted = folder_ / "disk";
-    fs::create_directory(mounted);
-    if (mount("tmpfs", mounted.c_str(), "tmpfs", 0, "size=1m") != 0)
-        GTEST_SKIP() << "a small file system cannot be mounted here: " << strerror(errno);
+    const SmallDisk disk(mounted);
+    if (!disk.IsThere()) GTEST_SKIP() << "a small file system cannot be mounted here: " << strerror(errno);
     const std::string target = mounted / "target.dne";
     EXPECT_EQ(SaveTo(target), 0);
     const auto old = FilesIn(mounted);
@@ -245,7 +265,6 @@ TEST_F(RealDisk, FullFileSystemKeepsTheOldFile)
     caseset_cs* set = NewCaseset_cs("", w_.env);
     AddFileToCaseset_cs(set, file, 1, nullptr);
     EXPECT_EQ(CountCasesetCases_cs(set, nullptr), written);
-    umount(mounted.c_str());
 }
 
 TEST_F(RealDisk, FolderWithoutPermissionIsRefused)
@@ -253,15 +272,14 @@ TEST_F(RealDisk, FolderWithoutPermissionIsRefused)
     if (geteuid() == 0) {
         // The superuser may write anywhere; a file system mounted for reading only stops it too.
         const fs::path mounted = folder_ / "disk";
-        fs::create_directory(mounted);
-        if (mount("tmpfs", mounted.c_str(), "tmpfs", 0, "size=1m") != 0)
+        const SmallDisk disk(mounted);
+        if (!disk.IsThere())
             GTEST_SKIP() << "nothing is unwritable for this user, and nothing can be mounted";
         PutFile(mounted / "target.dne", "old");
         mount(nullptr, mounted.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr);
         EXPECT_EQ(SaveTo(mounted / "target.dne"), -4031);
         EXPECT_EQ(SaveTo(mounted / "new.dne"), -4031);
         EXPECT_EQ(FilesIn(mounted), (std::map<std::string, std::string>{{"target.dne", "old"}}));
-        umount(mounted.c_str());
         return;
     }
     PutFile(folder_ / "target.dne", "old");

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "BN/NetCipher.h"
+#include "Basic/Text.h"
 #include "CountedMemory.h"
 #include "FaultTest.h"
 
@@ -110,6 +111,8 @@ TEST_F(SecretFaults, NothingIsLeftOfPasswordsAndKeys)
     Watch();
     SetNetPassword_bn(w_.net, kPassword.c_str());
     SetNetPassword_bn(w_.net, kWrong.c_str());
+    const std::string wide = talora::WideText(kPassword);
+    SetNetPassword_bn(w_.net, wide.c_str());
     SetNetPassword_bn(w_.net, nullptr);
     SetPasswordHandler_vx(w_.env, AnswerPassword, nullptr);
     stream = File(nullptr);
