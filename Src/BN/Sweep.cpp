@@ -10,6 +10,7 @@ namespace {
 constexpr int kUsualBlock = 2304;    // entries: a few buffers of them fit the first-level cache
 constexpr int kLargestBlock = 8192;  // where the usual size would leave a very small block
 constexpr int kSmallBlock = 256;
+constexpr int kSmallestFused = 256;
 constexpr int kShortRun = 16;  // shorter runs are spread out through a map first
 constexpr int kSingleAdditions = 256;
 constexpr int kNoBuffer = -1;
@@ -429,13 +430,68 @@ private:
         return target;
     }
 
-    void Reduce(int output, Buffer source)
+    void Reduce(int output, Buffer source, bool last_use)
     {
         if (source.number == kNoBuffer) {
             source = NewBuffer(0);
             Emit(SweepAction::kOnes, 0, {}, source, output, output + 1);
         }
         Emit(SweepAction::kReduce, int(factors_.size()) + output, source, {}, output, output + 1);
+        if (last_use && plan_.ops.size() > 1 && plan_.block >= kSmallestFused) FuseLast();
+    }
+
+    static bool HasRuns(const SweepOp& op)
+    {
+        return op.shape == SweepShape::kFull || op.shape == SweepShape::kTail ||
+               op.shape == SweepShape::kRunsIn;
+    }
+
+    // Makes one of the product and the sum that were written last, if the product is formed for it alone.
+    void FuseLast()
+    {
+        const SweepOp product = plan_.ops[plan_.ops.size() - 2], sum = plan_.ops.back();
+        const SweepOutput& output = plan_.outputs[size_t(sum.table) - factors_.size()];
+        const bool is_its_own = product.action == SweepAction::kMultiply && product.target == sum.source &&
+                                product.level == InnermostLevel() &&
+                                product.first_output == sum.first_output &&
+                                product.end_output == sum.end_output;
+        const bool is_only_folded =
+            plan_.num_steps == 1 && sum.shape == SweepShape::kFull && output.first_fold < output.end_fold;
+        const int run = std::min(product.run, sum.run);
+        if (!is_its_own || is_only_folded || !HasRuns(product) || !HasRuns(sum) ||
+            run % kSweepPadding != 0)  // parts of vectors eat up what is gained
+            return;
+        SweepOp both = sum;
+        both.action = SweepAction::kReduceProduct;
+        both.source = product.source;
+        both.spread = product.spread;
+        both.factor = product.table;
+        both.run = run;
+        both.from = plan_.block / sum.count;
+        both.map = WritePairs(product, sum, run);
+        plan_.ops.pop_back();
+        plan_.ops.back() = both;
+    }
+
+    // Per run of the sum the runs of the block that go into it, each with its place in the factor.
+    int64_t WritePairs(const SweepOp& product, const SweepOp& sum, int run)
+    {
+        const int64_t start = int64_t(plan_.maps.size());
+        const int each = plan_.block / sum.count;
+        plan_.maps.reserve(plan_.maps.size() + 2 * size_t(plan_.block / run));
+        for (int place = 0; place < sum.count; place += run)
+            for (int k = 0; k < each; ++k) {
+                int from = place + k * sum.count;  // of one part, or the whole block
+                if (sum.shape == SweepShape::kRunsIn)
+                    from = plan_.maps[size_t(sum.map + place / sum.run * each + k)] + place % sum.run;
+                int of_factor = from;
+                if (product.shape != SweepShape::kFull) of_factor %= product.run;
+                if (product.shape == SweepShape::kRunsIn)
+                    of_factor += plan_.maps[size_t(product.map + from / product.run)];
+                plan_.maps.push_back(uint16_t(from));
+                plan_.maps.push_back(uint16_t(of_factor));
+            }
+        return start;
     }
 
     void WriteOps()
@@ -457,7 +513,7 @@ private:
         if (!excluding_.empty()) Halve(0, excluding_.size(), product, whole_.empty());
         if (whole_.empty()) return;
         for (int o : excluding_) product = Multiply(product, outputs_[size_t(o)].excluded, false, 0, all);
-        for (int o : whole_) Reduce(o, product);
+        for (int o : whole_) Reduce(o, product, o == whole_.back());
     }
 
     // Factors that move least come first, so that their product is kept longest.
@@ -479,7 +535,7 @@ private:
     void Halve(size_t first, size_t end, const Buffer& product, bool last_use)
     {
         if (end - first == 1) {
-            Reduce(excluding_[first], product);
+            Reduce(excluding_[first], product, last_use);
             if (last_use) Release(product);
             return;
         }

@@ -14,6 +14,8 @@
 // entries of a table spread over a row is the same for every row, so it is a fixed permutation.  The
 // sum is then folded: the axes of the row that it does not cover are added up one after another.
 //
+// The last product before a sum, if nothing else needs it, is not written but summed as it is formed.
+//
 // A product is kept as long as none of its factors moves to another part: the loops are ordered so
 // that the innermost one touches as few tables as possible.
 //
@@ -45,12 +47,13 @@ enum class SweepShape : uint8_t {
 };
 
 enum class SweepAction : uint8_t {
-    kOnes,      // target = 1
-    kSpread,    // target = the table's part, its innermost axes spread out (rows)
-    kPoint,     // target is the table's own part (full shape)
-    kExpand,    // target = table
-    kMultiply,  // target = source * table
-    kReduce     // output += source
+    kOnes,          // target = 1
+    kSpread,        // target = the table's part, its innermost axes spread out (rows)
+    kPoint,         // target is the table's own part (full shape)
+    kExpand,        // target = table
+    kMultiply,      // target = source * table
+    kReduce,        // output += source
+    kReduceProduct  // output += source * table, both in runs of the sum
 };
 
 struct SweepOp {
@@ -61,6 +64,7 @@ struct SweepOp {
     int target;
     int spread;        // buffer with the table's part spread out, or -1: the table itself
     int table;         // factor, or number of factors + output
+    int factor;        // of the sum of a product
     int run;           // length of a run, or of a row
     int from;          // of rows: entries of the part that make a row
     int count;         // entries of the part, or of the part spread out
