@@ -5,7 +5,8 @@
 //   rest     the file
 //
 // The lines and entries are the same however few bytes one read gives; a case read again by its position is
-// the same case; and what is read can be written as one file that gives the same cases.
+// the same case; and what is read can be written as one file that gives the same cases, unless answers have
+// changed the net or settled what the file leaves open.
 #include <cstring>
 #include <string>
 #include <vector>
@@ -48,8 +49,11 @@ Net* EmptyNet(environ_vx& env)
     return NewNet(env, "Empty");
 }
 
+int num_questions = 0;
+
 int Answer(environ_vx*, const char*, const char*, const char*, void* data)
 {
+    ++num_questions;
     return *static_cast<const int*>(data);
 }
 
@@ -156,7 +160,8 @@ void CheckRewriting(const Stream& in, Stream& out, Net& net)
     if (!was_read) return;
     Caseset* const again = SetOf(out);
     const bool reads_same = CallApi(__func__, again, false, [&] { return ReadAll(*again, net) == read; });
-    fuzz::Check(reads_same || fuzz::Input::WasHalted(), "what was written gives the same cases");
+    fuzz::Check(reads_same || num_questions > 0 || fuzz::Input::WasHalted(),
+                "what was written gives the same cases");
     DeleteCaseset(again);
 }
 
@@ -174,6 +179,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     env->case_delimiter = kDelimiters[chars % 3];
     env->missing_char = kMissing[chars / 3 % 4];
     int answer = kind / 3 % 5 - 1;
+    num_questions = 0;
     SetQuestionHandler_vx(env, answer < 0 ? nullptr : Answer, &answer);
 
     Stream* const in = fuzz::NewStreamOf(bytes.Rest(), "in.cas");
