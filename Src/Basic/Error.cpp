@@ -244,6 +244,12 @@ void Enlist(report_vx* record)
     LinkNewest(group, record);
 }
 
+void TellWatcher(int number)
+{
+    if (const auto watcher = message_watcher.load(std::memory_order_relaxed))
+        watcher(number < 0 ? -number : number);
+}
+
 void TellOfDropping()
 {
     ErrorGroup& group = Group();
@@ -252,6 +258,7 @@ void TellOfDropping()
         if (group.count < kMaxRecordsPerThread || group.told_of_dropping) return;
         group.told_of_dropping = true;
     }
+    TellWatcher(5623);
     Enlist(NewRecord(
         {.severity = NOTICE_SEV, .number = 5623, .place = {}},
         "more than " + std::to_string(kMaxRecordsPerThread) + " reports: the oldest are being dropped"));
@@ -334,12 +341,6 @@ bool CountWarning(int number, bool* last)
     if (found == warnings.end()) found = warnings.insert(warnings.end(), {number, 0});
     *last = ++found->count == kMaxRepeatedWarnings + 1;
     return found->count <= kMaxRepeatedWarnings + 1;
-}
-
-void TellWatcher(int number)
-{
-    if (const auto watcher = message_watcher.load(std::memory_order_relaxed))
-        watcher(number < 0 ? -number : number);
 }
 
 }  // namespace
