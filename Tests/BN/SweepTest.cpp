@@ -12,6 +12,14 @@
 namespace talora {
 namespace {
 
+std::vector<int> AxesOf(const SweepScope& scope)
+{
+    std::vector<int> axes;
+    for (int axis = 0; axis < kMostSweepAxes; ++axis)
+        if (scope.axes >> axis & 1) axes.push_back(axis);
+    return axes;
+}
+
 struct Clique {
     std::vector<int> sizes;
     std::vector<SweepScope> factors, outputs;
@@ -20,7 +28,7 @@ struct Clique {
     int64_t SizeOf(const SweepScope& scope) const
     {
         int64_t size = 1;
-        for (int axis : scope.axes) size *= sizes[size_t(axis)];
+        for (int axis : AxesOf(scope)) size *= sizes[size_t(axis)];
         return size;
     }
 };
@@ -29,7 +37,7 @@ SweepScope DrawScope(std::mt19937& random, int num_axes, unsigned one_of)
 {
     SweepScope scope;
     for (int axis = 0; axis < num_axes; ++axis)
-        if (random() % one_of == 0) scope.axes.push_back(axis);
+        if (random() % one_of == 0) scope.axes |= uint64_t{1} << axis;
     return scope;
 }
 
@@ -66,7 +74,7 @@ Clique DrawClique(std::mt19937& random, double most_entries)
 int64_t PlaceOf(const Clique& clique, const SweepScope& scope, const std::vector<int>& state)
 {
     int64_t place = 0;
-    for (int axis : scope.axes) place = place * clique.sizes[size_t(axis)] + state[size_t(axis)];
+    for (int axis : AxesOf(scope)) place = place * clique.sizes[size_t(axis)] + state[size_t(axis)];
     return place;
 }
 
