@@ -47,13 +47,13 @@ Clique DrawClique(std::mt19937& random, double most_entries)
     double entries = 1;
     const unsigned most_states = 2 + random() % 8;
     for (int left = 1 + int(random() % 12); left > 0; --left) {
-        const int size = 1 + int(random() % most_states);
+        const int size = 2 + int(random() % most_states);  // variables of one state take no part
         if (entries * size > most_entries) continue;
         clique.sizes.push_back(size);
         entries *= size;
     }
     const int num_axes = int(clique.sizes.size());
-    for (int left = int(random() % 5); left > 0; --left) {
+    for (int left = 1 + int(random() % 4); left > 0; --left) {
         clique.factors.push_back(DrawScope(random, num_axes, 1 + random() % 3));
         std::vector<float> table(size_t(clique.SizeOf(clique.factors.back())));
         for (float& entry : table) entry = float(random() % 1024 + 1) / 1024;
