@@ -139,7 +139,9 @@ void CheckInterrupt(uint64_t count_before)
 }
 
 InterruptScope::InterruptScope(environ_vx* env, bool enabled)
-    : env_(env), enabled_(enabled && IsMainThread() && interruptible_env.load() == nullptr)
+    : env_(env),
+      enabled_(enabled && IsMainThread() && interruptible_env.load() == nullptr),
+      count_before_(InterruptCount())
 {
     if (!enabled_) return;
     struct sigaction present = {};
@@ -162,7 +164,7 @@ InterruptScope::~InterruptScope()
     if (!enabled_) return;
     sigaction(SIGINT, &pythons_action, nullptr);
     interruptible_env.store(nullptr);
-    if (GetHaltFlag_vx(env_)) SetHaltFlag_vx(env_, 0);
+    if (InterruptCount() != count_before_) SetHaltFlag_vx(env_, 0);  // one that a program has set stays
 }
 
 // ---- Being in use ----

@@ -202,6 +202,7 @@ public:
 private:
     environ_vx* env_;
     bool enabled_;
+    uint64_t count_before_;
 };
 
 // Exceptions that handlers raised while the engine called them; rethrown when its call is over.

@@ -124,6 +124,15 @@ class Handlers(NetCase):
         self.app.ProgressHandler = lambda title, fraction: False
         self.assertLess(self.net.WriteRandomCases(self.app.NewMemoryStream("x.cas"), 1e9), 1e9)
 
+    def test_halt_flag_stays_until_withdrawn(self):
+        timer = threading.Timer(0.2, lambda: setattr(self.app, "HaltFlag", True))
+        timer.start()
+        self.assertLess(self.net.WriteRandomCases(self.app.NewMemoryStream("x.cas"), 1e9), 1e9)
+        timer.join()
+        self.assertTrue(self.app.HaltFlag)
+        self.app.HaltFlag = False
+        self.assertEqual(self.net.WriteRandomCases(self.app.NewMemoryStream("x.cas"), 10), 10)
+
     def test_handlers_may_call_back(self):
         seen = []
 
