@@ -139,12 +139,13 @@ TEST_F(WeakSpots, NetWithTooLargeATreeIsRead)
 {
     const double limit = LimitMemoryUsage_vx(64 << 20, w_.env);
     ResetPeak();
+    const int64_t before = LiveBytes();  // pools of handles keep what earlier nets took
     net_bn* net = Read(GridText(40));
     ASSERT_NE(net, nullptr);
     EXPECT_EQ(Error(), 0);
     EXPECT_EQ(GetNodeBeliefs_bn(GetNodeNamed_bn("N3_3", net)), nullptr);
     EXPECT_NE(Error(), 0);
-    EXPECT_LT(PeakBytes(), 68 << 20);
+    EXPECT_LT(PeakBytes() - before, 68 << 20);
     LimitMemoryUsage_vx(limit, w_.env);
 }
 
@@ -174,9 +175,10 @@ TEST_F(WeakSpots, FloodDropsWarningsFirst)
     EXPECT_EQ(Error(WARNING_SEVERITY), 6003);
     ClearErrors_vx(w_.env, INTERNAL_SEVERITY);
     NewError_vx(w_.env, 1, ERROR_SEVERITY, "the error that matters");
-    for (int i = 0; i < 10050; ++i) NewError_vx(w_.env, 2, WARNING_SEVERITY, "a warning");
+    NewError_vx(w_.env, 2, WARNING_SEVERITY, "a warning");
+    for (int i = 2; i < 10001; ++i) NewError_vx(w_.env, 3, ERROR_SEVERITY, "another error");
     EXPECT_NE(GetError_vx(w_.env, ERROR_SEVERITY, 1, nullptr), nullptr);
-    EXPECT_NE(GetError_vx(w_.env, NOTICE_SEVERITY, 5623, nullptr), nullptr);
+    EXPECT_EQ(GetError_vx(w_.env, WARNING_SEVERITY, 2, nullptr), nullptr);
     ClearErrors_vx(w_.env, INTERNAL_SEVERITY);
 }
 
