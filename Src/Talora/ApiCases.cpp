@@ -135,35 +135,35 @@ double GetCasesetSourceDegree_cs(const caseset_cs* cases, int index)
 
 int SetCaseFileDelimChar_vx(int newchar, environ_vx* env)
 {
-    return CallEnviron(__func__, env, -1, [&](environ_vx& environ) {
-        const int old = static_cast<unsigned char>(environ.case_delimiter);
+    return CallEnviron(__func__, env, -1, [&](environ_vx& the_env) {
+        const int old = static_cast<unsigned char>(the_env.case_delimiter);
         if (newchar == QUERY_CASE_CHAR) return old;
         if (newchar != ',' && newchar != ' ' && newchar != '\t')
             Fail(6546, "argument 'newchar' should be a comma, a space or a tab (it is %d)", newchar);
-        const bool needs_comma = environ.missing_char == 0 || environ.missing_char == ' ';
+        const bool needs_comma = the_env.missing_char == 0 || the_env.missing_char == ' ';
         if (newchar != ',' && needs_comma)
             Fail(
                 6547,
                 "argument 'newchar' should be a comma (it is %s), unless the missing data symbol is not a space or absent (it is %s)",
-                CharWord(newchar), CharWord(environ.missing_char));
-        environ.case_delimiter = static_cast<char>(newchar);
+                CharWord(newchar), CharWord(the_env.missing_char));
+        the_env.case_delimiter = static_cast<char>(newchar);
         return old;
     });
 }
 
 int SetMissingDataChar_vx(int newchar, environ_vx* env)
 {
-    return CallEnviron(__func__, env, -1, [&](environ_vx& environ) {
-        const int old = static_cast<unsigned char>(environ.missing_char);
+    return CallEnviron(__func__, env, -1, [&](environ_vx& the_env) {
+        const int old = static_cast<unsigned char>(the_env.missing_char);
         if (newchar == QUERY_CASE_CHAR) return old;
         if (newchar != 0 && newchar != ' ' && newchar != '*' && newchar != '?' && newchar != '-')
             Fail(6548, "argument 'newchar' should be 0, a space, '*', '?' or '-' (it is %d)", newchar);
-        if ((newchar == 0 || newchar == ' ') && environ.case_delimiter != ',')
+        if ((newchar == 0 || newchar == ' ') && the_env.case_delimiter != ',')
             Fail(
                 6549,
                 "argument 'newchar' cannot be absent (0) or a space (it is %s), unless the delimeter is a comma (it is %s)",
-                CharWord(newchar), CharWord(environ.case_delimiter));
-        environ.missing_char = static_cast<char>(newchar);
+                CharWord(newchar), CharWord(the_env.case_delimiter));
+        the_env.missing_char = static_cast<char>(newchar);
         return old;
     });
 }

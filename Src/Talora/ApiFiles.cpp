@@ -46,21 +46,21 @@ void CompileRead(Net& net)
 
 stream_vx* NewFileStream_vx(const char* filename, environ_vx* env, const char* access)
 {
-    return CallEnviron(__func__, env, static_cast<stream_vx*>(nullptr), [&](environ_vx& environ) {
+    return CallEnviron(__func__, env, static_cast<stream_vx*>(nullptr), [&](environ_vx& the_env) {
         if (filename == nullptr) Fail(5173, "in argument 'filename', bad file name passed; it %s", "is NULL");
         const std::string path = NarrowText(filename);
         if (const char* problem = FileNameProblem(path))
             Fail(5173, "in argument 'filename', bad file name passed; it %s", problem);
         CheckAccess(access);
-        return NewFileStream(environ, path);
+        return NewFileStream(the_env, path);
     });
 }
 
 stream_vx* NewMemoryStream_vx(const char* name, environ_vx* env, const char* access)
 {
-    return CallEnviron(__func__, env, static_cast<stream_vx*>(nullptr), [&](environ_vx& environ) {
+    return CallEnviron(__func__, env, static_cast<stream_vx*>(nullptr), [&](environ_vx& the_env) {
         CheckAccess(access);
-        return NewMemoryStream(environ, NarrowText(name));
+        return NewMemoryStream(the_env, NarrowText(name));
     });
 }
 

@@ -310,10 +310,11 @@ bool CaseFileReader::Fill()
     }
     if (end_ + kLinePadding >= block_.size()) {
         if (end_ >= kLongestCaseLine)
-            Fail(6503, "line %lld of case file '%s' is longer than %lld bytes", (long long)(lines_ + 1),
-                 Name().c_str(), (long long)kLongestCaseLine);
-        CheckMemory(double(block_.size()) * 2, "to read a line of %lld bytes from file '%s'", (long long)end_,
-                    Name().c_str());
+            Fail(6503, "line %lld of case file '%s' is longer than %lld bytes",
+                 static_cast<long long>(lines_ + 1), Name().c_str(),
+                 static_cast<long long>(kLongestCaseLine));
+        CheckMemory(double(block_.size()) * 2, "to read a line of %lld bytes from file '%s'",
+                    static_cast<long long>(end_), Name().c_str());
         block_.resize(block_.size() * 2);
     }
     const size_t got = bytes_.Read(block_.data() + end_, block_.size() - kLinePadding - end_);
@@ -323,7 +324,8 @@ bool CaseFileReader::Fill()
         FailWith(
             FILE_CND, 6504,
             "case file '%s' became shorter while it was being read (from %lld bytes to %lld), so its last case may be cut",
-            Name().c_str(), (long long)size_, (long long)(block_position_ + static_cast<int64_t>(end_)));
+            Name().c_str(), static_cast<long long>(size_),
+            static_cast<long long>(block_position_ + static_cast<int64_t>(end_)));
     return !ended_;
 }
 
@@ -411,7 +413,7 @@ void CaseFileReader::TakeComment(CaseLine& line, size_t begin)
     do {
         if (!NextLine(line))
             Fail(6507, "comment that begins on line %lld of case file '%s' does not end",
-                 (long long)first_line, Name().c_str());
+                 static_cast<long long>(first_line), Name().c_str());
         end = line.text.find("*/");
     } while (end == std::string_view::npos);
     line.position += static_cast<int64_t>(end) + 2;
@@ -440,7 +442,7 @@ void CaseFileReader::CheckEntries(const CaseLine& line, int most) const
     for (int i = 0; i < count; ++i)
         if (splitter.Entry(i).size() > kLongestCaseEntry)
             Fail(6557, "entry is too long (%lld bytes, maximum is %lld), in %s",
-                 (long long)splitter.Entry(i).size(), (long long)kLongestCaseEntry,
+                 static_cast<long long>(splitter.Entry(i).size()), static_cast<long long>(kLongestCaseEntry),
                  PlaceText(PlaceOf(line, 0, splitter.Character(i))).c_str());
 }
 

@@ -213,7 +213,7 @@ INSTANTIATE_TEST_SUITE_P(Corpus, OracleTest,
                          testing::Values("asia", "cancer", "earthquake", "survey", "sachs", "child",
                                          "insurance", "alarm", "hailfinder", "win95pts", "hepar2", "andes",
                                          "pathfinder", "water", "pigs", "munin1"),
-                         [](const auto& info) { return std::string(info.param); });
+                         [](const auto& row) { return std::string(row.param); });
 
 // State values: means and deviations of discrete nodes with levels and of discretised nodes.
 TEST(ExpectedValueOracleTest, MeansAndDeviations)

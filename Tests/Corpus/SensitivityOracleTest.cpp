@@ -91,7 +91,7 @@ TEST_P(SensitivityOracleTest, Beliefs)
 INSTANTIATE_TEST_SUITE_P(Nets, SensitivityOracleTest,
                          testing::Values("asia", "child", "insurance", "alarm", "hailfinder", "hepar2",
                                          "win95pts"),
-                         [](const auto& info) { return std::string(info.param); });
+                         [](const auto& row) { return std::string(row.param); });
 
 class RealValueOracleTest : public SensitivityOracleTest {};
 

@@ -184,9 +184,9 @@ TEST_P(EveryOperation, MayFailWhileMemoryIsOut)
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(All, EveryOperation, testing::ValuesIn(FileScenarios()), [](const auto& info) {
+INSTANTIATE_TEST_SUITE_P(All, EveryOperation, testing::ValuesIn(FileScenarios()), [](const auto& row) {
     std::string name;
-    for (const char c : std::string(info.param.label)) name += isalnum(c) ? c : '_';
+    for (const char c : std::string(row.param.label)) name += isalnum(c) ? c : '_';
     return name;
 });
 

@@ -179,9 +179,9 @@ TEST_P(EveryAllocation, GivesARecordAndLosesNothing)
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(All, EveryAllocation, testing::ValuesIn(AllScenarios()), [](const auto& info) {
+INSTANTIATE_TEST_SUITE_P(All, EveryAllocation, testing::ValuesIn(AllScenarios()), [](const auto& row) {
     std::string name;
-    for (const char c : std::string(info.param.label)) name += isalnum(c) ? c : '_';
+    for (const char c : std::string(row.param.label)) name += isalnum(c) ? c : '_';
     return name;
 });
 
