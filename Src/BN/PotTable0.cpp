@@ -280,10 +280,11 @@ void WriteFamily(const FamilyRequest& request, float* entries)
     std::vector<float> probs;
     int64_t row = walk.first_row, place = 0;
     do {
-        const float* numbers = table + row;
-        if (table == nullptr || !std::all_of(numbers, numbers + num_states, [](float p) { return p >= 0; })) {
+        const float* numbers = table == nullptr ? nullptr : table + row;
+        if (numbers == nullptr ||
+            !std::all_of(numbers, numbers + num_states, [](float p) { return p >= 0; })) {
             probs.resize(size_t(num_states));
-            ReadRow(table == nullptr ? nullptr : numbers, num_states, probs.data());
+            ReadRow(numbers, num_states, probs.data());
             numbers = probs.data();
         }
         float* entry = entries + place;
