@@ -61,6 +61,7 @@ void CheckMemory(double bytes, const char* format, ...)
     va_list values;
     va_start(values, format);
     FailOutOfMemoryV(format, values);
+    va_end(values);
 }
 
 ByteBuffer::~ByteBuffer()

@@ -98,7 +98,8 @@ void MakeNodeOf(Net& net, const std::string& name, const ColumnSurvey& survey, s
         std::string state = RepairName(word);
         for (int i = 2; !used.insert(state).second; ++i) {
             const std::string ending = "_" + std::to_string(i);
-            state = state.substr(0, static_cast<size_t>(kMaxNameLength) - ending.size()) + ending;
+            state.resize(std::min(state.size(), static_cast<size_t>(kMaxNameLength) - ending.size()));
+            state += ending;
         }
         names.push_back(state);
     }

@@ -162,6 +162,7 @@ class ScratchFile {
 public:
     ScratchFile()
     {
+        // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing in the library changes the environment
         const char* folder = std::getenv("TMPDIR");
         path_ = std::string(folder && *folder ? folder : "/tmp") + "/talora-cases-XXXXXX";
         const int file = mkstemp(path_.data());
