@@ -127,12 +127,11 @@ std::string Digits(double value, int digits)
 }
 
 Svg::Svg(double width, double height, std::string_view title, std::string_view description)
-{
-    markup_ = "<svg xmlns=\"http://www.w3.org/2000/svg\" role=\"img\" viewBox=\"0 0 " + Coordinate(width) +
+    : markup_("<svg xmlns=\"http://www.w3.org/2000/svg\" role=\"img\" viewBox=\"0 0 " + Coordinate(width) +
               " " + Coordinate(height) + "\"" + Attribute("width", width) + Attribute("height", height) +
               Attribute("aria-label", title) + ">\n<title>" + EscapeMarkup(title) + "</title>\n<desc>" +
-              EscapeMarkup(description) + "</desc>\n";
-}
+              EscapeMarkup(description) + "</desc>\n")
+{}
 
 void Svg::Line(Point from, Point to, std::string_view style)
 {
