@@ -119,7 +119,7 @@ void CaseSampler::Draw(const RandomSource& random)
         return;
     }
     try {
-        for (double tries = 1;; ++tries) {
+        for (int64_t tries = 1;; ++tries) {
             bool accepted = false;
             {
                 const RandomScope guard(random.lock);
@@ -127,7 +127,7 @@ void CaseSampler::Draw(const RandomSource& random)
             }
             ++e.num_tries;
             if (accepted) return;
-            e.Reject(tries);
+            e.Reject(double(tries));
         }
     } catch (const Unwind& unwind) {
         FailToSimulate(unwind);

@@ -113,7 +113,7 @@ Secret AskPassword(const char* question)
     }
     buffer[sizeof buffer - 1] = '\0';
     const size_t length = given ? strlen(buffer) : 0;
-    const Secret password = length > 0 ? Secret(std::string_view(buffer, length)) : Secret();
+    Secret password = length > 0 ? Secret(std::string_view(buffer, length)) : Secret();
     Wipe(buffer, sizeof buffer);
     return password;
 }
