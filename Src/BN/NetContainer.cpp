@@ -160,7 +160,7 @@ void CheckField(int number, uint64_t stored, uint64_t found, const FilePlace& pl
 Secret PasswordFor(const CipherDef& cipher, const Stream& stream)
 {
     if (!cipher.needs_password) return Secret(kSimplePassword);
-    const Secret password =
+    Secret password =
         stream.password.IsSet() ? stream.password : AskPassword("This file is encrypted.  Enter password:");
     if (!password.IsSet())
         FailWith(FILE_CND, 6858, "no password entered, so can't read encrypted file '%s'",

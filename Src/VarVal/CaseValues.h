@@ -82,7 +82,6 @@ private:
     int changes_ = 0;
     std::array<bool, NUM_SITUATIONS> skip_all_{};
     std::array<bool, NUM_SITUATIONS> fit_all_{};
-    bool told_unreadable_ = false;
 };
 
 }  // namespace talora
