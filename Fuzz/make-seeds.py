@@ -152,6 +152,63 @@ TEXTS = ["1", "-0.0", ".5", "1e308", "1e309", "1e-320", "1e-400", "1234567890123
          "%s %n %d", "\u00e9\u20ac\U0001F600", "x" * 600, "\x1b[31m", "word1 = \"text\";", "/* open"]
 
 
+ARGUMENTS = {
+    "state": ["-f", "A=yes"], "states": ["-f", "A=no", "--finding", "B=#2", "-fC=#1"],
+    "not": ["--not", "B=low", "--not", "B=middle"], "all-ruled-out": ["--not", "A=no", "--not", "A=yes"],
+    "likelihood": ["--likelihood", "B=0.2,0.5,1"], "likelihood-signs": ["--likelihood", "A=+1,-0.5"],
+    "likelihood-count": ["--likelihood", "A=1,2,3"], "likelihood-text": ["--likelihood=A=1,,x"],
+    "value": ["--value", "C=1.75", "--value", "R=-1e300"], "value-outside": ["--value", "C=11"],
+    "value-text": ["--value", "C=nan"], "case": ["--findings", "abc"], "third": ["--findings", "abc", "--case", "3"],
+    "no-case": ["--findings", "abc", "--case", "99"], "case-0": ["--findings", "abc", "--case", "0"],
+    "no-file": ["--findings", "abcde"], "saved": ["--no-saved-findings", "-f", "E=y"],
+    "saved-contradicted": ["-f", "E=y"], "constant": ["-f", "K=off", "-f", "U=#0", "-f", "W=go"],
+    "misspelt": ["-f", "a=yes"], "no-state": ["-f", "D=#2"], "form": ["-f", "=yes"], "inconsistent": ["-f", "A=yes", "-f", "B=low"],
+    "help": ["--help"], "terminal": ["-f", "A=\x1b[31m"], "wide": [b"-f", b"A=\xff\xfey"], "unknown": ["--nothing"],
+}
+
+
+def arguments():
+    return {name: b"\n".join(a if isinstance(a, bytes) else a.encode() for a in given)
+            for name, given in ARGUMENTS.items()}
+
+
+UNIFORM, CERTAIN, IMPOSSIBLE, MISSING, ZEROS, NEARLY, PARTLY, WEIGHTS = range(8)
+POSITIVE, NEGATIVE, LIKELIHOOD, RETRACT, COMPARE, CONFIGURATION = range(6)
+
+
+def inference(nodes, steps, way=0, is_reversed=0):
+    """Nodes are (number of states, bits of the parents, rows), steps are bytes."""
+    out = [0, len(nodes) - 1, is_reversed]
+    for states, parents, rows in nodes:
+        out += [states - 1, parents] + rows
+    return bytes(out + [way] + sum(map(list, steps), []))
+
+
+def inferences():
+    pair = [(2, 0, [WEIGHTS, 1, 3]), (3, 1, [WEIGHTS, 2, 1, 1, WEIGHTS, 0, 1, 3])]
+    certain = [(2, 0, [WEIGHTS, 1, 1]), (2, 1, [CERTAIN, CERTAIN + 16])]
+    loop = [(2, 0, [WEIGHTS, 1, 3])] + [(2, 1, [WEIGHTS, 1, 4, WEIGHTS, 5, 1])] * 2 + [
+        (2, 6, [WEIGHTS, 1, 9, WEIGHTS, 2, 1, CERTAIN, WEIGHTS, 7, 3])]
+    chain = [(4, 0, [WEIGHTS, 1, 2, 3, 4])] + [(4, 1 << k, [WEIGHTS, 9, 2, k, 1] * 4) for k in range(5)]
+    enter = [(POSITIVE, 1, 1), (COMPARE, 0), (RETRACT, 1), (NEGATIVE, 1, 0), (LIKELIHOOD, 0, 0, 255, 20)]
+    best = [(CONFIGURATION + 6 * nth, 0) for nth in range(5)]
+    files = {
+        "one": inference([(1, 0, [CERTAIN])], []), "pair": inference(pair, enter), "best": inference(pair, best),
+        "no-tables": inference([(3, 64, []), (4, 65, [])], enter + best),
+        "impossible-row": inference([pair[0], (2, 1, [IMPOSSIBLE, CERTAIN])], enter),
+        "zero-row": inference([pair[0], (2, 1, [ZEROS, CERTAIN])], [(POSITIVE, 0, 0)]),
+        "missing": inference([pair[0], (3, 1, [MISSING, PARTLY, 1, 2, 3])], enter + best),
+        "all-impossible": inference([(2, 0, [IMPOSSIBLE]), (2, 1, [CERTAIN, CERTAIN])], enter + best),
+        "inconsistent": inference(certain, [(POSITIVE, 0, 0), (POSITIVE, 1, 1), (COMPARE, 0), (RETRACT, 0)]),
+        "refused": inference(certain, [(POSITIVE, 0, 0), (POSITIVE, 1, 1), (NEGATIVE, 1, 0)], way=1),
+        "nearly": inference([pair[0], (4, 1, [NEARLY, NEARLY + 32])], enter, way=1),
+        "loop": inference(loop, enter + best), "loop-auto": inference(loop, enter, way=1),
+        "loop-order": inference(loop, enter, way=0x16), "loop-reversed": inference(loop, enter, 0, 1),
+        "chain": inference(chain, enter + best), "chain-order": inference(chain, enter * 2, way=0x23),
+    }
+    return files
+
+
 def write(target, files):
     folder = FOLDER / "Seeds" / target
     shutil.rmtree(folder, ignore_errors=True)
@@ -164,5 +221,7 @@ write("NetTextFuzz", text_nets())
 write("ContainerFuzz", containers())
 write("PayloadFuzz", payloads())
 write("CaseFileFuzz", cases())
+write("CommandFuzz", arguments())
+write("InferenceFuzz", inferences())
 write("TextFuzz", {f"text-{i:02}": text.encode() for i, text in enumerate(TEXTS)} | {
     "wide": "w\u00efde \U0001F600".encode("utf-16-le"), "bad-utf8": b"a\xc3(\xe2\x82\xf0\x9f\x98"})
