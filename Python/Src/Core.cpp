@@ -213,7 +213,7 @@ NetUse::~NetUse()
 App::App(const OptionalText& name, const OptionalText& location)
 {
     py::gil_scoped_release released;
-    char message[MESG_LEN_vx] = "";
+    char words[MESG_LEN_vx] = "";
     environ_vx* made = NewTaloraEnviron_vx(OrNull(name), OrNull(location));
     if (made == nullptr) {
         std::string reason = "no more environments can be opened";
@@ -221,9 +221,9 @@ App::App(const OptionalText& name, const OptionalText& location)
             reason = ErrorMessage_vx(record);
         throw std::runtime_error(reason);
     }
-    if (InitTalora2_bn(made, message) < 0) {
+    if (InitTalora2_bn(made, words) < 0) {
         CloseTalora_bn(made, nullptr);
-        throw std::runtime_error(message);
+        throw std::runtime_error(words);
     }
     SetMessageFlavor_vx(made, "automation");
     SetRepeatMode_vx(made, 3);  // Python's filters say which warnings are repeated
