@@ -458,8 +458,7 @@ bool Propagation::Engine::MultiplyFamilies(int p, bool with_findings, float* ent
     own_sizes.clear();
     for (uint64_t rest = axes; rest != 0; rest &= rest - 1)
         own_sizes.push_back(sizes[size_t(std::countr_zero(rest))]);
-    output_scopes.push_back({(uint64_t{2} << (own_sizes.size() - 1)) - 1, -1});
-    if (own_sizes.empty()) output_scopes.back().axes = 0;
+    output_scopes.push_back({own_sizes.empty() ? 0 : (uint64_t{2} << (own_sizes.size() - 1)) - 1, -1});
     for (SweepScope& scope : factor_scopes) scope.axes = Compress(scope.axes, axes);
     const SweepPlan& plan = *plans.Find(own_sizes, factor_scopes, output_scopes);
     if (!RunSweep(plan, factor_entries, {}, 1, scratch)) return false;
