@@ -44,7 +44,7 @@ class TextsTest(unittest.TestCase):
         cls.work = pathlib.Path(cls.folder.name)
         shutil.copy(CLINIC, cls.work / "net.dne")
         (cls.work / "plain").touch()
-        subprocess.run([COMMAND, "--manual", cls.work / "texts"], check=True, timeout=60)
+        subprocess.run([COMMAND, "--manual", cls.work / "texts"], check=True, timeout=300)
         cls.share = cls.work / "texts" / "share"
         cls.environment = dict(os.environ, PATH=f"{COMMAND.parent}:{os.environ['PATH']}", HOME=str(cls.work),
                                XDG_CONFIG_HOME=str(cls.work), XDG_DATA_HOME=str(cls.work), TERM="dumb", LC_ALL="C.UTF-8")
@@ -55,7 +55,7 @@ class TextsTest(unittest.TestCase):
 
     def run_shell(self, *command):
         done = subprocess.run([str(word) for word in command], cwd=self.work, env=self.environment,
-                              capture_output=True, text=True, timeout=60, stdin=subprocess.DEVNULL)
+                              capture_output=True, text=True, timeout=300, stdin=subprocess.DEVNULL)
         self.assertEqual(done.stderr, "", command)
         return done.stdout
 
