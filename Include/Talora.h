@@ -544,7 +544,7 @@ TALORA_API void SetNodeTable_bn(node_bn* node, const prob_bn* probs, int64_t num
 TALORA_API const prob_bn* GetNodeTable_bn(const node_bn* node, int64_t* num_entries);
 TALORA_API bool_vx IsMissingProb_bn(prob_bn entry);    /**< not yet given */
 TALORA_API bool_vx IsImpossibleProb_bn(prob_bn entry); /**< parent states cannot occur together */
-TALORA_API prob_bn GetMissingProb_bn(void); /**< the entry that stands for one not yet given */
+TALORA_API prob_bn GetMissingProb_bn(void);            /**< the entry that stands for one not yet given */
 /** Product of the state counts of the node and its parents (saturating at 1.8e305). */
 TALORA_API double SizeNodeTable_bn(const node_bn* node);
 

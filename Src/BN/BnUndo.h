@@ -83,8 +83,8 @@ size_t HeapBytes(const std::vector<T, Allocator>& values) noexcept
     return total;
 }
 
-// Exchanges two texts, one of them a field of the net.  Threads that look for a net read its name with only the
-// environment's list held.
+// Exchanges two texts, one of them a field of the net.  Threads that look for a net read its name with only
+// the environment's list held.
 void ExchangeText(Net& net, std::string& field, std::string& other) noexcept;
 
 // ---- Records ----

@@ -181,11 +181,11 @@ struct net_bn {
     std::unique_ptr<talora::CompiledNet, talora::CompiledNetDeleter> compiled;
     std::unique_ptr<talora::NetQueries, talora::NetQueriesDeleter> queries;
     std::unique_ptr<talora::ConfigSearch, talora::ConfigSearchDeleter> config_search;
-    uint64_t update_count = 0;               // fresh number whenever cached results become stale
-    uint64_t label_counter = 100;            // unique labels of graph walks
-    std::unique_ptr<talora::UndoList> undo;  // null until undo is first turned on
-    bool changed = false;                    // since it was read or written
-    talora::Secret password;                 // for writing it encrypted
+    uint64_t update_count = 0;                     // fresh number whenever cached results become stale
+    uint64_t label_counter = 100;                  // unique labels of graph walks
+    std::unique_ptr<talora::UndoList> undo;        // null until undo is first turned on
+    bool changed = false;                          // since it was read or written
+    talora::Secret password;                       // for writing it encrypted
     std::atomic<randgen_vx*> random_gen{nullptr};  // the caller's, or null for the environment's
     void* user_data = nullptr;
     std::string report;               // text given out last

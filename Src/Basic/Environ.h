@@ -65,7 +65,8 @@ struct environ_vx {
     std::atomic<talora::EnvironState> state{talora::CREATED_ENV};
     std::atomic<void*> user_data{nullptr};
     std::atomic<int> report_limit{1000};  // reports shown per thread
-    std::mutex mutex;  // guards the lists below, which functions on different nets change, and the nets' names
+    std::mutex
+        mutex;  // guards the lists below, which functions on different nets change, and the nets' names
     std::vector<net_bn*> nets;
     std::vector<nodelist_bn*> lists;  // made for callers
     std::vector<stream_vx*> streams;
@@ -75,7 +76,8 @@ struct environ_vx {
     std::vector<learner_bn*> learners;
 
     talora::RandomState random = talora::SeededState(0);  // the default generator, under RandomLock
-    std::atomic<bool> reproducible{false};  // seeds from the clock become a mere count; files tell no time of writing
+    std::atomic<bool> reproducible{
+        false};  // seeds from the clock become a mere count; files tell no time of writing
 
     std::string name;
     bool remote = false;
@@ -93,7 +95,7 @@ struct environ_vx {
     talora::Handler<message_handler_vx> message_handler;
     talora::Handler<password_handler_vx> password_handler;
 
-    std::atomic<char> file_cipher{'G'};            // what encrypted files are written with, see BN/NetCipher.h
+    std::atomic<char> file_cipher{'G'};  // what encrypted files are written with, see BN/NetCipher.h
     std::atomic<int> max_key_iterations{2000000};  // of files that are read: a file may not ask for more work
 };
 

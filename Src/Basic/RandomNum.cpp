@@ -64,8 +64,9 @@ RecursiveLock& RandomLock()
 RandomScope::RandomScope(RecursiveLock* lock) : lock_(lock)
 {
     if (lock_ != nullptr && !lock_->Enter())
-        Fail(5683,
-             "can't wait for the default random generator, because the thread that is using it is itself waiting for this one");
+        Fail(
+            5683,
+            "can't wait for the default random generator, because the thread that is using it is itself waiting for this one");
 }
 
 RandomScope::~RandomScope()

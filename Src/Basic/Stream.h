@@ -48,8 +48,8 @@ public:
     explicit ByteSource(const std::string& path);
     // Of bytes that outlive it.  A read gives at most so many of them, however many it asks for.
     static ByteSource OfBytes(std::string_view bytes, size_t most_at_once = SIZE_MAX);
-    size_t Read(char* bytes, size_t count);             // 0 at the end
-    void GoTo(int64_t position);  // counted in bytes from the beginning; behind the end: the end
+    size_t Read(char* bytes, size_t count);  // 0 at the end
+    void GoTo(int64_t position);             // counted in bytes from the beginning; behind the end: the end
     int64_t SizeHint() const;
 
 private:

@@ -155,8 +155,8 @@ private:
 // The mark to roll back to if a call fails that begins now.
 uint64_t CallMark() noexcept;
 void RollBackCall(uint64_t mark) noexcept;
-// A call ends: the steps opened in it are kept.  Those of the calls around it, in one of whose handlers it was
-// made, stay open.
+// A call ends: the steps opened in it are kept.  Those of the calls around it, in one of whose handlers it
+// was made, stay open.
 const UndoList* OpenedByCalls() noexcept;
 void EndCalls(const UndoList* opened_before = nullptr) noexcept;
 

@@ -41,6 +41,21 @@ bool WasDeleted(const T* object, HandleKind kind)
     return (object->header.Tag() & (kKindMask | kDeletedFlag)) == (kind | kDeletedFlag);
 }
 
+// Whether the call under way has the lock kept with an object, or a call in whose handlers it is made.
+bool IsLocked(const RecursiveLock* lock)
+{
+    const CallLocks* call = ThisThread().locks;
+    return lock == nullptr || call == nullptr || CallLocks::IsUsed(call, lock);
+}
+
+// An object that lives although the call does not have its lock was dead when the call looked for its locks;
+// another thread has brought it back since, or put another one in its place.  It counts as dead.
+template <class T>
+bool IsUsable(const T* object, HandleKind kind)
+{
+    return IsLive(object, kind) && IsLocked(LockOf(object));
+}
+
 bool NeedsMemory(const char* function)
 {
     static constexpr const char* kFrees[] = {"Delete",    "Close", "Clear", "Limit", "Retract",
@@ -64,7 +79,7 @@ void CheckHandle(const net_bn* net)
 {
     if (!Checks()) return;
     if (net == nullptr) Fail(5104, "NULL passed for >-Bnet");
-    if (!IsLive(net, NET_TYPE)) Fail(5143, "deleted or damaged >-Bnet passed");
+    if (!IsUsable(net, NET_TYPE)) Fail(5143, "deleted or damaged >-Bnet passed");
     if (IsRemote(net->env))
         Fail(
             5153,
@@ -76,7 +91,7 @@ void CheckHandle(const node_bn* node)
     if (!Checks()) return;
     if (node == nullptr) Fail(5105, "NULL passed for >-Bnode");
     if (WasDeleted(node, NODE_TYPE)) Fail(5184, "deleted >-Bnode passed");
-    if (!IsLive(node, NODE_TYPE)) Fail(5144, "deleted or damaged >-Bnode passed");
+    if (!IsUsable(node, NODE_TYPE)) Fail(5144, "deleted or damaged >-Bnode passed");
     if (IsRemote(node->net->env))
         Fail(
             5154,
@@ -94,7 +109,7 @@ void CheckHandle(const stream_vx* stream)
 {
     if (!Checks()) return;
     if (stream == nullptr) Fail(5108, "NULL passed for >-FileSpec");
-    if (!IsLive(stream, STREAM_TYPE)) Fail(5147, "deleted or damaged >-FileSpec passed");
+    if (!IsUsable(stream, STREAM_TYPE)) Fail(5147, "deleted or damaged >-FileSpec passed");
     if (IsRemote(stream->env))
         Fail(
             5156,
@@ -112,42 +127,42 @@ void CheckHandle(const randgen_vx* generator)
 {
     if (!Checks()) return;
     if (generator == nullptr) Fail(6419, "NULL passed for >-RandGen");
-    if (!IsLive(generator, RANDGEN_TYPE)) Fail(6420, "deleted or damaged >-RandGen passed");
+    if (!IsUsable(generator, RANDGEN_TYPE)) Fail(6420, "deleted or damaged >-RandGen passed");
 }
 
 void CheckHandle(const caseset_cs* cases)
 {
     if (!Checks()) return;
     if (cases == nullptr) Fail(6500, "NULL passed for the >-caseset_cs");
-    if (!IsLive(cases, CASESET_TYPE)) Fail(6501, "deleted or damaged >-caseset_cs passed");
+    if (!IsUsable(cases, CASESET_TYPE)) Fail(6501, "deleted or damaged >-caseset_cs passed");
 }
 
 void CheckHandle(const dbmgr_cs* manager)
 {
     if (!Checks()) return;
     if (manager == nullptr) Fail(6720, "NULL passed for >-DBmgr");
-    if (!IsLive(manager, DBMGR_TYPE)) Fail(6721, "deleted or damaged >-DBmgr passed");
+    if (!IsUsable(manager, DBMGR_TYPE)) Fail(6721, "deleted or damaged >-DBmgr passed");
 }
 
 void CheckHandle(const learner_bn* learner)
 {
     if (!Checks()) return;
     if (learner == nullptr) Fail(6580, "NULL passed for >-learner_bn");
-    if (!IsLive(learner, LEARNER_TYPE)) Fail(6581, "deleted or damaged >-learner_bn passed");
+    if (!IsUsable(learner, LEARNER_TYPE)) Fail(6581, "deleted or damaged >-learner_bn passed");
 }
 
 void CheckHandle(const tester_bn* tester)
 {
     if (!Checks()) return;
     if (tester == nullptr) Fail(6730, "argument 'test' is NULL (i.e. 0)");
-    if (!IsLive(tester, TESTER_TYPE)) Fail(6731, "deleted or damaged tester_bn passed");
+    if (!IsUsable(tester, TESTER_TYPE)) Fail(6731, "deleted or damaged tester_bn passed");
 }
 
 void CheckHandle(const sensv_bn* sensv)
 {
     if (!Checks()) return;
     if (sensv == nullptr) Fail(6780, "NULL passed for >-Sensv");
-    if (!IsLive(sensv, SENSV_TYPE)) Fail(6781, "deleted or damaged >-Sensv passed");
+    if (!IsUsable(sensv, SENSV_TYPE)) Fail(6781, "deleted or damaged >-Sensv passed");
 }
 
 void CheckEnviron(const environ_vx* env)
@@ -171,10 +186,17 @@ bool WasClosed(const environ_vx* env)
 
 void CheckListEntries(const nodelist_bn* list)
 {
+    const RecursiveLock* first = nullptr;
+    bool of_several_nets = false;  // which no function works on, and which are not all locked
     for (size_t i = 0; i < list->nodes.size(); ++i) {
         const node_bn* node = list->nodes[i];
         if (node == nullptr) Fail(5150, ">-Bnodes passed contains a NULL (entry %d)", int(i));
-        if (IsLive(node, NODE_TYPE)) continue;
+        const RecursiveLock* lock = LockOf(node);
+        if (first == nullptr) first = lock;
+        if (lock != nullptr && (IsLocked(lock) || of_several_nets)) {
+            of_several_nets |= lock != first;
+            continue;
+        }
         if (WasDeleted(node, NODE_TYPE))
             Fail(5152, ">-Bnodes passed contains a deleted >-Bnode (the %s one)",
                  Ordinal(int64_t(i) + 1).c_str());
@@ -237,11 +259,11 @@ environ_vx* EnvironOf(const environ_vx* env)
 }
 environ_vx* EnvironOf(const net_bn* net)
 {
-    return IsLive(net, NET_TYPE) ? net->env : DefaultEnviron();
+    return IsUsable(net, NET_TYPE) ? net->env : DefaultEnviron();
 }
 environ_vx* EnvironOf(const node_bn* node)
 {
-    return IsLive(node, NODE_TYPE) ? node->net->env : DefaultEnviron();
+    return IsUsable(node, NODE_TYPE) ? node->net->env : DefaultEnviron();
 }
 environ_vx* EnvironOf(const nodelist_bn* list)
 {
@@ -249,7 +271,7 @@ environ_vx* EnvironOf(const nodelist_bn* list)
 }
 environ_vx* EnvironOf(const stream_vx* stream)
 {
-    return IsLive(stream, STREAM_TYPE) ? stream->env : DefaultEnviron();
+    return IsUsable(stream, STREAM_TYPE) ? stream->env : DefaultEnviron();
 }
 environ_vx* EnvironOf(const report_vx* report)
 {
@@ -257,28 +279,28 @@ environ_vx* EnvironOf(const report_vx* report)
 }
 environ_vx* EnvironOf(const randgen_vx* generator)
 {
-    return IsLive(generator, RANDGEN_TYPE) ? generator->env : DefaultEnviron();
+    return IsUsable(generator, RANDGEN_TYPE) ? generator->env : DefaultEnviron();
 }
 
 environ_vx* EnvironOf(const caseset_cs* cases)
 {
-    return IsLive(cases, CASESET_TYPE) ? cases->env : DefaultEnviron();
+    return IsUsable(cases, CASESET_TYPE) ? cases->env : DefaultEnviron();
 }
 environ_vx* EnvironOf(const dbmgr_cs* manager)
 {
-    return IsLive(manager, DBMGR_TYPE) ? manager->env : DefaultEnviron();
+    return IsUsable(manager, DBMGR_TYPE) ? manager->env : DefaultEnviron();
 }
 environ_vx* EnvironOf(const learner_bn* learner)
 {
-    return IsLive(learner, LEARNER_TYPE) ? learner->env : DefaultEnviron();
+    return IsUsable(learner, LEARNER_TYPE) ? learner->env : DefaultEnviron();
 }
 environ_vx* EnvironOf(const tester_bn* tester)
 {
-    return IsLive(tester, TESTER_TYPE) ? tester->net->env : DefaultEnviron();
+    return IsUsable(tester, TESTER_TYPE) ? tester->net->env : DefaultEnviron();
 }
 environ_vx* EnvironOf(const sensv_bn* sensv)
 {
-    return IsLive(sensv, SENSV_TYPE) ? sensv->net->env : DefaultEnviron();
+    return IsUsable(sensv, SENSV_TYPE) ? sensv->net->env : DefaultEnviron();
 }
 
 // ---- Other arguments ----

@@ -198,7 +198,8 @@ void SetEnvironUserData_vx(environ_vx* env, void* data)
 
 void* GetEnvironUserData_vx(environ_vx* env)
 {
-    return CallEnviron(__func__, env, static_cast<void*>(nullptr), [](environ_vx& e) { return e.user_data.load(); });
+    return CallEnviron(__func__, env, static_cast<void*>(nullptr),
+                       [](environ_vx& e) { return e.user_data.load(); });
 }
 
 double GetUndefDbl_vx(void)

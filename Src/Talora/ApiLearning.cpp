@@ -74,7 +74,7 @@ double GetLearnerMaxTol_bn(const learner_bn* learner)
 
 void SetLearnerRandomGen_bn(learner_bn* learner, randgen_vx* generator)
 {
-    CallApi(__func__, learner, [&] {
+    CallApi(__func__, With(learner, Read(generator)), [&] {
         if (generator != nullptr) {
             CheckHandle(generator);
             if (generator->env != learner->env)
