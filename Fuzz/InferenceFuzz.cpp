@@ -158,6 +158,7 @@ void CompareConfiguration(const Case& c, const Answers& answers, int nth)
     std::vector<state_bn> setting(c.nodes.size(), UNDEF_STATE);
     const double log_prob = MostProbableConfig_bn(c.net, setting.data(), nth);
     const int error = fuzz::TakenError();
+    if (fuzz::Input::WasHalted()) return;
     if (answers.total == 0) {
         Check(IsContradiction(error), "nothing possible has no most probable configuration");
         return;

@@ -51,6 +51,36 @@ void ReleaseEnviron(environ_vx* env) noexcept
     std::lock_guard guard(all.mutex);
     all.open.erase(std::remove(all.open.begin(), all.open.end(), env), all.open.end());
     default_environ.store(all.open.empty() ? nullptr : all.open.back());
+    if (env->num_pins == 0) return all.pool.Release(env);
+    env->header.SetTag(ENVIRON_TYPE | kDeletedFlag);
+    env->is_closed = true;
+}
+
+environ_vx* PinEnviron(const environ_vx* env) noexcept
+{
+    Environs& all = All();
+    std::lock_guard guard(all.mutex);
+    const auto found = std::find(all.open.begin(), all.open.end(), env);
+    if (found == all.open.end()) return nullptr;
+    ++(*found)->num_pins;
+    return *found;
+}
+
+environ_vx* PinDefaultEnviron() noexcept
+{
+    Environs& all = All();
+    std::lock_guard guard(all.mutex);
+    if (all.open.empty()) return nullptr;
+    ++all.open.back()->num_pins;
+    return all.open.back();
+}
+
+void UnpinEnviron(environ_vx* env) noexcept
+{
+    Environs& all = All();
+    std::lock_guard guard(all.mutex);
+    if (--env->num_pins > 0 || !env->is_closed) return;
+    ClearReportsOf(env);  // what the calls have told since
     all.pool.Release(env);
 }
 

@@ -64,6 +64,8 @@ struct environ_vx {
     talora::HandleHeader header;
     std::atomic<talora::EnvironState> state{talora::CREATED_ENV};
     std::atomic<void*> user_data{nullptr};
+    int num_pins = 0;                     // see PinEnviron
+    bool is_closed = false;               // released but for the pins
     std::atomic<int> report_limit{1000};  // reports shown per thread
     std::mutex
         mutex;  // guards the lists below, which functions on different nets change, and the nets' names
@@ -105,6 +107,12 @@ namespace talora {
 environ_vx* NewEnviron();                       // at most MAX_NUM_ENVIROS
 void ReleaseEnviron(environ_vx* env) noexcept;  // the record alone
 environ_vx* DefaultEnviron();                   // null when none is open
+// For calls that hold no lock which closing would wait for: the record of an environment that is open stays
+// until the last call has unpinned it, though the environment may be closed meanwhile.  Null if it is not
+// open.
+environ_vx* PinEnviron(const environ_vx* env) noexcept;
+environ_vx* PinDefaultEnviron() noexcept;
+void UnpinEnviron(environ_vx* env) noexcept;
 
 int CheckingLevel();  // 1 to 4, whole library
 void SetCheckingLevel(int level);

@@ -28,7 +28,15 @@ struct environ_vx;
 
 namespace talora {
 
-enum Severity { NULL_SEV, FALSE_ALERT_SEV, REPORT_SEV, NOTICE_SEV, WARNING_SEV, ERROR_SEV, INTERNAL_SEV };
+enum Severity : int {
+    NULL_SEV,
+    FALSE_ALERT_SEV,
+    REPORT_SEV,
+    NOTICE_SEV,
+    WARNING_SEV,
+    ERROR_SEV,
+    INTERNAL_SEV
+};
 
 enum Disposition { NOTDISP_ERR, PRINTED_ERR, SOUNDED_ERR, DIALOGED_ERR, NUM_DISPLAY_ERR };
 

@@ -18,6 +18,13 @@
 #include <vector>
 
 #if defined(__SANITIZE_ADDRESS__)
+#define TALORA_HAS_POISON 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define TALORA_HAS_POISON 1
+#endif
+#endif
+#ifdef TALORA_HAS_POISON
 #include <sanitizer/asan_interface.h>
 #define TALORA_POISON(start, bytes) ASAN_POISON_MEMORY_REGION(start, bytes)
 #define TALORA_UNPOISON(start, bytes) ASAN_UNPOISON_MEMORY_REGION(start, bytes)

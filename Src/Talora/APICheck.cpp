@@ -259,48 +259,48 @@ environ_vx* EnvironOf(const environ_vx* env)
 }
 environ_vx* EnvironOf(const net_bn* net)
 {
-    return IsUsable(net, NET_TYPE) ? net->env : DefaultEnviron();
+    return IsUsable(net, NET_TYPE) ? net->env : nullptr;
 }
 environ_vx* EnvironOf(const node_bn* node)
 {
-    return IsUsable(node, NODE_TYPE) ? node->net->env : DefaultEnviron();
+    return IsUsable(node, NODE_TYPE) ? node->net->env : nullptr;
 }
 environ_vx* EnvironOf(const nodelist_bn* list)
 {
-    return IsLive(list, NODELIST_TYPE) ? list->env : DefaultEnviron();
+    return IsLive(list, NODELIST_TYPE) ? list->env : nullptr;
 }
 environ_vx* EnvironOf(const stream_vx* stream)
 {
-    return IsUsable(stream, STREAM_TYPE) ? stream->env : DefaultEnviron();
+    return IsUsable(stream, STREAM_TYPE) ? stream->env : nullptr;
 }
 environ_vx* EnvironOf(const report_vx* report)
 {
-    return IsLive(report, ERRLOG_TYPE) ? report->env : DefaultEnviron();
+    return IsLive(report, ERRLOG_TYPE) ? report->env : nullptr;
 }
 environ_vx* EnvironOf(const randgen_vx* generator)
 {
-    return IsUsable(generator, RANDGEN_TYPE) ? generator->env : DefaultEnviron();
+    return IsUsable(generator, RANDGEN_TYPE) ? generator->env : nullptr;
 }
 
 environ_vx* EnvironOf(const caseset_cs* cases)
 {
-    return IsUsable(cases, CASESET_TYPE) ? cases->env : DefaultEnviron();
+    return IsUsable(cases, CASESET_TYPE) ? cases->env : nullptr;
 }
 environ_vx* EnvironOf(const dbmgr_cs* manager)
 {
-    return IsUsable(manager, DBMGR_TYPE) ? manager->env : DefaultEnviron();
+    return IsUsable(manager, DBMGR_TYPE) ? manager->env : nullptr;
 }
 environ_vx* EnvironOf(const learner_bn* learner)
 {
-    return IsUsable(learner, LEARNER_TYPE) ? learner->env : DefaultEnviron();
+    return IsUsable(learner, LEARNER_TYPE) ? learner->env : nullptr;
 }
 environ_vx* EnvironOf(const tester_bn* tester)
 {
-    return IsUsable(tester, TESTER_TYPE) ? tester->net->env : DefaultEnviron();
+    return IsUsable(tester, TESTER_TYPE) ? tester->net->env : nullptr;
 }
 environ_vx* EnvironOf(const sensv_bn* sensv)
 {
-    return IsUsable(sensv, SENSV_TYPE) ? sensv->net->env : DefaultEnviron();
+    return IsUsable(sensv, SENSV_TYPE) ? sensv->net->env : nullptr;
 }
 
 // ---- Other arguments ----
@@ -403,6 +403,7 @@ EntryFrame::~EntryFrame()
     EndCalls(open_undo_);
     thread.locks = const_cast<CallLocks*>(locks_.callers);
     locks_.Leave();
+    if (pinned_env_ != nullptr) UnpinEnviron(pinned_env_);
     if (--thread.depth == 0) LeaveLibrary();
     const bool stays = thread.function && strncmp(thread.function, "Callback", 8) == 0;
     if (!stays || callers_function_) thread.function = callers_function_;

@@ -75,7 +75,7 @@ void ValidateHandle(const learner_bn* learner);
 void ValidateHandle(const tester_bn* tester);
 void ValidateHandle(const sensv_bn* sensv);
 
-// The environment an object belongs to; null if the handle is null or damaged.
+// The environment an object belongs to; null if the handle is null, deleted or damaged.
 environ_vx* EnvironOf(const environ_vx* env);
 environ_vx* EnvironOf(const net_bn* net);
 environ_vx* EnvironOf(const node_bn* node);
@@ -205,11 +205,20 @@ public:
     EntryFrame(const EntryFrame&) = delete;
     EntryFrame& operator=(const EntryFrame&) = delete;
 
-    // Found under the lock: the handle may be on its way out.
+    // Found under the lock: the handle may be on its way out.  What goes wrong with an object that is dead is
+    // told to the default environment, which another thread may be closing.
     template <class H>
     void UseEnviron(const H* handle) noexcept
     {
-        ThisThread().env = is_refused_ ? DefaultEnviron() : EnvironOf(handle);
+        environ_vx* env = is_refused_ ? nullptr : EnvironOf(handle);
+        if (env == nullptr) env = pinned_env_ = PinDefaultEnviron();
+        ThisThread().env = env;
+    }
+    void UseEnviron(const environ_vx* env) noexcept { ThisThread().env = EnvironOf(env); }
+    // Without the process-wide lock.
+    void UseUnlockedEnviron(const environ_vx* env) noexcept
+    {
+        ThisThread().env = pinned_env_ = PinEnviron(env);
     }
     void CheckLocks() const;       // they could be had, and what is to be changed is not at work in a caller
     void CheckReady();             // environment initialised, enough memory to start
@@ -238,6 +247,7 @@ private:
     DenormalsOff float_mode_;
     const char* callers_function_;
     environ_vx* callers_env_;
+    environ_vx* pinned_env_ = nullptr;
     bool callers_failed_;
     bool is_refused_ = false;  // the locks could not be had
     bool is_at_work_ = false;  // an object that is to be changed is used by a call of whose handlers this is
@@ -268,7 +278,7 @@ template <class R, class Body>
 R CallReports(const char* function, environ_vx* env, R failure, Body&& body) noexcept
 {
     EntryFrame frame(function, false);
-    frame.UseEnviron(env);
+    frame.UseUnlockedEnviron(env);
     try {
         return body();
     } catch (...) {
