@@ -21,13 +21,13 @@ constexpr double kLimits[] = {0.01, 0.1, 0.9, 0.99};
 struct MeasureDef {
     const char *name, *heading;
 };
-constexpr MeasureDef kStateMeasures[] = {{"sensitivity", "Sensitivity"},
+constexpr MeasureDef kStateFigures[] = {{"sensitivity", "Sensitivity"},
                                          {"specificity", "Specificity"},
                                          {"predictive_value", "Predictive value"},
                                          {"negative_predictive_value", "Negative predictive value"},
                                          {"AUROC", "Area under ROC"},
                                          {"Gini_score", "Gini score"}};
-constexpr MeasureDef kRealMeasures[] = {{"cases", "Cases with a value"},
+constexpr MeasureDef kRealFigures[] = {{"cases", "Cases with a value"},
                                         {"mean_absolute_error", "Mean absolute error"},
                                         {"max_absolute_error", "Largest absolute error"},
                                         {"rms_error", "Root mean square error"},
@@ -210,11 +210,11 @@ std::string SurpriseTable(const tester_bn* tester, const node_bn* node)
 std::string StateTable(const tester_bn* tester, const node_bn* node)
 {
     Rows rows = {{{"State"}}};
-    for (const MeasureDef& measure : kStateMeasures) rows[0].push_back({measure.heading});
+    for (const MeasureDef& measure : kStateFigures) rows[0].push_back({measure.heading});
     const int num_states = std::min(GetNodeNumberStates_bn(node), kMostInTable);
     for (state_bn state = 0; state < num_states; ++state) {
         rows.push_back({{StateName(node, state)}});
-        for (const MeasureDef& measure : kStateMeasures)
+        for (const MeasureDef& measure : kStateFigures)
             rows.back().push_back({Shown(StateMeasure(tester, node, state, measure.name))});
     }
     return TableMarkup("Each state against all others", rows);
@@ -223,7 +223,7 @@ std::string StateTable(const tester_bn* tester, const node_bn* node)
 std::string RealTable(const tester_bn* tester, const node_bn* node)
 {
     Rows rows = {{{"Measure"}, {"Value"}}};
-    for (const MeasureDef& measure : kRealMeasures)
+    for (const MeasureDef& measure : kRealFigures)
         rows.push_back({{measure.heading}, {Shown(GetTestRealMeasure_bn(tester, node, measure.name))}});
     return TableMarkup("Expected against actual value", rows);
 }
