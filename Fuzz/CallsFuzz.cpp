@@ -6,7 +6,6 @@
 // The functions and their arguments come from the list of interface functions; how an argument is made
 // follows from its type.
 #include <algorithm>
-#include <chrono>
 #include <climits>
 #include <cmath>
 #include <cstdio>
@@ -177,12 +176,12 @@ struct Function {
     void (*call)(Session& session);
 };
 
-std::chrono::steady_clock::time_point halt_at;
+fuzz::ComputingClock::time_point halt_at;
 bool was_halted = false;
 
 bool_vx GoOn(environ_vx*, const char*, double, void*)
 {
-    if (std::chrono::steady_clock::now() < halt_at) return 1;
+    if (fuzz::ComputingClock::now() < halt_at) return 1;
     was_halted = true;
     return 0;
 }
@@ -220,7 +219,7 @@ public:
     Session(const uint8_t* data, size_t size)
         : bytes_(data, size), is_traced_(getenv("CALLS_TRACE") != nullptr)
     {
-        halt_at = std::chrono::steady_clock::now() + std::chrono::milliseconds(fuzz::kHaltMilliseconds);
+        halt_at = fuzz::ComputingClock::now() + std::chrono::milliseconds(fuzz::kHaltMilliseconds);
         was_halted = false;
         env_ = NewTaloraEnviron_vx("calls", nullptr);
         InitTalora2_bn(env_, nullptr);
@@ -684,6 +683,7 @@ void Session::CheckUndo()
 {
     ClearErrors_vx(nullptr, INTERNAL_SEVERITY);
     for (net_bn* net : std::vector<net_bn*>(env_->nets)) {
+        halt_at = fuzz::ComputingClock::time_point::max();  // this has to come to its end
         for (int k = 0; k < kMostCalls && GetNetUndoGroup_bn(net) != NO_UNDO_GROUP; ++k)
             CloseNetUndoGroup_bn(net);
         while (RedoNetOper_vx(net, -1)) {

@@ -1,9 +1,11 @@
 #include "Fuzz/Harness.h"
 
 #include <malloc.h>
+#include <time.h>
 
 #include <atomic>
 #include <chrono>
+
 #include <cstdio>
 #include <cstdlib>
 #include <new>
@@ -103,9 +105,7 @@ namespace fuzz {
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
-Clock::time_point halt_at;
+ComputingClock::time_point halt_at;
 bool was_halted = false;
 std::string taken_message;
 size_t nets_before = 0, streams_before = 0, lists_before = 0;
@@ -123,7 +123,7 @@ void LookForLeaks()
 
 bool_vx GoOn(environ_vx*, const char*, double, void*)
 {
-    if (Clock::now() < halt_at) return 1;
+    if (ComputingClock::now() < halt_at) return 1;
     was_halted = true;
     return 0;
 }
@@ -185,6 +185,13 @@ Input::~Input()
     LookForLeaks();
 }
 
+ComputingClock::time_point ComputingClock::now() noexcept
+{
+    timespec time = {};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
+    return time_point(std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec));
+}
+
 bool Input::WasHalted()
 {
     return was_halted;
@@ -193,7 +200,7 @@ bool Input::WasHalted()
 void Input::RestartClock()
 {
     was_halted = false;
-    halt_at = Clock::now() + std::chrono::milliseconds(kHaltMilliseconds);
+    halt_at = ComputingClock::now() + std::chrono::milliseconds(kHaltMilliseconds);
 }
 
 int TakenError(errseverity_vx severity)

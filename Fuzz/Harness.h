@@ -5,6 +5,7 @@
 // replay both see it.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -17,6 +18,16 @@ namespace fuzz {
 constexpr int64_t kMemoryLimit = 64 << 20;     // of the library
 constexpr int64_t kMemoryAllowance = 4 << 20;  // for what the limit does not count: names, records
 constexpr int kHaltMilliseconds = 250;
+
+// Time that the process has computed.  Halts count it, so that a busy machine stops nothing early.
+struct ComputingClock {
+    using duration = std::chrono::nanoseconds;
+    using rep = duration::rep;
+    using period = duration::period;
+    using time_point = std::chrono::time_point<ComputingClock>;
+    static constexpr bool is_steady = true;
+    static time_point now() noexcept;
+};
 
 // Says what was promised and ends the process, if the condition does not hold.
 void Check(bool condition, const char* promise);

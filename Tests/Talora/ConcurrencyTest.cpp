@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <barrier>
@@ -180,7 +181,8 @@ void Undo(Worker& w)
 void WriteAndRead(Worker& w)
 {
     const bool in_file = w.Any(3) == 0;
-    const std::string path = w.folder + "/net" + std::to_string(w.number) + ".dne";
+    const std::string path =
+        w.folder + "/net" + std::to_string(getpid()) + "_" + std::to_string(w.number) + ".dne";
     stream_vx* stream = in_file ? NewFileStream_vx(path.c_str(), w.env, nullptr)
                                 : NewMemoryStream_vx("net.dne", w.env, nullptr);
     WriteNet_bn(w.net, stream);
