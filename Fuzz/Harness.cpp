@@ -5,7 +5,6 @@
 
 #include <atomic>
 #include <chrono>
-
 #include <cstdio>
 #include <cstdlib>
 #include <new>
