@@ -3,6 +3,7 @@
 import importlib.util
 import math
 import pathlib
+import sqlite3
 import tempfile
 import unittest
 
@@ -77,6 +78,27 @@ class Cases(NetCase):
             self.assertEqual(len(self.app.NewCaseset(whole)), 1000)
             with self.assertRaises(talora.TaloraError):
                 len(self.app.NewCaseset(pathlib.Path(folder) / "none.cas"))
+
+    def test_databases(self):
+        with tempfile.TemporaryDirectory() as folder:
+            path = pathlib.Path(folder) / "clinic.db"
+            database = sqlite3.connect(path)
+            database.execute("create table patients (Smoking text, Cancer text)")
+            database.executemany("insert into patients values (?, ?)", 3 * [("yes", "yes")] + 7 * [("no", "no")])
+            database.commit()
+            database.close()
+            try:
+                manager = self.app.NewDatabaseManager(f"Driver=SQLite3;Database={path}")
+            except talora.TaloraError as error:
+                self.skipTest(f"no ODBC driver for SQLite here: {error}")
+            net = self.app.NewBNet("Patients")
+            net.AddNodesForColumns(manager, "patients", "Smoking,Cancer")
+            cases = self.app.NewCaseset()
+            cases.AddDBCases(manager, net, "patients", "Smoking,Cancer")
+            self.app.NewLearner().LearnCPTs(net, cases)
+            np.testing.assert_allclose(sorted(net["Smoking"].Beliefs), [0.3, 0.7], atol=0.1)
+            with self.assertRaises(talora.TaloraError):
+                net.AddNodesForColumns(manager, "visits")
 
 
 class Learning(NetCase):
