@@ -1,5 +1,6 @@
 // Interface functions: case files and case sets.
 #include <cmath>
+#include <utility>
 
 #include "Basic/Stream.h"
 #include "Talora/APICheck.h"
@@ -44,7 +45,7 @@ std::vector<Node*> OneNet(const nodelist_bn& list)
         if (node->net != list.nodes[0]->net)
             Fail(6542, ">-Bnodes '%s' and '%s' of argument 'nodes' are not in the same >-Bnet",
                  list.nodes[0]->name.c_str(), node->name.c_str());
-        if (seen[static_cast<size_t>(node->index)]++ == 0) nodes.push_back(node);
+        if (!std::exchange(seen[static_cast<size_t>(node->index)], 1)) nodes.push_back(node);
     }
     return nodes;
 }

@@ -258,7 +258,7 @@ FoundCase CaseFindingsReader::Read(const std::vector<Node*>& nodes)
         if (IsSpecial(header, column)) continue;
         Node* node = FindNode(net_, header.columns[static_cast<size_t>(column)]);
         // A node wanted is taken from its first column.
-        if (node == nullptr || wanted[static_cast<size_t>(node->index)]-- != 1) continue;
+        if (node == nullptr || !std::exchange(wanted[static_cast<size_t>(node->index)], 0)) continue;
         NodeFinding finding = FindingOf(*node, ReadEntry(*node, column));
         if (node->kind == CONSTANT_NODE && finding.IsEmpty()) continue;  // a constant keeps its value
         findings.push_back({node, std::move(finding)});

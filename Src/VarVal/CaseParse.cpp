@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 #include "Basic/Error.h"
 #include "Basic/MultiThread.h"
@@ -192,7 +193,7 @@ void CaseReader::Engine::MatchColumns(bool tell)
             continue;
         }
         const auto index = static_cast<size_t>(node->index);
-        if (seen[index]++ > 0) {
+        if (std::exchange(seen[index], 1)) {
             if (tell)
                 Warn(
                     6521,

@@ -7,6 +7,7 @@
 #include "../BN/TestNet.h"
 #include "BN/BnParse.h"
 #include "Basic/Text.h"
+#include "VarVal/CaseFindings.h"
 #include "VarVal/Caseset.h"
 
 namespace talora {
@@ -144,6 +145,18 @@ TEST_F(CaseFileTest, WarningsAreGivenOnce)
         EXPECT_STREQ(ErrorMessage_vx(record), row.message);
         EXPECT_EQ(GetError_vx(env_, WARNING_SEVERITY, 0, record), nullptr);
     }
+}
+
+TEST_F(CaseFileTest, OfHundredsOfColumnsForANodeTheFirstCounts)
+{
+    Net& net = Make("A");
+    std::string columns = "A", entries = "1";
+    for (int i = 0; i < 300; ++i) columns += ",A", entries += ",0";
+    EXPECT_EQ(Read(columns + "\n" + entries, net.nodes.nodes), "1 1\n");
+    Stream* file = NewMemoryStream(*env_, "t.cas");
+    SetContents(*file, columns + "\n" + entries);
+    ReadFindings(*file, net, net.nodes.nodes, 0, AddMode::NEVER);
+    EXPECT_EQ(net.nodes.nodes[0]->finding.state, 1);
 }
 
 TEST_F(CaseFileTest, WholeCasesAreSkippedOnRequest)
