@@ -88,6 +88,13 @@ TEST_F(BnParseTest, FaultsOfNodeStatements)
         {"names and count differ", "states = (a, b); numstates = 3;", {2949}, false},
         {"illegal state name", "states = (a, 2b);", {2917}, false},
         {"state named twice", "states = (a, b, a);", {2928}, false},
+        {"illegal name in quotes", "states = (a, \"2b\");", {2917}, false},
+        {"list without brackets", "states = a, b;", {3293}, false},
+        {"list without anything", "states = ;", {3298}, false},
+        {"list that does not end", "states = (a, b;", {3298}, false},
+        {"list without commas", "states = (a b);", {3297}, false},
+        {"other name", "name = Z; states = (a, b);", {}, true},
+        {"name of another node", "name = P;", {2928}, false},
         {"titles of other states", "states = (a, b); statetitles = (\"x\");", {2951}, true},
         {"comments of other states", "states = (a, b); StateComments = (\"x\");", {2952}, true},
         {"one threshold", "discrete = FALSE; levels = (1);", {2953}, false},
@@ -129,11 +136,14 @@ TEST_F(BnParseTest, FaultsOfNodeStatements)
         {"likelihood entries", "states = (a, b); likelihood = (1, 1, 1);", {2971}, false},
         {"negative likelihood", "states = (a, b); likelihood = (1, -1);", {3597}, false},
         {"value out of range", "discrete = FALSE; levels = (0, 1, 2); value = 3;", {2974}, false},
+        {"value out of bounds", "discrete = FALSE; levels = (2, 0); value = 3;", {2974}, false},
         {"value against evidence",
          "discrete = FALSE; levels = (0, 1, 2); evidence = #0; value = 1.5;",
          {2975},
          false},
         {"finding in words", "states = (a, b); Finding = \"not a\";", {}, true},
+        {"finding by number", "states = (a, b); Finding = \"#1\";", {}, true},
+        {"finding by value", "discrete = FALSE; levels = (2, 0); Finding = \"1.5\";", {}, true},
         {"finding not understood", "states = (a, b); Finding = \"a or so\";", {3344}, true},
         {"beliefs", "states = (a, b); belief = (1, 0, 0);", {3019}, true},
         {"visual before parents", "states = (a, b); visual V {x;}; parents = (P);", {2932}, true},
@@ -176,6 +186,9 @@ TEST_F(BnParseTest, FaultsOfTables)
         {"entries missing", ab + "probs = (((1,0),(1,0),(1,0)),((0,1),(0,1)));", {2990}, false},
         {"list ends early", ab + "probs = 1,0,1,0;", {2993}, false},
         {"entries too many", "states = (x, y); probs = (1,0,0);", {2988}, false},
+        {"rows too many", ab + "probs = (1,0,1,0,1,0,0,1,0,1,0,1),(1,0);", {2988}, false},
+        {"no entries", "states = (x, y); probs = ;", {2993}, false},
+        {"bracket missing on the way", ab + "probs = (((1,0),(1,0),(1,0)),0,1", {2992}, false},
         {"no closing bracket", "states = (x, y); probs = (1,0;", {2989}, false},
         {"no comma", "states = (x, y); probs = (1 0);", {2986}, false},
         {"punctuation", "states = (x, y); probs = (1 = 0);", {2992}, false},
@@ -201,11 +214,13 @@ TEST_F(BnParseTest, FaultsOfTables)
          {2996},
          false},
         {"condition too short", ab + "functable = (no) : x;", {2551}, false},
+        {"condition without brackets", ab + "functable = (no, a) : x, y;", {2992}, false},
         {"condition too long", ab + "functable = (no, a, b) : x;", {2554}, false},
         {"condition empty", ab + "functable = (no, a) : x, (no, ,) : x;", {2553}, false},
         {"condition of unknown state", ab + "functable = (no, d) : x;", {2550}, false},
         {"experience", ab + "numcases = ((1,2,3),(4,5,6e3));", {}, true},
         {"negative experience", "states = (x, y); numcases = -1;", {2983}, false},
+        {"experience in words", "states = (x, y); numcases = many;", {2983}, false},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.label);
@@ -249,6 +264,13 @@ TEST_F(BnParseTest, FaultsOfFilesAndNets)
         {"define node missing", kHeader + "bnet N {node A (D) {};};", {2929}, false},
         {"define node later", kHeader + "bnet N {node A (D) {}; define node D {};};", {2929}, false},
         {"define node twice", kHeader + "bnet N {define node D {}; define node D {};};", {2928}, false},
+        {"define of something else", kHeader + "bnet N {define shape S {a = 1;}; node A {};};", {3291}, true},
+        {"punctuation in a define node", kHeader + "bnet N {define node D {= 5;};};", {2919}, false},
+        {"fields of a define node",
+         kHeader + "bnet N {define node D {foo = 1; title = \"a\"; title = \"b\"; visual V {};};};",
+         {3291, 2924},
+         true},
+        {"other name of the net", kHeader + "bnet N {name = M;};", {}, true},
         {"define node in the order", kHeader + "bnet N {define node D {}; ElimOrder = (D);};", {2944}, false},
         {"unknown node in the order", kHeader + "bnet N {ElimOrder = (A);};", {3295}, false},
         {"node sets before nodes", kHeader + "bnet N {NodeSet S {Nodes = (A);}; node A {};};", {}, true},
@@ -265,6 +287,7 @@ TEST_F(BnParseTest, FaultsOfFilesAndNets)
         {"string without end", kHeader + "bnet N {title = \"};", {4101}, false},
         {"long name", kHeader + "bnet N {node " + std::string(10 << 20, 'a') + " {};};", {4102}, false},
         {"deep brackets", kHeader + "bnet N {x = " + std::string(100000, '('), {3291, 4104}, false},
+        {"deep sections", kHeader + "bnet N {user U {" + std::string(100000, '{'), {4104}, false},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.label);
@@ -302,7 +325,7 @@ TEST_F(BnParseTest, RepeatedWarningsAreToldOnce)
     DeleteNet(net);
 }
 
-TEST_F(BnParseTest, ALongReadCanBeHalted)
+TEST_F(BnParseTest, ReadingCanBeHalted)
 {
     std::string text = kHeader + "bnet N {";
     while (text.size() < (3 << 20))
@@ -314,6 +337,13 @@ TEST_F(BnParseTest, ALongReadCanBeHalted)
     EXPECT_TRUE(env_->nets.empty());
     env_->halt = false;
     EXPECT_NE(ReadNet_bn(stream_, NO_WINDOW), nullptr);
+    // A person who hears of another version may prefer not to read on.
+    SetQuestionHandler_vx(
+        env_, [](environ_vx*, const char*, const char*, const char*, void*) { return 1; }, nullptr);
+    ClearErrors_vx(env_, INTERNAL_SEVERITY);
+    SetContents(*stream_, "// ~->[DNET-2]->~\nbnet New {};");
+    EXPECT_EQ(ReadNet_bn(stream_, NO_WINDOW), nullptr);
+    EXPECT_NE(GetError_vx(env_, ERROR_SEVERITY, 3605, nullptr), nullptr);
 }
 
 // Statements of define nodes stand for those that the node does not give.

@@ -147,6 +147,10 @@ TEST_F(EqnToTableTest, MistakesAreTold)
          "-6416: error evaluating function:  NoisyOrDist (odd number of arguments to NoisyOrDist) in equation of node x for state low, with input a=red"},
         {"P (x | a) = -0.5",
          "-2458: equation of node x gives a negative probability (-0.5) for state low, with input a=red"},
+        {"P (x | a) = 1e300",
+         "-2457: equation of node x gives a probability (1e+300) for state low that is too large, with input a=red"},
+        {"x (a) = NoisyOrDist(true, 0.5, a == red) > 0.5",
+         "-6415: error evaluating function:  NoisyOrDist (odd number of arguments to NoisyOrDist) in equation of node x, with input a=red"},
     };
     for (const auto& k : cases) {
         SCOPED_TRACE(k.equation);
@@ -156,7 +160,7 @@ TEST_F(EqnToTableTest, MistakesAreTold)
     }
     SetNodeEquation_bn(x, "x (a) = b");
     EXPECT_EQ(Mistake(), "-2091: unknown name 'b'");
-    EXPECT_STREQ(GetNodeEquation_bn(x), cases[4].equation) << "the old one stays";
+    EXPECT_STREQ(GetNodeEquation_bn(x), std::rbegin(cases)->equation) << "the old one stays";
     int place = 0;
     EXPECT_FALSE(CheckNodeEquation_bn(x, "x (a) = a + b", &place));
     EXPECT_EQ(place, 12);
@@ -174,6 +178,13 @@ TEST_F(EqnToTableTest, MistakesAreTold)
     Convert(x, "P (x | c) = 0.5");
     EXPECT_EQ(Mistake().substr(0, 70),
               "-2020: can't convert equation to table for node 'x' because it has a p");
+    node_bn* d = Continuous("d", {0, 1});
+    node_bn* p = Continuous("p", {0, 1, 2});
+    AddLink_bn(p, d);
+    Convert(d, "d (p) = p > 1 ? 7 : 0.5", 100);
+    EXPECT_EQ(
+        Mistake().substr(0, 115),
+        "-6413: equation for d is returning 7, which is not between the lowest (0) and highest (1) discretization thresholds");
 }
 
 TEST_F(EqnToTableTest, ZeroRows)

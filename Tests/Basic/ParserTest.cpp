@@ -84,6 +84,7 @@ TEST(Parser, QuotedTextReadsBack)
     std::string quoted;
     AppendQuoted(quoted, text);
     EXPECT_EQ(Tokenizer(quoted, "test").ReadQuoted(), text);
+    EXPECT_EQ(Tokenizer("\"a\r\nb\rc\"", "test").ReadQuoted(), "a\nb\rc");
 }
 
 TEST(Parser, CountsLinesOfAnyKind)
@@ -105,8 +106,9 @@ TEST(Parser, CountsLinesOfAnyKind)
 
 TEST(Parser, RefusesWhatIsNoNumber)
 {
+    const std::string zeros(400, '0');
     const struct {
-        const char* text;
+        std::string text;
         int error;  // 0: a number
         double value;
     } cases[] = {
@@ -116,6 +118,8 @@ TEST(Parser, RefusesWhatIsNoNumber)
         {"1e3", 0, 1000},
         {"1e-400", 0, 0},
         {"1e400", 4001, 0},
+        {"0." + zeros + "1", 0, 0},
+        {"1" + zeros, 4001, 0},
         {"0.5x", 4001, 0},
         {"abc", 4002, 0},
         {"nan", 4002, 0},

@@ -135,6 +135,9 @@ TEST_F(StreamTest, ReadingFailsWithTheReason)
             EXPECT_EQ(NumberOf(failure), c.error);
         }
     }
+    env_->halt = true;
+    EXPECT_EQ(ReadNet_bn(NewFileStream(*env_, "/dev/zero"), NO_WINDOW), nullptr) << "has no end";
+    EXPECT_EQ(LastError(), 3605);
 }
 
 TEST_F(StreamTest, ReplacingKeepsLinksAndModes)
@@ -163,6 +166,13 @@ TEST_F(StreamTest, ReplacingKeepsLinksAndModes)
         SafeFile dropped(Path("real"));
     }
     EXPECT_EQ(FilesThere(), 4u);  // no temporary is left
+    fs::create_symlink("circle", Path("circle"));
+    try {
+        SafeFile circle(Path("circle"));
+        ADD_FAILURE();
+    } catch (const Unwind& failure) {
+        EXPECT_EQ(NumberOf(failure), 4031);
+    }
 }
 
 TEST_F(StreamTest, CopiesGoToMemoryAndFiles)

@@ -53,17 +53,6 @@ TEST_F(FileMessages, OfCaseFiles)
     node_bn* elsewhere = NewNode_bn("X", 2, other);
     ExpectRaised({
         {6523, [&] { ReadFirst("A\tB\nyes\tno\tyes\n"); }},
-        {6524, [&] { ReadFirst("A\tB\nyes\n"); }},
-        {6525, [&] { ReadFirst("NumCases\tA\nmany\tyes\n"); }},
-        {6526, [&] { ReadFirst("NumCases\tA\n-1\tyes\n"); }},
-        {6527, [&] { ReadFirst("IDnum\tA\nfirst\tyes\n"); }},
-        {6505, [&] { ReadFirst(std::string("\xFF\xFE\0A\0", 6)); }},
-        {2081, [&] { ReadFirst("// ~->[DNET-1]->~\nbnet n {};\n"); }},
-        {6506, [&] { ReadFirst("A\nyes /* begins\nends */\n"); }},
-        {6507, [&] { ReadFirst("A\n/* begins\n"); }},
-        {6508, [&] { ReadFirst("\n\n"); }},
-        {6509, [&] { ReadFirst("IDnum\tIDnum\tA\n1\t1\tyes\n"); }},
-        {6510, [&] { ReadFirst("NumCases\tNumCases\tA\n1\t1\tyes\n"); }},
         {6536, [&] { ReadFirst("A\t2nd\nyes\tx\n", QUIETLY_ADD_NEW); }},
         {6538, [&] { SetNodeKind_bn(a_, DECISION_NODE), ReadFirst("A\n{1;2}\n"); }},
         {6540, [&] { WriteCaseset_cs(NewCaseset_cs("none", env_), Cases(""), nullptr); }},

@@ -298,6 +298,21 @@ TEST_F(ModelMessages, OfRandomCases)
         {6661, [&] { DeleteNodeTables_bn(c_), GenerateRandomCase_bn(List({c_}), FORWARD_SAMPLING, 1); }},
         {6663,
          [&] { SetNodeInputDelay_bn(b_, 0, "1"), GenerateRandomCase_bn(List({b_}), FORWARD_SAMPLING, 1); }},
+        {6665,
+         [&] {
+             SetNodeEquation_bn(r_, "P (R) = 0 < R && R < 1"),
+                 GenerateRandomCase_bn(List({r_}), FORWARD_SAMPLING, 1);
+         }},
+        {6666,
+         [&] {
+             SetNodeEquation_bn(r_, "R () = log (-1)"),
+                 GenerateRandomCase_bn(List({r_}), FORWARD_SAMPLING, 1);
+         }},
+        {6666,
+         [&] {
+             SetNodeEquation_bn(r_, "P (R) = NormalDist (R, 0, -1)"),
+                 GenerateRandomCase_bn(List({r_}), FORWARD_SAMPLING, 1);
+         }},
         {6667,
          [&] {
              SetQuestionHandler_vx(

@@ -79,6 +79,12 @@ TEST_F(CaseFileTest, RowsOfTexts)
          "FAIL too many entries (the preceeding row only had 2, but this has more), in case 1 on line 2 (char "
          "5) of file 't.cas'"},
         {"two ids", "IDnum\tA\tIDnum\n", "FAIL multiple IDnum columns in case file 't.cas'"},
+        {"comment within a line", "A\tB\nyes /* rest */\t1\n", "1 1 1\n"},
+        {"a mark of no type", "// ~->[case-1]->~\nA\nyes\n", "1 1 *\n"},
+        {"quotes and a comma at the end", "A,B\n\"yes\",1, \n", "1 1 1\n"},
+        {"quotes, too many", "A,B\n\"yes\",1,0\n",
+         "FAIL too many entries (the preceeding row only had 2, but this has more), in case 1 on line 2 (char "
+         "7) of file 't.cas'"},
         {"negative weight", "A NumCases\nyes -1\n",
          "FAIL negative number '-1' for NumCases, in case 1 on line 2 (char 5) of file 't.cas'"},
         {"two weights", "A NumCases NumCases\nyes 1 1\n",
@@ -134,6 +140,8 @@ TEST_F(CaseFileTest, WarningsAreGivenOnce)
          "unknown value 'x' for variable 'A', appears in case 1 on line 2 (char 1) of file 't.cas'"},
         {"unknown numbers", "A\n7\n8\n", 6513,
          "skipping value 7 for variable 'A' because it is not one of the possibilities, in case 1 on line 2 (char 1) of file 't.cas'"},
+        {"number of no state", "A\n#7\n", 6511,
+         "illegal value '#7' for variable 'A', in case 1 on line 2 (char 1) of file 't.cas'"},
     };
     for (const auto& row : kRows) {
         SCOPED_TRACE(row.label);

@@ -265,34 +265,39 @@ TEST_F(CasesetTest, AnswersChangeTheNetOrSkip)
     } kRows[] = {
         {"bounds expanded", "D\n2.5\n", DO,
          "value 2.5 for variable 'D' is out of bounds (as defined in node properties), in case on line 2 (char 1) of file 't.cas'|Expand Bounds,Expand All,Skip,Skip All,Halt",
-         "* * * 2.50", 6516,
+         "* * * 2.50 *", 6516,
          "range of variable 'D' expanded to include 2.5, to read case on line 2 (char 1) of file 't.cas'"},
-        {"bounds skipped", "D\n-1\n", SKIP, nullptr, "* * * *", 6512,
+        {"bounds skipped", "D\n-1\n", SKIP, nullptr, "* * * * *", 6512,
          "skipping value -1 for variable 'D' because it is out of bounds (as defined in node properties), in case on line 2 (char 1) of file 't.cas'"},
+        {"plain bounds expanded", "R\n-3\n", DO, nullptr, "* * * * -3.0", 6516,
+         "range of variable 'R' expanded to include -3, to read case on line 2 (char 1) of file 't.cas'"},
+        {"number adds states", "B\n4\n", DO, nullptr, "* 4 * * *", 6517,
+         "state '#4' added to variable 'B' to read case on line 2 (char 1) of file 't.cas'"},
         {"number adds a level", "L\n30\n", DO,
          "value 30 does not correspond to any state of variable 'L', in case on line 2 (char 1) of file 't.cas'|Add State,Add All States,Skip,Skip All,Halt",
-         "* * 2 *", 6518,
+         "* * 2 * *", 6518,
          "added state 2 to variable 'L', with level 30, to read case on line 2 (char 1) of file 't.cas'"},
         {"name added", "A\nmaybe\n", DO_ALL,
          "value 'maybe' is not one of the possible states of variable 'A', in case on line 2 (char 1) of file 't.cas'|Add State,Add All States,Skip,Skip All,Halt",
-         "2 * * *", 6517,
+         "2 * * * *", 6517,
          "state 'maybe' added to variable 'A' to read case on line 2 (char 1) of file 't.cas'"},
         {"fraction", "B\n0.5\n", SKIP - 2,
          "value 0.5 is not one of the possibilities for variable 'B', in case on line 2 (char 1) of file 't.cas'|Skip,Skip All,Halt",
-         "* * * *", 6513,
+         "* * * * *", 6513,
          "skipping value 0.5 for variable 'B' because it is not one of the possibilities, in case on line 2 (char 1) of file 't.cas'"},
-        {"halted", "A\nmaybe\n", HALT, nullptr, "* * * *", 6520,
+        {"halted", "A\nmaybe\n", HALT, nullptr, "* * * * *", 6520,
          "only 0 cases were read before action was halted (25%)"},
-        {"text for a number", "D\nx\n", SKIP, "", "* * * *", 6511,
+        {"text for a number", "D\nx\n", SKIP, "", "* * * * *", 6511,
          "illegal value 'x' for variable 'D', in case on line 2 (char 1) of file 't.cas'"},
-        {"weights of the wrong number", "B\n{1;0.5;1}\n", SKIP, "", "* * * *", 6511, nullptr},
+        {"weights of the wrong number", "B\n{1;0.5;1}\n", SKIP, "", "* * * * *", 6511, nullptr},
     };
     for (const auto& row : kRows) {
         SCOPED_TRACE(row.label);
-        Net& net = Make("A B L D:0");
+        Net& net = Make("A B L D:0 R:0");
         SetStateNames(*FindNode(net, "A"), {"no", "yes"});
         SetLevels(*FindNode(net, "D"), 2, thresholds);
         SetLevels(*FindNode(net, "L"), 2, levels);
+        FindNode(net, "R")->states.levels = {5, 0};
         ClearErrors_vx(env_, INTERNAL_SEVERITY);
         AnswerWith({row.answer});
         double position = FIRST_CASE_POSN;
@@ -353,7 +358,6 @@ TEST_F(CasesetTest, ReadersAskFirst)
     ThisThread().env = env_;
     CaseReader reader(*cases, net.nodes.nodes);
     EXPECT_EQ(NumStates(*FindNode(net, "A")), 3);
-    EXPECT_EQ(questions_.size(), 2u);
     int64_t num_cases = 0, added = 0, unknown = 0;
     for (int round = 0; round < 2; ++round) {
         for (CaseBlock block; reader.Next(block);) {
@@ -363,11 +367,13 @@ TEST_F(CasesetTest, ReadersAskFirst)
         }
         reader.Rewind();
     }
+    EXPECT_EQ(questions_.size(), 2u);
+    AnswerWith({4});
+    EXPECT_EQ(ErrorOf([&] { CaseReader(*cases, net.nodes.nodes); }), 6520) << "halted";
     ThisThread().env = before;
     EXPECT_EQ(num_cases, 2 * 20003);
     EXPECT_EQ(added, 4);
     EXPECT_EQ(unknown, 2);
-    EXPECT_EQ(questions_.size(), 2u);
 }
 
 }  // namespace
