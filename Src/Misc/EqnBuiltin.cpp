@@ -34,8 +34,6 @@ using QuietPolicy =
                      policies::overflow_error<policies::ignore_error>,
                      policies::evaluation_error<policies::ignore_error>, policies::promote_double<false>>;
 
-// Largest whole number such that it and its neighbours are doubles.
-constexpr double kMaxExact = 9007199254740992.0;
 constexpr double kApproxRatio = 0.99998;
 constexpr double kFindRatio = 0.99999;
 constexpr double kMemberRatio = 0.99999999;
@@ -82,12 +80,12 @@ double LnGamma(double x)
     return boost::math::lgamma(x, QuietPolicy());
 }
 
-// Exact while the result is: each step's division leaves no remainder.
+// Exact while the result is: each step's division leaves no remainder.  Each step at least doubles it.
 double Choose(double n, double k)
 {
     k = std::min(k, n - k);
     double result = 1;
-    for (double i = 1; i <= k; ++i) {
+    for (int i = 1; i <= k; ++i) {
         const double next = result * (n - k + i);
         if (next > kMaxExact) {
             const double rest = LnGamma(n + 1) - LnGamma(k + 1) - LnGamma(n - k + 1);
@@ -421,7 +419,7 @@ EQN_ROUTINE(Factorial)
 {
     if (!IsWhole(a[0]) || a[0] < 0) return kUndefinedEqn;
     double product = 1;
-    for (double i = 2; i <= a[0] && std::isfinite(product); ++i) product *= i;
+    for (int i = 2; i <= a[0] && std::isfinite(product); ++i) product *= i;
     return product;
 }
 

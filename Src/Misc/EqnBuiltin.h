@@ -71,6 +71,8 @@ double Mod(double a, double b);
 
 // Whether two numbers agree within a ratio (same sign, smaller to larger magnitude at least that).
 bool AgreesWithin(double a, double b, double ratio);
+// Largest whole number such that it and its neighbours are doubles.
+inline constexpr double kMaxExact = 9007199254740992.0;
 inline bool IsWhole(double x)
 {
     return std::floor(x) == x && std::isfinite(x);

@@ -413,24 +413,38 @@ struct HypergeometricDef : Support {
     {
         low = std::max(0.0, draws + successes - population), high = std::min(draws, successes);
         valid = builtin::IsWhole(draws) && builtin::IsWhole(successes) && builtin::IsWhole(population) &&
-                draws >= 0 && successes >= 0 && draws <= population && successes <= population;
+                draws >= 0 && successes >= 0 && draws <= population && successes <= population &&
+                population <= builtin::kMaxExact;
     }
     double Prob(double k) const
     {
         return std::exp(LnChoose(successes, k) + LnChoose(population - successes, draws - k) -
                         LnChoose(population, draws));
     }
-    // Summed from the nearer end; terms follow from one another.
     double UpTo(double k) const { return k - low > high - k ? 1 - Sum(k + 1, high) : Sum(low, k); }
     double Beyond(double k) const { return k - low > high - k ? Sum(k + 1, high) : 1 - Sum(low, k); }
+    // Terms follow from one another.  From the largest one they fall to both sides, where those of no weight
+    // are left out; from an end the first ones of many would be 0.
     double Sum(double from, double to) const
     {
-        double term = Prob(from), sum = 0;
-        for (double k = from; k <= to && !(term < 1e-18 * sum && k > Mode()); ++k) {
+        if (from > to) return 0;
+        const double top = std::clamp(std::floor(Mode()), from, to), most = Prob(top);
+        double sum = most, term = most, k = top;
+        while (k < to && term > 1e-18 * sum) {
+            term *= Ratio(k++);
             sum += term;
-            term *= (successes - k) * (draws - k) / ((k + 1) * (population - successes - draws + k + 1));
+        }
+        term = most, k = top;
+        while (k > from && term > 1e-18 * sum) {
+            term /= Ratio(--k);
+            sum += term;
         }
         return sum;
+    }
+    // Of the term at k + 1 to the one at k.
+    double Ratio(double k) const
+    {
+        return (successes - k) * (draws - k) / ((k + 1) * (population - successes - draws + k + 1));
     }
     double Mode() const { return (draws + 1) * (successes + 1) / (population + 2); }
 };

@@ -178,6 +178,16 @@ TEST(ProbFuncs, DiscreteDistributionsAgreeWithSums)
     }
 }
 
+// Where the first terms of a sum are too small for a double.
+TEST(ProbFuncs, HypergeometricOfManyIsSymmetric)
+{
+    Law law("HypergeometricDist", {5e4, 5e4, 1e5});
+    const double middle = law.Density(25000);
+    EXPECT_NEAR(law.Between(-kInfinite, 25000), (1 - middle) / 2, 1e-8);
+    EXPECT_NEAR(law.Between(25000, 25001), middle, 1e-8);
+    EXPECT_NEAR(law.Between(25001, 26001), (1 - middle) / 2, 1e-8);
+}
+
 // Where a difference of two numbers near 1 would have no digits left.
 TEST(ProbFuncs, TailsKeepTheirDigits)
 {
@@ -223,6 +233,7 @@ TEST(ProbFuncs, WrongParametersAreUndefined)
         {"BinomialDist", {2.5, 0.5}},
         {"DiscUniformDist", {3, 2}},
         {"HypergeometricDist", {5, 2, 4}},
+        {"HypergeometricDist", {1, 1, 1e16}},
         {"PoissonDist", {-1}},
         {"GeometricDist", {0}},
         {"LogarithmicDist", {1}},
