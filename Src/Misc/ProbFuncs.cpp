@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <boost/math/policies/policy.hpp>
 #include <boost/math/special_functions/beta.hpp>
+#include <boost/math/special_functions/expint.hpp>
 #include <boost/math/special_functions/gamma.hpp>
 #include <numbers>
 #include <utility>
@@ -490,15 +491,31 @@ struct LogarithmicDef : Support {
         valid = p > 0 && p < 1;
     }
     double Prob(double k) const { return -std::exp(k * std::log(p)) / (k * std::log1p(-p)); }
-    // The tail is an incomplete beta function with a second parameter of 0, which is summed: all
-    // terms have one sign and shrink at least as p^k.
+    // The tail is an incomplete beta function with a second parameter of 0, which is summed: all terms have
+    // one sign and shrink at least as p^k.  Those that shrink slowly are summed together.
     double Beyond(double k) const
     {
-        double sum = 0;
-        for (double j = k + 1, term = std::pow(p, j); term > 1e-18 * sum * (1 - p) && term > 0;
-             ++j, term *= p)
-            sum += term / j;
-        return -sum / std::log1p(-p);
+        constexpr double kFar = 100;
+        const bool slow = p > 0.99;
+        double j = k + 1, term = std::pow(p, j), sum = 0;
+        while (term > 1e-18 * sum * (1 - p) && !(slow && j >= kFar)) {
+            sum += term / j++;
+            term *= p;
+        }
+        return -(slow ? sum + TailFrom(j) : sum) / std::log1p(-p);
+    }
+    // The sum of f(x) = p^x / x over x = j, j + 1, ... by the Euler-Maclaurin formula.  With the magnitude of
+    // its nth derivative goes x f_n = rate^n p^x + n f_n-1.
+    double TailFrom(double j) const
+    {
+        const double rate = -std::log(p), first = std::pow(p, j) / j;
+        double derivative[6] = {first}, power = first;
+        for (int n = 1; n < 6; ++n) {
+            power *= rate;
+            derivative[n] = power + n / j * derivative[n - 1];
+        }
+        return boost::math::expint(1, rate * j, QuietPolicy()) + first / 2 + derivative[1] / 12 -
+               derivative[3] / 720 + derivative[5] / 30240;
     }
     double UpTo(double k) const { return 1 - Beyond(k); }
 };

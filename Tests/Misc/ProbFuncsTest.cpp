@@ -178,14 +178,30 @@ TEST(ProbFuncs, DiscreteDistributionsAgreeWithSums)
     }
 }
 
-// Where the first terms of a sum are too small for a double.
-TEST(ProbFuncs, HypergeometricOfManyIsSymmetric)
+// Where a sum has very many terms, of which the first may be too small for a double.
+TEST(ProbFuncs, LongSumsAreExact)
 {
-    Law law("HypergeometricDist", {5e4, 5e4, 1e5});
-    const double middle = law.Density(25000);
-    EXPECT_NEAR(law.Between(-kInfinite, 25000), (1 - middle) / 2, 1e-8);
-    EXPECT_NEAR(law.Between(25000, 25001), middle, 1e-8);
-    EXPECT_NEAR(law.Between(25001, 26001), (1 - middle) / 2, 1e-8);
+    const struct {
+        const char* name;
+        std::vector<double> parameters;
+        int low, high;
+    } cases[] = {
+        {"HypergeometricDist", {5e4, 5e4, 1e5}, 24000, 25001},
+        {"HypergeometricDist", {5e4, 5e4, 1e5}, 25000, 25001},
+        {"HypergeometricDist", {5e4, 5e4, 1e5}, 25001, 26001},
+        {"LogarithmicDist", {0.9999}, 1, 50},
+        {"LogarithmicDist", {0.9999}, 50, 150},
+        {"LogarithmicDist", {0.9999}, 150, 40000},
+        {"LogarithmicDist", {0.9901}, 99, 3000},
+        {"LogarithmicDist", {1 - 1e-15}, 100, 10000},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.name << " from " << c.low);
+        Law law(c.name, c.parameters);
+        double sum = 0;
+        for (int k = c.low; k < c.high; ++k) sum += law.Density(k);
+        EXPECT_NEAR(law.Between(c.low, c.high) / sum, 1, c.name[0] == 'H' ? 1e-7 : 1e-11);
+    }
 }
 
 // Where a difference of two numbers near 1 would have no digits left.
