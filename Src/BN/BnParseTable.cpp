@@ -26,7 +26,7 @@ std::string EntryName(const Node& node, int64_t row)
     for (size_t i = node.links.size(); i-- > 0;) {
         const Node& parent = *node.links[i].parent;
         const int64_t count = std::max(1, parent.states.num_states);
-        name = StateWord(parent, static_cast<int>(row % count)) + (name.empty() ? "" : ", ") + name;
+        name.insert(0, StateWord(parent, static_cast<int>(row % count)) + (name.empty() ? "" : ", "));
         row /= count;
     }
     return name;

@@ -235,11 +235,11 @@ void SetTable(Node& node, TableVector<float> probs)
             "couldn't change the >-CPTable of >-node '%s', because new table has %g entries, but it should have %g",
             node.name.c_str(), double(probs.size()), entries);
     constexpr uint32_t kAcceptedInTable = kAcceptedProbs | PROBS_IMPOSSIBLE;
-    for (size_t at = 0; at < probs.size(); at += num_states) {
+    for (size_t at = 0, row = 0; at < probs.size(); at += num_states, ++row) {
         const uint32_t problems = CheckProbs(probs.data() + at, num_states);
         if (problems & ~kAcceptedInTable)
             Fail(6157, "couldn't change the >-CPTable of >-node '%s', because new row %g %s",
-                 node.name.c_str(), double(at / num_states), DescribeProbs(problems, false).c_str());
+                 node.name.c_str(), double(row), DescribeProbs(problems, false).c_str());
     }
     Change(node, node.tables.probs, std::move(probs), RETABLES, "set table");
 }

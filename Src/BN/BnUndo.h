@@ -77,7 +77,7 @@ size_t HeapBytes(const CompiledNet& compiled) noexcept;
 template <class T, class Allocator>
 size_t HeapBytes(const std::vector<T, Allocator>& values) noexcept
 {
-    size_t total = values.capacity() * sizeof(T);
+    size_t total = values.capacity() * sizeof(T);  // NOLINT(bugprone-sizeof-expression): pointers count, too
     if constexpr (!std::is_trivially_copyable_v<T>)
         for (const T& value : values) total += HeapBytes(value);
     return total;

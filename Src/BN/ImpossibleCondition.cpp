@@ -169,7 +169,7 @@ std::string ConditionText(const CompiledNet& compiled, const ParentCondition& co
             state = int(row % count);
             row /= count;
         }
-        text = parent.name + "=" + StateWord(parent, state) + (text.empty() ? "" : ", ") + text;
+        text.insert(0, parent.name + "=" + StateWord(parent, state) + (text.empty() ? "" : ", "));
     }
     return text;
 }

@@ -104,7 +104,7 @@ private:
         const auto mask = uint32_t(slots_.size() - 1);
         uint32_t slot = uint32_t(hash >> 16) & mask;
         while (slots_[slot] != 0 &&
-               memcmp(rows_.data() + size_t(slots_[slot] - 1) * row_bytes_, row, row_bytes_))
+               memcmp(rows_.data() + size_t(slots_[slot] - 1) * row_bytes_, row, row_bytes_) != 0)
             slot = (slot + 1) & mask;
         return slot;
     }

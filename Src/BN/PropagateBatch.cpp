@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <memory>
 #include <numeric>
 
 #include "BN/PotTable0.h"
@@ -90,8 +91,9 @@ public:
     void Allocate()
     {
         bytes_ = TableVector<float>(size_t(size_ + 1) * kGroup);
-        const auto address = reinterpret_cast<uintptr_t>(bytes_.data());
-        first_ = reinterpret_cast<Group*>((address + sizeof(Group) - 1) / sizeof(Group) * sizeof(Group));
+        void* start = bytes_.data();
+        size_t room = bytes_.size() * sizeof(float);
+        first_ = static_cast<Group*>(std::align(sizeof(Group), size_t(size_) * sizeof(Group), start, room));
     }
     Group* operator[](int64_t place) const { return first_ + place; }
 

@@ -15,7 +15,7 @@ namespace {
 // A delay or persistence: numbers separated by commas, one per time dimension.
 std::string DelayArgument(const Net& net, const char* argument, const char* delay)
 {
-    const std::string text = TextArgument(delay);
+    std::string text = TextArgument(delay);
     const std::vector<std::string> entries = SplitNames(text);
     for (const std::string& entry : entries) {
         double value = 0;

@@ -192,7 +192,7 @@ std::string BashKinds(const std::vector<CommandText>& commands, const CommandTex
             labels = of + std::to_string(++argument) + "\"";
         else
             for (const std::string& name : option.names)
-                labels += (labels.empty() ? "" : " | ") + of + name + "\"";
+                labels.append(labels.empty() ? "" : " | ").append(of).append(name).append("\"");
         text += "        " + labels + ") echo " + (option.value.empty() ? "flag" : Kinds(option)) + " ;;\n";
     }
     return text;
@@ -296,9 +296,9 @@ std::string ZshRows(const OptionText& option)
     std::string rows;
     for (const std::string& name : option.names) {
         const std::string others = option.names.size() > 1 ? "(" + Join(option.names, " ") + ")" : "";
-        rows +=
-            Quoted((option.is_repeatable ? "*" : others) + name + "[" + ZshText(option.help) + "]" + value) +
-            "\n";
+        std::string row = option.is_repeatable ? "*" : others;
+        row.append(name).append("[").append(ZshText(option.help)).append("]").append(value);
+        rows += Quoted(row) + "\n";
     }
     return rows;
 }

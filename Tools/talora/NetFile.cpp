@@ -1,7 +1,5 @@
 #include "talora/NetFile.h"
 
-#include <errno.h>
-#include <string.h>
 #include <strings.h>
 
 #include <algorithm>
@@ -29,7 +27,7 @@ std::string ReadStandardInput()
         got = fread(contents.data() + end, 1, kChunk, stdin);
         contents.resize(end + got);
     } while (got > 0);
-    if (ferror(stdin)) throw CommandFailed(std::string("could not read standard input: ") + strerror(errno));
+    if (ferror(stdin)) throw CommandFailed("could not read standard input: " + SystemReason());
     return contents;
 }
 

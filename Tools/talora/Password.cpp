@@ -1,6 +1,5 @@
 #include "talora/Password.h"
 
-#include <errno.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <string.h>
@@ -9,6 +8,8 @@
 
 #include <cstdio>
 #include <memory>
+
+#include "talora/Text.h"
 
 namespace command {
 
@@ -85,7 +86,7 @@ void SetPassword(Session& session, stream_vx* stream)
     const std::string& path = session.options.password_file;
     if (path.empty()) return;
     const File file(fopen(path.c_str(), "rb"));
-    if (!file) throw CommandFailed("could not open password file '" + path + "': " + strerror(errno));
+    if (!file) throw CommandFailed("could not open password file '" + path + "': " + SystemReason());
     setvbuf(file.get(), nullptr, _IONBF, 0);
     char password[kLongestPassword + 1];
     const bool read = fgets(password, sizeof password, file.get()) != nullptr;

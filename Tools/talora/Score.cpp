@@ -1,6 +1,4 @@
 // talora score: the beliefs for every case of a file.
-#include <errno.h>
-#include <string.h>
 #include <unistd.h>
 
 #include <nlohmann/json.hpp>
@@ -8,6 +6,7 @@
 #include "talora/CaseFiles.h"
 #include "talora/Command.h"
 #include "talora/NetFile.h"
+#include "talora/Text.h"
 
 namespace command {
 
@@ -18,10 +17,11 @@ class ScratchFile {
 public:
     ScratchFile()
     {
+        // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing in the command changes the environment
         const char* folder = getenv("TMPDIR");
         path_ = std::string(folder && *folder ? folder : "/tmp") + "/talora-XXXXXX";
         const int file = mkstemp(path_.data());
-        if (file < 0) throw CommandFailed("could not make a file in '" + path_ + "': " + strerror(errno));
+        if (file < 0) throw CommandFailed("could not make a file in '" + path_ + "': " + SystemReason());
         close(file);
     }
     ~ScratchFile() { unlink(path_.c_str()); }
@@ -33,7 +33,7 @@ public:
     void Print(Session& session) const
     {
         const std::unique_ptr<FILE, int (*)(FILE*)> file(fopen(path_.c_str(), "rb"), fclose);
-        if (!file) throw CommandFailed("could not read '" + path_ + "': " + strerror(errno));
+        if (!file) throw CommandFailed("could not read '" + path_ + "': " + SystemReason());
         char chunk[1 << 16];
         for (size_t got; (got = fread(chunk, 1, sizeof chunk, file.get())) > 0;)
             session.PrintRaw({chunk, got});

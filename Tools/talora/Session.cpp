@@ -6,7 +6,6 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
-#include <cstring>
 #include <iterator>
 #include <nlohmann/json.hpp>
 #include <vector>
@@ -220,7 +219,7 @@ int Session::Finish(ExitStatus status, const std::string& failure)
     for (const Message& m : messages)
         if (m.is_error || !options.quiet) PrintLine(m);
     if (!written) {
-        fprintf(stderr, "talora: error: could not write to standard output: %s\n", strerror(errno));
+        fprintf(stderr, "talora: error: could not write to standard output: %s\n", SystemReason().c_str());
         return kFailed;
     }
     return status;

@@ -5,12 +5,14 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <system_error>
 
 namespace command {
 
@@ -50,6 +52,7 @@ bool IsUnsafe(uint32_t code)
 bool LocaleHasUtf8()
 {
     for (const char* name : {"LC_ALL", "LC_CTYPE", "LANG"}) {
+        // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing in the command changes the environment
         const char* value = getenv(name);
         if (!value || !*value) continue;
         return strstr(value, "UTF-8") || strstr(value, "utf8") || strstr(value, "utf-8");
@@ -145,6 +148,11 @@ std::string ShortestNumber(float value)
 {
     char text[64];
     return {text, std::to_chars(text, text + sizeof text, value).ptr};
+}
+
+std::string SystemReason()
+{
+    return std::generic_category().message(errno);
 }
 
 std::string Columns::Text(size_t right_from) const

@@ -32,6 +32,9 @@ std::string Number(double value);
 // The shortest text that reads back to the same single-precision value.
 std::string ShortestNumber(float value);
 
+// Why the system refused what was asked of it last (errno).
+std::string SystemReason();
+
 // Lines with columns wide enough for their entries; the last one is not padded.
 class Columns {
 public:
