@@ -222,11 +222,11 @@ bool NumStates(NodeReader& r)
                static_cast<int>(std::max<int64_t>(count, INT_MIN)));
         return true;
     }
-    // More states than an index can hold are refused like a number that contradicts the others.
-    const int shown = static_cast<int>(std::min<int64_t>(count, INT_MAX));
-    if (count > INT_MAX - 1 || !SettleStates(r, static_cast<size_t>(count)))
+    if (count > INT_MAX)
+        FailAt(r.Text().Place(), 6131, "too many states for >-Bnode '%s'", r.node.name.c_str());
+    if (!SettleStates(r, static_cast<size_t>(count)))
         FailAt(r.Text().Place(), 2949, "`%s` stated to be %d, but other statements imply it is %d",
-               "numstates", shown, r.node.states.num_states);
+               "numstates", static_cast<int>(count), r.node.states.num_states);
     return true;
 }
 

@@ -112,7 +112,7 @@ int StateOfValue(const Node& node, double value)
         const auto found = std::find(levels.begin(), levels.end(), value);
         return found == levels.end() ? int(UNDEF_STATE) : int(found - levels.begin());
     }
-    if (int(levels.size()) != num_states + 1) return UNDEF_STATE;
+    if (levels.size() != size_t(num_states) + 1) return UNDEF_STATE;
     // An interval holds its first threshold; the last one holds both of its ends.
     const bool rising = levels.front() <= levels.back();
     for (int state = 0; state < num_states; ++state) {

@@ -263,6 +263,31 @@ TEST_F(NetContainerTest, FaultsHaveTheirMessages)
     }
 }
 
+// A size is believed up to what deflating can do; beyond, and from 1 TB on, it is refused by itself.
+TEST_F(NetContainerTest, StatedSizeHasItsLimits)
+{
+    Parts parts;
+    parts.member = Gzipped(kNetText);
+    const uint64_t most = 1032 * parts.member.size() + 64 * 1024;
+    const struct {
+        const char* label;
+        uint64_t size;
+        int number;
+    } rows[] = {
+        {"most", most, 6850},  // it turns out to be wrong when all is inflated
+        {"most and one", most + 1, 6841},
+        {"a byte below 1 TB", (uint64_t{1} << 40) - 1, 6841},
+        {"1 TB", uint64_t{1} << 40, 6845},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.label);
+        parts.size = row.size;
+        parts.numbers = "16 " + std::to_string(row.size);
+        EXPECT_EQ(Read(parts.Bytes(kNetText.size())), nullptr);
+        EXPECT_EQ(number_, row.number) << message_;
+    }
+}
+
 TEST_F(NetContainerTest, OptionalFieldsOfGzipAreSkipped)
 {
     const std::string plain = Gzipped(kNetText);
@@ -481,10 +506,11 @@ TEST_F(NetContainerTest, KeyDerivationHasItsLimit)
 {
     EXPECT_EQ(GetMaxKeyIterations_vx(env_), 2000000);
     const std::string file = Sealed(env_, 'G', "secret");
+    SetHaltFlag_vx(env_, 1);  // what is accepted is worked on, until it is halted
     const struct {
         uint64_t iterations;
         int number;
-    } rows[] = {{0, 6841}, {2000001, 6860}, {4000000000, 6860}};
+    } rows[] = {{0, 6841}, {2000000, 6862}, {2000001, 6860}, {4000000000, 6860}};
     for (const auto& row : rows) {
         std::string field, changed = file;
         AppendLittleEndian(field, row.iterations, 4);
@@ -492,6 +518,7 @@ TEST_F(NetContainerTest, KeyDerivationHasItsLimit)
         EXPECT_EQ(Read(changed, "secret"), nullptr);
         EXPECT_EQ(number_, row.number) << message_;
     }
+    SetHaltFlag_vx(env_, 0);
     SetMaxKeyIterations_vx(env_, 599999);
     EXPECT_EQ(env_.Taken(), 6856);
     SetMaxKeyIterations_vx(env_, 600000);
@@ -499,7 +526,8 @@ TEST_F(NetContainerTest, KeyDerivationHasItsLimit)
     const std::string slow = Sealed(env_, 'G', "secret", kNetText, 600001);
     EXPECT_EQ(Read(slow, "secret"), nullptr);
     EXPECT_EQ(number_, 6860);
-    SetMaxKeyIterations_vx(env_, 700000);
+    SetMaxKeyIterations_vx(env_, 600001);
+    EXPECT_TRUE(ReadsAs(slow, kNetText, "secret")) << message_;
     SetHaltFlag_vx(env_, 1);
     EXPECT_EQ(Read(slow, "secret"), nullptr);
     EXPECT_EQ(number_, 6862) << message_;
