@@ -1,5 +1,6 @@
 // Messages about environments, nets, nodes, tables, findings and compiling.
 #include <cmath>
+#include <cstring>
 
 #include "Messages/MessageTest.h"
 
@@ -334,6 +335,71 @@ TEST_F(ModelMessages, OfRandomCases)
     });
     DeleteNet_bn(other);
     ClearErrors_vx(env_, INTERNAL_SEVERITY);
+}
+
+TEST_F(ModelMessages, OfEquations)
+{
+    const auto convert = [&](node_bn* node, const char* equation) {
+        SetNodeEquation_bn(node, equation);
+        EquationToTable_bn(node, 10, 0, 0);
+    };
+    const auto draw = [&](const char* equation) {
+        AddLink_bn(a_, r_), SetNodeEquation_bn(r_, equation);
+        WriteRandomCases_bn(List({r_}), Cases(""), 50, FORWARD_SAMPLING, 1, 0);
+    };
+    ExpectRaised({
+        {2457, [&] { convert(b_, "P (B | A) = B == 0 ? 1e39 : 1"); }},
+        {6407,
+         [&] {
+             SetQuestionHandler_vx(
+                 env_, [](environ_vx*, const char*, const char*, const char*, void*) { return 2; }, nullptr);
+             node_bn *p = Add("P", 1000000), *x = Add("X", 2);
+             AddLink_bn(p, x);
+             const double limit = LimitMemoryUsage_vx(GetMemoryUsage_vx(env_) + 1e6, env_);
+             convert(x, "X (P) = 1");
+             LimitMemoryUsage_vx(limit, env_);
+             EXPECT_FALSE(HasNodeTable_bn(x, nullptr));
+         }},
+        {6413,
+         [&] {
+             const level_bn levels[] = {0, 1, 2};
+             SetNodeLevels_bn(r_, 2, levels);
+             AddLink_bn(Add("Q", 0), r_), SetNodeLevels_bn(GetNodeNamed_bn("Q", net_), 2, levels);
+             convert(r_, "R (Q) = Q + 50");
+         }},
+        {6415, [&] { convert(b_, "B (A) = MultinomialDist (1, #A / 2, 0.5, 1, 0.5) > 0"); }},
+        {6665, [&] { draw("P (R | A) = exp (-R * R)"); }},
+        {6666, [&] { draw("P (R | A) = NormalDist (R, 0, #A - 1)"); }},
+    });
+}
+
+TEST_F(ModelMessages, OfLearning)
+{
+    // Halts when the heading of the iterations is shown.
+    const auto halt = [](environ_vx* env, const char* text, const report_vx*, void*) {
+        if (strstr(text, "Iteration")) SetHaltFlag_vx(env, 1);
+        return 0;
+    };
+    const std::string cases = "A\tB\n" + std::string("yes\t#0\nno\t*\n*\t#1\n*\t#0\n");
+    ExpectRaised({
+        {6583,
+         [&] {
+             node_bn *p = Add("P", 1 << 16), *x = Add("X", 1 << 16);
+             AddLink_bn(p, x);
+             LearnCPTs_bn(NewLearner_bn(1, env_), List({x}), Caseset("P\tX\n#1\t#2\n"), 1);
+             EXPECT_FALSE(HasNodeTable_bn(x, nullptr));
+         }},
+        {6593,
+         [&] {
+             SetMessageHandler_vx(env_, halt, nullptr);
+             LearnCPTs_bn(NewLearner_bn(3, env_), List({a_, b_}), Caseset(cases), 1);
+         }},
+        {6593,
+         [&] {
+             SetMessageHandler_vx(env_, halt, nullptr);
+             LearnCPTs_bn(NewLearner_bn(4, env_), List({a_, b_}), Caseset(cases), 1);
+         }},
+    });
 }
 
 }  // namespace
