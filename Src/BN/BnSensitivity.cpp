@@ -338,6 +338,7 @@ void DeleteSensv(Sensv* sensv) noexcept
     all.erase(std::remove(all.begin(), all.end(), sensv), all.end());
     sensv->varying.header.SetTag(DELETED_TYPE);
     Measurers().Release(sensv);
+    KeepReadable(sensv->varying.header);
 }
 
 void ForgetNode(Net& net, const Node* node) noexcept

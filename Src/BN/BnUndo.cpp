@@ -116,7 +116,7 @@ std::unique_ptr<CompiledNet, CompiledNetDeleter> TakeTree(Net& net) noexcept
         CompiledNet& compiled = *net.compiled;
         compiled.propagation.reset();
         compiled.made_tables.clear();
-        compiled.clique_lists = std::vector<NodeList>();
+        compiled.clique_lists = std::vector<OwnedList>();
         compiled.stale_findings.clear();
         std::fill(compiled.finding_is_stale.begin(), compiled.finding_is_stale.end(), 0);
     }

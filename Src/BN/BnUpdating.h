@@ -34,9 +34,9 @@ struct CompiledNet {
     std::unique_ptr<Propagation> propagation;  // null until beliefs are first needed
     MadeTables made_tables;
 
-    std::vector<int> stale_findings;     // variables whose finding the propagation does not know yet
-    std::vector<char> finding_is_stale;  // by variable
-    std::vector<NodeList> clique_lists;  // for callers, made when asked for
+    std::vector<int> stale_findings;      // variables whose finding the propagation does not know yet
+    std::vector<char> finding_is_stale;   // by variable
+    std::vector<OwnedList> clique_lists;  // for callers, each made when it is asked for
 };
 
 // ---- Notices from BnEdit.h ----

@@ -375,6 +375,8 @@ void DeleteNet(Net* net) noexcept
     net->nodes.header.SetTag(DELETED_TYPE);
     net->elim_order.header.SetTag(DELETED_TYPE);
     Nets().Release(net);
+    KeepReadable(net->nodes.header);
+    KeepReadable(net->elim_order.header);
     ReleaseObjectLock(lock);
 }
 
@@ -393,6 +395,8 @@ void ReleaseNode(Node* node) noexcept
     node->parents.header.SetTag(DELETED_TYPE);
     node->children.header.SetTag(DELETED_TYPE);
     Nodes().Release(node);
+    KeepReadable(node->parents.header);
+    KeepReadable(node->children.header);
 }
 
 NodeList* NewNodeList(environ_vx& env, size_t length)
@@ -419,6 +423,19 @@ void DeleteNodeList(NodeList* list) noexcept
         const auto found = std::find(env.lists.rbegin(), env.lists.rend(), list);
         if (found != env.lists.rend()) env.lists.erase(std::next(found).base());
     }
+    Lists().Release(list);
+}
+
+OwnedList NewOwnedList(Net& net)
+{
+    OwnedList list(Lists().New(net.header.Lock()));
+    list->env = net.env;
+    list->owned = true;
+    return list;
+}
+
+void OwnedListDeleter::operator()(NodeList* list) const noexcept
+{
     Lists().Release(list);
 }
 

@@ -266,4 +266,12 @@ void ReleaseNode(Node* node) noexcept;  // the record alone
 NodeList* NewNodeList(environ_vx& env, size_t length);
 void DeleteNodeList(NodeList* list) noexcept;
 
+// A list that belongs to something of a net which ends before the net does: callers' handles of it are
+// recognised as deleted then.
+struct OwnedListDeleter {
+    void operator()(NodeList* list) const noexcept;
+};
+using OwnedList = std::unique_ptr<NodeList, OwnedListDeleter>;
+OwnedList NewOwnedList(Net& net);
+
 }  // namespace talora

@@ -89,6 +89,13 @@ bool IsLive(const T* object, HandleKind kind)
     return (reinterpret_cast<const HandleHeader*>(object)->Tag() & (kKindMask | kDeletedFlag)) == kind;
 }
 
+// For a handle within a record that was released, like a node's list of parents: it was set to DELETED_TYPE,
+// and callers may still look at it.
+inline void KeepReadable(const HandleHeader& header)
+{
+    TALORA_UNPOISON(&header, sizeof header);
+}
+
 // Records of all types that are live now, for tests.
 inline std::atomic<int64_t> num_live_handles{0};
 

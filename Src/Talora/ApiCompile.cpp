@@ -14,22 +14,17 @@ void CheckClique(const CompiledNet& compiled, int clique)
              compiled.tree.num_cliques() - 1);
 }
 
-// Lists of clique members are made for all cliques when first asked for, and live as long as the tree.
-const NodeList& CliqueList(const Net& net, int clique)
+const NodeList& CliqueList(Net& net, int clique)
 {
     CompiledNet& compiled = *net.compiled;
-    if (compiled.clique_lists.empty()) {
-        std::vector<NodeList> lists(compiled.tree.num_cliques());
-        for (int i = 0; i < compiled.tree.num_cliques(); ++i) {
-            lists[i].header.SetTag(NODELIST_TYPE);
-            lists[i].header.SetLock(net.header.Lock());
-            lists[i].env = net.env;
-            lists[i].owned = true;
-            for (int member : compiled.tree.members[i]) lists[i].nodes.push_back(compiled.nodes[member]);
-        }
-        compiled.clique_lists = std::move(lists);
+    compiled.clique_lists.resize(size_t(compiled.tree.num_cliques()));
+    OwnedList& kept = compiled.clique_lists[size_t(clique)];
+    if (!kept) {
+        OwnedList list = NewOwnedList(net);
+        for (int member : compiled.tree.members[clique]) list->nodes.push_back(compiled.nodes[member]);
+        kept = std::move(list);
     }
-    return compiled.clique_lists[clique];
+    return *kept;
 }
 
 }  // namespace
@@ -109,7 +104,7 @@ const nodelist_bn* GetCliqueNodes_bn(const net_bn* net, int clique)
 {
     return CallApi(__func__, net, static_cast<const nodelist_bn*>(nullptr), [&] {
         CheckClique(NeedCompiled(*net), clique);
-        return &CliqueList(*net, clique);
+        return &CliqueList(const_cast<Net&>(*net), clique);
     });
 }
 

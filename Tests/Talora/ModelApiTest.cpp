@@ -434,4 +434,43 @@ TEST_F(ModelApiTest, Labels)
     EXPECT_STREQ(label, "#1");
 }
 
+// Lists that belong to a net, a node or a junction tree end with it: who kept one is told so.
+TEST_F(ModelApiTest, ListsOfOthersAreRecognisedAsDeleted)
+{
+    node_bn *a = Add("A", 2), *b = Add("B", 2, {a}), *c = Add("C", 2, {b});
+    const auto cliques = [&] { return GetCliqueNodes_bn(net_, 0); };
+    const auto compile = [&] {
+        CompileNet_bn(net_);
+        ClearErrors_vx(env_, INTERNAL_SEVERITY);
+    };
+    const nodelist_bn* kept = nullptr;
+    const struct {
+        const char* label;
+        std::function<const nodelist_bn*()> list;
+        std::function<void()> end;
+    } rows[] = {
+        {"uncompiled", cliques, [&] { UncompileNet_bn(net_); }},
+        {"compiled anew", cliques, [&] { UncompileNet_bn(net_), compile(); }},
+        {"its like made anew", cliques, [&] { UncompileNet_bn(net_), compile(), cliques(); }},
+        {"discarded by an edit", cliques, [&] { AddLink_bn(a, c); }},
+        {"by another order", cliques,
+         [&] { SetNetElimOrder_bn(net_, NewNodeList2_bn(0, net_)), SetNetElimOrder_bn(net_, nullptr); }},
+        {"parents of a node", [&] { return GetNodeParents_bn(c); }, [&] { DeleteNode_bn(c); }},
+        {"elimination order of a net", [&] { return GetNetElimOrder_bn(net_); }, [&] { DeleteNet_bn(net_); }},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.label);
+        compile();
+        kept = row.list();
+        EXPECT_GE(LengthNodeList_bn(kept), 1);
+        EXPECT_EQ(TakeError(), 0) << message_;
+        row.end();
+        ClearErrors_vx(env_, INTERNAL_SEVERITY);
+        EXPECT_EQ(LengthNodeList_bn(kept), -1);
+        EXPECT_EQ(TakeError(), 5145) << message_;
+        EXPECT_EQ(NthNode_bn(kept, 0), nullptr);
+        EXPECT_EQ(TakeError(), 5145) << message_;
+    }
+}
+
 }  // namespace
