@@ -713,13 +713,17 @@ TALORA_API const prob_bn* QueryBeliefs_bn(const nodelist_bn* nodes, double* log_
 TALORA_API double GetNodeExpectedValue_bn(node_bn* node, double* std_dev);
 /** The numeric value that a state stands for; undefined without levels. */
 TALORA_API double GetNodeStateValue_bn(const node_bn* node, state_bn state);
-/** Probability of all findings: 1 without any, 0 if they contradict one another, -1 on another failure. */
+/** Probability of all findings: 0 if they contradict one another or the model, with the error on record; -1
+ *  on another failure.  Without any it is 1, at once: tables that leave no configuration possible show when
+ *  beliefs are updated (3305, or an error that names the table), or once there is a finding. */
 TALORA_API double FindingsProbability_bn(net_bn* net);
-/** Its natural logarithm, which does not underflow; minus infinity (the system's) where it is 0. */
+/** Its natural logarithm, which does not underflow: minus infinity (the system's) where it is 0, and 0 without
+ *  findings. */
 TALORA_API double LogFindingsProbability_bn(net_bn* net);
 /** Whether the beliefs are up to date; does not update. */
 TALORA_API bool_vx IsBeliefUpdated_bn(const node_bn* node);
-/** Brings all beliefs up to date now. */
+/** Brings all beliefs up to date now.  A long update tells the progress handler (title "Operation in progress
+ *  ...") and stops on its word or on the halt flag (6013); the next one goes on from there. */
 TALORA_API void UpdateNetBeliefs_bn(net_bn* net);
 
 /* ---------------------------------------------------------------------------------------------

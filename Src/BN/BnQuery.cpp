@@ -4,6 +4,7 @@
 
 #include "BN/BnCompile.h"
 #include "Basic/Error.h"
+#include "Basic/Progress.h"
 
 namespace talora {
 
@@ -69,7 +70,8 @@ const float* QueryBeliefs(Net& net, std::span<Node* const> nodes, double* log_pr
     }
     if (net.most_probable) return ReadBeliefs(queries, net, nodes, count, log_probability);
     ModelFindings findings = FindingsOf(queries.model);
-    CheckUpdated(net, queries.query->Ask(targets, findings, log_probability != nullptr));
+    Progress progress(kUpdateTitle);
+    CheckUpdated(net, queries.query->Ask(targets, findings, log_probability != nullptr, &progress));
     queries.beliefs.resize(count);
     float* place = queries.beliefs.data();
     for (size_t t = 0; t < nodes.size(); ++t) {

@@ -12,6 +12,7 @@
 #include "BN/ImpossibleCondition.h"
 #include "Basic/Error.h"
 #include "Basic/Memory.h"
+#include "Basic/Progress.h"
 
 namespace talora {
 
@@ -225,7 +226,8 @@ void UpdateBeliefs(Net& net)
         SyncFindings(*net.compiled);
         CheckTableMemory(net);
     }
-    CheckUpdated(net, net.compiled->propagation->Update());
+    Progress progress(kUpdateTitle);
+    CheckUpdated(net, net.compiled->propagation->Update(&progress));
 }
 
 void CheckUpdated(const Net& net, UpdateStatus status)

@@ -18,6 +18,9 @@
 
 namespace talora {
 
+// What a progress handler is told of a long update.
+constexpr const char* kUpdateTitle = "Operation in progress ...";
+
 // Tables that are not stored in the form in which propagation reads them, by variable.
 using MadeTables = std::unordered_map<int, TableVector<float>>;
 

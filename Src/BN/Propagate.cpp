@@ -40,7 +40,26 @@ bool Propagation::Engine::IsHaltedNow(const SweepPlan& plan)
     unpolled += entries + 256;
     if (unpolled < kPollEntries) return false;
     unpolled = 0;
-    return IsHalted();
+    return !GoesOn(0);
+}
+
+bool Propagation::Engine::GoesOn(double share)
+{
+    if (progress == nullptr) return !IsHalted();
+    return progress->Step(progress->IsDue() ? FractionDone(share) : 0);
+}
+
+// By the sizes of cliques; up and down again count the same.  All cliques are looked at, ten times a second.
+double Propagation::Engine::FractionDone(double share) const
+{
+    double total = 0, before = 0;
+    for (int i = 0; i < tree->num_cliques(); ++i) {
+        const double size = std::min(tree->clique_sizes[size_t(i)], 1e100);
+        if (i < clique_at) before += size;
+        if (i == clique_at) before += (is_rising ? 1 - share : share) * size;
+        total += size;
+    }
+    return std::clamp((is_rising ? total - before : total + before) / (2 * total), 0.0, 1.0);
 }
 
 bool Propagation::Engine::RunScaled(const SweepPlan& plan, bool all_wanted)
@@ -192,10 +211,13 @@ UpdateStatus Propagation::Engine::Update()
     PlaceTables();
     vanished_at = -1;
     for (int i = pending.Below(tree->num_cliques()); i >= 0; i = pending.Below(i)) {
+        clique_at = i;
         const UpdateStatus status = IsUpStale(i) ? SendUp(i) : UpdateStatus::kUpdated;
         if (status != UpdateStatus::kUpdated) return status;
     }
+    is_rising = false;
     for (int i = pending.From(0); i >= 0; i = pending.From(i + 1)) {
+        clique_at = i;
         UpdateStatus status = SendDown(i);
         if (status == UpdateStatus::kUpdated) status = UpdatePrivate(i);
         if (status != UpdateStatus::kUpdated) return status;
@@ -214,10 +236,13 @@ UpdateStatus Propagation::Engine::CollectTo(int target)
     for (int i : way) on_way[size_t(i)] = true;
     for (int i = pending.Below(tree->num_cliques()); i >= 0; i = pending.Below(i)) {
         if (on_way[size_t(i)] || !IsUpStale(i)) continue;
+        clique_at = i;
         const UpdateStatus status = SendUp(i);
         if (status != UpdateStatus::kUpdated) return status;
     }
+    is_rising = false;
     for (size_t k = way.size(); k-- > 1;) {
+        clique_at = way[k];
         const int next = way[k - 1];
         UpdateStatus status = UpdateStatus::kUpdated;
         if (!is_scalar[size_t(next)]) {
@@ -407,6 +432,19 @@ void Propagation::Engine::SpreadJoint(std::span<const int> variables, uint64_t a
 
 // ---- The functions of the header. ----
 
+// For the length of an update somebody is told of it.
+struct Propagation::Telling {
+    Telling(Engine& e, Progress* progress) : engine(e)
+    {
+        engine.progress = progress;
+        engine.is_rising = true;
+    }
+    ~Telling() { engine.progress = nullptr; }
+    Telling(const Telling&) = delete;
+    Telling& operator=(const Telling&) = delete;
+    Engine& engine;
+};
+
 Propagation::Propagation(const ModelGraph& graph, const JunctionTree& tree, TableSource table,
                          double small_tree)
     : engine_(std::make_unique<Engine>(graph, tree, std::move(table), small_tree))
@@ -457,12 +495,14 @@ void Propagation::Forget()
     engine_->Forget();
 }
 
-UpdateStatus Propagation::Update()
+UpdateStatus Propagation::Update(Progress* progress)
 {
+    const Telling telling(*engine_, progress);
     return engine_->Update();
 }
-UpdateStatus Propagation::UpdateFor(int variable)
+UpdateStatus Propagation::UpdateFor(int variable, Progress* progress)
 {
+    const Telling telling(*engine_, progress);
     return engine_->UpdateFor(variable);
 }
 bool Propagation::IsUpdated() const

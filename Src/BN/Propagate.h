@@ -47,8 +47,10 @@ using TableSource = std::function<const float*(int variable)>;
 enum class UpdateStatus {
     kUpdated,
     kInconsistent,  // the findings have probability exactly 0: no beliefs
-    kHalted         // the halt flag was set; call again to go on
+    kHalted         // the halt flag was set, or the progress handler says stop; call again to go on
 };
+
+class Progress;
 
 class Propagation {
 public:
@@ -73,11 +75,12 @@ public:
     void SetMaximise(bool maximise);
     void Forget();  // the next update computes every message anew (findings stay)
 
-    // ---- Updating. ----
+    // ---- Updating; `progress`, where given, is told of it and may halt it. ----
 
-    UpdateStatus Update();                 // everything
-    UpdateStatus UpdateFor(int variable);  // what Belief of this variable and the probability need
-    bool IsUpdated() const;                // nothing changed since the last successful Update
+    UpdateStatus Update(Progress* progress = nullptr);  // everything
+    // What Belief of this variable and the probability need.
+    UpdateStatus UpdateFor(int variable, Progress* progress = nullptr);
+    bool IsUpdated() const;  // nothing changed since the last successful Update
 
     // The clique in which the probability vanished in the last update, -1 if it did not.
     int VanishedAt() const;
@@ -108,6 +111,7 @@ public:
 
 private:
     struct Engine;
+    struct Telling;
     std::unique_ptr<Engine> engine_;
 };
 

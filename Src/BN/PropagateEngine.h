@@ -97,6 +97,9 @@ struct Propagation::Engine {
     double log_prob = 0;
     int64_t total_log_scale = 0;  // of all potentials and all messages towards the root
     int64_t unpolled = 0;
+    Progress* progress = nullptr;  // of the update under way
+    int clique_at = 0;             // how far that is
+    bool is_rising = true;         // the first half: messages go up
     Counters counts;
 
     // Working memory.
@@ -172,6 +175,8 @@ struct Propagation::Engine {
     // The tables in the order of DescribeFactors.
     void CollectFactors(int clique, bool with_mate);
     bool IsHaltedNow(const SweepPlan& plan);
+    bool GoesOn(double share);  // within the clique
+    double FractionDone(double share) const;
 
     // Runs a plan and scales what comes out.  Where all of an output is tiny, products may have
     // underflowed on the way: it is formed again with all of them larger.  False: halted.

@@ -54,6 +54,7 @@ Propagation::Engine::Engine(const ModelGraph& g, const JunctionTree& t, TableSou
     for (int i = 0; i < tree->num_cliques(); ++i) pending.Insert(i);
     for (size_t v = 0; v < num_variables; ++v)
         if (g.variables[v].is_decision) decisions.push_back(int(v));
+    scratch.go_on = [this](double share) { return GoesOn(share); };
 }
 
 // ---- Structure. ----

@@ -27,6 +27,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <memory_resource>
 #include <span>
@@ -156,6 +157,9 @@ struct SweepScratch {
     };
     std::vector<Sum> sums;  // per output: what stands in its block sum
     std::vector<int> indexes;
+    // Asked now and then in long sweeps, with the share that is done, whether to go on; not set: the halt
+    // flag alone says so.
+    std::function<bool(double share)> go_on;
 };
 
 // Runs a plan; `factors` are the tables, with kSweepPadding readable floats behind each; `wanted` says which

@@ -32,6 +32,11 @@ struct PlacesInMemory {
 
 constexpr int64_t kPollEntries = 1 << 20;  // between two looks at the halt flag
 
+bool GoesOn(const SweepScratch& scratch, double share)
+{
+    return scratch.go_on ? scratch.go_on(share) : !IsHalted();
+}
+
 #define TALORA_SWEEP_PERMUTES 0
 namespace plain {
 #include "BN/SweepKernels.inc"

@@ -183,14 +183,15 @@ struct TargetedQuery::Engine {
         p.positive = findings.positive;
     }
 
-    UpdateStatus Ask(std::span<const int> targets, const ModelFindings& findings, bool whole)
+    UpdateStatus Ask(std::span<const int> targets, const ModelFindings& findings, bool whole,
+                     Progress* progress)
     {
         Prepared& p = Prepare(targets, findings, whole);
         observed.clear();
         for (int target : targets) observed.push_back(findings.positive[size_t(target)]);
         asked.assign(targets.begin(), targets.end());
         if (!MultiplyFixed(p, findings)) return UpdateStatus::kInconsistent;
-        return Update(p, whole);
+        return Update(p, whole, progress);
     }
 
     // False: one of them is impossible.
@@ -210,16 +211,16 @@ struct TargetedQuery::Engine {
     }
 
     // Messages towards one clique are enough where little is asked.
-    static UpdateStatus Update(Prepared& p, bool whole)
+    static UpdateStatus Update(Prepared& p, bool whole, Progress* progress)
     {
         std::vector<int> free;
         for (int target : p.part.targets)
             if (target >= 0) free.push_back(target);
         if (free.empty() && whole && !p.part.original.empty()) free.push_back(0);
-        if (free.size() > 2) return p.propagation->Update();
+        if (free.size() > 2) return p.propagation->Update(progress);
         UpdateStatus status = UpdateStatus::kUpdated;
         for (size_t k = 0; k < free.size() && status == UpdateStatus::kUpdated; ++k)
-            status = p.propagation->UpdateFor(free[k]);
+            status = p.propagation->UpdateFor(free[k], progress);
         return status;
     }
 };
@@ -236,12 +237,13 @@ TargetedQuery::TargetedQuery(const ModelGraph& graph, TableSource table, std::ve
 
 TargetedQuery::~TargetedQuery() = default;
 
-UpdateStatus TargetedQuery::Ask(std::span<const int> targets, ModelFindings& findings, bool wants_probability)
+UpdateStatus TargetedQuery::Ask(std::span<const int> targets, ModelFindings& findings, bool wants_probability,
+                                Progress* progress)
 {
     const DenormalsOff mode;
     engine_->FindConstrained();
     findings.constrained = engine_->constrained;
-    return engine_->Ask(targets, findings, wants_probability);
+    return engine_->Ask(targets, findings, wants_probability, progress);
 }
 
 void TargetedQuery::Belief(int target, float* belief) const

@@ -29,7 +29,8 @@ public:
 
     // @param wants_probability  also that of all findings, which may need a larger part of the model
     // findings.constrained is filled in here.
-    UpdateStatus Ask(std::span<const int> targets, ModelFindings& findings, bool wants_probability);
+    UpdateStatus Ask(std::span<const int> targets, ModelFindings& findings, bool wants_probability,
+                     Progress* progress = nullptr);
 
     // ---- Of the last question, if it was answered. ----
     void Belief(int target, float* belief) const;  // `target` counts the targets asked for

@@ -10,11 +10,18 @@ namespace {
 
 constexpr std::chrono::milliseconds kBetweenReports(100);
 
+bool HasHandler()
+{
+    const environ_vx* env = ThisThread().env;
+    return env != nullptr && env->progress_handler.IsSet();
+}
+
 }  // namespace
 
-Progress::Progress(const char* title)
-    : title_(title), next_(std::chrono::steady_clock::now() + kBetweenReports)
-{}
+Progress::Progress(const char* title) : title_(title)
+{
+    if (HasHandler()) next_ = std::chrono::steady_clock::now() + kBetweenReports;
+}
 
 Progress::~Progress()
 {
@@ -29,17 +36,20 @@ Progress::~Progress()
 bool Progress::Step(double fraction)
 {
     if (halted_ || IsHalted()) return !(halted_ = true);
+    if (!IsDue()) return true;
+    next_ = std::chrono::steady_clock::now() + kBetweenReports;
     environ_vx* env = ThisThread().env;
-    if (env == nullptr || !env->progress_handler.IsSet()) return true;
-    const auto now = std::chrono::steady_clock::now();
-    if (now < next_) return true;
-    next_ = now + kBetweenReports;
     const auto handler = env->progress_handler.Get();
     if (handler.function == nullptr) return true;
     shown_ = true;
     const CallerFloatMode caller;
     halted_ = !handler.function(env, title_, fraction, handler.data);
     return !halted_;
+}
+
+bool Progress::IsDue() const
+{
+    return HasHandler() && std::chrono::steady_clock::now() >= next_;
 }
 
 bool IsHalted()

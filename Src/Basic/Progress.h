@@ -1,7 +1,7 @@
 // Long operations: a title, how far they are, and whether to go on.
 //
 // Engine code makes a Progress for the length of an operation and calls Step now and then; Step
-// is cheap (a clock is read at most every few calls), asks the environment's progress handler at
+// is cheap (without a handler no clock is read), asks the environment's progress handler at
 // most ten times a second, and is false once the handler or the halt flag says stop.
 #pragma once
 
@@ -18,6 +18,7 @@ public:
 
     // fraction is between 0 and 1.  False: stop, finish with what there is.
     bool Step(double fraction);
+    bool IsDue() const;  // the next step asks the handler, for which the fraction may then be worked out
     bool Halted() const { return halted_; }
 
 private:

@@ -132,6 +132,22 @@ TEST_F(FindingsApiTest, ContradictionFoundOnUpdating)
     EXPECT_TRUE(IsBeliefUpdated_bn(slip_));
 }
 
+TEST_F(FindingsApiTest, AnImpossibleModelShowsOnUpdating)
+{
+    const prob_bn nothing[] = {0, 0};
+    SetNodeTable_bn(rain_, nothing, 2);
+    CompileNet_bn(net_);
+    EXPECT_EQ(FindingsProbability_bn(net_), 1) << "without findings, at once";
+    EXPECT_EQ(LogFindingsProbability_bn(net_), 0);
+    EXPECT_EQ(LastError(), 0);
+    EXPECT_EQ(GetNodeBeliefs_bn(slip_), nullptr);
+    EXPECT_EQ(LastError(), 2102) << last_message_;
+    EnterFinding_bn(sprinkler_, 0);
+    EXPECT_EQ(FindingsProbability_bn(net_), 0);
+    EXPECT_EQ(LogFindingsProbability_bn(net_), -GetInfinityDbl_vx());
+    EXPECT_EQ(LastError(), 2102) << last_message_;
+}
+
 TEST_F(FindingsApiTest, FindingsCombine)
 {
     CompileNet_bn(net_);
@@ -370,6 +386,75 @@ TEST_F(FindingsApiTest, QueriesAgreeWithBeliefsWhateverChanges)
     EXPECT_EQ(QueryBeliefs_bn(nodes, &log_probability), nullptr);
     EXPECT_EQ(LastError(), 3305);
     DeleteNodeList_bn(nodes);
+}
+
+// What a handler saw of a long update, from within which it tried to read beliefs.
+struct Watched {
+    node_bn* node;
+    double go_on_until;  // the fraction
+    std::vector<double> fractions;
+    std::vector<std::string> titles;
+    int refused = 0;  // with 5682
+    bool seemed_updated = false;
+};
+
+bool_vx Watch(environ_vx* env, const char* title, double fraction, void* data)
+{
+    Watched& w = *static_cast<Watched*>(data);
+    w.titles.push_back(title);
+    w.fractions.push_back(fraction);
+    w.seemed_updated |= IsBeliefUpdated_bn(w.node) != 0;
+    EXPECT_EQ(GetNodeBeliefs_bn(w.node), nullptr);
+    EXPECT_EQ(FindingsProbability_bn(GetNodeNet_bn(w.node)), -1);
+    const report_vx* error = GetError_vx(env, ERROR_SEVERITY, 0, nullptr);
+    w.refused += error && ErrorNumber_vx(error) == -5682;
+    return fraction < w.go_on_until;
+}
+
+TEST_F(FindingsApiTest, LongUpdatesTellAHandlerAndStopOnItsWord)
+{
+    constexpr int kNodes = 28;  // every two have a child: their clique takes a second or more
+    const prob_bn pair[] = {0.75f, 0.25f, 0.5f, 0.5f, 0.5f, 0.5f, 0.25f, 0.75f};
+    DeleteNet_bn(net_);
+    net_ = NewNet_bn("Pairs", env_);
+    std::vector<node_bn*> nodes, children;
+    for (int i = 0; i < kNodes; ++i) {
+        nodes.push_back(Add(("N" + std::to_string(i)).c_str(), {}, {0.5f, 0.5f}));
+        for (int j = 0; j < i; ++j) {
+            const std::string name = "C" + std::to_string(i) + "_" + std::to_string(j);
+            children.push_back(Add(name.c_str(), {nodes[j], nodes[i]}, {pair, pair + 8}));
+        }
+    }
+    for (node_bn* child : children) EnterFinding_bn(child, 0);
+    CompileNet_bn(net_);
+    ClearErrors_vx(env_, INTERNAL_SEVERITY);
+
+    Watched watched{nodes[0], 0, {}, {}};
+    SetProgressHandler_vx(env_, Watch, &watched);
+    UpdateNetBeliefs_bn(net_);
+    EXPECT_NE(GetError_vx(env_, ERROR_SEVERITY, 6013, nullptr), nullptr);
+    ClearErrors_vx(env_, INTERNAL_SEVERITY);
+    ASSERT_EQ(watched.fractions.size(), 2u);
+    EXPECT_GE(watched.fractions[0], 0);
+    EXPECT_LT(watched.fractions[0], 1);
+    EXPECT_EQ(watched.fractions[1], -1);
+    EXPECT_EQ(watched.titles, std::vector<std::string>(2, "Operation in progress ..."));
+    EXPECT_EQ(watched.refused, 2);
+    EXPECT_FALSE(watched.seemed_updated);
+    EXPECT_FALSE(IsBeliefUpdated_bn(nodes[0]));
+
+    // It goes on where it was stopped, with less to do: the handler is not asked any more.
+    for (int i = 2; i < kNodes; ++i) EnterFinding_bn(nodes[i], 0);
+    const double likely = Belief(nodes[0]);
+    EXPECT_EQ(LastError(), 0);
+    EXPECT_EQ(watched.fractions.size(), 2u);
+    SetProgressHandler_vx(env_, nullptr, nullptr);
+    UncompileNet_bn(net_);
+    CompileNet_bn(net_);
+    EXPECT_EQ(Belief(nodes[0]), likely);
+    const double one = std::pow(1.5, 26);  // N1 counts the same; both differ by what they share
+    EXPECT_NEAR(likely, (0.75 * one * one + 0.5 * one) / (0.75 * one * one + one + 0.25), 1e-6);
+    ClearErrors_vx(env_, INTERNAL_SEVERITY);
 }
 
 }  // namespace
