@@ -48,10 +48,11 @@ def count(build):
     if not notes:
         sys.exit(f"nothing was counted in {build}: run Scripts/coverage")
     for note in notes:
-        output = subprocess.run(["gcov", "--branch-probabilities", "--json-format", "--stdout", note],
-                                cwd=build, check=True, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL,
-                                text=True).stdout
-        for file in json.loads(output)["files"]:
+        run = subprocess.run(["gcov", "--branch-probabilities", "--json-format", "--stdout", note],
+                             cwd=build, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
+        if run.returncode != 0:
+            sys.exit(f"{note.name} is newer than what was counted: run Scripts/coverage")
+        for file in json.loads(run.stdout)["files"]:
             name = os.path.relpath(os.path.join(build, file["file"]), ROOT)
             if not name.startswith("Src/"):
                 continue

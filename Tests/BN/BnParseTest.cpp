@@ -2,10 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <random>
-
-#include "BN/BnPrintFile.h"
 #include "Basic/Memory.h"
 #include "Talora.h"
 
@@ -470,57 +466,6 @@ TEST_F(BnParseTest, DeclarationsTakeNoMemory)
         EXPECT_EQ(net != nullptr, c.net_is_read);
         if (net) DeleteNet(net);
         EXPECT_EQ(MemoryInUse(), before);
-    }
-}
-
-// A small file with every statement, damaged in every way: a net that prints, or a record.
-TEST_F(BnParseTest, DamagedFilesNeverCrash)
-{
-    const std::string text =
-        kHeader + "bnet N {" +
-        WithNode(
-            "states = (x, y); statetitles = (\"X\", \"Y\"); levels = (1, 2); parents = (P, Q); inputs = (p, q);"
-            "probs = (((1,0),(.5,5e-1),(1,0)),((0,1),(@undef,@undef),(0,1)));"
-            "numcases = ((1,2,3),(4,5,6)); equation = \"a\"; delays = ((0), (1)); /# c /# #/ #/"
-            "evidence = x; likelihood = (1, 0.5); belief = (1, 0); visual V {a = (1, 2);};") +
-        "param E {}; node F {discrete = FALSE; levels = (0, 9); parents = (P); functable = (1, 2); value = 3;};"
-        "NodeSet S {Nodes = (A, P);}; ElimOrder = (P, Q); user U {x = \"\\x41\";};};";
-    Net* whole = Read(text);
-    ASSERT_NE(whole, nullptr) << messages_[0];
-    DeleteNet(whole);
-    const auto try_reading = [&](const std::string& damaged) {
-        Net* net = Read(damaged);
-        ASSERT_TRUE(net != nullptr || !numbers_.empty());
-        if (net == nullptr) return;
-        const std::string printed = PrintNet(*net);
-        DeleteNet(net);
-        net = Read(printed);
-        ASSERT_NE(net, nullptr) << messages_[0] << printed;
-        EXPECT_EQ(PrintNet(*net), printed);
-        DeleteNet(net);
-    };
-    for (size_t length = 0; length < text.size(); ++length) try_reading(text.substr(0, length));
-    std::mt19937 random(2);
-    for (int i = 0; i < 4000; ++i) {
-        std::string damaged = text;
-        for (unsigned n = random() % 3 + 1; n-- > 0;) {
-            const size_t at = random() % damaged.size();
-            switch (random() % 4) {
-                case 0:
-                    damaged[at] ^= static_cast<char>(1 << random() % 8);
-                    break;
-                case 1:
-                    damaged[at] = "(){}=,;\"/#*@0-."[random() % 15];
-                    break;
-                case 2:
-                    damaged.erase(at, random() % 20);
-                    break;
-                default:
-                    damaged.insert(at, damaged.substr(random() % damaged.size(), random() % 40));
-                    break;
-            }
-        }
-        try_reading(damaged);
     }
 }
 

@@ -4,6 +4,7 @@
 
 #include <cmath>
 
+#include "BN/BnProbs.h"
 #include "BN/Bnet.h"
 #include "Basic/RandomNum.h"
 #include "Talora.h"
@@ -185,6 +186,54 @@ TEST_F(EqnToTableTest, MistakesAreTold)
     EXPECT_EQ(
         Mistake().substr(0, 115),
         "-6413: equation for d is returning 7, which is not between the lowest (0) and highest (1) discretization thresholds");
+}
+
+// By hand, from what the functions and the drawing of values are defined to be.
+TEST_F(EqnToTableTest, RowsOfFewNumbers)
+{
+    const double infinity = GetInfinityDbl_vx(), levels[] = {10, 20};
+    node_bn* a = Discrete("a", "red,green,blue", 3);
+    node_bn* x = Discrete("x", "low,high", 2);
+    node_bn* l = Discrete("l", nullptr, 2);
+    SetNodeLevels_bn(l, 2, levels);
+    node_bn* c = Continuous("c", {0, 1, 2, 4});
+    node_bn* p = Continuous("p", {0, 1, 2});
+    node_bn* d = Continuous("d", {0, 1, 3});
+    node_bn* any = Continuous("any", {-infinity, infinity});
+    node_bn* sign = Discrete("sign", "minus,plus", 2);
+    for (node_bn* child : {x, l, c}) AddLink_bn(a, child);
+    AddLink_bn(p, d);
+    AddLink_bn(any, sign);
+    const struct {
+        node_bn* node;
+        const char* equation;
+        std::vector<double> probs;
+    } cases[] = {
+        // Largest of the leak's (0.9, 0.1) and what a contributes.
+        {x,
+         "P (x | a) = NoisyMaxTableDist(x, 2, 0.9, 0.1, a, 1, 0, 0.5, 0.5, 0.2, 0.8)",
+         {0.9, 0.1, 0.45, 0.55, 0.18, 0.82}},
+        // 1 with probability 1/2, and of a: nothing, 1, or 3 with probability 1/2.
+        {c,
+         "P (c | a) = NoisySumTableDist(c, 1, 0.5, 1, a, 0, 0, 1, 1, 0.5, 3)",
+         {0.5, 0.5, 0, 0, 0.5, 0.5, 0.25, 0.25, 0.5}},
+        {d, "P (d | p) = p > 1 ? (d < 1 ? 1 : 0) : d > 1 ? 0.5 : 0", {0, 1, 1, 0}},
+        {d, "P (d | p) = UniformDist(d, p, p + 1)", {0.5, 0.5, 0, 1}},
+        {sign, "sign (any) = any > 0", {0.5, 0.5}},
+        {l, "l (a) = a == red ? 10 : 20", {1, 0, 0, 1, 0, 1}},
+        {l, "l (a) = AsState (9 * #a)", {1, 0, 1, 0, 0, 1}},
+    };
+    for (const auto& k : cases) {
+        SCOPED_TRACE(k.equation);
+        Convert(k.node, k.equation, 4000);
+        ASSERT_EQ(Mistake(), "");
+        TableVector<float> made;
+        const float* found = EffectiveProbs(*k.node, made);
+        ASSERT_NE(found, nullptr);
+        const bool drawn = k.node == d || k.node == sign;
+        for (size_t i = 0; i < k.probs.size(); ++i)
+            EXPECT_NEAR(found[i], k.probs[i], drawn ? 0.03 : 1e-6) << "entry " << i;
+    }
 }
 
 TEST_F(EqnToTableTest, ZeroRows)

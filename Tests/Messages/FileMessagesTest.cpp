@@ -42,7 +42,6 @@ TEST_F(FileMessages, OfNetFiles)
         {4146, [&] { ReadFields("nonsense = (\"open"); }},
         {4147, [&] { ReadFields("user U1 { x = \"open"); }},
         {5175, [&] { SetStreamContents_vx(Cases(""), nullptr, 3); }},
-        {4103, [&] { ReadFields("title = \"" + std::string(17 << 20, 'x') + "\";"); }},
         {3606, [&] { Halt(), WriteNet_bn(net_, Cases("")); }},
     });
 }
@@ -131,7 +130,6 @@ TEST_F(FileMessages, OfLearning)
              for (int i = 0; i < 100000; ++i) many += "yes\n";
              learn(1, {a_}, many, true);
          }},
-        {6592, [&] { SetNodeStateNames_bn(b_, "on,off"), learn(3, {c_}, "A\tB\nno\ton\n"); }},
         {6750,
          [&] {
              tester_bn* tester = NewNetTester_bn(List({a_}), List({a_}), -1);
@@ -144,12 +142,6 @@ TEST_F(FileMessages, OfLearning)
          [&] {
              CompileNet_bn(net_);
              TestWithCaseset_bn(NewNetTester_bn(List({a_}), List({a_}), -1), Caseset("B\n0\n"));
-         }},
-        {6740,
-         [&] {
-             const std::vector<double> edges(2000000, 0.5);
-             tester_bn* tester = NewNetTester_bn(List({a_}), List({a_}), -1);
-             SetTestBins_bn(tester, a_, GIVEN_TEST_BINS, edges.data(), int(edges.size()));
          }},
         {6795,
          [&] {
