@@ -588,6 +588,9 @@ bool Belief(NodeReader& r)
 {
     std::vector<float> beliefs;
     ReadList(r.reader, [&](bool) { beliefs.push_back(static_cast<float>(r.Text().ReadReal())); });
+    const bool are_finite =
+        std::all_of(beliefs.begin(), beliefs.end(), [](float b) { return std::isfinite(b); });
+    if (!are_finite) return true;  // no file could hold them, and updating gives better ones
     if (beliefs.size() == static_cast<size_t>(r.node.states.num_states))
         r.node.saved_belief = std::move(beliefs);
     else

@@ -574,7 +574,7 @@ void PrintSections(ValuePrinter& p, const Description& text, const std::string& 
 {
     const bool has_section =
         !text.user_section.empty() || (text.user_fields.empty() && !text.user_name.empty());
-    if (has_section) p.out += "\n" + indent + "user " + text.user_name + " {" + text.user_section + "};\n";
+    // First: it is the first section of this form that is read as fields.
     if (!text.user_fields.empty()) {
         const std::string& name = has_section || text.user_name.empty() ? kUserSection : text.user_name;
         p.out += "\n" + indent + "user " + name + " {\n";
@@ -585,6 +585,7 @@ void PrintSections(ValuePrinter& p, const Description& text, const std::string& 
         }
         p.out += indent + "};\n";
     }
+    if (has_section) p.out += "\n" + indent + "user " + text.user_name + " {" + text.user_section + "};\n";
     if (!text.visual_name.empty())
         p.out += "\n" + indent + "visual " + text.visual_name + " {" + text.visual_section + "};\n";
 }
