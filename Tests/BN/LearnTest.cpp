@@ -330,35 +330,43 @@ TEST_F(LearnTest, WeightsForStatesAreLikelihoods)
 
 TEST_F(LearnTest, CasesReadAnewGiveWhatKeptOnesGive)
 {
-    node_bn* a = AddNode("A");
-    node_bn* b = AddNode("B", 3, {a});
-    AddNode("C", 2, {a, b});
-    std::mt19937 random(3);
-    std::string text = "A B C\n";
-    const char* const words[3] = {"ab*", "abc*", "ab*"};
-    for (int i = 0; i < 500; ++i) {
-        for (int n = 0; n < 3; ++n)
-            text += std::string(1, words[n][random() % (n == 1 ? 4 : 3)]) + (n < 2 ? " " : "\n");
-        if (i % 50 == 0) text += "{1;2} b *\n";
+    for (const int states_of_b : {3, 300}) {  // more than a byte can tell apart
+        SCOPED_TRACE(states_of_b);
+        DeleteNet_bn(net);
+        net = NewNet_bn("Test", env);
+        node_bn* a = AddNode("A");
+        node_bn* b = NewNode_bn("B", states_of_b, net);
+        AddLink_bn(a, b);
+        AddNode("C", 2, {a, b});
+        std::mt19937 random(3);
+        std::string text = "A B C\n";
+        const auto any = [&](int num_states) {
+            const auto state = int(random() % unsigned(num_states + 1));
+            return state == num_states ? "* " : "#" + std::to_string(state) + " ";
+        };
+        for (int i = 0; i < 500; ++i) {
+            text += any(2) + any(states_of_b) + any(2) + "\n";
+            if (i % 50 == 0) text += "{1;2} #1 *\n";
+        }
+        caseset_cs* cases = Cases(text);
+        const auto& nodes = All()->nodes;
+        LearnData kept(*net, nodes, *cases, 1), streamed(*net, nodes, *cases, 1, 0);
+        EXPECT_TRUE(kept.IsKept());
+        EXPECT_FALSE(streamed.IsKept());
+        Progress progress("test");
+        const TableSet tables = kept.StartTables(nullptr);
+        std::vector<talora::Counts> counts[2];
+        double likelihood[2];
+        ASSERT_TRUE(kept.Evaluate(tables, &counts[0], &likelihood[0], progress, 0));
+        ASSERT_TRUE(streamed.Evaluate(tables, &counts[1], &likelihood[1], progress, 0));
+        EXPECT_NEAR(likelihood[0], likelihood[1], 1e-3);
+        for (size_t f = 0; f < counts[0].size(); ++f)
+            for (size_t at = 0; at < counts[0][f].size(); ++at)
+                EXPECT_NEAR(counts[0][f][at], counts[1][f][at], 1e-3);
+        double without_counts = 0;
+        ASSERT_TRUE(kept.Evaluate(tables, nullptr, &without_counts, progress, 0));
+        EXPECT_NEAR(without_counts, likelihood[0], 1e-3);
     }
-    caseset_cs* cases = Cases(text);
-    const auto& nodes = All()->nodes;
-    LearnData kept(*net, nodes, *cases, 1), streamed(*net, nodes, *cases, 1, 0);
-    EXPECT_TRUE(kept.IsKept());
-    EXPECT_FALSE(streamed.IsKept());
-    Progress progress("test");
-    const TableSet tables = kept.StartTables(nullptr);
-    std::vector<talora::Counts> counts[2];
-    double likelihood[2];
-    ASSERT_TRUE(kept.Evaluate(tables, &counts[0], &likelihood[0], progress, 0));
-    ASSERT_TRUE(streamed.Evaluate(tables, &counts[1], &likelihood[1], progress, 0));
-    EXPECT_NEAR(likelihood[0], likelihood[1], 1e-3);
-    for (size_t f = 0; f < counts[0].size(); ++f)
-        for (size_t at = 0; at < counts[0][f].size(); ++at)
-            EXPECT_NEAR(counts[0][f][at], counts[1][f][at], 1e-3);
-    double without_counts = 0;
-    ASSERT_TRUE(kept.Evaluate(tables, nullptr, &without_counts, progress, 0));
-    EXPECT_NEAR(without_counts, likelihood[0], 1e-3);
 }
 
 int KeepText(environ_vx*, const char* text, const report_vx*, void* data)

@@ -253,6 +253,29 @@ TEST_F(MakeCasesTest, ContinuousNodesDrawFromTheirEquations)
               6660);
 }
 
+TEST_F(MakeCasesTest, DecisionsConstantsAndTablesOfNumbers)
+{
+    Make("D:3 K X:0; D K -> X");
+    Node &d = (*this)["D"], &k = (*this)["K"], &x = (*this)["X"];
+    SetNodeKind_bn(&d, DECISION_NODE);
+    SetNodeKind_bn(&k, CONSTANT_NODE);
+    EnterFinding_bn(&k, 1);
+    for (int row = 0; row < 6; ++row) {
+        const state_bn states[] = {row / 2, row % 2};
+        SetNodeFuncReal_bn(&x, states, 10 * row);
+    }
+    CaseSampler sampler(net_->nodes.nodes, {FORWARD_SAMPLING, 1, false});
+    RandomState random = SeededState(5);
+    double drawn[3] = {};
+    for (int n = 0; n < 3000; ++n) {
+        sampler.Draw({&random, nullptr});
+        EXPECT_EQ(sampler.State(1), 1);
+        EXPECT_EQ(sampler.Value(2), 20 * sampler.State(0) + 10);
+        ++drawn[sampler.State(0)];
+    }
+    for (const double count : drawn) EXPECT_NEAR(count / 3000, 1.0 / 3, 0.05);
+}
+
 TEST_F(MakeCasesTest, SeedFixesWhatIsWritten)
 {
     MakeLoop();
