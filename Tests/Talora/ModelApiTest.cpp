@@ -382,6 +382,72 @@ TEST_F(ModelApiTest, CopiesAreEqualAndApart)
     EXPECT_FALSE(IsNodeInNodeset_bn(p, "middle"));
 }
 
+// Each field is set before any is read, so that none stands in for another.
+TEST_F(ModelApiTest, FieldsAreApart)
+{
+    node_bn *p = Add("P", 2), *a = Add("A", 2, {p});
+    static net_bn* net;
+    static node_bn* node;
+    net = net_, node = a;
+    const struct {
+        const char* value;
+        void (*set)(const char* value);
+        const char* (*get)();
+    } fields[] = {
+        {"net title", [](auto v) { SetNetTitle_bn(net, v); }, [] { return GetNetTitle_bn(net); }},
+        {"net comment", [](auto v) { SetNetComment_bn(net, v); }, [] { return GetNetComment_bn(net); }},
+        {"net author", [](auto v) { SetNetAuthor_bn(net, v); }, [] { return GetNetAuthor_bn(net); }},
+        {"who changed the net", [](auto v) { SetNetLastChange_bn(net, v, 4000000000u); },
+         [] { return GetNetLastChange_bn(net, nullptr); }},
+        {"net field", [](auto v) { SetNetUserField_bn(net, "f", v, -1, 0); },
+         [] { return GetNetUserField_bn(net, "f", nullptr, 0); }},
+        {"title", [](auto v) { SetNodeTitle_bn(node, v); }, [] { return GetNodeTitle_bn(node); }},
+        {"comment", [](auto v) { SetNodeComment_bn(node, v); }, [] { return GetNodeComment_bn(node); }},
+        {"units", [](auto v) { SetNodeUnits_bn(node, v); }, [] { return GetNodeUnits_bn(node); }},
+        {"author", [](auto v) { SetNodeAuthor_bn(node, v); }, [] { return GetNodeAuthor_bn(node); }},
+        {"who changed the node", [](auto v) { SetNodeLastChange_bn(node, v, 5); },
+         [] { return GetNodeLastChange_bn(node, nullptr); }},
+        {"node field", [](auto v) { SetNodeUserField_bn(node, "f", v, -1, 0); },
+         [] { return GetNodeUserField_bn(node, "f", nullptr, 0); }},
+        {"state title", [](auto v) { SetNodeStateTitle_bn(node, 1, v); },
+         [] { return GetNodeStateTitle_bn(node, 1); }},
+        {"state comment", [](auto v) { SetNodeStateComment_bn(node, 1, v); },
+         [] { return GetNodeStateComment_bn(node, 1); }},
+        {"input", [](auto v) { SetNodeInputName_bn(node, 0, v); },
+         [] { return GetNodeInputName_bn(node, 0); }},
+        {"2", [](auto v) { SetNodePersistance_bn(node, v); }, [] { return GetNodePersistance_bn(node); }},
+        {"RATIO", [](auto v) { SetNodeMeasure_bn(node, v); }, [] { return GetNodeMeasure_bn(node); }},
+    };
+    SetNetNumDimensions_bn(net_, 1);
+    for (const auto& f : fields) {
+        f.set(f.value);
+        EXPECT_EQ(TakeError(), 0) << f.value << ": " << message_;
+    }
+    for (const auto& f : fields) EXPECT_STREQ(f.get(), f.value);
+    uint32_t when = 0;
+    GetNetLastChange_bn(net_, &when);
+    EXPECT_EQ(when, 4000000000u);
+    const char *name = nullptr, *value = nullptr;
+    int length = 0;
+    GetNetNthUserField_bn(net_, 0, &name, &value, &length, 0);
+    EXPECT_STREQ(value, "net field");
+    GetNodeNthUserField_bn(a, 0, &name, &value, &length, 0);
+    EXPECT_STREQ(value, "node field");
+    EXPECT_EQ(length, 10);
+    GetNodeNthUserField_bn(a, 1, &name, &value, &length, 0);
+    EXPECT_EQ(name, nullptr) << "behind the last";
+
+    AddNodeToNodeset_bn(a, "s");
+    AddNodeToNodeset_bn(p, "s");
+    RemoveNodeFromNodeset_bn(a, "s");
+    EXPECT_STREQ(GetNthNodeset_bn(net_, 0), "s");
+    nodelist_bn* members = GetNodesetNodes_bn("s", net_);
+    EXPECT_EQ(LengthNodeList_bn(members), 1);
+    EXPECT_EQ(RemoveNthNode_bn(members, -1), p);
+    EXPECT_TRUE(IsNodeInNodeset_bn(p, "s")) << "the list is the caller's own";
+    EXPECT_EQ(TakeError(), 0) << message_;
+}
+
 // A table that may not match its equation is built again when the person at the keyboard says so.
 TEST_F(ModelApiTest, StaleTables)
 {
