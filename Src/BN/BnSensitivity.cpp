@@ -536,11 +536,6 @@ bool HasRealValues(const Node& node)
     });
 }
 
-bool HasInfiniteEnd(const Node& node)
-{
-    return !IsDiscrete(node) && std::any_of(node.states.levels.begin(), node.states.levels.end(), IsInfinite);
-}
-
 double QueryMean(Sensv& sensv)
 {
     BringUpToDate(sensv);

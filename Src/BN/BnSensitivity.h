@@ -87,7 +87,6 @@ double RealVarianceReduction(Sensv& sensv, const Node& varying);
 // ---- For reports ----
 void BringUpToDate(Sensv& sensv);
 bool HasRealValues(const Node& node);  // every state has one, if infinite ends are given a bound
-bool HasInfiniteEnd(const Node& node);
 double QueryMean(Sensv& sensv);
 
 }  // namespace talora

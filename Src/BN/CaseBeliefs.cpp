@@ -38,7 +38,6 @@ struct CaseBeliefs::Engine {
     std::vector<size_t> start;    // of each asked node's belief; the last is the length of all of them
     std::unique_ptr<CaseInference> inference;
     int num_variables = 0;
-    int64_t num_propagated = 0;
 
     std::vector<int32_t> keys;      // entry x column
     std::vector<float> beliefs;     // entry x all asked nodes
@@ -159,7 +158,6 @@ void CaseBeliefs::Engine::Run()
         for (size_t i = 0; i < asked.size(); ++i)
             inference->Belief(int(k), asked[i], beliefs.data() + entry * start.back() + start[i]);
     }
-    num_propagated += int64_t(run.size());
     waiting.clear();
 }
 
@@ -216,11 +214,6 @@ std::span<const float> CaseBeliefs::Belief(int row, int asked) const
     const Engine& e = *engine_;
     const float* all = e.beliefs.data() + size_t(e.entry_of[size_t(row)]) * e.start.back();
     return {all + e.start[size_t(asked)], e.start[size_t(asked) + 1] - e.start[size_t(asked)]};
-}
-
-int64_t CaseBeliefs::NumPropagated() const
-{
-    return engine_->num_propagated;
 }
 
 }  // namespace talora

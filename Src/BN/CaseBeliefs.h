@@ -35,8 +35,6 @@ public:
     double LogProbability(int row) const;  // natural log; minus the number for infinity if impossible
     std::span<const float> Belief(int row, int asked) const;  // not of an impossible case
 
-    int64_t NumPropagated() const;  // how many different cases there were so far, or more
-
 private:
     struct Engine;
     std::unique_ptr<Engine> engine_;

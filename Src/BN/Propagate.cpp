@@ -509,11 +509,6 @@ bool Propagation::IsUpdated() const
 {
     return engine_->updated;
 }
-int Propagation::VanishedAt() const
-{
-    const int clique = engine_->vanished_at;
-    return clique < 0 || engine_->hubs.origin.empty() ? clique : engine_->hubs.origin[size_t(clique)];
-}
 
 double Propagation::LogProbability() const
 {

@@ -82,9 +82,6 @@ public:
     UpdateStatus UpdateFor(int variable, Progress* progress = nullptr);
     bool IsUpdated() const;  // nothing changed since the last successful Update
 
-    // The clique in which the probability vanished in the last update, -1 if it did not.
-    int VanishedAt() const;
-
     // ---- Results; of the last successful update. ----
 
     double LogProbability() const;  // natural log of the probability of findings; -infinity for 0

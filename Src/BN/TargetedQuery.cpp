@@ -300,11 +300,6 @@ double TargetedQuery::LogProbability() const
     return (p.part.original.empty() ? 0 : p.propagation->LogProbability()) + engine_->log_fixed;
 }
 
-double TargetedQuery::TreeSize() const
-{
-    return engine_->prepared.front().tree.total_size;
-}
-
 void TargetedQuery::TableChanged(int variable)
 {
     engine_->not_looked_at.push_back(variable);

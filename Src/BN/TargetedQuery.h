@@ -38,7 +38,6 @@ public:
     // fastest.  Those that are not observed must be targets.
     void JointBelief(std::span<const int> variables, float* joint) const;
     double LogProbability() const;  // natural log; needs wants_probability
-    double TreeSize() const;        // entries of the tree that answered
 
     void TableChanged(int variable);
 

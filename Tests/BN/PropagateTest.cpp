@@ -61,7 +61,6 @@ void ExpectEnumerated(const RandomModel& model, const Findings& findings, Propag
     if (expected.total == 0) {
         EXPECT_EQ(status, UpdateStatus::kInconsistent);
         EXPECT_EQ(propagation.Probability(), 0);
-        EXPECT_GE(propagation.VanishedAt(), 0);
         return;
     }
     ASSERT_EQ(status, UpdateStatus::kUpdated);
