@@ -35,9 +35,14 @@ TALORA_PRINTF(1, 2) std::string Phrase(const char* format, ...)
     return buffer;
 }
 
+[[noreturn]] void FailHalted(const Net& net)
+{
+    FailWith(ABORTED_CND, 6000, "compiling halted (>-net '%s')", net.name.c_str());
+}
+
 void CheckHalt(const Net& net)
 {
-    if (IsHalted()) FailWith(ABORTED_CND, 6000, "compiling halted (>-net '%s')", net.name.c_str());
+    if (IsHalted()) FailHalted(net);
 }
 
 // ---- The graph ----
@@ -154,7 +159,7 @@ std::vector<int> FindOrder(Net& net, const CompiledNet& compiled)
     if (all.size() < 2) return all;
     Progress progress("finding elimination order");
     GreedySearchResult found = FindGreedyOrder(compiled.graph, all, &progress);
-    if (found.order.empty()) CheckHalt(net);
+    if (found.order.empty()) FailHalted(net);
     const DerivedResults derived(net);
     StoreFoundOrder(net, compiled, found.order);
     return found.order;
@@ -421,7 +426,7 @@ void OptimizeElimOrder(Net& net, double seconds)
         };
         OptimizeResult found =
             FindOptimizedOrder(graph.graph, net.has_elim_order ? &stored : nullptr, limits, &progress, show);
-        if (found.order.empty()) CheckHalt(net);
+        if (found.order.empty()) FailHalted(net);
         StoreFoundOrder(net, graph, found.order);
     }
     CompileNet(net);

@@ -393,9 +393,25 @@ double CostOfOrder(const ModelGraph& graph, const std::vector<int>& order)
     return cost;
 }
 
+void FailCliquesHalted()
+{
+    FailWith(ABORTED_CND, 6019, "finding the cliques of the >-net was halted");
+}
+
+void CliqueWatch::Formed(size_t num_members)
+{
+    num_members_ += static_cast<int64_t>(num_members);
+    if (num_members_ < next_look_) return;
+    next_look_ = num_members_ + kBetweenLooks;
+    if (IsHalted()) FailCliquesHalted();
+}
+
 Triangulation Triangulate(const ModelGraph& graph, const std::vector<int>& order)
 {
+    // Numbers that are kept for each member: in the clique, the tree, the separator, the clique's place.
+    constexpr double kBytesPerMember = 4 * sizeof(int);
     Triangulation result;
+    CliqueWatch steps, kept;
     result.order = order;
     Adjacency moral_graph = MoralGraph(graph);
     SymbolicElimination elimination(moral_graph, order);
@@ -405,6 +421,7 @@ Triangulation Triangulate(const ModelGraph& graph, const std::vector<int>& order
     std::vector<int> place(order.size(), -1);  // by variable: step at which its candidate's clique stands
     for (int step = 0; elimination.Step(); ++step) {
         int v = elimination.Variable();
+        steps.Formed(elimination.Neighbours().size() + 1);
         result.cost +=
             MultiplySize(TableSize(graph, elimination.Neighbours()), graph.variables[v].num_states);
         place[v] = step;
@@ -412,6 +429,8 @@ Triangulation Triangulate(const ModelGraph& graph, const std::vector<int>& order
             clique_at[step].swap(clique_at[place[elimination.Container()]]);
             continue;
         }
+        kept.Formed(elimination.Neighbours().size() + 1);
+        CheckMemory(kBytesPerMember * static_cast<double>(kept.NumMembers()), "for the cliques of the >-net");
         std::vector<int>& clique = clique_at[step];
         clique.reserve(elimination.Neighbours().size() + 1);
         clique.push_back(v);

@@ -51,8 +51,21 @@ GreedySearchResult FindGreedyOrder(const ModelGraph& graph, const std::vector<in
 // Sum over all variables of the table size of the variable with its remaining neighbours.
 double CostOfOrder(const ModelGraph& graph, const std::vector<int>& order);
 
+// Watches over cliques while they are formed, which a poor order may make far larger than its graph: looks at
+// the halt flag every few milliseconds, and fails when it is set.
+class CliqueWatch {
+public:
+    void Formed(size_t num_members);
+    int64_t NumMembers() const { return num_members_; }
+
+private:
+    static constexpr int64_t kBetweenLooks = 1 << 16;
+    int64_t num_members_ = 0, next_look_ = kBetweenLooks;
+};
+[[noreturn]] void FailCliquesHalted();
+
 // The maximal cliques that an order gives, with its CostOfOrder.  Linear in the size of the
-// triangulated graph.
+// triangulated graph.  Fails when it is halted, or when there is no memory for a tree of these cliques.
 Triangulation Triangulate(const ModelGraph& graph, const std::vector<int>& order);
 
 // Steps through an order without simulating fill-in: the remaining neighbours of a variable are its

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "BN/Graph_Triangulate.h"
 #include "BN/TableSize.h"
 #include "Basic/Error.h"
 
@@ -73,7 +74,9 @@ void JoinCliques(const ModelGraph& graph, JunctionTree& tree, bool has_decisions
     const int num_cliques = tree.members.size();
     const NumberLists cliques_of = Inverse(tree.members, int(graph.variables.size()));
     std::vector<bool> seen(graph.variables.size());
+    CliqueWatch watch;
     for (int i = 0; i < num_cliques; ++i) {
+        watch.Formed(tree.members[i].size());
         const size_t first = tree.separators.items.size();
         for (int variable : tree.members[i]) {
             if (seen[size_t(variable)]) tree.separators.items.push_back(variable);

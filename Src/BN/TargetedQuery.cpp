@@ -132,7 +132,9 @@ struct TargetedQuery::Engine {
     {
         std::vector<int> all(part.original.size());
         std::iota(all.begin(), all.end(), 0);
-        Triangulation best = Triangulate(part.graph, FindGreedyOrder(part.graph, all, nullptr).order);
+        const GreedySearchResult greedy = FindGreedyOrder(part.graph, all, nullptr);
+        if (greedy.halted) FailCliquesHalted();
+        Triangulation best = Triangulate(part.graph, greedy.order);
         double size = SizeOfCliques(part.graph, best);
         const auto take_better = [&](const std::vector<int>& other) {
             Triangulation triangulation = Triangulate(part.graph, other);

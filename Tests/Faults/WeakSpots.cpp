@@ -121,9 +121,10 @@ TEST_F(WeakSpots, DeclarationsTakeLittleMemory)
     LimitMemoryUsage_vx(1e12, w_.env);
 }
 
-std::string GridText(int side)
+// With a poor order the cliques of a small grid are large, and there are many.
+std::string GridText(int side, bool has_poor_order = false)
 {
-    std::string text = "AutoCompile = TRUE;\n";
+    std::string text = "AutoCompile = TRUE;\n", order;
     const auto name = [&](int r, int c) { return "N" + std::to_string(r) + "_" + std::to_string(c); };
     for (int r = 0; r < side; ++r)
         for (int c = 0; c < side; ++c) {
@@ -132,6 +133,12 @@ std::string GridText(int side)
             if (c > 0) parents += (parents.empty() ? "" : ", ") + name(r, c - 1);
             text += NodeText(name(r, c), "numstates = 4; parents = (" + parents + ");");
         }
+    constexpr int kStep = 7919;  // a prime: all places come, each far from the one before
+    for (int i = 0; i < side * side; ++i) {
+        const int place = i * kStep % (side * side);
+        order += (i ? ", " : "") + name(place / side, place % side);
+    }
+    if (has_poor_order) text += "ElimOrder = (" + order + ");\n";
     return NetText(text);
 }
 
@@ -149,19 +156,41 @@ TEST_F(WeakSpots, NetWithTooLargeATreeIsRead)
     LimitMemoryUsage_vx(limit, w_.env);
 }
 
+TEST_F(WeakSpots, ManyLargeCliquesEndAtTheLimit)
+{
+    const double limit = LimitMemoryUsage_vx(GetMemoryUsage_vx(w_.env) + (8 << 20), w_.env);
+    const std::string text = GridText(100, true);
+    ResetPeak();
+    const int64_t before = LiveBytes();
+    net_bn* net = Read(text);
+    ASSERT_NE(net, nullptr);
+    EXPECT_FALSE(IsNetCompiled_bn(net));
+    EXPECT_NE(GetError_vx(w_.env, WARNING_SEVERITY, 5680, nullptr), nullptr);
+    const int64_t of_records = LiveBytes() - before;
+    EXPECT_LT(PeakBytes() - before, of_records + (16 << 20));
+    LimitMemoryUsage_vx(limit, w_.env);
+    DeleteNet_bn(net);
+    ClearErrors_vx(w_.env, INTERNAL_SEVERITY);
+}
+
 TEST_F(WeakSpots, CompilingAHostileNetStopsOnHalt)
 {
-    std::thread other([&] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        SetHaltFlag_vx(w_.env, true);
-    });
-    net_bn* net = Read(GridText(60));
-    other.join();
-    SetHaltFlag_vx(w_.env, false);
-    // It was read before or after; what was halted was reading it or compiling it.
-    EXPECT_TRUE(net != nullptr || Error() == 3605);
-    if (net) {
-        EXPECT_FALSE(IsNetCompiled_bn(net));
+    for (const bool has_poor_order : {false, true}) {
+        const std::string text = GridText(has_poor_order ? 100 : 60, has_poor_order);
+        std::thread other([&] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+            SetHaltFlag_vx(w_.env, true);
+        });
+        net_bn* net = Read(text);
+        other.join();
+        SetHaltFlag_vx(w_.env, false);
+        // It was read before or after; what was halted was reading it or compiling it.
+        EXPECT_TRUE(net != nullptr || Error() == 3605);
+        if (net) {
+            EXPECT_FALSE(IsNetCompiled_bn(net));
+        }
+        DeleteNet_bn(net);
+        ClearErrors_vx(w_.env, INTERNAL_SEVERITY);
     }
 }
 

@@ -233,6 +233,15 @@ TEST_F(ModelMessages, OfCompiling)
              SetNodeKind_bn(a_, UTILITY_NODE);
              GetNodeBeliefs_bn(b_);
          }},
+        {5680,
+         [&] {
+             const double limit = LimitMemoryUsage_vx(GetMemoryUsage_vx(env_) + 1e6, env_);
+             net_bn* large = Read(
+                 "// ~->[DNET-1]->~\nbnet L {\nAutoCompile = TRUE;\nnode A {kind = NATURE; discrete = TRUE; numstates = 1000000;};\n};\n");
+             EXPECT_TRUE(large != nullptr && !IsNetCompiled_bn(large));
+             DeleteNet_bn(large);
+             LimitMemoryUsage_vx(limit, env_);
+         }},
         {2364, [&] { SetNodeKind_bn(c_, UTILITY_NODE), CompileNet_bn(net_), GetNodeBeliefs_bn(c_); }},
         {6014,
          [&] {
@@ -249,6 +258,16 @@ TEST_F(ModelMessages, OfCompiling)
              SetNodeKind_bn(c_, UTILITY_NODE), CompileNet_bn(net_), QueryBeliefs_bn(List({c_}), nullptr);
          }},
     });
+}
+
+TEST_F(ModelMessages, OfHaltedQueries)
+{
+    ExpectRaised({{6019, [&] {
+                       SetHaltFlag_vx(env_, 1);
+                       EXPECT_EQ(QueryBeliefs_bn(List({b_}), nullptr), nullptr);
+                       SetHaltFlag_vx(env_, 0);
+                       EXPECT_NEAR(QueryBeliefs_bn(List({b_}), nullptr)[0], 0.125, 1e-6);
+                   }}});
 }
 
 TEST_F(ModelMessages, OfRandomCases)
