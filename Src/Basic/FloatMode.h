@@ -67,6 +67,7 @@ public:
     DenormalsOff(const DenormalsOff&) = delete;
     DenormalsOff& operator=(const DenormalsOff&) = delete;
 
+    static bool IsOn() { return depth > 0; }
     static FloatControl CallersMode() { return depth > 0 ? callers_mode : ReadFloatControl(); }
 
 private:

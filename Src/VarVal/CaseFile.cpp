@@ -175,12 +175,19 @@ void FailCasesHalted(int64_t num_cases, double fraction)
 
 // ---- Splitting ----
 
+// Whether all of the text stands in one pair of quotes; those within are doubled.
+static bool IsOneQuoted(std::string_view text)
+{
+    if (!text.starts_with('"')) return false;
+    for (size_t end = text.find('"', 1); end != std::string_view::npos; end = text.find('"', end + 2))
+        if (end + 1 == text.size() || text[end + 1] != '"') return end + 1 == text.size();
+    return false;
+}
+
 char ShownDelimiter(std::string_view text, char default_delimiter)
 {
     text = Trim(text);
-    const bool is_quoted =
-        text.starts_with('"') && text.ends_with('"') && text.find("\"\t") == std::string_view::npos;
-    if (is_quoted || text.find(',') != std::string_view::npos) return ',';
+    if (IsOneQuoted(text) || text.find(',') != std::string_view::npos) return ',';
     if (text.find('\t') != std::string_view::npos) return '\t';
     return text.find(' ') != std::string_view::npos ? ' ' : default_delimiter;
 }

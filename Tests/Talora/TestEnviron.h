@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "Basic/FloatMode.h"
 #include "Talora.h"
 
 class TestEnviron {
@@ -20,6 +21,7 @@ public:
              error = GetError_vx(env_, ERROR_SEVERITY, 0, error))
             ADD_FAILURE() << "unexpected error " << ErrorNumber_vx(error) << ": " << ErrorMessage_vx(error);
         EXPECT_GE(CloseTalora_bn(env_, nullptr), 0);
+        EXPECT_FALSE(talora::DenormalsOff::IsOn()) << "a call has not left the floating-point mode";
     }
     TestEnviron(const TestEnviron&) = delete;
     TestEnviron& operator=(const TestEnviron&) = delete;
