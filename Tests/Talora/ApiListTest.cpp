@@ -343,9 +343,16 @@ TEST(ApiListTest, HandlersRunInTheCallersMode)
         EXPECT_EQ(after, odd) << label;
         seen_mode = 0;
     };
-    talora::WriteFloatControl(odd);
-    NewError_vx(env, 10, WARNING_SEVERITY, "a message");
-    expect_mode("message");
+    const auto show_message = [&](const char* label) {
+        talora::WriteFloatControl(odd);
+        NewError_vx(env, 10, WARNING_SEVERITY, "a message");
+        expect_mode(label);
+    };
+    show_message("message");
+    SetHaltFlag_vx(env, 1);
+    EXPECT_EQ(QueryBeliefs_bn(GetNetNodes2_bn(net, nullptr), nullptr), nullptr);
+    SetHaltFlag_vx(env, 0);
+    show_message("message after what was left in the middle");
     CompileNet_bn(net);
     talora::WriteFloatControl(odd);
     WriteRandomCases_bn(GetNetNodes2_bn(net, nullptr), stream, 1e9, AUTO_SAMPLING, 100, 0);
