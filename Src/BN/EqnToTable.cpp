@@ -282,10 +282,18 @@ void ExactRow(Builder& b, double* probs)
     for (int state = 0; state < NumStates(b.node); ++state) probs[state] = ProbOfState(b, state);
 }
 
+// Whether the samples of a row end here because the person has had enough: the row is then made of those that
+// there are.
+bool EndsAt(int sample)
+{
+    constexpr int kBetweenLooks = 1 << 14;
+    return sample % kBetweenLooks == kBetweenLooks - 1 && IsHalted();
+}
+
 void SampleProbRow(Builder& b, float* row, std::vector<double>& probs)
 {
     const int num_states = NumStates(b.node);
-    for (int sample = 0; sample < b.num_samples; ++sample) {
+    for (int sample = 0; sample < b.num_samples && !EndsAt(sample); ++sample) {
         DrawParents(b);
         if (b.integrable) IntegrateRow(b, probs.data());
         for (int state = 0; state < num_states; ++state) {
@@ -302,7 +310,7 @@ void SampleProbRow(Builder& b, float* row, std::vector<double>& probs)
 
 void SampleStateRow(Builder& b, float* row)
 {
-    for (int sample = 0; sample < b.num_samples; ++sample) {
+    for (int sample = 0; sample < b.num_samples && !EndsAt(sample); ++sample) {
         DrawParents(b);
         const int state = StateOfResult(b, CheckValue(b, RunEquation(b), -1));
         if (AddToCell(row[state], 1.0, *b.random)) continue;
@@ -317,11 +325,12 @@ void SampleStateRow(Builder& b, float* row)
 double MeanOfSamples(Builder& b)
 {
     double sum = 0;
-    for (int sample = 0; sample < b.num_samples; ++sample) {
+    int sample = 0;
+    for (; sample < b.num_samples && !EndsAt(sample); ++sample) {
         DrawParents(b);
         sum += CheckValue(b, RunEquation(b), -1);
     }
-    return FromIeee(CheckValue(b, sum / b.num_samples, -1));
+    return FromIeee(CheckValue(b, sum / sample, -1));
 }
 
 // What the row holds already as counts, to add to; zeros where it holds nothing.
@@ -645,7 +654,7 @@ void EquationToTable(Node& node, int num_samples, bool keep_counts, bool add)
         if (!keep_counts) num_uniform = NormalizeRows(b, filled);
     }
     Change(node, node.tables, std::move(b.tables), RETABLES, "build table from equation");
-    if (filled == num_rows)
+    if (filled == num_rows && !IsHalted())
         Change(node, node.eqn_dirty, EqnDirty::CLEAN, NO_EFFECT, "build table from equation");
     TellOfUniformRows(b, num_uniform, num_rows);
 }

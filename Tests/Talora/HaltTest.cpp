@@ -197,4 +197,33 @@ TEST(HaltTest, JobsThatWereHaltedCanBeDoneAgain)
     ArgumentChecking_vx(level, env);
 }
 
+// However many are asked for: minutes of samples of one row are cut short.
+TEST(HaltTest, ARowIsMadeOfTheSamplesThatThereAre)
+{
+    TestEnviron env;
+    net_bn* net = NewNet_bn("n", env);
+    const level_bn thresholds[] = {0, 2};
+    node_bn* above = NewNode_bn("a", 0, net);
+    SetNodeLevels_bn(above, 1, thresholds);
+    const state_bn row[] = {0};
+    for (const char* equation : {"x (a) = a > 1.5", "P (x | a) = x ? a / 8 : 1 - a / 8"}) {
+        SCOPED_TRACE(equation);
+        node_bn* x = NewNode_bn("x", 2, net);
+        SetNodeStateNames_bn(x, "false,true");
+        AddLink_bn(above, x);
+        SetNodeEquation_bn(x, equation);
+        SetHaltFlag_vx(env, 1);
+        EquationToTable_bn(x, 1 << 30, 1, 0);
+        SetHaltFlag_vx(env, 0);
+        const double count = GetNodeExperience_bn(x, row);
+        EXPECT_GT(count, 10000);
+        EXPECT_LT(count, 100000);
+        const prob_bn* probs = GetNodeProbs_bn(x, row);
+        ASSERT_NE(probs, nullptr);
+        EXPECT_NEAR(probs[0], equation[0] == 'x' ? 0.75 : 0.875, 0.02);
+        DeleteNode_bn(x);
+    }
+    DeleteNet_bn(net);
+}
+
 }  // namespace
