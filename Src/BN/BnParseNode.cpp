@@ -427,6 +427,10 @@ bool Delays(NodeReader& r)
             FailAt(t.PlaceOf(t.At()), 2960, "illegal punctuation '%s'", t.PeekText().c_str());
     }
     r.num_delays = static_cast<int>(vectors.size());
+    if (!r.IsRead(NODE_PARENTS) && r.num_inputs >= 0 && r.num_inputs != r.num_delays)
+        FailAt(t.Place(), 2964,
+               "there are %d vectors but other indications (e.g. input names) are for %d parents",
+               r.num_delays, r.num_inputs);
     NeedParents(r, "delays");
     std::vector<Link> links = r.node.links;
     if (vectors.size() != links.size())
