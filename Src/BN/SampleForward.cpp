@@ -23,7 +23,6 @@ namespace {
 // Larger tables are read as they stand: few of their rows are ever needed.
 constexpr double kMostPrepared = 4000000;
 constexpr int kLongestLinearSearch = 16;
-constexpr double kLevelRatio = 0.99999999;  // a computed value is a level when it is this near
 
 enum class DrawKind : uint8_t { FIXED, UNIFORM, ROW, REAL_TABLE, EQUATION };
 

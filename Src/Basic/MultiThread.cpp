@@ -180,9 +180,9 @@ bool CallLocks::IsUsed(const CallLocks* call, const RecursiveLock* lock)
 
 bool CallLocks::Enter()
 {
-    const ConcurrencyMode mode = Concurrency();
-    if (mode == NO_LOCKS) return true;
-    if (mode == LOCK_PER_NET) return EnterAll();
+    const ConcurrencyMode current = Concurrency();
+    if (current == NO_LOCKS) return true;
+    if (current == LOCK_PER_NET) return EnterAll();
     if (!ProcessLock().Enter()) return false;
     entered_[num_entered_++] = &ProcessLock();
     return true;
