@@ -13,10 +13,10 @@
 #include <numeric>
 #include <random>
 
-#include "BN/Graph_Triangulate.h"
-#include "BN/Junction.h"
-#include "BN/OptimizeOrder.h"
-#include "BN/Propagate.h"
+#include "BN/Order/Graph_Triangulate.h"
+#include "BN/Order/Junction.h"
+#include "BN/Order/OptimizeOrder.h"
+#include "BN/Propagation/Propagate.h"
 #include "BenchNets.h"
 
 namespace talora::bench {

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "BN/BnBasicOps1.h"
+#include "BN/Model/BnBasicOps1.h"
 #include "Talora.h"
 #include "VarVal/Caseset.h"
 

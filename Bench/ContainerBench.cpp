@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "BN/BnParse.h"
-#include "BN/BnPrintFile.h"
-#include "BN/NetContainer.h"
+#include "BN/Files/BnParse.h"
+#include "BN/Files/BnPrintFile.h"
+#include "BN/Files/NetContainer.h"
 #include "Talora.h"
 
 namespace {

@@ -4,10 +4,10 @@
 
 #include <vector>
 
-#include "Misc/CryptoAES.h"
-#include "Misc/CryptoBlowfish.h"
-#include "Misc/CryptoGCM.h"
-#include "Misc/CryptoHash.h"
+#include "Misc/Crypto/CryptoAES.h"
+#include "Misc/Crypto/CryptoBlowfish.h"
+#include "Misc/Crypto/CryptoGCM.h"
+#include "Misc/Crypto/CryptoHash.h"
 
 namespace {
 

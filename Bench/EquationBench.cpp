@@ -1,8 +1,8 @@
 // Speed of equations: exact tables, sampled tables, single evaluations by tree and by program.
 #include <benchmark/benchmark.h>
 
-#include "BN/Bnet.h"
-#include "Misc/EqnCompile.h"
+#include "BN/Model/Bnet.h"
+#include "Misc/Equations/EqnCompile.h"
 #include "Talora.h"
 
 namespace {

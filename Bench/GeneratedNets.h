@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "BN/DenseElimination.h"
-#include "BN/Triangulation.h"
+#include "BN/Order/DenseElimination.h"
+#include "BN/Order/Triangulation.h"
 
 namespace talora::bench {
 

@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "BN/LearnData.h"
-#include "BN/LrnCPTs.h"
+#include "BN/Learning/LearnData.h"
+#include "BN/Learning/LrnCPTs.h"
 #include "Talora.h"
 
 namespace {

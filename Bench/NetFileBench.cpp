@@ -6,8 +6,8 @@
 #include <sstream>
 #include <string>
 
-#include "BN/BnParse.h"
-#include "BN/BnPrintFile.h"
+#include "BN/Files/BnParse.h"
+#include "BN/Files/BnPrintFile.h"
 #include "Talora.h"
 
 namespace {

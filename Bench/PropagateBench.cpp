@@ -10,7 +10,7 @@
 #include <memory>
 #include <random>
 
-#include "BN/PropagateBatch.h"
+#include "BN/Propagation/PropagateBatch.h"
 #include "Basic/FloatMode.h"
 #include "BenchTree.h"
 
@@ -122,7 +122,7 @@ void Batch(benchmark::State& state, std::shared_ptr<Net> net, bool together)
     constexpr int kCases = BatchPropagation::kCases;
     if (!BatchPropagation::Suits(net->graph, net->tree)) return state.SkipWithError("too large for batches");
     const DenormalsOff mode;
-    CaseInference::Wanted wanted;
+    CaseResults wanted;
     for (int v = 0; v < int(net->graph.variables.size()); ++v) wanted.beliefs.push_back(v);
     BatchPropagation batch(net->graph, net->tree, net->Source(), wanted);
     std::mt19937 random(9);

@@ -10,8 +10,8 @@
 #include <cstdio>
 #include <utility>
 
-#include "BN/PropagateBatch.h"
-#include "BN/TargetedQuery.h"
+#include "BN/Propagation/PropagateBatch.h"
+#include "BN/Propagation/TargetedQuery.h"
 #include "Basic/FloatMode.h"
 #include "BenchTree.h"
 #include "Talora.h"
@@ -176,7 +176,7 @@ void MeasureCases(BenchTree& net, Row& row)
     constexpr int kCases = BatchPropagation::kCases;
     if (!BatchPropagation::Suits(net.graph, net.tree)) return;
     const DenormalsOff mode;
-    const CaseInference::Wanted wanted = {NetOrder(net.graph), {}};
+    const CaseResults wanted = {NetOrder(net.graph), {}};
     BatchPropagation batch(net.graph, net.tree, net.Source(), wanted);
     std::mt19937 random(9);
     std::vector<std::vector<int32_t>> states(kCases, std::vector<int32_t>(size_t(net.Size()), -1));

@@ -21,8 +21,8 @@
 #include <utility>
 #include <vector>
 
-#include "BN/BnProbs.h"
-#include "BN/Bnet.h"
+#include "BN/Model/BnProbs.h"
+#include "BN/Model/Bnet.h"
 #include "Basic/Environ.h"
 #include "Basic/Memory.h"
 #include "Fuzz/Harness.h"
@@ -355,6 +355,12 @@ std::vector<void*> Session::Live(char letter) const
 {
     std::vector<void*> live;
     const auto add = [&](auto& from) { live.insert(live.end(), from.begin(), from.end()); };
+    const auto add_dependents = [&](talora::HandleKind kind) {
+        for (const net_bn* net : env_->nets)
+            for (const talora::NetDependent& dependent : net->dependents)
+                if (talora::IsLive(static_cast<const talora::HandleHeader*>(dependent.object), kind))
+                    live.push_back(dependent.object);
+    };
     switch (letter) {
         case 'e':
             return {env_};
@@ -387,10 +393,10 @@ std::vector<void*> Session::Live(char letter) const
             add(env_->learners);
             break;
         case 'T':
-            for (const net_bn* net : env_->nets) add(net->testers);
+            add_dependents(talora::TESTER_TYPE);
             break;
         case 'S':
-            for (const net_bn* net : env_->nets) add(net->sensvs);
+            add_dependents(talora::SENSV_TYPE);
             break;
     }
     return live;

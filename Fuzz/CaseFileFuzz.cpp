@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "BN/BnBasicOps1.h"
+#include "BN/Model/BnBasicOps1.h"
 #include "Basic/Error.h"
 #include "Fuzz/Harness.h"
 #include "Talora/APICheck.h"

@@ -4,8 +4,8 @@
 
 #include "Basic/Error.h"
 #include "Fuzz/Harness.h"
-#include "Misc/EqnCompile.h"
-#include "Misc/EqnPrint.h"
+#include "Misc/Equations/EqnCompile.h"
+#include "Misc/Equations/EqnPrint.h"
 #include "Talora/APICheck.h"
 
 namespace {

@@ -11,8 +11,8 @@
 #include <set>
 #include <string>
 
-#include "BN/NetFields.h"
-#include "Misc/EqnTable.h"
+#include "BN/Files/NetFields.h"
+#include "Misc/Equations/EqnTable.h"
 #include "VarVal/CaseFile.h"
 
 namespace {

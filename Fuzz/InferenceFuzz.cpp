@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "Fuzz/Harness.h"
-#include "Tests/BN/RandomNet.h"
+#include "Tests/Support/RandomNet.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "BN/NetCipher.h"
+#include "BN/Files/NetCipher.h"
 #include "Basic/LittleEndian.h"
 
 namespace fuzz {

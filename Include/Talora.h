@@ -717,8 +717,8 @@ TALORA_API double GetNodeStateValue_bn(const node_bn* node, state_bn state);
  *  on another failure.  Without any it is 1, at once: tables that leave no configuration possible show when
  *  beliefs are updated (3305, or an error that names the table), or once there is a finding. */
 TALORA_API double FindingsProbability_bn(net_bn* net);
-/** Its natural logarithm, which does not underflow: minus infinity (the system's) where it is 0, and 0 without
- *  findings. */
+/** Its natural logarithm, which does not underflow: minus infinity (the system's) where it is 0, and 0
+ * without findings. */
 TALORA_API double LogFindingsProbability_bn(net_bn* net);
 /** Whether the beliefs are up to date; does not update. */
 TALORA_API bool_vx IsBeliefUpdated_bn(const node_bn* node);

@@ -21,8 +21,8 @@ GOALS = (
     ("all of Src", 90, ("Src/",)),
     ("readers, streams, ciphers", 97, (
         "Src/Basic/FileType", "Src/Basic/LittleEndian", "Src/Basic/Parser", "Src/Basic/SafeFile",
-        "Src/Basic/Stream", "Src/BN/BnParse", "Src/BN/GzipMember", "Src/BN/NetCipher", "Src/BN/NetContainer",
-        "Src/BN/NetFields", "Src/Misc/Crypto", "Src/VarVal/CaseFile.", "Src/VarVal/CaseParse",
+        "Src/Basic/Stream", "Src/BN/Files/BnParse", "Src/BN/Files/GzipMember", "Src/BN/Files/NetCipher", "Src/BN/Files/NetContainer",
+        "Src/BN/Files/NetFields", "Src/Misc/Crypto/", "Src/VarVal/CaseFile.", "Src/VarVal/CaseParse",
         "Src/VarVal/CaseValues")),
 )
 

@@ -9,7 +9,7 @@ COMMAND is the talora command that was built.  The pages are
     Docs/functions/*.md           from the comments of Include/Talora.h
     Docs/commands.md              from the command's own tables of options
     Docs/equation-functions.md    from the engine's table of functions and distributions
-    Docs/keywords.md              from the tables of keywords in Src/BN/NetFields.cpp, with the meanings
+    Docs/keywords.md              from the tables of keywords in Src/BN/Files/NetFields.cpp, with the meanings
                                   that Docs/net-format.md gives; one that it does not give is an error
 """
 import pathlib
@@ -191,7 +191,7 @@ def meanings():
 
 
 def keywords():
-    source = (ROOT / "Src" / "BN" / "NetFields.cpp").read_text(encoding="utf-8")
+    source = (ROOT / "Src/BN/Files/NetFields.cpp").read_text(encoding="utf-8")
     told, rows = meanings(), []
     for kind, table in re.findall(r"const N(et|ode)FieldDef k\w+\[\w+\] = \{(.*?)^\};", source, re.S | re.M):
         kind = "n" + kind

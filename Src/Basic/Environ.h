@@ -97,7 +97,7 @@ struct environ_vx {
     talora::Handler<message_handler_vx> message_handler;
     talora::Handler<password_handler_vx> password_handler;
 
-    std::atomic<char> file_cipher{'G'};  // what encrypted files are written with, see BN/NetCipher.h
+    std::atomic<char> file_cipher{'G'};  // what encrypted files are written with, see BN/Files/NetCipher.h
     std::atomic<int> max_key_iterations{2000000};  // of files that are read: a file may not ask for more work
 };
 

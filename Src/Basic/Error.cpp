@@ -345,6 +345,16 @@ bool CountWarning(int number, bool* last)
 
 }  // namespace
 
+std::string Phrase(const char* format, ...)
+{
+    char buffer[kMessageBytes];
+    va_list values;
+    va_start(values, format);
+    FormatMessage(buffer, ExpandMarkup(format).c_str(), values);
+    va_end(values);
+    return buffer;
+}
+
 std::atomic<void (*)(int number)> message_watcher{nullptr};
 
 const char* MessageOf(const report_vx& report)

@@ -138,6 +138,8 @@ constexpr int kMaxRepeatedWarnings = 20;  // of one form in one call; then one "
 // The message without markup in the flavour of the thread's environment (or the programming
 // interface's), before arguments go in.
 std::string ExpandMarkup(const char* format);
+// A piece of a message or a question: markup in the format is expanded, in the arguments it is not.
+std::string Phrase(const char* format, ...) TALORA_PRINTF(1, 2);
 
 }  // namespace talora
 

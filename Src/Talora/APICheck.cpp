@@ -4,10 +4,10 @@
 #include <cstring>
 #include <exception>
 
-#include "BN/BnSensitivity.h"
-#include "BN/BnTestNet.h"
-#include "BN/Bnet.h"
-#include "BN/Learner.h"
+#include "BN/Learning/Learner.h"
+#include "BN/Model/Bnet.h"
+#include "BN/Sensitivity/BnSensitivity.h"
+#include "BN/Testing/BnTestNet.h"
 #include "Basic/Markup.h"
 #include "Basic/Memory.h"
 #include "Basic/Names.h"

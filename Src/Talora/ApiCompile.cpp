@@ -1,6 +1,7 @@
 // Interface functions: compiling, elimination order, and walking the junction tree.
-#include "BN/BnCompile.h"
-#include "BN/BnUpdating.h"
+#include "BN/Inference/BnCompile.h"
+#include "BN/Inference/BnUpdating.h"
+#include "BN/Model/BnElimOrder.h"
 #include "Talora/APICheck.h"
 
 using namespace talora;

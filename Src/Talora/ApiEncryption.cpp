@@ -2,8 +2,8 @@
 #include <climits>
 #include <string>
 
-#include "BN/Bnet.h"
-#include "BN/NetCipher.h"
+#include "BN/Files/NetCipher.h"
+#include "BN/Model/Bnet.h"
 #include "Basic/Secret.h"
 #include "Basic/Stream.h"
 #include "Basic/Text.h"

@@ -1,7 +1,7 @@
 // Interface functions: equations of nodes, formulas, tables from equations.
-#include "BN/EqnToTable.h"
-#include "Misc/EqnEval.h"
-#include "Misc/EqnPrint.h"
+#include "BN/Equations/EqnToTable.h"
+#include "Misc/Equations/EqnEval.h"
+#include "Misc/Equations/EqnPrint.h"
 #include "Talora/APICheck.h"
 
 using namespace talora;

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "BN/Bnet.h"
+#include "BN/Model/Bnet.h"
 
 namespace talora {
 

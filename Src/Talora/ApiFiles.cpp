@@ -1,10 +1,8 @@
 // Interface functions: streams, reading and writing of nets.
-#include <new>
 #include <string>
 
-#include "BN/BnCompile.h"
-#include "BN/BnParse.h"
-#include "BN/BnPrintFile.h"
+#include "BN/Files/BnParse.h"
+#include "BN/Files/BnPrintFile.h"
 #include "Basic/Stream.h"
 #include "Basic/Text.h"
 #include "Talora/APICheck.h"
@@ -25,21 +23,6 @@ void NeedMemoryStream(const Stream& stream)
         Fail(
             5171,
             "this function is only for a >-FileSpec created with >-NewMemoryStream_vx, but this >-FileSpec was created with >-NewFileStream_vx");
-}
-
-// A net that cannot be compiled is still read; its message stays as a warning.
-void CompileRead(Net& net)
-{
-    try {
-        CompileNet(net);
-    } catch (const Unwind& failure) {
-        if (failure.record != nullptr) SetSeverity(*failure.record, WARNING_SEV);
-        ThisThread().failed = false;
-    } catch (const OutOfMemory& failure) {
-        Warn(5680, "the >-net was not compiled: %s", failure.message);
-    } catch (const std::bad_alloc&) {
-        Warn(5680, "the >-net was not compiled: %s", "not enough memory");
-    }
 }
 
 }  // namespace
@@ -119,9 +102,7 @@ net_bn* ReadNet_bn(stream_vx* stream, int control)
                 control, NO_VISUAL_INFO, NO_WINDOW, MINIMIZED_WINDOW, REGULAR_WINDOW);
         ReadNetOptions options;
         options.keep_visual = control != NO_VISUAL_INFO;
-        Net* const net = ReadNet(*stream, options);
-        if (net->auto_compile) CompileRead(*net);
-        return net;
+        return ReadNet(*stream, options);
     });
 }
 

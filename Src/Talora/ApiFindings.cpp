@@ -1,11 +1,11 @@
 // Interface functions: findings, beliefs and the probability of findings.
 #include <cmath>
 
-#include "BN/BnBasicOps1.h"
-#include "BN/BnEdit.h"
-#include "BN/BnFindings.h"
-#include "BN/BnQuery.h"
-#include "BN/BnUpdating.h"
+#include "BN/Inference/BnFindings.h"
+#include "BN/Inference/BnQuery.h"
+#include "BN/Inference/BnUpdating.h"
+#include "BN/Model/BnBasicOps1.h"
+#include "BN/Model/BnEdit.h"
 #include "Talora/APICheck.h"
 
 using namespace talora;

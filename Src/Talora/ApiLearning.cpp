@@ -2,8 +2,8 @@
 #include <cmath>
 #include <utility>
 
-#include "BN/Learner.h"
-#include "BN/LrnCPTs.h"
+#include "BN/Learning/Learner.h"
+#include "BN/Learning/LrnCPTs.h"
 #include "Basic/Stream.h"
 #include "Talora/APICheck.h"
 

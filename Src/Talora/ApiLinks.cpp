@@ -3,8 +3,8 @@
 #include <charconv>
 #include <cmath>
 
-#include "BN/BnBasicOps1.h"
-#include "BN/BnEdit.h"
+#include "BN/Model/BnBasicOps1.h"
+#include "BN/Model/BnEdit.h"
 #include "Basic/Names.h"
 #include "Talora/APICheck.h"
 

@@ -1,5 +1,5 @@
 // Interface functions: most probable configurations.
-#include "BN/MostProbable.h"
+#include "BN/Inference/MostProbable.h"
 #include "Talora/APICheck.h"
 
 using namespace talora;

@@ -1,8 +1,8 @@
 // Interface functions: nets, their properties, and node sets.
 #include <algorithm>
 
-#include "BN/BnBasicOps1.h"
-#include "BN/BnEdit.h"
+#include "BN/Model/BnBasicOps1.h"
+#include "BN/Model/BnEdit.h"
 #include "Basic/Text.h"
 #include "Talora/APICheck.h"
 #include "Talora/ApiFields.h"

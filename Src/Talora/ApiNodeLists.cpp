@@ -1,7 +1,7 @@
 // Interface functions: node lists.
 #include <algorithm>
 
-#include "BN/Bnet.h"
+#include "BN/Model/Bnet.h"
 #include "Talora/APICheck.h"
 
 using namespace talora;

@@ -2,8 +2,8 @@
 #include <algorithm>
 #include <iterator>
 
-#include "BN/BnBasicOps1.h"
-#include "BN/BnEdit.h"
+#include "BN/Model/BnBasicOps1.h"
+#include "BN/Model/BnEdit.h"
 #include "Basic/Text.h"
 #include "Talora/APICheck.h"
 #include "Talora/ApiFields.h"

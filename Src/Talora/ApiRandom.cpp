@@ -3,9 +3,9 @@
 #include <mutex>
 #include <span>
 
-#include "BN/Bnet.h"
-#include "BN/Learner.h"
-#include "BN/MakeCases.h"
+#include "BN/Learning/Learner.h"
+#include "BN/Model/Bnet.h"
+#include "BN/Sampling/MakeCases.h"
 #include "Basic/RandomNum.h"
 #include "Talora/APICheck.h"
 

@@ -1,6 +1,6 @@
 // Interface functions: sensitivity to findings.
-#include "BN/BnSensitivity.h"
-#include "BN/SensitivityReport.h"
+#include "BN/Sensitivity/BnSensitivity.h"
+#include "BN/Sensitivity/SensitivityReport.h"
 #include "Talora/APICheck.h"
 
 using namespace talora;

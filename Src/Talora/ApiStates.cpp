@@ -1,6 +1,6 @@
 // Interface functions: states and levels of nodes.
-#include "BN/BnBasicOps1.h"
-#include "BN/BnEdit.h"
+#include "BN/Model/BnBasicOps1.h"
+#include "BN/Model/BnEdit.h"
 #include "Basic/Names.h"
 #include "Basic/Text.h"
 #include "Talora/APICheck.h"

@@ -1,5 +1,5 @@
 // Interface functions: probability, function and experience tables.
-#include "BN/BnProbs.h"
+#include "BN/Model/BnProbs.h"
 #include "Talora/APICheck.h"
 
 using namespace talora;

@@ -2,10 +2,10 @@
 #include <algorithm>
 #include <cmath>
 
-#include "BN/BnBasicOps1.h"
-#include "BN/BnTestNet.h"
-#include "BN/CaseScores.h"
-#include "BN/TestReport.h"
+#include "BN/CaseRuns/CaseScores.h"
+#include "BN/Model/BnBasicOps1.h"
+#include "BN/Testing/BnTestNet.h"
+#include "BN/Testing/TestReport.h"
 #include "Talora/APICheck.h"
 
 using namespace talora;

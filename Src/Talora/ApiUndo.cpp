@@ -1,7 +1,7 @@
 // Interface functions: undoing and redoing.
 #include <cmath>
 
-#include "BN/Bnet.h"
+#include "BN/Model/Bnet.h"
 #include "Basic/Text.h"
 #include "Talora/APICheck.h"
 

@@ -4,8 +4,8 @@
 #include <utility>
 #include <vector>
 
-#include "BN/Bnet.h"
-#include "BN/Learner.h"
+#include "BN/Learning/Learner.h"
+#include "BN/Model/Bnet.h"
 #include "Basic/Error.h"
 #include "Basic/Stream.h"
 #include "Talora/APICheck.h"

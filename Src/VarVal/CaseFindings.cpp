@@ -7,9 +7,9 @@
 #include <unordered_set>
 #include <utility>
 
-#include "BN/BnBasicOps1.h"
-#include "BN/BnEdit.h"
-#include "BN/BnUpdating.h"
+#include "BN/Inference/BnUpdating.h"
+#include "BN/Model/BnBasicOps1.h"
+#include "BN/Model/BnEdit.h"
 #include "Basic/Error.h"
 #include "Basic/Names.h"
 #include "Basic/Parser.h"

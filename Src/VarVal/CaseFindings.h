@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "BN/Bnet.h"
+#include "BN/Model/Bnet.h"
 #include "Basic/Stream.h"
 #include "VarVal/Caseset.h"
 

@@ -5,8 +5,8 @@
 #include <cstdarg>
 #include <cstdio>
 
-#include "BN/BnBasicOps1.h"
-#include "BN/BnEdit.h"
+#include "BN/Model/BnBasicOps1.h"
+#include "BN/Model/BnEdit.h"
 #include "Basic/Error.h"
 #include "Basic/Names.h"
 #include "Basic/Parser.h"

@@ -17,7 +17,7 @@
 #include <string_view>
 #include <vector>
 
-#include "BN/Bnet.h"
+#include "BN/Model/Bnet.h"
 #include "VarVal/CaseFile.h"
 
 namespace talora {

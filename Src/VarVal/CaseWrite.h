@@ -11,7 +11,7 @@
 #include <string_view>
 #include <vector>
 
-#include "BN/Bnet.h"
+#include "BN/Model/Bnet.h"
 #include "Basic/Stream.h"
 
 namespace talora {

@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "BN/Bnet.h"
+#include "BN/Model/Bnet.h"
 #include "Basic/Handle.h"
 #include "Basic/Memory.h"
 

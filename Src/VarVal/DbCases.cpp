@@ -8,8 +8,8 @@
 #include <cstdlib>
 #include <set>
 
-#include "BN/BnBasicOps1.h"
-#include "BN/BnEdit.h"
+#include "BN/Model/BnBasicOps1.h"
+#include "BN/Model/BnEdit.h"
 #include "Basic/Error.h"
 #include "Basic/Names.h"
 #include "Basic/Progress.h"

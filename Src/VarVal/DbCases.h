@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "BN/Bnet.h"
+#include "BN/Model/Bnet.h"
 #include "VarVal/Caseset.h"
 #include "VarVal/DbManager.h"
 

@@ -8,7 +8,7 @@
 #include <regex>
 #include <sstream>
 
-#include "BN/Bnet.h"
+#include "BN/Model/Bnet.h"
 #include "Talora.h"
 
 namespace {

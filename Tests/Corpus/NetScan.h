@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "BN/Triangulation.h"
+#include "BN/Order/Triangulation.h"
 
 namespace talora::test {
 

@@ -7,7 +7,7 @@
 #include <sstream>
 #include <string>
 
-#include "Talora/TestEnviron.h"
+#include "Support/TestEnviron.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-#include "Talora/TestEnviron.h"
+#include "Support/TestEnviron.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "BN/NetCipher.h"
+#include "BN/Files/NetCipher.h"
 #include "Basic/Text.h"
 #include "CountedMemory.h"
 #include "FaultTest.h"

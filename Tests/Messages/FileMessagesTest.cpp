@@ -1,7 +1,7 @@
 // Messages about net files, case files, learning and testing.
 #include <cmath>
 
-#include "Messages/MessageTest.h"
+#include "Support/MessageTest.h"
 
 namespace {
 

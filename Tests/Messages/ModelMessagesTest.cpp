@@ -2,7 +2,7 @@
 #include <cmath>
 #include <cstring>
 
-#include "Messages/MessageTest.h"
+#include "Support/MessageTest.h"
 
 namespace {
 

@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "Basic/FloatMode.h"
-#include "Talora/TestEnviron.h"
+#include "Support/TestEnviron.h"
 #include "VarVal/DbManager.h"
 
 namespace {

@@ -8,8 +8,8 @@
 
 #include "Basic/FloatMode.h"
 #include "Basic/Memory.h"
+#include "Support/TestEnviron.h"
 #include "Talora/APICheck.h"
-#include "Talora/TestEnviron.h"
 
 namespace {
 

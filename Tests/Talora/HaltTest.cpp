@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "Talora/TestEnviron.h"
+#include "Support/TestEnviron.h"
 
 namespace {
 

@@ -5,14 +5,14 @@
 #include <string>
 #include <vector>
 
-#include "BN/BnProbs.h"
-#include "BN/TestRecord.h"
+#include "BN/Model/BnProbs.h"
+#include "BN/Testing/TestRecord.h"
 #include "Basic/Environ.h"
 #include "Basic/Error.h"
 #include "Basic/Names.h"
 #include "Basic/Parser.h"
-#include "Misc/EqnTable.h"
-#include "Talora/TestEnviron.h"
+#include "Misc/Equations/EqnTable.h"
+#include "Support/TestEnviron.h"
 #include "VarVal/CaseFile.h"
 
 namespace {

@@ -13,8 +13,8 @@
 #include <string>
 #include <vector>
 
-#include "BN/RandomNet.h"
-#include "Talora/TestEnviron.h"
+#include "Support/RandomNet.h"
+#include "Support/TestEnviron.h"
 
 namespace {
 

@@ -12,8 +12,8 @@
 #include <thread>
 #include <vector>
 
-#include "BN/RandomNet.h"
-#include "Talora/TestEnviron.h"
+#include "Support/RandomNet.h"
+#include "Support/TestEnviron.h"
 
 namespace {
 

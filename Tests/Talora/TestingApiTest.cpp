@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "Golden.h"
-#include "Talora/TestEnviron.h"
+#include "Support/Golden.h"
+#include "Support/TestEnviron.h"
 
 namespace {
 

@@ -4,8 +4,8 @@
 #include <filesystem>
 #include <fstream>
 
-#include "../BN/TestNet.h"
-#include "BN/BnParse.h"
+#include "Support/TestNet.h"
+#include "BN/Files/BnParse.h"
 #include "Basic/Text.h"
 #include "VarVal/CaseFindings.h"
 #include "VarVal/Caseset.h"

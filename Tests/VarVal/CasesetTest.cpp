@@ -6,7 +6,7 @@
 #include <fstream>
 #include <limits>
 
-#include "../BN/TestNet.h"
+#include "Support/TestNet.h"
 #include "Basic/Stream.h"
 #include "VarVal/Caseset.h"
 

@@ -7,7 +7,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "Talora/TestEnviron.h"
+#include "Support/TestEnviron.h"
 #include "VarVal/Odbc.h"
 
 namespace talora {

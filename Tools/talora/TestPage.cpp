@@ -22,23 +22,23 @@ struct MeasureDef {
     const char *name, *heading;
 };
 constexpr MeasureDef kStateFigures[] = {{"sensitivity", "Sensitivity"},
-                                         {"specificity", "Specificity"},
-                                         {"predictive_value", "Predictive value"},
-                                         {"negative_predictive_value", "Negative predictive value"},
-                                         {"AUROC", "Area under ROC"},
-                                         {"Gini_score", "Gini score"}};
+                                        {"specificity", "Specificity"},
+                                        {"predictive_value", "Predictive value"},
+                                        {"negative_predictive_value", "Negative predictive value"},
+                                        {"AUROC", "Area under ROC"},
+                                        {"Gini_score", "Gini score"}};
 constexpr MeasureDef kRealFigures[] = {{"cases", "Cases with a value"},
-                                        {"mean_absolute_error", "Mean absolute error"},
-                                        {"max_absolute_error", "Largest absolute error"},
-                                        {"rms_error", "Root mean square error"},
-                                        {"mean_relative_error", "Mean relative error"},
-                                        {"max_relative_error", "Largest relative error"},
-                                        {"mean_deviations", "Mean error in standard deviations"},
-                                        {"max_deviations", "Largest error in standard deviations"},
-                                        {"within_1_deviation", "Cases within 1 deviation"},
-                                        {"from_1_to_2_deviations", "Cases from 1 to 2 deviations"},
-                                        {"from_2_to_3_deviations", "Cases from 2 to 3 deviations"},
-                                        {"above_3_deviations", "Cases above 3 deviations"}};
+                                       {"mean_absolute_error", "Mean absolute error"},
+                                       {"max_absolute_error", "Largest absolute error"},
+                                       {"rms_error", "Root mean square error"},
+                                       {"mean_relative_error", "Mean relative error"},
+                                       {"max_relative_error", "Largest relative error"},
+                                       {"mean_deviations", "Mean error in standard deviations"},
+                                       {"max_deviations", "Largest error in standard deviations"},
+                                       {"within_1_deviation", "Cases within 1 deviation"},
+                                       {"from_1_to_2_deviations", "Cases from 1 to 2 deviations"},
+                                       {"from_2_to_3_deviations", "Cases from 2 to 3 deviations"},
+                                       {"above_3_deviations", "Cases above 3 deviations"}};
 
 // A number for a table: nothing where there is nothing to tell.
 std::string Shown(double value)

@@ -1,0 +1,786 @@
+#include "BN/Files/BnParse.h"
+
+#include <algorithm>
+#include <charconv>
+#include <climits>
+#include <cstring>
+
+#include "BN/Files/NetContainer.h"
+#include "BN/Inference/BnCompile.h"
+#include "BN/Model/BnEdit.h"
+#include "Basic/Error.h"
+#include "Basic/FileType.h"
+#include "Basic/Names.h"
+#include "Basic/Text.h"
+
+namespace talora {
+
+namespace {
+
+constexpr size_t kPollBytes = 1 << 20;
+constexpr size_t kFreeInheritance = 1 << 20;  // bytes of statements inherited, and per byte of the file
+constexpr size_t kInheritancePerByte = 16;
+
+// The text without a byte-order mark; wide text comes back in narrow.
+std::string_view PlainText(std::string_view bytes, std::string& narrow)
+{
+    if (bytes.starts_with("\xEF\xBB\xBF")) return bytes.substr(3);
+    if (!bytes.starts_with("\xFF\xFE")) return bytes;
+    std::string wide(bytes);
+    wide.append(2, '\0');
+    narrow = NarrowText(wide.c_str());
+    return narrow;
+}
+
+// Reads on only if the person wants to, where the format is not the one that this version writes.
+void CheckFormatVersion(int version, const FilePlace& place)
+{
+    if (version == 1) return;
+    const char* const age = version == 0 ? "unknown" : version < 0 ? "old" : "new";
+    WarnAt(place, 2912,
+           "this >-net was stored using a %s version of file format (=%d). It may not read correctly", age,
+           version);
+    if (AskQuestion("This net was stored using another version of the file format. Read it?",
+                    "Continue,Cancel", "Continue") == 1)
+        FailWith(ABORTED_CND, 3605, "user halted reading");
+}
+
+}  // namespace
+
+bool IsLegalName(std::string_view name)
+{
+    const auto is_letter = [](char c) {
+        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_';
+    };
+    if (name.empty() || name.size() > size_t{kMaxNameLength} || !is_letter(name[0])) return false;
+    return std::all_of(name.begin(), name.end(),
+                       [&](char c) { return is_letter(c) || (c >= '0' && c <= '9'); });
+}
+
+int NetFileVersion(std::string_view text)
+{
+    if (FileTypeByContents(text) != "DNET") return kNoVersion;
+    text.remove_prefix(kFileMark.size() + 4);
+    if (!text.starts_with('-')) return 0;
+    int version = 0;
+    std::from_chars(text.data() + 1, text.data() + std::min<size_t>(text.size(), 12), version);
+    return version;
+}
+
+Net* ReadNet(const Stream& stream, const ReadNetOptions& options)
+{
+    const StreamBytes bytes(stream, FileTypeByName(stream.name) == "TALA");
+    std::string narrow;
+    std::string_view text = PlainText(bytes.View(), narrow);
+    UnpackedNet unpacked;
+    if (IsBinaryNet(text, stream.name)) {
+        unpacked = UnpackNet(bytes.View(), stream);
+        CheckFormatVersion(unpacked.version, {.file = stream.name.c_str()});
+        text = PlainText(unpacked.text.View(), narrow);
+    }
+    Net* const net = NetReader(text, stream, options).Read();
+    net->password = std::move(unpacked.password);  // saved again, it is encrypted again
+    if (net->auto_compile) CompileAfterReading(*net);
+    return net;
+}
+
+NetReader::NetReader(std::string_view contents, const Stream& stream, const ReadNetOptions& options)
+    : text(contents, stream.name.c_str()),
+      stream_(stream),
+      options_(options),
+      size_(contents.size()),
+      next_poll_(kPollBytes),
+      progress_("Reading net")
+{
+    if (options_.single_pass) options_.inherit_in_first_pass = true;
+}
+
+NetReader::~NetReader()
+{
+    if (net_ != nullptr) DeleteNet(net_);
+}
+
+void NetReader::Poll()
+{
+    if (text.At() < next_poll_) return;
+    next_poll_ = text.At() + kPollBytes;
+    if (IsHalted() || !progress_.Step(static_cast<double>(text.At()) / static_cast<double>(size_)))
+        FailWith(ABORTED_CND, 3605, "user halted reading");
+}
+
+// ---- The file ----
+
+void NetReader::CheckHeader()
+{
+    const std::string_view start = text.Text(0, std::min<size_t>(size_, 256));
+    const int version = NetFileVersion(start);
+    if (version == kNoVersion)
+        FailAt(
+            text.PlaceOf(0), 4109,
+            "'%s' is not a %s file (by file extension it looks like a %s file, but by starting contents it looks like a %s file)",
+            stream_.name.c_str(), "DNET", FileTypeByName(stream_.name).c_str(),
+            FileTypeByContents(start).c_str());
+    CheckFormatVersion(version, text.PlaceOf(0));
+}
+
+Net* NetReader::Read()
+{
+    CheckHeader();
+    for (;;) {
+        if (text.AtEnd()) FailAt(text.PlaceOf(size_), 2920, "there is no %s in the file", "`bnet`");
+        const std::string_view word = text.ReadWord();
+        if (word.empty() || !IsLegalName(word.substr(0, 1)))
+            FailAt(text.PlaceOf(text.At()), 2913, "illegal symbol read: '%s' in %s file",
+                   word.empty() ? text.PeekText().c_str() : std::string(word).c_str(), "DNET");
+        if (word == "bnet") break;
+        WarnAt(text.Place(), 3341, "unknown object '%s'", std::string(word).c_str());
+        text.SkipValue();
+        if (!text.TryRead(';')) text.TryRead('}');
+    }
+    ReadBnet();
+    if (!text.TryRead(';'))
+        FailAt(text.PlaceOf(text.At()), 2914, "missing semicolon at end of %s '%s'", "bnet",
+               net_->name.c_str());
+    net_->changed = false;
+    Net* const result = net_;
+    net_ = nullptr;
+    return result;
+}
+
+void NetReader::ReadBnet()
+{
+    const std::string name = ReadName("net");
+    net_ = NewNet(*stream_.env, name);
+    const std::string title = "net '" + name + "'";
+    if (!text.TryRead('{')) FailAt(text.PlaceOf(text.At()), 2916, "missing '{' to start %s", title.c_str());
+    const size_t start = text.At();
+    while (!text.TryRead('}')) {
+        const size_t word_at = text.At();
+        if (text.AtEnd()) FailAt(text.PlaceOf(start), 2927, "no terminating '}' for %s", title.c_str());
+        const std::string_view word = text.ReadWord();
+        if (word.empty())
+            FailAt(text.PlaceOf(text.At()), 2919, "unexpected punctuation '%s'", text.PeekText().c_str());
+        ReadStatement(word, word_at);
+        if (text.At() <= word_at)
+            FailAt(text.PlaceOf(word_at), 3526, "Parser stuck (started on line %d).  Please contact Vestra.",
+                   static_cast<int>(text.LineOf(word_at)));
+        Poll();
+    }
+    const size_t end = text.At();
+    SecondPass();
+    text.GoTo(end);
+    CheckNoCycle();
+}
+
+void NetReader::ReadStatement(std::string_view word, size_t word_at)
+{
+    static const auto is_object = [](std::string_view w) {
+        return w == "node" || w == "param" || w == "define" || w == "user" || w == "visual" || w == "NodeSet";
+    };
+    if (is_object(word)) return ReadObject(word, word_at);
+    if (word == "elimorder") {
+        text.SkipValue();
+        text.TryRead(';');
+        return;
+    }
+    const int field = FindNetField(word);
+    if (field < 0) return SkipUnknown(word, word_at, ("net '" + net_->name + "'").c_str());
+    const auto index = static_cast<size_t>(field);
+    const char* const keyword = kNetFields[index].keyword;
+    if (!text.TryRead('=')) FailAt(text.PlaceOf(word_at), 2922, "missing '=' for `%s` statement", keyword);
+    if (net_fields_read_[index]) {
+        WarnAt(text.PlaceOf(word_at), 2923, "more than one `%s` statement", keyword);
+        text.SkipValue();
+    } else if (kNetFields[index].read == nullptr) {
+        WarnAt(text.PlaceOf(word_at), 2943,
+               "parsing `%s` as a %s field is not implemented in this version of >-Talora", keyword, "net");
+        text.SkipValue();
+    } else if (field == NET_ELIMORDER && !InSecondPass()) {
+        net_fields_read_[index] = true;
+        net_put_off_.push_back({field, text.At()});
+        text.SkipValue();
+    } else {
+        net_fields_read_[index] = true;
+        text.context = ", while reading field `" + std::string(keyword) + "` of net '" + net_->name + "'";
+        kNetFields[index].read(*this);
+        text.context.clear();
+    }
+    NeedPunctuation(';', 2926, keyword);
+}
+
+void NetReader::ReadObject(std::string_view word, size_t word_at)
+{
+    if (word == "node") return ReadNode("node", NATURE_NODE);
+    if (word == "param") return ReadNode("node", DISCONNECTED_NODE);
+    if (word == "user") return ReadSection(net_->text, false);
+    if (word == "visual") return ReadSection(net_->text, true);
+    if (word == "NodeSet") {
+        if (InSecondPass()) return ReadNodeSet();
+        net_put_off_.push_back({NET_NODESET, text.At()});
+        text.SkipValue();
+        text.TryRead(';');
+        return;
+    }
+    const std::string_view what = text.ReadWord();
+    if (what == "node" || what == "param") return ReadDefine();
+    WarnAt(text.PlaceOf(word_at), 3291, "unknown %s '%s'", "object", std::string(what).c_str());
+    text.SkipValue();
+    text.TryRead(';');
+}
+
+void NetReader::NeedPunctuation(char punctuation, int number, const char* keyword)
+{
+    if (text.TryRead(punctuation)) return;
+    const FilePlace place = text.PlaceOf(text.At());
+    if (number == 2926) FailAt(place, 2926, "missing semicolon after `%s` statement", keyword);
+    FailAt(place, 2925, "missing semicolon at end of %s", keyword);
+}
+
+void NetReader::SkipUnknown(std::string_view word, size_t word_at, const char* owner)
+{
+    text.context = std::string(", while reading ") + owner;
+    WarnAt(text.PlaceOf(word_at), 3291, "unknown %s '%s'", text.Peek() == '=' ? "field" : "object",
+           std::string(word).c_str());
+    text.context.clear();
+    text.SkipValue();
+    text.TryRead(';');
+}
+
+// ---- Sections that are kept as they stand ----
+
+namespace {
+
+// Reads a body that consists of statements NAME = "..."; only.  False if it holds anything else, a comment
+// included, or a name twice: such a section is not ours to interpret.
+bool TryReadUserFields(Tokenizer& text, std::string_view body, size_t body_at, std::vector<UserField>& fields)
+{
+    const auto skip_blanks = [&](size_t i) {
+        const size_t next = body.find_first_not_of(" \t\r\n", i);
+        return next == std::string_view::npos ? body.size() : next;
+    };
+    size_t i = skip_blanks(0);
+    while (i < body.size()) {
+        const size_t name_end = std::min(body.find_first_of(" \t\r\n=/\"", i), body.size());
+        const std::string_view name = body.substr(i, name_end - i);
+        i = skip_blanks(name_end);
+        if (!IsLegalName(name) || i >= body.size() || body[i] != '=') return false;
+        i = skip_blanks(i + 1);
+        if (i >= body.size() || body[i] != '"') return false;
+        text.GoTo(body_at + i);
+        fields.push_back({std::string(name), text.ReadQuoted()});
+        i = skip_blanks(text.At() - body_at);
+        if (i >= body.size() || body[i] != ';') return false;
+        i = skip_blanks(i + 1);
+    }
+    std::vector<std::string_view> names;
+    for (const UserField& field : fields) names.push_back(field.name);
+    std::sort(names.begin(), names.end());
+    return !names.empty() && std::adjacent_find(names.begin(), names.end()) == names.end();
+}
+
+// A second section of a kind is kept behind the first: the body then holds what stands between them.
+void AddSection(std::string& name, std::string& body, std::string new_name, std::string_view new_body,
+                const char* keyword)
+{
+    if (name.empty()) {
+        name = std::move(new_name);
+        body = new_body;
+        return;
+    }
+    body += "};\n\n\t";
+    body += keyword;
+    body += " " + new_name + " {";
+    body += new_body;
+}
+
+}  // namespace
+
+void NetReader::ReadSection(Description& description, bool visual)
+{
+    const char* const keyword = visual ? "visual" : "user";
+    std::string name = ReadName(keyword);
+    if (!text.TryRead('{')) FailAt(text.PlaceOf(text.At()), 2916, "missing '{' to start %s", keyword);
+    const size_t body_at = text.At();
+    const std::string_view body = text.ReadBody(keyword);
+    const size_t end = text.At();
+    std::vector<UserField> fields;
+    if (visual) {
+        if (options_.keep_visual)
+            AddSection(description.visual_name, description.visual_section, std::move(name), body, keyword);
+    } else if (description.user_fields.empty() && TryReadUserFields(text, body, body_at, fields)) {
+        description.user_fields = std::move(fields);
+        if (description.user_section.empty()) description.user_name = std::move(name);
+    } else {
+        if (description.user_section.empty()) description.user_name.clear();
+        AddSection(description.user_name, description.user_section, std::move(name), body, keyword);
+    }
+    text.GoTo(end);
+    NeedPunctuation(';', 2925, keyword);
+}
+
+// ---- Nodes ----
+
+void NetReader::ReadNode(const char* what, int kind)
+{
+    const size_t name_at = text.At();
+    const std::string name = ReadName(what);
+    if (net_->node_index.contains(name))
+        FailAt(text.PlaceOf(name_at), 2928, "duplicate %s name '%s'", what, name.c_str());
+    Node* const node = InsertNode(*net_, name, "read net");
+    node->kind = kind;
+    node->states.type = VarType::UNKNOWN;
+    blocks_read_.resize(net_->nodes.nodes.size());
+    NodeReader reader{.reader = *this, .node = *node};
+    ReadDefineList(what, node->name.c_str(), reader.defines);
+    ReadNodeBlock(reader);
+    if (kind == DISCONNECTED_NODE) node->kind = kind;
+    if (!reader.put_off.empty()) put_off_.push_back(std::move(reader));
+}
+
+// The optional list of define nodes behind a node's name.
+void NetReader::ReadDefineList(const char* what, const char* name, std::vector<const DefineNode*>& defines)
+{
+    if (!text.TryRead('(')) return;
+    while (!text.TryRead(')')) {
+        const std::string define_name = ReadName("node");
+        const DefineNode* const define = FindDefine(define_name);
+        if (define == nullptr)
+            FailAt(text.Place(), 2929, "declaration of %s '%s' tries to inherit from a %s not yet defined",
+                   what, name, "define node");
+        defines.push_back(define);  // named twice it gives nothing more
+        if (!text.TryRead(',') && text.Peek() != ')') FailAt(text.PlaceOf(text.At()), 3297, "missing comma");
+    }
+}
+
+const DefineNode* NetReader::FindDefine(std::string_view name) const
+{
+    const auto found = defines_.find(std::string(name));
+    return found == defines_.end() ? nullptr : &found->second;
+}
+
+void NetReader::ReadNodeBlock(NodeReader& reader)
+{
+    const std::string title = "node '" + reader.node.name + "'";
+    if (!text.TryRead('{')) FailAt(text.PlaceOf(text.At()), 2916, "missing '{' to start %s", title.c_str());
+    const size_t start = text.At();
+    if (options_.inherit_in_first_pass) Inherit(reader);
+    while (!text.TryRead('}')) {
+        const size_t word_at = text.At();
+        if (text.AtEnd()) FailAt(text.PlaceOf(start), 2933, "no closing '}' for %s, starting", title.c_str());
+        const std::string_view word = text.ReadWord();
+        if (word.empty())
+            FailAt(text.PlaceOf(text.At()), 2919, "unexpected punctuation '%s'", text.PeekText().c_str());
+        ReadNodeStatement(reader, word, word_at);
+        if (text.At() <= word_at)
+            FailAt(text.PlaceOf(word_at), 3526, "Parser stuck (started on line %d).  Please contact Vestra.",
+                   static_cast<int>(text.LineOf(word_at)));
+        Poll();
+    }
+    const size_t end = text.At();
+    if (!options_.inherit_in_first_pass) Inherit(reader);
+    EndNode(reader);
+    text.GoTo(end);
+    NeedPunctuation(';', 2925, title.c_str());
+}
+
+void NetReader::ReadNodeStatement(NodeReader& reader, std::string_view word, size_t word_at)
+{
+    if (word == "visual" && text.Peek() != '=') {
+        reader.visual_seen = true;
+        return ReadSection(reader.node.text, true);
+    }
+    if (word == "user") return ReadSection(reader.node.text, false);
+    const int field = FindNodeField(word);
+    if (field < 0) return SkipUnknown(word, word_at, ("node '" + reader.node.name + "'").c_str());
+    const NodeFieldDef& def = kNodeFields[field];
+    if (!text.TryRead('='))
+        FailAt(text.PlaceOf(word_at), 2922, "missing '=' for `%s` statement", def.keyword);
+    if (def.read == nullptr) {
+        WarnAt(text.PlaceOf(word_at), 3021,
+               "parsing `%s` as a %s field is not implemented in this version of >-Talora", def.keyword,
+               "node");
+        text.SkipValue();
+    } else if (IsRepeated(reader, field)) {
+        text.SkipValue();
+    } else {
+        if (field == NODE_PARENTS && reader.visual_seen)
+            WarnAt(text.PlaceOf(word_at), 2932, "`%s` statement should appear after PREDS statement",
+                   "visual");
+        ReadNodeField(reader, field);
+    }
+    NeedPunctuation(';', 2926, def.keyword);
+}
+
+// Whether a statement must be skipped because its field is settled; says so.
+bool NetReader::IsRepeated(NodeReader& reader, int field)
+{
+    const auto index = static_cast<size_t>(field);
+    const char* const keyword = kNodeFields[field].keyword;
+    const bool has_inherited_table = reader.inherited[NODE_PROBS] || reader.inherited[NODE_FUNCTABLE];
+    if (reader.inherited[index]) {
+        WarnAt(text.Place(), 2930, "`%s` statement already inherited", keyword);
+        return true;
+    }
+    if (reader.state[index] != FieldState::NOT_GIVEN) {
+        WarnAt(text.Place(), 2924, "more than one `%s` statement for %s '%s'", keyword, "node",
+               reader.Name());
+        return true;
+    }
+    if (has_inherited_table && (field == NODE_PARENTS || field == NODE_STATES || field == NODE_NUMSTATES)) {
+        WarnAt(text.Place(), 2931,
+               "`%s` statement should appear earlier.  Or reread with 'Inherit in First Pass' off", keyword);
+        return true;
+    }
+    return false;
+}
+
+bool NetReader::IsReady(const NodeReader& reader, int field) const
+{
+    if (InSecondPass()) return true;
+    switch (kNodeFields[field].needs) {
+        case Needs::NOTHING:
+        case Needs::NAMES:
+            return true;
+        case Needs::TYPE:
+            return reader.block_ended || reader.IsRead(NODE_DISCRETE);
+        case Needs::PARENTS:
+            return reader.IsRead(NODE_PARENTS);
+        case Needs::STATES:
+            return reader.block_ended;
+        case Needs::TABLE:
+            break;
+    }
+    const bool parents_known = reader.IsRead(NODE_PARENTS) ||
+                               (reader.block_ended && reader.state[NODE_PARENTS] == FieldState::NOT_GIVEN);
+    if (!parents_known || !(HasStates(reader.node) || reader.block_ended)) return false;
+    return std::all_of(reader.node.links.begin(), reader.node.links.end(),
+                       [this](const Link& link) { return IsBlockRead(*link.parent); });
+}
+
+// Reads the value that begins here, or notes its place.  Behind it stands the semicolon.
+void NetReader::ReadNodeField(NodeReader& reader, int field)
+{
+    FieldState& state = reader.state[static_cast<size_t>(field)];
+    const Statement statement{field, text.At()};
+    state = FieldState::GIVEN;
+    bool done = false;
+    if (IsReady(reader, field)) {
+        if (field == NODE_PARENTS) reader.parents_at = statement.value_at;
+        text.context.assign(", while reading field `")
+            .append(kNodeFields[field].keyword)
+            .append("` of node '");
+        text.context.append(reader.node.name).append("'");
+        done = kNodeFields[field].read(reader);
+        text.context.clear();
+    }
+    if (done) {
+        state = FieldState::READ;
+        return;
+    }
+    reader.put_off.push_back(statement);
+    text.GoTo(statement.value_at);
+    text.SkipValue();
+}
+
+void NetReader::Inherit(NodeReader& reader)
+{
+    const size_t here = text.At();
+    for (const DefineNode* define : reader.defines) {
+        for (const Statement& statement : define->statements) {
+            const auto index = static_cast<size_t>(statement.field);
+            if (reader.state[index] != FieldState::NOT_GIVEN) continue;
+            text.GoTo(statement.value_at);
+            ReadNodeField(reader, statement.field);
+            reader.inherited[index] = options_.inherit_in_first_pass;
+            // A few bytes must not call for gigabytes by inheriting a large statement many times.
+            inherited_bytes_ += text.At() - statement.value_at;
+            if (inherited_bytes_ > kFreeInheritance + kInheritancePerByte * here)
+                FailOutOfMemory("to inherit the statements of >-node %s", define->name.c_str());
+        }
+    }
+    text.GoTo(here);
+}
+
+// Settles what depends on which statements there were, then takes up those put off within the block.
+void NetReader::EndNode(NodeReader& reader)
+{
+    Node& node = reader.node;
+    reader.block_ended = true;
+    if (!reader.IsRead(NODE_DISCRETE) && reader.states_are_known) node.states.type = VarType::DISCRETE;
+    TakeUp(reader);
+    // A node that says nothing of a variable is a note in the drawing.
+    const auto given = [&](int field) {
+        return reader.state[static_cast<size_t>(field)] != FieldState::NOT_GIVEN;
+    };
+    const bool is_variable = node.states.type != VarType::UNKNOWN || HasStates(node) || given(NODE_LEVELS) ||
+                             given(NODE_EQUATION) || given(NODE_PARENTS) || given(NODE_FUNCTABLE) ||
+                             given(NODE_VALUE);
+    if (!reader.IsRead(NODE_KIND) && node.kind == NATURE_NODE && !is_variable) node.kind = UNKNOWN_KIND;
+    blocks_read_[static_cast<size_t>(node.index)] = true;
+}
+
+void NetReader::TakeUp(NodeReader& reader)
+{
+    if (reader.put_off.empty()) return;
+    std::vector<Statement> statements;
+    statements.swap(reader.put_off);
+    std::stable_sort(statements.begin(), statements.end(), [](const Statement& a, const Statement& b) {
+        return kNodeFields[a.field].needs < kNodeFields[b.field].needs;
+    });
+    for (const Statement& statement : statements) {
+        text.GoTo(statement.value_at);
+        ReadNodeField(reader, statement.field);
+        NeedPunctuation(';', 2926, kNodeFields[statement.field].keyword);
+        Poll();
+    }
+}
+
+void NetReader::ReadDefine()
+{
+    const size_t name_at = text.At();
+    DefineNode define{ReadName("node"), {}};
+    if (defines_.contains(define.name))
+        FailAt(text.PlaceOf(name_at), 2928, "duplicate %s name '%s'", "define node", define.name.c_str());
+    std::vector<const DefineNode*> bases;
+    ReadDefineList("define node", define.name.c_str(), bases);
+    const std::string title = "node '" + define.name + "'";
+    if (!text.TryRead('{')) FailAt(text.PlaceOf(text.At()), 2916, "missing '{' to start %s", title.c_str());
+    const size_t start = text.At();
+    const auto has = [&](int field) {
+        return std::any_of(define.statements.begin(), define.statements.end(),
+                           [&](const Statement& s) { return s.field == field; });
+    };
+    while (!text.TryRead('}')) {
+        const size_t word_at = text.At();
+        if (text.AtEnd()) FailAt(text.PlaceOf(start), 2933, "no closing '}' for %s, starting", title.c_str());
+        const std::string_view word = text.ReadWord();
+        if (word.empty())
+            FailAt(text.PlaceOf(text.At()), 2919, "unexpected punctuation '%s'", text.PeekText().c_str());
+        const int field = FindNodeField(word);
+        if (field < 0 || text.Peek() != '=') {
+            if (word != "visual" && word != "user") {
+                SkipUnknown(word, word_at, title.c_str());
+                continue;
+            }
+        } else if (has(field)) {
+            WarnAt(text.PlaceOf(word_at), 2924, "more than one `%s` statement for %s '%s'",
+                   kNodeFields[field].keyword, "node", define.name.c_str());
+        } else if (text.TryRead('=') && kNodeFields[field].read != nullptr && field != NODE_NAME) {
+            define.statements.push_back({field, text.At()});
+        }
+        text.SkipValue();
+        NeedPunctuation(';', 2926, std::string(word.substr(0, 40)).c_str());
+        Poll();
+    }
+    // Statements of the bases go first: what a definition adds may hang on them.
+    const auto num_own = static_cast<ptrdiff_t>(define.statements.size());
+    for (const DefineNode* base : bases)
+        for (const Statement& statement : base->statements)
+            if (!has(statement.field)) define.statements.push_back(statement);
+    std::rotate(define.statements.begin(), define.statements.begin() + num_own, define.statements.end());
+    NeedPunctuation(';', 2925, title.c_str());
+    std::string name = define.name;
+    defines_.emplace(std::move(name), std::move(define));
+}
+
+// ---- Node sets and the second pass ----
+
+void NetReader::ReadNodeSet()
+{
+    const size_t name_at = text.At();
+    NodeSet set{ReadName("node set"), {}};
+    if (!node_set_names_.insert(set.name).second)
+        FailAt(text.PlaceOf(name_at), 4116, "more than one %s with the name '%s'", "node set",
+               set.name.c_str());
+    text.context = ", while reading node set '" + set.name + "'";
+    if (!text.TryRead('{')) FailAt(text.PlaceOf(text.At()), 4115, "missing '{' to start %s", "node set");
+    if (text.ReadWord() != "Nodes") FailAt(text.Place(), 4119, "a node set begins with `Nodes`");
+    if (!text.TryRead('=')) FailAt(text.PlaceOf(text.At()), 4117, "missing '='");
+    set.nodes = *ReadNodeList(false, 2957);
+    if (!text.TryRead(';')) FailAt(text.PlaceOf(text.At()), 4118, "missing ';'");
+    if (!text.TryRead('}')) FailAt(text.PlaceOf(text.At()), 2927, "no terminating '}' for %s", "node set");
+    if (!text.TryRead(';')) FailAt(text.PlaceOf(text.At()), 4118, "missing ';'");
+    text.context.clear();
+    net_->node_sets.push_back(std::move(set));
+}
+
+void NetReader::SecondPass()
+{
+    second_pass_ = true;
+    next_poll_ = 0;
+    // Parents first: a table may hang on parents that another node's put-off statement gives states to.
+    for (NodeReader& reader : put_off_) TakeUp(reader);
+    put_off_.clear();
+    for (const Statement& statement : net_put_off_) {
+        text.GoTo(statement.value_at);
+        if (statement.field == NET_NODESET) {
+            ReadNodeSet();
+            continue;
+        }
+        text.context = ", while reading field `ElimOrder` of net '" + net_->name + "'";
+        kNetFields[statement.field].read(*this);
+        text.context.clear();
+    }
+}
+
+// Peels off nodes whose parents are all gone; what remains lies on or below a cycle.
+void NetReader::CheckNoCycle()
+{
+    const std::vector<Node*>& nodes = net_->nodes.nodes;
+    std::vector<int> waiting(nodes.size());
+    std::vector<Node*> free;
+    for (const Node* node : nodes)
+        for (const Link& link : node->links) waiting[static_cast<size_t>(node->index)] += !IsDelayed(link);
+    for (Node* node : nodes)
+        if (waiting[static_cast<size_t>(node->index)] == 0) free.push_back(node);
+    size_t done = 0;
+    std::vector<std::vector<Node*>> children(nodes.size());
+    for (Node* node : nodes)
+        for (const Link& link : node->links)
+            if (!IsDelayed(link)) children[static_cast<size_t>(link.parent->index)].push_back(node);
+    for (; done < free.size(); ++done)
+        for (Node* child : children[static_cast<size_t>(free[done]->index)])
+            if (--waiting[static_cast<size_t>(child->index)] == 0) free.push_back(child);
+    if (done == nodes.size()) return;
+    // Going from parent to waiting parent ends on the cycle itself.
+    const auto waits = [&](const Node* node) { return waiting[static_cast<size_t>(node->index)] > 0; };
+    Node* node = *std::find_if(nodes.begin(), nodes.end(), waits);
+    Node* child = nullptr;
+    for (size_t step = 0; step <= nodes.size(); ++step) {
+        child = node;
+        node = std::find_if(node->links.begin(), node->links.end(), [&](const Link& link) {
+                   return !IsDelayed(link) && waits(link.parent);
+               })->parent;
+    }
+    FailAt(text.PlaceOf(text.At()), 3278, "there is a cycle (containing link %s -> %s)", node->name.c_str(),
+           child->name.c_str());
+}
+
+// ---- Values ----
+
+std::string NetReader::ReadName(const char* what)
+{
+    const std::string_view word = text.ReadWord();
+    const bool is_star = word == "*" && std::strcmp(what, "node") == 0;  // a node may be called that
+    if (!is_star && !IsLegalName(word))
+        FailAt(text.Place(), 2917, "'%s' is not a legal name for a %s",
+               (word.empty() ? text.PeekText() : std::string(word.substr(0, 40))).c_str(), what);
+    return std::string(word);
+}
+
+bool NetReader::ReadBool()
+{
+    const std::string_view word = text.ReadWord();
+    if (const EnumWord* found = FindWord(kBoolWords, word)) return found->value != 0;
+    FailAt(text.Place(), 2977, "illegal value '%s' (should be TRUE or FALSE)",
+           std::string(word.substr(0, 40)).c_str());
+}
+
+std::string NetReader::ReadText()
+{
+    if (text.Peek() != '"')
+        FailAt(text.PlaceOf(text.At()), 2978, "a quoted string is missing (there is '%s')",
+               text.PeekText().c_str());
+    return text.ReadQuoted();
+}
+
+std::optional<std::vector<Node*>> NetReader::ReadNodeList(bool defer, int define_error)
+{
+    const size_t start = text.At();
+    std::vector<Node*> nodes;
+    if (!text.TryRead('('))
+        FailAt(text.PlaceOf(text.At()), 3293, "illegal punctuation '%s'", text.PeekText().c_str());
+    while (!text.TryRead(')')) {
+        const std::string_view name = text.ReadWord();
+        if (text.AtEnd() || text.Peek() == ';')
+            FailAt(text.PlaceOf(start), 3298, "missing close parenthesis, starting");
+        if (name.empty())
+            FailAt(text.PlaceOf(text.At()), 3296, "illegal punctuation '%s'", text.PeekText().c_str());
+        Node* const node = FindNode(*net_, name);
+        const std::string shown(name.substr(0, 40));
+        if (node == nullptr && FindDefine(name) != nullptr && define_error == 2944)
+            FailAt(text.Place(), 2944, "a DEFINED %s '%s' appears", "node", shown.c_str());
+        if (node == nullptr && FindDefine(name) != nullptr)
+            FailAt(text.Place(), 2957,
+                   "a >-node meant only for defining others (declared with 'define') '%s' appears",
+                   shown.c_str());
+        if (node == nullptr && defer) return std::nullopt;
+        if (node == nullptr) FailAt(text.Place(), 3295, "undefined >-node '%s'", shown.c_str());
+        nodes.push_back(node);
+        if (!text.TryRead(',') && text.Peek() != ')') {
+            if (text.AtEnd() || text.Peek() == ';' || text.Peek() == '}')
+                FailAt(text.PlaceOf(start), 3298, "missing close parenthesis, starting");
+            FailAt(text.PlaceOf(text.At()), 3297, "missing comma");
+        }
+    }
+    // A node may stand in a list once.
+    mark_by_node.resize(net_->nodes.nodes.size());
+    const Node* twice = nullptr;
+    for (const Node* node : nodes)
+        if (mark_by_node[static_cast<size_t>(node->index)]++ != 0) twice = node;
+    for (const Node* node : nodes) mark_by_node[static_cast<size_t>(node->index)] = 0;
+    if (twice != nullptr)
+        FailAt(text.PlaceOf(start), 2928, "duplicate %s name '%s'", "node", twice->name.c_str());
+    return nodes;
+}
+
+// ---- Fields of the net ----
+
+namespace netread {
+
+void Name(NetReader& r)
+{
+    std::string name = r.ReadName("net");
+    ExchangeText(r.TheNet(), r.TheNet().name, name);
+}
+
+void NumDimensions(NetReader& r)
+{
+    const int64_t count = r.text.ReadInteger();
+    if (count < 0 || count > INT_MAX) FailAt(r.text.Place(), 2979, "`numdimensions` is out of range");
+    r.TheNet().num_dimensions = static_cast<int>(count);
+}
+
+void AutoCompile(NetReader& r)
+{
+    r.TheNet().auto_compile = r.ReadBool();
+}
+void AutoUpdate(NetReader& r)
+{
+    r.TheNet().auto_update = r.ReadBool() ? BELIEF_UPDATE : 0;
+}
+void MostProbable(NetReader& r)
+{
+    r.TheNet().most_probable = r.ReadBool();
+}
+
+void ElimOrder(NetReader& r)
+{
+    r.TheNet().elim_order.nodes = *r.ReadNodeList(false, 2944);
+    r.TheNet().has_elim_order = true;
+}
+
+void Title(NetReader& r)
+{
+    r.TheNet().text.title = r.ReadText();
+}
+void Comment(NetReader& r)
+{
+    r.TheNet().text.comment = r.ReadText();
+}
+void Author(NetReader& r)
+{
+    r.TheNet().text.author = r.ReadText();
+}
+void WhoChanged(NetReader& r)
+{
+    r.TheNet().text.who_changed = r.ReadText();
+}
+void WhenChanged(NetReader& r)
+{
+    r.TheNet().text.when_changed = static_cast<uint32_t>(r.text.ReadInteger());
+}
+
+}  // namespace netread
+
+}  // namespace talora

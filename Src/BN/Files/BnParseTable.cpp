@@ -1,0 +1,471 @@
+// Tables in the text net format: probs, functable, numcases.
+//
+// Entries come in the order of the table's layout, separated by commas.  Parentheses group them: one pair
+// around the whole, one for each parent and, in a probability table, an innermost one around the node's
+// own states.  Fewer pairs will do: one around all entries, or the whole and the innermost or outermost
+// groups.  What is grouped must be a group of the layout.
+//
+// A table grows with the entries read: what the file only declares takes no memory.
+#include <algorithm>
+#include <climits>
+#include <cmath>
+#include <unordered_map>
+
+#include "BN/Files/BnParse.h"
+#include "BN/Model/BnProbs.h"
+#include "Basic/Text.h"
+
+namespace talora {
+
+namespace {
+
+// The parent configuration that an entry belongs to, for messages.
+std::string EntryName(const Node& node, int64_t row)
+{
+    std::string name;
+    for (size_t i = node.links.size(); i-- > 0;) {
+        const Node& parent = *node.links[i].parent;
+        const int64_t count = std::max(1, parent.states.num_states);
+        name.insert(0, StateWord(parent, static_cast<int>(row % count)) + (name.empty() ? "" : ", "));
+        row /= count;
+    }
+    return name;
+}
+
+// Walks through a table; read_entry (index) reads one entry, end_row (row) is called behind each row.
+class TableReader {
+public:
+    TableReader(NodeReader& reader, bool has_own_states);
+    int64_t NumEntries() const { return total_; }
+    template <class ReadEntry, class EndRow>
+    void Read(ReadEntry&& read_entry, EndRow&& end_row);
+    // The configuration that an entry belongs to, for messages.
+    std::string Where(int64_t index) const { return EntryName(node_, index / row_size_); }
+
+private:
+    void Open();
+    void Settle(int64_t count);
+    void CloseAndReopen(int64_t count);
+
+    NodeReader& reader_;
+    Tokenizer& t_;
+    const Node& node_;
+    std::vector<int64_t> sizes_;   // of the groups of the full nesting, from the whole inwards
+    std::vector<int64_t> groups_;  // sizes of the groups in use; empty until they are known
+    int64_t total_ = 1;
+    int64_t row_size_ = 1;  // entries of a row
+    int depth_ = 0;         // pairs of parentheses in use
+};
+
+void CheckTableAllowed(NodeReader& r, bool own_states)
+{
+    const FilePlace& place = r.Text().PlaceOf(r.Text().At());
+    if (own_states && !HasStates(r.node) && (r.reader.IsSinglePass() || IsDiscrete(r.node)))
+        FailAt(place, 2941, "can't read `%s` statement, because there is no `%s` statement", "probs",
+               "states");
+    if (own_states && !HasStates(r.node))
+        FailAt(place, 2980,
+               "can't have a table for >-node %s because it is not a discrete or discretized variable",
+               r.Name());
+    for (const Link& link : r.node.links)
+        if (!HasStates(*link.parent))
+            FailAt(
+                place, 2981,
+                "can't have a table for >-node %s because it has a parent (%s) which is not a discrete or discretized variable",
+                r.Name(), link.parent->name.c_str());
+}
+
+TableReader::TableReader(NodeReader& reader, bool has_own_states)
+    : reader_(reader), t_(reader.Text()), node_(reader.node)
+{
+    CheckTableAllowed(reader, has_own_states);
+    if (has_own_states) row_size_ = node_.states.num_states;
+    total_ = row_size_;
+    if (has_own_states) sizes_.push_back(total_);
+    for (size_t i = node_.links.size(); i-- > 0;) {
+        total_ *= node_.links[i].parent->states.num_states;
+        if (total_ > INT_MAX) FailOutOfMemory("to read table of >-node %s", reader.Name());
+        sizes_.push_back(total_);
+    }
+    std::reverse(sizes_.begin(), sizes_.end());
+}
+
+void TableReader::Open()
+{
+    const int full = static_cast<int>(sizes_.size());
+    while (t_.TryRead('(')) ++depth_;
+    if (depth_ > std::max(full, 1))
+        FailAt(t_.Place(), 2982,
+               "too many open parenthesis (are %d, but should be %d) within table of >-node %s", depth_, full,
+               reader_.Name());
+    if (depth_ == full)
+        groups_ = sizes_;
+    else if (depth_ == 1)
+        groups_ = {total_};
+}
+
+// The first closing parenthesis tells which groups a table of few parentheses has.
+void TableReader::Settle(int64_t count)
+{
+    const auto full = static_cast<ptrdiff_t>(sizes_.size());
+    if (count == sizes_.back()) {
+        groups_ = {total_};
+        groups_.insert(groups_.end(), sizes_.begin() + (full - depth_ + 1), sizes_.end());
+    } else if (count == sizes_[static_cast<size_t>(depth_ - 1)]) {
+        groups_.assign(sizes_.begin(), sizes_.begin() + depth_);
+    } else {
+        FailAt(t_.PlaceOf(t_.At()), 2987, "not enough elements in table entry [%s] of >-node %s",
+               Where(count - 1).c_str(), reader_.Name());
+    }
+}
+
+// Reads what stands between entry number count - 1 and the next: closing parentheses, a comma, opening ones.
+void TableReader::CloseAndReopen(int64_t count)
+{
+    const auto place = [&] { return t_.PlaceOf(t_.At()); };
+    const auto where = [&] { return Where(count - 1); };
+    if (t_.Peek() == ')' && groups_.empty() && depth_ > 1) Settle(count);
+    int ends = 0;
+    for (size_t i = groups_.size(); i-- > 0 && count % groups_[i] == 0;) ++ends;
+    if (ends == 0 && t_.Peek() == ')' && (depth_ > 0 || count < total_))
+        FailAt(place(), 2987, "not enough elements in table entry [%s] of >-node %s", where().c_str(),
+               reader_.Name());
+    int closed = 0;
+    while (closed < ends && t_.TryRead(')')) ++closed;
+    const char next = t_.Peek();
+    if (closed < ends && (closed > 0 || (count == total_ && (next == ';' || t_.AtEnd()))))
+        FailAt(place(), 2989,
+               "only %d close parenthesis (but should be %d) within table entry [%s] of >-node %s", closed,
+               ends, where().c_str(), reader_.Name());
+    if (closed < ends && next != ';' && !t_.AtEnd())
+        FailAt(place(), 2988, "too many items in list, or missing ')', within table entry [%s] of >-node %s",
+               where().c_str(), reader_.Name());
+    if (next == ')' && count == total_)
+        FailAt(place(), 2991, "extra close parenthesis at end of table entry [%s] of >-node %s",
+               where().c_str(), reader_.Name());
+    if (next == ')')
+        FailAt(place(), 2990,
+               "too many close parenthesis (should be %d) within table entry [%s] of >-node %s", ends,
+               where().c_str(), reader_.Name());
+    if (count == total_ && closed == ends && next == ',')
+        FailAt(place(), 2988, "too many items in list, or missing ')', within table entry [%s] of >-node %s",
+               where().c_str(), reader_.Name());
+    if (count == total_ && closed == ends) return;
+    if (next == ';' || next == '}' || t_.AtEnd()) FailAt(place(), 2993, "not enough table entries");
+    const bool is_punctuation = next == '{' || next == '=' || next == '"';
+    if (is_punctuation)
+        FailAt(place(), 2992, "unexpected punctuation %s in table entry [%s] of >-node %s",
+               t_.PeekText().c_str(), where().c_str(), reader_.Name());
+    if (!t_.TryRead(','))
+        FailAt(place(), 2986, "missing comma (,) in table entry [%s] of >-node %s", where().c_str(),
+               reader_.Name());
+    for (int i = 0; i < ends; ++i)
+        if (!t_.TryRead('('))
+            FailAt(place(), 2992, "unexpected punctuation %s in table entry [%s] of >-node %s",
+                   t_.PeekText().c_str(), Where(count).c_str(), reader_.Name());
+}
+
+template <class ReadEntry, class EndRow>
+void TableReader::Read(ReadEntry&& read_entry, EndRow&& end_row)
+{
+    Open();
+    // Within a row of a settled table nothing but a comma can stand between entries.
+    const bool plain_rows = depth_ == static_cast<int>(sizes_.size()) && depth_ > 0;
+    int64_t left_in_row = row_size_;
+    for (int64_t i = 0; i < total_; ++i) {
+        read_entry(i);
+        if (--left_in_row > 0 && plain_rows && t_.TryRead(',')) continue;
+        if (left_in_row == 0) {
+            end_row(i / row_size_);
+            left_in_row = row_size_;
+            reader_.reader.Poll();
+        }
+        CloseAndReopen(i + 1);
+    }
+}
+
+// An entry that is no plain number: a word behind '@', or a fault.
+std::string_view ReadEscape(Tokenizer& t, const TableReader& table, int64_t index, const char* node)
+{
+    const std::string_view word = t.ReadWord();
+    if (word == "@undef" || word == "@imposs") return word;
+    if (word.empty() && (t.AtEnd() || t.Peek() == ';'))
+        FailAt(t.PlaceOf(t.At()), 2993, "not enough table entries");
+    const std::string shown = word.empty() ? t.PeekText() : std::string(word.substr(0, 40));
+    const std::string where = table.Where(index);
+    if (word.starts_with('@'))
+        FailAt(t.Place(), 2984, "unknown escape name '%s' in table entry [%s] of >-node %s",
+               shown.c_str() + 1, where.c_str(), node);
+    if (word.empty())
+        FailAt(t.PlaceOf(t.At()), 2992, "unexpected punctuation %s in table entry [%s] of >-node %s",
+               shown.c_str(), where.c_str(), node);
+    return word;
+}
+
+[[noreturn]] void FailEntry(Tokenizer& t, const TableReader& table, int64_t index, const char* node,
+                            const std::string& fault)
+{
+    FailAt(t.Place(), 2983, "%s in table entry [%s] of >-node %s", fault.c_str(), table.Where(index).c_str(),
+           node);
+}
+
+// A real entry of a function or experience table.
+double ReadRealEntry(Tokenizer& t, const TableReader& table, int64_t index, const char* node)
+{
+    const size_t start = t.At();
+    const std::string_view word = t.ReadWord();
+    double value;
+    if (ParseReal(word, value)) return value;
+    if (word == "INFINITY") return InfinityDbl();
+    if (word == "-INFINITY") return -InfinityDbl();
+    t.GoTo(start);
+    const std::string escape(ReadEscape(t, table, index, node));
+    if (escape[0] != '@')
+        FailEntry(t, table, index, node, "'" + escape.substr(0, 40) + "' is not a valid number");
+    return UndefDbl();
+}
+
+// Room for as many entries as the text can still hold.
+template <class T>
+void Reserve(NodeReader& r, TableVector<T>& table, int64_t entries, size_t text_left)
+{
+    const auto count = std::min(static_cast<size_t>(entries), text_left / 2 + 1);
+    CheckMemory(static_cast<double>(count * sizeof(T)), "to read table of >-node %s", r.Name());
+    table.reserve(count);
+}
+
+// A row that is no distribution within the tolerance: a fault if inference could not use it.
+void CheckRow(NodeReader& r, const TableReader& table, const float* row, int count, int64_t index)
+{
+    const uint32_t problems = CheckProbs(row, count) & ~(kAcceptedProbs | PROBS_IMPOSSIBLE);
+    if (problems == 0) return;
+    const std::string fault = DescribeProbs(problems, true);
+    if ((problems & (PROBS_MIXED | PROBS_NEGATIVE)) != 0) FailEntry(r.Text(), table, index, r.Name(), fault);
+    WarnAt(r.Text().Place(), 2994, "%s in table row [%s] of >-node %s", fault.c_str(),
+           table.Where(index).c_str(), r.Name());
+}
+
+}  // namespace
+
+namespace noderead {
+
+bool Probs(NodeReader& r)
+{
+    TableReader table(r, true);
+    Tokenizer& t = r.Text();
+    TableVector<float>& probs = r.node.tables.probs;
+    const float missing = MissingProb(), impossible = ImpossibleProb();
+    const int num_states = r.node.states.num_states;
+    Reserve(r, probs, table.NumEntries(), r.reader.BytesLeft());
+    double sum = 0;
+    bool plain = true;  // all entries of the row lie between 0 and 1
+    table.Read(
+        [&](int64_t index) {
+            float value;
+            if (!t.TryReadFloat(value)) {
+                const std::string word(ReadEscape(t, table, index, r.Name()));
+                if (word[0] != '@')
+                    FailEntry(t, table, index, r.Name(),
+                              "'" + word.substr(0, 40) + "' is not a valid number");
+                value = word == "@undef" ? missing : impossible;
+            } else if (value < 0) {
+                FailEntry(t, table, index, r.Name(), "negative probability");
+            }
+            plain = plain && value >= 0 && value <= 1;
+            sum += static_cast<double>(value);
+            probs.push_back(value);
+        },
+        [&](int64_t row) {
+            if (!plain || std::abs(sum - 1) > 2e-6)
+                CheckRow(r, table, probs.data() + row * num_states, num_states, row * num_states);
+            sum = 0;
+            plain = true;
+        });
+    return true;
+}
+
+bool NumCases(NodeReader& r)
+{
+    TableReader table(r, false);
+    TableVector<double>& experience = r.node.tables.experience;
+    Reserve(r, experience, table.NumEntries(), r.reader.BytesLeft());
+    table.Read(
+        [&](int64_t index) {
+            const double value = ReadRealEntry(r.Text(), table, index, r.Name());
+            if (!IsUndef(value) && value < 0)
+                FailEntry(r.Text(), table, index, r.Name(), "negative number of cases");
+            experience.push_back(value);
+        },
+        [](int64_t) {});
+    return true;
+}
+
+namespace {
+
+// Whether a function table holds numbers: the first entry that is no escape tells.
+bool HoldsReals(NodeReader& r)
+{
+    Tokenizer& t = r.Text();
+    const size_t start = t.At();
+    bool reals = !HasStates(r.node);
+    for (;;) {
+        if (t.TryRead('(') || t.TryRead(',') || t.TryRead(')')) continue;
+        const std::string_view word = t.ReadWord();
+        if (word.starts_with('@')) continue;
+        double value;
+        if (!word.empty())
+            reals = reals || ParseReal(word, value) || word == "INFINITY" || word == "-INFINITY";
+        break;
+    }
+    t.GoTo(start);
+    return reals;
+}
+
+// The states of a node by name, for tables that name many.
+class StateIndex {
+public:
+    explicit StateIndex(const Node& node)
+    {
+        for (size_t i = 0; i < node.states.texts.size(); ++i)
+            if (!node.states.texts[i].name.empty())
+                states_.emplace(node.states.texts[i].name, static_cast<int32_t>(i));
+    }
+    int32_t Find(std::string_view name) const
+    {
+        const auto found = states_.find(name);
+        return found == states_.end() ? int32_t{UNDEF_STATE} : found->second;
+    }
+
+private:
+    std::unordered_map<std::string_view, int32_t> states_;
+};
+
+int32_t ReadStateEntry(NodeReader& r, const TableReader& table, int64_t index, const StateIndex& states)
+{
+    const std::string_view word = ReadEscape(r.Text(), table, index, r.Name());
+    if (word == "@undef") return UNDEF_STATE;
+    if (word == "@imposs") return IMPOSS_STATE;
+    const int32_t state = states.Find(word);
+    double number;
+    if (state >= 0) return state;
+    if (word.starts_with('#') && ParseReal(word.substr(1), number) && number >= 0 &&
+        number < r.node.states.num_states)
+        return static_cast<int32_t>(number);
+    FailAt(r.Text().Place(), 2985, "unknown state name '%s' in table entry [%s] of >-node %s",
+           std::string(word.substr(0, 40)).c_str(), table.Where(index).c_str(), r.Name());
+}
+
+// ---- Function tables by condition: (a, @any) : x, (b, c) : y; ----
+
+// Whether a colon stands behind the first bracket.
+bool IsByCondition(NodeReader& r)
+{
+    Tokenizer& t = r.Text();
+    const size_t start = t.At();
+    bool found = false;
+    if (t.TryRead('(')) {
+        while (!t.ReadWord().empty() || t.TryRead(',')) {
+        }
+        found = t.TryRead(')') && t.Peek() == ':';
+    }
+    t.GoTo(start);
+    return found;
+}
+
+// Reads "(state, state, ...)", one state for each parent; EVERY_STATE for @any.
+std::vector<int> ReadCondition(NodeReader& r)
+{
+    Tokenizer& t = r.Text();
+    const auto& links = r.node.links;
+    const int num_parents = static_cast<int>(links.size());
+    std::vector<int> condition;
+    if (!t.TryRead('('))
+        FailAt(t.PlaceOf(t.At()), 2992, "unexpected punctuation %s in table entry [%s] of >-node %s",
+               t.PeekText().c_str(), "", r.Name());
+    while (!t.TryRead(')')) {
+        const std::string_view word = t.ReadWord();
+        const std::string shown(word.substr(0, 40));
+        const size_t index = condition.size();
+        if (index >= links.size())
+            FailAt(t.Place(), 2554,
+                   "too many states were given (>-node %s has %d parents, so state '%s' is extra)", r.Name(),
+                   num_parents, shown.c_str());
+        if (word.empty())
+            FailAt(t.PlaceOf(t.At()), 2553, "the %s state name is empty",
+                   Ordinal(static_cast<int64_t>(index) + 1).c_str());
+        const Node& parent = *links[index].parent;
+        const int state = word == "@any" ? int{EVERY_STATE} : FindState(parent, word);
+        if (state == UNDEF_STATE)
+            FailAt(t.Place(), 2550, ">-node %s has no state named '%s'", parent.name.c_str(), shown.c_str());
+        condition.push_back(state);
+        if (!t.TryRead(',') && t.Peek() != ')') FailAt(t.PlaceOf(t.At()), 3297, "missing comma");
+    }
+    if (condition.size() < links.size())
+        FailAt(t.Place(), 2551,
+               "not enough states were given (>-node %s has %d parents, but only %d states were given)",
+               r.Name(), num_parents, static_cast<int>(condition.size()));
+    return condition;
+}
+
+bool Matches(const Node& node, const std::vector<int>& condition, int64_t row)
+{
+    for (size_t i = node.links.size(); i-- > 0;) {
+        const int count = node.links[i].parent->states.num_states;
+        if (condition[i] != EVERY_STATE && condition[i] != row % count) return false;
+        row /= count;
+    }
+    return true;
+}
+
+// Earlier conditions take precedence; rows that no condition meets are undefined.
+void ReadByCondition(NodeReader& r, TableReader& table)
+{
+    constexpr int64_t kMaxRows = 1 << 14;  // the whole table comes of a few bytes, and each goes through it
+    if (table.NumEntries() > kMaxRows) FailOutOfMemory("to read table of >-node %s", r.Name());
+    Tokenizer& t = r.Text();
+    TableVector<int32_t> states(static_cast<size_t>(table.NumEntries()), UNDEF_STATE);
+    std::vector<bool> set(states.size());
+    const StateIndex names(r.node);
+    size_t num_conditions = 0;
+    do {
+        if (++num_conditions > states.size())
+            FailAt(t.PlaceOf(t.At()), 2996, "there are more conditions than configurations of the parents");
+        const std::vector<int> condition = ReadCondition(r);
+        if (t.Peek() != ':') FailAt(t.PlaceOf(t.At()), 2995, "missing ':' behind the condition");
+        t.GoTo(t.At() + 1);
+        const int32_t state = ReadStateEntry(r, table, 0, names);
+        for (size_t row = 0; row < states.size(); ++row)
+            if (!set[row] && Matches(r.node, condition, static_cast<int64_t>(row))) {
+                states[row] = state;
+                set[row] = true;
+            }
+        r.reader.Poll();
+    } while (t.TryRead(','));
+    r.node.tables.func_states = std::move(states);
+}
+
+}  // namespace
+
+bool FuncTable(NodeReader& r)
+{
+    TableReader table(r, false);
+    NodeTables& tables = r.node.tables;
+    if (HasStates(r.node) && IsByCondition(r)) {
+        ReadByCondition(r, table);
+    } else if (HoldsReals(r)) {
+        Reserve(r, tables.func_reals, table.NumEntries(), r.reader.BytesLeft());
+        table.Read(
+            [&](int64_t i) { tables.func_reals.push_back(ReadRealEntry(r.Text(), table, i, r.Name())); },
+            [](int64_t) {});
+    } else {
+        const StateIndex names(r.node);
+        Reserve(r, tables.func_states, table.NumEntries(), r.reader.BytesLeft());
+        table.Read([&](int64_t i) { tables.func_states.push_back(ReadStateEntry(r, table, i, names)); },
+                   [](int64_t) {});
+    }
+    return true;
+}
+
+}  // namespace noderead
+
+}  // namespace talora

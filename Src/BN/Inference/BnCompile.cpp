@@ -1,0 +1,422 @@
+#include "BN/Inference/BnCompile.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <new>
+#include <numeric>
+
+#include "BN/Equations/EqnToTable.h"
+#include "BN/Model/BnEdit.h"
+#include "BN/Model/BnElimOrder.h"
+#include "BN/Model/BnProbs.h"
+#include "BN/Order/Graph_Triangulate.h"
+#include "BN/Order/OptimizeOrder.h"
+#include "Basic/Error.h"
+#include "Basic/FloatMode.h"
+#include "Basic/Progress.h"
+#include "Basic/Text.h"
+
+namespace talora {
+
+namespace {
+
+constexpr double kMaxTableBytes = 2e9;         // more and exact inference is refused
+constexpr int kSamplesToRebuild = 1000;        // per row of a table that has to be sampled
+constexpr double kQuestionTableBytes = 256e6;  // more and the person is asked
+
+[[noreturn]] void FailHalted(const Net& net)
+{
+    FailWith(ABORTED_CND, 6000, "compiling halted (>-net '%s')", net.name.c_str());
+}
+
+void CheckHalt(const Net& net)
+{
+    if (IsHalted()) FailHalted(net);
+}
+
+// ---- The graph ----
+
+void CheckCompilable(const Net& net)
+{
+    for (const Node* node : net.nodes.nodes) {
+        if (IsDocumentation(*node) || node->kind == DISCONNECTED_NODE) continue;
+        for (const Link& link : node->links) {
+            const Node& parent = *link.parent;
+            if (IsDelayed(link))
+                Fail(
+                    6001,
+                    "can't compile >-net '%s', because >-node '%s' has a delay link (net must be time-expanded before compiling)",
+                    net.name.c_str(), node->name.c_str());
+            if (!IsInTree(parent) && parent.kind != CONSTANT_NODE)
+                Fail(
+                    6002,
+                    "can't compile >-net '%s', because >-node '%s' (a parent of >-node %s) is not included in the nodes being compiled",
+                    net.name.c_str(), parent.name.c_str(), node->name.c_str());
+            if (parent.kind == CONSTANT_NODE && HasStates(parent) && !node->tables.probs.empty() &&
+                ConstantState(parent) < 0)
+                Fail(
+                    6003,
+                    "can't compile >-net '%s', because >-constant_node '%s' (a parent of >-node %s) has no value: enter a finding for it, or give it a table that makes one state certain",
+                    net.name.c_str(), parent.name.c_str(), node->name.c_str());
+        }
+    }
+}
+
+// Places of the names in byte order, compared over the longest length that a name may have.
+std::vector<int> NameRanks(const std::vector<Node*>& nodes)
+{
+    std::vector<int> by_name(nodes.size());
+    std::iota(by_name.begin(), by_name.end(), 0);
+    std::stable_sort(by_name.begin(), by_name.end(), [&](int a, int b) {
+        return strncmp(nodes[a]->name.c_str(), nodes[b]->name.c_str(), 30) < 0;
+    });
+    std::vector<int> ranks(nodes.size());
+    for (size_t place = 0; place < by_name.size(); ++place) ranks[by_name[place]] = int(place);
+    return ranks;
+}
+
+std::vector<int> TreeParents(const Node& node, const std::vector<int>& variable_of)
+{
+    std::vector<int> parents;
+    for (const Link& link : node.links)
+        if (variable_of[link.parent->index] >= 0) parents.push_back(variable_of[link.parent->index]);
+    return parents;
+}
+
+// Numbers the nodes that take part and tells who is whose parent.
+void BuildGraph(const Net& net, CompiledNet& compiled)
+{
+    compiled.variable_of.assign(net.nodes.nodes.size(), -1);
+    for (Node* node : net.nodes.nodes) {
+        if (node->kind == UTILITY_NODE) compiled.utilities.push_back(node);
+        if (!IsInTree(*node)) continue;
+        compiled.variable_of[node->index] = int(compiled.nodes.size());
+        compiled.nodes.push_back(node);
+        if (node->kind == DECISION_NODE) compiled.has_decisions = true;
+    }
+    const std::vector<int> ranks = NameRanks(compiled.nodes);
+    for (size_t variable = 0; variable < compiled.nodes.size(); ++variable) {
+        const Node& node = *compiled.nodes[variable];
+        compiled.graph.variables.push_back({NumStates(node), node.kind == DECISION_NODE,
+                                            TreeParents(node, compiled.variable_of), ranks[variable]});
+    }
+    for (const Node* node : compiled.utilities)
+        compiled.graph.utility_parents.push_back(TreeParents(*node, compiled.variable_of));
+    if (!compiled.utilities.empty()) compiled.has_decisions = true;
+    compiled.propagation_graph = compiled.graph;
+    for (ModelGraph::Variable& variable : compiled.propagation_graph.variables)
+        variable.num_states = std::max(variable.num_states, 1);
+}
+
+// ---- The order ----
+
+std::vector<int> OrderAsNumbers(const CompiledNet& compiled, const std::vector<Node*>& order)
+{
+    std::vector<int> numbers;
+    numbers.reserve(order.size());
+    for (const Node* node : order) numbers.push_back(compiled.variable_of[node->index]);
+    return numbers;
+}
+
+void StoreFoundOrder(Net& net, const CompiledNet& compiled, const std::vector<int>& order)
+{
+    std::vector<Node*> nodes;
+    nodes.reserve(order.size());
+    for (int variable : order) nodes.push_back(compiled.nodes[variable]);
+    StoreElimOrder(net, nodes, true, "optimize elimination order");
+}
+
+std::vector<int> FindOrder(Net& net, const CompiledNet& compiled)
+{
+    std::vector<int> all(compiled.nodes.size());
+    std::iota(all.begin(), all.end(), 0);
+    if (all.size() < 2) return all;
+    Progress progress("finding elimination order");
+    GreedySearchResult found = FindGreedyOrder(compiled.graph, all, &progress);
+    if (found.order.empty()) FailHalted(net);
+    const DerivedResults derived(net);
+    StoreFoundOrder(net, compiled, found.order);
+    return found.order;
+}
+
+// ---- Checks at the end of compiling ----
+
+bool IsComplete(const Node& node)
+{
+    bool complete = false;
+    return HasTable(node, &complete) && complete;
+}
+
+void WarnOfTables(const CompiledNet& compiled)
+{
+    const Node *without = nullptr, *incomplete = nullptr, *utility = nullptr;
+    for (const Node* node : compiled.nodes) {
+        if (node->kind != NATURE_NODE || IsComplete(*node)) continue;
+        (HasTable(*node, nullptr) ? incomplete : without) = node;
+    }
+    for (const Node* node : compiled.utilities)
+        if (!IsComplete(*node)) utility = node;
+    if (without)
+        Warn(
+            6005,
+            "some >-node(s) (e.g. %s) don't have conditional probability tables (CPTs) (they will be taken as having uniform probabilities)",
+            without->name.c_str());
+    if (incomplete)
+        Warn(
+            6006,
+            "some >-node(s) (e.g. %s) don't have complete conditional probability tables (CPTs) (missing entries will be taken as uniform probabilities)",
+            incomplete->name.c_str());
+    if (utility)
+        Warn(
+            6007,
+            "some >-utility_node(s) (e.g. %s) doesnt have a complete utility table (missing entries will be considered zero)",
+            utility->name.c_str());
+}
+
+std::string BytesInWords(double bytes)
+{
+    const char* unit = bytes >= 1e9 ? "GB" : bytes >= 1e6 ? "MB" : "KB";
+    return FormatReal15(std::round(bytes / (bytes >= 1e9   ? 1e7
+                                            : bytes >= 1e6 ? 1e4
+                                                           : 10)) /
+                        100) +
+           " " + unit;
+}
+
+void CheckMemoryFor(Net& net, const TreeSizes& sizes)
+{
+    const double bytes = sizes.under_findings * sizeof(float);
+    if (bytes > kMaxTableBytes) {
+        Warn(
+            6008,
+            "compiled successfully, but will not be able to do >-exact_inference because the tables would be vastly too large (unless significant findings are entered)");
+        return;
+    }
+    if (net.name.empty())
+        CheckMemory(bytes, "to compile/update this >-net (see >-LimitMemoryUsage_vx)");
+    else
+        CheckMemory(bytes, "to compile/update >-net '%s' (see >-LimitMemoryUsage_vx)", net.name.c_str());
+    if (bytes > kQuestionTableBytes && !net.env->always_try_large) {
+        const std::string question =
+            Phrase("Do you want to continue compiling/updating even though the tables will require %s?",
+                   BytesInWords(bytes).c_str());
+        const int answer = AskQuestion(question.c_str(), "Yes,Always Try,No", "Yes");
+        if (answer == 1) net.env->always_try_large = true;
+        if (answer == 2) FailWith(ABORTED_CND, 6000, "compiling halted (>-net '%s')", net.name.c_str());
+    }
+}
+
+bool HasStaleTable(const Node& node)
+{
+    return node.eqn_dirty == EqnDirty::DIRTY && !node.equation.empty();
+}
+
+// Tables that were built from an equation and may no longer match it are built again if the person wants so.
+void AskAboutStaleTables(Net& net)
+{
+    const std::vector<Node*>& nodes = net.nodes.nodes;
+    const auto stale =
+        std::find_if(nodes.begin(), nodes.end(), [](const Node* node) { return HasStaleTable(*node); });
+    if (stale == nodes.end()) return;
+    const std::string question =
+        Phrase("The tables for some >-node(s) (e.g. %s) may not match their equation.  >-cr-Rebuild them?",
+               (*stale)->name.c_str());
+    const int answer = AskQuestion(question.c_str(), "Yes,Not Now,Ignore any Discrepency,Cancel", "Not Now");
+    if (answer == 3) FailWith(ABORTED_CND, 6000, "compiling halted (>-net '%s')", net.name.c_str());
+    if (answer != 0) return;
+    for (Node* node : nodes)
+        if (HasStaleTable(*node)) EquationToTable(*node, kSamplesToRebuild, false, false);
+}
+
+void ReportCompiled(const Net& net, const TreeSizes& sizes)
+{
+    if (!net.env->message_handler.IsSet()) return;
+    const int num_cliques = net.compiled->tree.num_cliques();
+    if (sizes.under_findings == sizes.with_separators)
+        Report({.severity = REPORT_SEV, .number = 6009},
+               "Compiled to %d cliques, with total table size (including sepsets) of %g.\n", num_cliques,
+               sizes.with_separators);
+    else
+        Report(
+            {.severity = REPORT_SEV, .number = 6009},
+            "Compiled to %d cliques, with total table size (including sepsets) of %g (but under current findings %g).\n",
+            num_cliques, sizes.with_separators, sizes.under_findings);
+}
+
+// Shows the person what the best order so far will take, under a heading the first time.
+void ShowRequirements(environ_vx& env, double entries, bool is_first)
+{
+    const auto handler = env.message_handler.Get();
+    if (handler.function == nullptr) return;
+    constexpr double kSecondsPerEntry = 3e-9;  // of a full update of a large net, measured
+    const double seconds = entries * kSecondsPerEntry;
+    std::string text;
+    if (is_first)
+        text = "\nCompiling...  Press Ctrl + Left Mouse Button when below values are satisfactory.\n\n";
+    text += "Max Required:" + Phrase("  Memory = %-10s", BytesInWords(entries * sizeof(float)).c_str());
+    if (seconds < 1)
+        text += Phrase("  Time = %d ms", int(std::ceil(seconds * 1000)));
+    else if (seconds < 3600)
+        text += Phrase("  Time = %.2f sec (with sufficient RAM)", seconds);
+    else
+        text += Phrase("  Time = %.5g hour (with sufficient RAM)", seconds / 3600);
+    const CallerFloatMode caller;
+    handler.function(&env, text.c_str(), nullptr, handler.data);
+}
+
+std::vector<int> PositiveFindings(const CompiledNet& compiled)
+{
+    std::vector<int> positive;
+    positive.reserve(compiled.nodes.size());
+    for (const Node* node : compiled.nodes) positive.push_back(node->finding.state);
+    return positive;
+}
+
+// Makes the tree of an order and gives it to the net; on failure the net is left without a tree.
+void BuildTree(Net& net, std::unique_ptr<CompiledNet, CompiledNetDeleter> compiled,
+               const std::vector<int>& order)
+{
+    const Triangulation triangulation = Triangulate(compiled->graph, order);
+    CheckHalt(net);
+    compiled->tree = JoinTree(compiled->graph, triangulation, compiled->has_decisions);
+    compiled->stale_findings.reserve(compiled->nodes.size());
+    compiled->finding_is_stale.assign(compiled->nodes.size(), 0);
+    CheckHalt(net);
+    net.compiled = std::move(compiled);
+    net.update_count = NewUpdateCount();
+    try {
+        const TreeSizes sizes = SizesOf(net);
+        CheckMemoryFor(net, sizes);
+        ReportCompiled(net, sizes);
+        WarnOfTables(*net.compiled);
+    } catch (...) {
+        DiscardTree(net);
+        throw;
+    }
+}
+
+}  // namespace
+
+double ElimOrderCost(Net& net)
+{
+    CheckElimOrder(net);
+    if (!net.has_elim_order) return UndefDbl();
+    CompiledNet graph;
+    BuildGraph(net, graph);
+    return CostOfOrder(graph.graph, OrderAsNumbers(graph, net.elim_order.nodes));
+}
+
+void DescribeModel(const Net& net, CompiledNet& compiled)
+{
+    CheckCompilable(net);
+    BuildGraph(net, compiled);
+}
+
+void CompileNet(Net& net)
+{
+    if (net.compiled) return;
+    CheckCompilable(net);
+    AskAboutStaleTables(net);
+    CheckHalt(net);
+    std::unique_ptr<CompiledNet, CompiledNetDeleter> compiled(new CompiledNet);
+    BuildGraph(net, *compiled);
+    CheckElimOrder(net);
+    const std::vector<int> order =
+        net.has_elim_order ? OrderAsNumbers(*compiled, net.elim_order.nodes) : FindOrder(net, *compiled);
+    BuildTree(net, std::move(compiled), order);
+}
+
+void CompileAfterReading(Net& net)
+{
+    try {
+        CompileNet(net);
+    } catch (const Unwind& failure) {
+        if (failure.record != nullptr) SetSeverity(*failure.record, WARNING_SEV);
+        ThisThread().failed = false;
+    } catch (const OutOfMemory& failure) {
+        Warn(5680, "the >-net was not compiled: %s", failure.message);
+    } catch (const std::bad_alloc&) {
+        Warn(5680, "the >-net was not compiled: %s", "not enough memory");
+    }
+}
+
+void OptimizeElimOrder(Net& net, double seconds)
+{
+    CheckCompilable(net);
+    for (const Node* node : net.nodes.nodes)
+        if (node->kind == DECISION_NODE)
+            Fail(6017, "can't use optimizing compiler for >-net '%s' because it has a >-decision_node(s)",
+                 net.name.c_str());
+    CompiledNet graph;
+    BuildGraph(net, graph);
+    CheckElimOrder(net);
+    if (graph.nodes.size() >= 2) {
+        std::vector<int> stored;
+        if (net.has_elim_order) stored = OrderAsNumbers(graph, net.elim_order.nodes);
+        Progress progress("Compiling optimally");
+        OptimizeLimits limits;
+        limits.seconds = seconds;
+        bool is_first = true;
+        const auto show = [&](double entries) {
+            ShowRequirements(*net.env, entries, is_first);
+            is_first = false;
+        };
+        OptimizeResult found =
+            FindOptimizedOrder(graph.graph, net.has_elim_order ? &stored : nullptr, limits, &progress, show);
+        if (found.order.empty()) FailHalted(net);
+        StoreFoundOrder(net, graph, found.order);
+    }
+    CompileNet(net);
+}
+
+const CompiledNet& NeedCompiled(const Net& net)
+{
+    if (!net.compiled)
+        Fail(6018, ">-Bnet '%s' has no junction tree (it is not yet compiled)", net.name.c_str());
+    return *net.compiled;
+}
+
+TreeSizes SizesOf(const Net& net)
+{
+    const CompiledNet& compiled = NeedCompiled(net);
+    TreeSizes sizes;
+    for (double size : compiled.tree.clique_sizes) sizes.cliques += size;
+    sizes.with_separators = compiled.tree.total_size;
+    sizes.under_findings = TotalSize(compiled.graph, compiled.tree, PositiveFindings(compiled));
+    return sizes;
+}
+
+std::string JunctionTreeReport(const Net& net)
+{
+    const CompiledNet& compiled = NeedCompiled(net);
+    std::string report = "Clique  [Joined To]      Size   Member nodes (* means home)\n";
+    for (int clique = 0; clique < compiled.tree.num_cliques(); ++clique) {
+        std::string joined = "[";
+        for (int other : JoinedTo(compiled.tree, clique)) {
+            if (joined.size() > 1) joined += ' ';
+            joined += std::to_string(other);
+        }
+        char start[64];
+        snprintf(start, sizeof start, "%6d  ", clique);
+        report += start;
+        report += joined + "]";
+        const std::string size = FormatReal15(compiled.tree.clique_sizes[clique]);
+        const size_t used = joined.size() + 1 + size.size();
+        report.append(used < 21 ? 21 - used : 1, ' ');
+        report += size + "  ";
+        for (int member : compiled.tree.members[clique]) {
+            report += compiled.tree.home[member] == clique ? " *" : " ";
+            report += compiled.nodes[member]->name;
+        }
+        report += '\n';
+    }
+    const TreeSizes sizes = SizesOf(net);
+    report += "Sum of clique sizes = " + FormatReal15(sizes.cliques);
+    report += "  (with sepsets = " + FormatReal15(sizes.with_separators) + ")\n";
+    report += "(considering current findings = " + FormatReal15(sizes.under_findings) + ")\n";
+    return report;
+}
+
+}  // namespace talora

@@ -1,0 +1,483 @@
+#include "BN/Inference/BnFindings.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdarg>
+#include <cstdio>
+
+#include "BN/Inference/BnUpdating.h"
+#include "BN/Model/BnBasicOps1.h"
+#include "BN/Model/BnEdit.h"
+#include "BN/Model/BnProbs.h"
+#include "Basic/Error.h"
+
+namespace talora {
+
+namespace {
+
+// Whether new findings are checked against the model: the beliefs must be had for that.
+bool ChecksModel(const Net& net)
+{
+    return net.auto_update != 0 || net.env->check_findings;
+}
+
+// Current beliefs for a check, or null where there are none to check against.
+const float* BeliefsForCheck(Node& node)
+{
+    if (!ChecksModel(*node.net) || !node.net->compiled || node.kind != NATURE_NODE) return nullptr;
+    return GetBeliefs(node);
+}
+
+void StoreFinding(Node& node, NodeFinding finding, const char* what)
+{
+    Change(node, node.finding, std::move(finding), REFINDS, what);
+    AutoUpdate(*node.net);
+}
+
+bool HoldsLikelihood(const Node& node)
+{
+    return node.kind == NATURE_NODE || node.kind == DISCONNECTED_NODE;
+}
+
+// What kind of finding is being entered, for messages: "can't enter <what> for node 'x', because ...".
+struct Entry {
+    const char* what;
+};
+constexpr Entry kNegative = {"a negative finding"};
+constexpr Entry kLikelihood = {"a likelihood finding"};
+constexpr Entry kCalibration = {"a calibration finding"};
+constexpr Entry kGaussian = {"a Gaussian finding"};
+constexpr Entry kInterval = {"an interval finding"};
+
+// Multiplies a likelihood into what the node holds, after all checks.
+void CombineLikelihood(Node& node, const TableVector<float>& likelihood, const Entry& entry)
+{
+    if (!HoldsLikelihood(node))
+        Fail(
+            6030,
+            "can't enter %s for >-node '%s', because negative or likelihood findings are not allowed for %s >-node-s",
+            entry.what, node.name.c_str(), KindTerm(node.kind));
+    const NodeFinding& old = node.finding;
+    if (old.state >= 0 && likelihood[old.state] == 0)
+        FailWith(
+            INCONSISTENT_FINDING_CND, 3311,
+            "can't enter %s for >-node '%s', because it is inconsistent with previous finding (%s) for this >-node",
+            entry.what, node.name.c_str(), StateWord(node, old.state).c_str());
+    NodeFinding combined = old;
+    if (combined.likelihood.empty()) combined.likelihood.assign(likelihood.size(), 1.0f);
+    bool possible = false;
+    for (size_t state = 0; state < likelihood.size(); ++state) {
+        combined.likelihood[state] *= likelihood[state];
+        possible |= combined.likelihood[state] > 0;
+    }
+    if (!possible)
+        FailWith(
+            INCONSISTENT_FINDING_CND, 3312,
+            "can't enter %s for >-node '%s', because it is inconsistent with previous negative or likelihood findings for this >-node",
+            entry.what, node.name.c_str());
+    if (const float* beliefs = BeliefsForCheck(node)) {
+        bool believed = false;
+        for (size_t state = 0; state < likelihood.size(); ++state)
+            believed |= beliefs[state] * likelihood[state] > 0;
+        if (!believed)
+            FailWith(
+                INCONSISTENT_FINDING_CND, 3303,
+                "can't enter %s for >-node '%s', because it is inconsistent with findings for other >-node-s, according to this model",
+                entry.what, node.name.c_str());
+    }
+    StoreFinding(node, std::move(combined), "enter likelihood finding");
+}
+
+// A continuous node must be discretised before it can hold a finding over states.
+void NeedStates(const Node& node, const Entry& entry)
+{
+    if (!HasStates(node))
+        Fail(
+            6031,
+            "can't enter %s for >-node '%s', because the >-node is continuous without any discretization intervals defined",
+            entry.what, node.name.c_str());
+}
+
+// ---- Steps of entering a positive finding ----
+
+bool IsNoOp(const NodeFinding& finding, int state, FindingMode mode)
+{
+    if (mode == FindingMode::STRICT) return state == UNDEF_STATE || state == finding.state;
+    return state == finding.state && IsUndef(finding.value) && finding.likelihood.empty();
+}
+
+void CheckRange(const Node& node, int state)
+{
+    const int num_states = NumStates(node);
+    if (num_states == 0 && state != UNDEF_STATE)
+        Fail(3316, "the >-node is continuous without any discretization intervals defined");
+    if (state >= num_states && state != UNDEF_STATE)
+        Fail(3300, "new finding is too large (%d, but states are numbered from 0 to %d)", state,
+             num_states - 1);
+    if (state < 0 && state != UNDEF_STATE)
+        Fail(3301, "new finding is negative (%d), and is not UNDEF_STATE (%d)", state, UNDEF_STATE);
+}
+
+void CheckAgainstOwnFindings(const Node& node, int state)
+{
+    const NodeFinding& old = node.finding;
+    if (old.state >= 0 && old.state != state)
+        FailWith(INCONSISTENT_FINDING_CND, 3310,
+                 "new finding '%s' contradicts previous finding '%s' for this >-node",
+                 StateWord(node, state).c_str(), StateWord(node, old.state).c_str());
+    if (!old.likelihood.empty() && old.likelihood[state] == 0)
+        FailWith(INCONSISTENT_FINDING_CND, 3313,
+                 "new finding '%s' contradicts previous negative or likelihood findings for this >-node",
+                 StateWord(node, state).c_str());
+}
+
+void CheckAgainstModel(Node& node, int state, FindingMode mode)
+{
+    if (node.kind != DECISION_NODE && node.links.empty()) {
+        TableVector<float> scratch;
+        const float* probs = EffectiveProbs(node, scratch);
+        if (probs != nullptr && probs[state] == 0)
+            FailWith(INCONSISTENT_FINDING_CND, 3315,
+                     "new finding '%s' is inconsistent with the model's stated value for this >-node",
+                     StateWord(node, state).c_str());
+    }
+    if (mode == FindingMode::STRICT || node.finding.state < 0) {
+        const int calculated = StateFromParents(node);
+        if (calculated >= 0 && calculated != state)
+            FailWith(
+                INCONSISTENT_FINDING_CND, 3319,
+                "new finding '%s' contradicts state '%s' calculated from the parent >-node-s of this >-node",
+                StateWord(node, state).c_str(), StateWord(node, calculated).c_str());
+    }
+    if (mode == FindingMode::REPLACE && !node.finding.IsEmpty()) return;  // its own finding may explain the 0
+    const float* beliefs = BeliefsForCheck(node);
+    if (beliefs != nullptr && beliefs[state] == 0)
+        FailWith(INCONSISTENT_FINDING_CND, 3302,
+                 "new finding '%s' is inconsistent with findings for other >-node-s, according to this model",
+                 StateWord(node, state).c_str());
+}
+
+// ---- Likelihoods of measurements ----
+
+// Lower and upper end of each state of a discretised node, ends that are infinite cut to the width of the
+// widest bounded interval (1 if there is none).
+struct Interval {
+    double low, high;
+};
+std::vector<Interval> BoundedIntervals(const Node& node)
+{
+    const std::vector<double>& levels = node.states.levels;
+    double widest = 0;
+    for (size_t i = 0; i + 1 < levels.size(); ++i)
+        if (std::abs(levels[i]) != InfinityDbl() && std::abs(levels[i + 1]) != InfinityDbl())
+            widest = std::max(widest, std::abs(levels[i + 1] - levels[i]));
+    if (widest == 0) widest = 1;
+    std::vector<Interval> intervals;
+    for (size_t i = 0; i + 1 < levels.size(); ++i) {
+        Interval interval = {std::min(levels[i], levels[i + 1]), std::max(levels[i], levels[i + 1])};
+        const bool open_below = interval.low == -InfinityDbl(), open_above = interval.high == InfinityDbl();
+        if (open_below && open_above)
+            interval = {-widest / 2, widest / 2};
+        else if (open_below)
+            interval.low = interval.high - widest;
+        else if (open_above)
+            interval.high = interval.low + widest;
+        intervals.push_back(interval);
+    }
+    return intervals;
+}
+
+double NormalCumulative(double x, double mean, double std_dev)
+{
+    return 0.5 * std::erfc((mean - x) / (std_dev * std::sqrt(2.0)));
+}
+
+void NeedLevels(const Node& node, const Entry& entry)
+{
+    if (node.states.levels.empty())
+        Fail(6032, "can't enter %s for >-node '%s', because its states have no levels", entry.what,
+             node.name.c_str());
+}
+
+// One weight per state, scaled so that the largest is 1.
+TableVector<float> ScaledLikelihood(const Node& node, const std::vector<double>& weights, const Entry& entry)
+{
+    const double largest = weights.empty() ? 0 : *std::max_element(weights.begin(), weights.end());
+    if (!(largest > 0))
+        Fail(6033, "can't enter %s for >-node '%s', because it is out of the range of the >-node", entry.what,
+             node.name.c_str());
+    TableVector<float> likelihood;
+    for (double weight : weights) likelihood.push_back(float(weight / largest));
+    return likelihood;
+}
+
+bool IsOrdinary(double value)
+{
+    return std::abs(value) < InfinityDbl() && !IsUndef(value);
+}
+
+// A new value against the value that stands, for nodes whose value is not one of intervals.
+void CheckValueAgainstOwn(const Node& node, double value)
+{
+    const NodeFinding& old = node.finding;
+    if (!IsUndef(old.value) && old.value != value)
+        FailWith(
+            INCONSISTENT_FINDING_CND, 3306,
+            "can't enter the value %g for >-node '%s', because it contradicts previously entered value %g",
+            value, node.name.c_str(), old.value);
+    if (node.links.empty() && node.tables.func_reals.size() == 1 && !IsUndef(node.tables.func_reals[0]) &&
+        node.tables.func_reals[0] != value)
+        FailWith(
+            INCONSISTENT_FINDING_CND, 3307,
+            "can't enter the value %g for >-node '%s', because it contradicts value %g calculated from parent >-node values",
+            value, node.name.c_str(), node.tables.func_reals[0]);
+}
+
+void CheckValueState(Node& node, double value, int state)
+{
+    const NodeFinding& old = node.finding;
+    if ((old.state >= 0 && old.state != state) || (!old.likelihood.empty() && old.likelihood[state] == 0))
+        FailWith(
+            INCONSISTENT_FINDING_CND, 3320,
+            "can't enter the value %g for >-node '%s', because it is inconsistent with findings previously entered for this node",
+            value, node.name.c_str());
+    const float* beliefs = BeliefsForCheck(node);
+    if (beliefs != nullptr && beliefs[state] == 0)
+        FailWith(
+            INCONSISTENT_FINDING_CND, 3381,
+            "can't enter the value %g for >-node '%s', because it is inconsistent with previous findings, according to this model",
+            value, node.name.c_str());
+}
+
+}  // namespace
+
+void EnterFinding(Node& node, int state, FindingMode mode)
+{
+    if (IsNoOp(node.finding, state, mode)) return;
+    CheckRange(node, state);
+    if (state == UNDEF_STATE) {
+        NodeFinding finding;
+        StoreFinding(node, std::move(finding), "retract finding");
+        return;
+    }
+    if (node.kind == UTILITY_NODE || IsDocumentation(node))
+        Fail(6034, "findings are not allowed for %s >-node-s (>-node '%s')", KindTerm(node.kind),
+             node.name.c_str());
+    if (mode == FindingMode::STRICT) CheckAgainstOwnFindings(node, state);
+    if (ChecksModel(*node.net)) CheckAgainstModel(node, state, mode);
+    NodeFinding finding;
+    if (mode == FindingMode::STRICT) finding = node.finding;
+    finding.state = state;
+    if (IsRecording(*node.net))
+        DescribeStep(*node.net, "enter finding %s = %s", node.name.c_str(), StateWord(node, state).c_str());
+    StoreFinding(node, std::move(finding), "enter finding");
+}
+
+void EnterFindingNot(Node& node, int state)
+{
+    const int num_states = NumStates(node);
+    if (num_states == 1)
+        Fail(6035, "can't enter a negative finding for >-node '%s', since it has only 1 state",
+             node.name.c_str());
+    TableVector<float> likelihood(num_states, 1.0f);
+    likelihood[state] = 0;
+    if (!node.finding.likelihood.empty() && node.finding.likelihood[state] == 0) return;
+    CombineLikelihood(node, likelihood, kNegative);
+}
+
+void EnterLikelihood(Node& node, const float* likelihood)
+{
+    NeedStates(node, kLikelihood);
+    TableVector<float> weights(likelihood, likelihood + NumStates(node));
+    bool possible = false;
+    for (size_t state = 0; state < weights.size(); ++state) {
+        if (!(weights[state] >= 0) || weights[state] >= InfinityFlt())
+            Fail(
+                6036,
+                "can't enter a likelihood finding for >-node '%s', because its entry for state '%s' is %g (it must be 0 or more, and finite)",
+                node.name.c_str(), StateWord(node, int(state)).c_str(), weights[state]);
+        possible |= weights[state] > 0;
+    }
+    if (!possible)
+        FailWith(INCONSISTENT_FINDING_CND, 3382,
+                 "can't enter a likelihood finding for >-node '%s', because all its entries are 0",
+                 node.name.c_str());
+    CombineLikelihood(node, weights, kLikelihood);
+}
+
+void EnterValue(Node& node, double value)
+{
+    if (!IsOrdinary(value))
+        Fail(6037, "can't enter the value %g for >-node '%s', because it is not a finite number", value,
+             node.name.c_str());
+    if (node.kind == UTILITY_NODE || IsDocumentation(node))
+        Fail(6034, "findings are not allowed for %s >-node-s (>-node '%s')", KindTerm(node.kind),
+             node.name.c_str());
+    NodeFinding finding = node.finding;
+    if (value == finding.value) return;
+    CheckValueAgainstOwn(node, value);
+    if (HasStates(node)) {
+        if (node.states.levels.empty())
+            Fail(6038, "can't enter the value %g for >-node '%s', because its states have no levels", value,
+                 node.name.c_str());
+        const int state = StateOfValue(node, value);
+        if (state < 0)
+            Fail(6039, "can't enter the value %g for >-node '%s', because it is outside its levels", value,
+                 node.name.c_str());
+        CheckValueState(node, value, state);
+        finding.state = state;
+    } else if (node.states.levels.size() == 2 &&
+               (value < std::min(node.states.levels[0], node.states.levels[1]) ||
+                value > std::max(node.states.levels[0], node.states.levels[1]))) {
+        Fail(6039, "can't enter the value %g for >-node '%s', because it is outside its levels", value,
+             node.name.c_str());
+    }
+    finding.value = value;
+    DescribeStep(*node.net, "enter finding %s = %g", node.name.c_str(), value);
+    StoreFinding(node, std::move(finding), "enter value");
+}
+
+// The likelihood that turns the present beliefs b into the wanted ones w is w / b (Jeffrey's rule,
+// carried out as virtual evidence; Pearl 1988, section 2.3.3).
+void EnterCalibration(Node& node, const float* wanted)
+{
+    NeedStates(node, kCalibration);
+    const int num_states = NumStates(node);
+    const uint32_t problems = CheckProbs(wanted, num_states);
+    if (problems != 0)
+        Fail(6040, "can't enter a calibration finding for >-node '%s', because its vector %s",
+             node.name.c_str(), DescribeProbs(problems, false).c_str());
+    if (!HoldsLikelihood(node))
+        Fail(
+            6030,
+            "can't enter %s for >-node '%s', because negative or likelihood findings are not allowed for %s >-node-s",
+            kCalibration.what, node.name.c_str(), KindTerm(node.kind));
+    const float* beliefs = GetBeliefs(node);
+    std::vector<double> weights(num_states);
+    for (int state = 0; state < num_states; ++state) {
+        if (beliefs[state] == 0 && wanted[state] > 0)
+            FailWith(
+                INCONSISTENT_FINDING_CND, 3303,
+                "can't enter %s for >-node '%s', because it is inconsistent with findings for other >-node-s, according to this model",
+                kCalibration.what, node.name.c_str());
+        weights[state] = beliefs[state] > 0 ? double(wanted[state]) / beliefs[state] : 0;
+    }
+    CombineLikelihood(node, ScaledLikelihood(node, weights, kCalibration), kCalibration);
+}
+
+void EnterGaussian(Node& node, double mean, double std_dev)
+{
+    NeedStates(node, kGaussian);
+    NeedLevels(node, kGaussian);
+    if (!IsOrdinary(mean) || !IsOrdinary(std_dev) || std_dev <= 0)
+        Fail(
+            6041,
+            "can't enter a Gaussian finding for >-node '%s', because its mean is %g and its standard deviation %g (they must be finite, and the deviation above 0)",
+            node.name.c_str(), mean, std_dev);
+    std::vector<double> weights;
+    if (IsDiscrete(node)) {
+        for (double level : node.states.levels) {
+            const double distance = (level - mean) / std_dev;
+            weights.push_back(std::exp(-0.5 * distance * distance));
+        }
+    } else {
+        for (const Interval& interval : BoundedIntervals(node)) {
+            const double mass = NormalCumulative(interval.high, mean, std_dev) -
+                                NormalCumulative(interval.low, mean, std_dev);
+            weights.push_back(interval.high > interval.low ? mass / (interval.high - interval.low) : 0);
+        }
+    }
+    CombineLikelihood(node, ScaledLikelihood(node, weights, kGaussian), kGaussian);
+}
+
+void EnterInterval(Node& node, double low, double high)
+{
+    NeedStates(node, kInterval);
+    NeedLevels(node, kInterval);
+    if (IsUndef(low) || IsUndef(high) || !(low <= high))
+        Fail(
+            6042,
+            "can't enter an interval finding for >-node '%s', because it goes from %g to %g (the first must not be above the second)",
+            node.name.c_str(), low, high);
+    std::vector<double> weights;
+    if (IsDiscrete(node)) {
+        for (double level : node.states.levels) weights.push_back(low <= level && level <= high ? 1 : 0);
+    } else {
+        for (const Interval& interval : BoundedIntervals(node)) {
+            const double width = interval.high - interval.low;
+            const double overlap = std::min(high, interval.high) - std::max(low, interval.low);
+            // An interval of no width is a value known exactly: the state that holds it.
+            const bool holds_point = low == high && interval.low <= low && low < interval.high;
+            weights.push_back(holds_point ? 1 : width > 0 && overlap > 0 ? overlap / width : 0);
+        }
+    }
+    CombineLikelihood(node, ScaledLikelihood(node, weights, kInterval), kInterval);
+}
+
+void RetractFindings(Node& node)
+{
+    if (!node.finding.IsEmpty()) StoreFinding(node, NodeFinding(), "retract findings");
+}
+
+void RetractFindings(Net& net)
+{
+    DescribeStep(net, "retract all findings");
+    for (Node* node : net.nodes.nodes)
+        if (!node->finding.IsEmpty())
+            Change(*node, node->finding, NodeFinding(), REFINDS, "retract findings");
+    AutoUpdate(net);
+}
+
+void CombinedLikelihood(const Node& node, float* likelihood)
+{
+    const NodeFinding& finding = node.finding;
+    for (int state = 0; state < NumStates(node); ++state) {
+        const float weight = finding.likelihood.empty() ? 1.0f : finding.likelihood[state];
+        likelihood[state] = finding.state >= 0 && finding.state != state ? 0.0f : weight;
+    }
+}
+
+// The parents' states are findings, or forced in turn; nodes are evaluated deepest first from an explicit
+// stack, so that long chains of deterministic nodes do no harm.
+int StateFromParents(const Node& node)
+{
+    if (node.links.empty()) return -1;
+    std::unordered_map<const Node*, int> known;
+    std::vector<const Node*> stack = {&node};
+    while (!stack.empty()) {
+        const Node& top = *stack.back();
+        const bool forced = &top == &node || top.finding.state < 0;
+        if (!forced || known.count(&top)) {
+            known.try_emplace(&top, top.finding.state);
+            stack.pop_back();
+            continue;
+        }
+        if (top.links.empty() || !IsDeterministic(top)) {
+            known[&top] = top.kind == CONSTANT_NODE ? ConstantState(top) : -1;
+            stack.pop_back();
+            continue;
+        }
+        const size_t waiting = stack.size();
+        std::vector<int> states;
+        for (const Link& link : top.links) {
+            const auto found = known.find(link.parent);
+            if (found == known.end())
+                stack.push_back(link.parent);
+            else
+                states.push_back(found->second);
+        }
+        if (stack.size() > waiting) continue;
+        int forced_state = -1;
+        if (std::find(states.begin(), states.end(), -1) == states.end()) {
+            TableVector<float> scratch;
+            const float* row = EffectiveProbs(top, scratch) + RowOf(top, states.data()) * NumStates(top);
+            const float* certain = std::find(row, row + NumStates(top), 1.0f);
+            if (certain != row + NumStates(top)) forced_state = int(certain - row);
+        }
+        known[&top] = forced_state;
+        stack.pop_back();
+    }
+    return known[&node];
+}
+
+}  // namespace talora

@@ -1,0 +1,128 @@
+#include <algorithm>
+
+#include "BN/Model/BnBasicOps1.h"
+#include "BN/Model/BnCarry.h"
+#include "BN/Model/BnEdit.h"
+#include "BN/Model/BnElimOrder.h"
+#include "Basic/Error.h"
+#include "Basic/Names.h"
+
+namespace talora {
+
+namespace {
+
+void CheckNameUnused(const Net& net, std::string_view name, const Node* except)
+{
+    const Node* other = FindNode(net, name);
+    if (other != nullptr && other != except)
+        Fail(6110, "name '%s' is already used by another >-Bnode in >-Bnet '%s'", std::string(name).c_str(),
+             net.name.c_str());
+}
+
+// The links of a child without one of its parents, and what becomes of its tables.
+struct Orphaned {
+    Node* child;
+    std::vector<Link> links;
+    NodeTables tables;
+};
+
+Orphaned WithoutParent(Node& child, const Node& parent)
+{
+    TableCarry carry = IdentityCarry(child);
+    Orphaned orphaned = {&child, child.links, {}};
+    const int index = FindParent(child, &parent);
+    orphaned.links.erase(orphaned.links.begin() + index);
+    carry.parents.erase(carry.parents.begin() + index);
+    orphaned.tables = CarryTables(child, carry);
+    ReserveLinks(child, orphaned.links);
+    return orphaned;
+}
+
+std::vector<NodeSet> NodeSetsWithout(const Node& node)
+{
+    std::vector<NodeSet> sets = node.net->node_sets;
+    for (NodeSet& set : sets)
+        set.nodes.erase(std::remove(set.nodes.begin(), set.nodes.end(), &node), set.nodes.end());
+    return sets;
+}
+
+}  // namespace
+
+std::string UnusedName(const Net& net, std::string_view name)
+{
+    std::string stem(name == "*" ? "x" : name);  // a number may only follow a letter
+    if (FindNode(net, stem) == nullptr) return stem;
+    for (int number = 1;; ++number) {
+        const std::string ending = "_" + std::to_string(number);
+        std::string candidate = stem.substr(0, kMaxNameLength - ending.size()) + ending;
+        if (FindNode(net, candidate) == nullptr) return candidate;
+    }
+}
+
+Node* AddNode(Net& net, std::string_view name, int num_states)
+{
+    if (num_states < 0)
+        Fail(6111, "argument 'num_states' is negative (=%d), trying to add new >-Bnode to >-Bnet '%s'",
+             num_states, net.name.c_str());
+    CheckNameUnused(net, name, nullptr);
+    DescribeStep(net, "add node %.*s", int(name.size()), name.data());
+    Node* node = InsertNode(net, name, "add node");
+    node->states.type = num_states > 0 ? VarType::DISCRETE : VarType::CONTINUOUS;
+    node->states.num_states = num_states;
+    return node;
+}
+
+// All that may fail comes first: the new tables of the children.
+void DeleteNode(Node& node)
+{
+    Net& net = *node.net;
+    // The last child first, so that each is found at the end of the list that it leaves.
+    std::vector<Orphaned> children;
+    for (size_t i = node.children.nodes.size(); i-- > 0;)
+        children.push_back(WithoutParent(*node.children.nodes[i], node));
+    std::vector<NodeSet> sets = NodeSetsWithout(node);
+    const bool is_ordered = std::find(net.elim_order.nodes.begin(), net.elim_order.nodes.end(), &node) !=
+                            net.elim_order.nodes.end();
+    DescribeStep(net, "delete node %s", node.name.c_str());
+    if (is_ordered) SetElimOrder(net, nullptr);
+    Change(net, net.node_sets, std::move(sets), NO_EFFECT, "remove node from node sets");
+    for (Orphaned& orphaned : children) {
+        Change(*orphaned.child, orphaned.child->links, std::move(orphaned.links), RELINKS | RESTRUCTURES,
+               "remove link");
+        Change(*orphaned.child, orphaned.child->tables, std::move(orphaned.tables), RETABLES, "remove link");
+    }
+    Change(node, node.links, std::vector<Link>(), RELINKS | RESTRUCTURES, "remove links");
+    RemoveNode(node, "delete node");
+}
+
+void RenameNode(Node& node, std::string_view name)
+{
+    CheckNameUnused(*node.net, name, &node);
+    DescribeStep(*node.net, "rename node %s to %.*s", node.name.c_str(), int(name.size()), name.data());
+    Change(node, node.name, std::string(name), RENAMES_NODE, "rename node");
+}
+
+void SetKind(Node& node, int kind)
+{
+    if (kind < 0 || kind >= NUM_NODE_KINDS)
+        Fail(6112,
+             "argument 'kind' passed for >-Bnode '%s' is %d, but it should be between 0 and %d inclusive",
+             node.name.c_str(), kind, NUM_NODE_KINDS - 1);
+    if (kind == node.kind) return;
+    if (kind == DISCONNECTED_NODE)
+        Fail(
+            6113,
+            "argument 'kind' passed for >-Bnode '%s' is DISCONNECTED_NODE, but link disconnection should be done with SwitchNodeParent_bn or CopyNodes_bn",
+            node.name.c_str());
+    if (kind == ADVERSARY_NODE)
+        Fail(6114, "argument 'kind' passed for >-Bnode '%s' is ADVERSARY_NODE, but that is not supported yet",
+             node.name.c_str());
+    // Findings that the new kind cannot hold go.
+    NodeFinding finding = node.finding;
+    if (kind == UTILITY_NODE || kind == UNKNOWN_KIND) finding = NodeFinding();
+    if (kind == DECISION_NODE || kind == CONSTANT_NODE) finding.likelihood = TableVector<float>();
+    Change(node, node.finding, std::move(finding), REFINDS, "change kind");
+    Change(node, node.kind, kind, RESTRUCTURES, "change kind");
+}
+
+}  // namespace talora

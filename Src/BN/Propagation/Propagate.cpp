@@ -1,0 +1,544 @@
+#include "BN/Propagation/Propagate.h"
+
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <cstring>
+#include <limits>
+
+#include "BN/Propagation/PropagateEngine.h"
+#include "Basic/Error.h"
+#include "Basic/FloatMode.h"
+#include "Basic/Progress.h"
+
+namespace talora {
+
+namespace {
+
+constexpr int64_t kPollEntries = 1 << 20;  // between two looks at the halt flag
+constexpr int kWeakExponent = -60;         // a largest entry below 2 to this: products may have underflowed
+constexpr int kBoostExponent = 80;         // then they are formed again, larger by 2 to this
+
+}  // namespace
+
+// ---- Sweeps. ----
+
+void Propagation::Engine::CollectFactors(int clique, bool with_mate)
+{
+    factor_entries.clear();
+    for (int p : potentials_of[clique])
+        if (potentials[size_t(p)].count > 1) factor_entries.push_back(potentials[size_t(p)].entries);
+    if (with_mate && !is_scalar[size_t(clique)]) factor_entries.push_back(down[size_t(clique)].entries);
+    for (int child : tree->children[clique])
+        if (!is_scalar[size_t(child)]) factor_entries.push_back(up[size_t(child)].entries);
+}
+
+bool Propagation::Engine::IsHaltedNow(const SweepPlan& plan)
+{
+    const int64_t entries = plan.block * plan.num_steps;
+    counts.entries += entries;
+    unpolled += entries + 256;
+    if (unpolled < kPollEntries) return false;
+    unpolled = 0;
+    return !GoesOn(0);
+}
+
+bool Propagation::Engine::GoesOn(double share)
+{
+    if (progress == nullptr) return !IsHalted();
+    return progress->Step(progress->IsDue() ? FractionDone(share) : 0);
+}
+
+// By the sizes of cliques; up and down again count the same.  All cliques are looked at, ten times a second.
+double Propagation::Engine::FractionDone(double share) const
+{
+    double total = 0, before = 0;
+    for (int i = 0; i < tree->num_cliques(); ++i) {
+        const double size = std::min(tree->clique_sizes[size_t(i)], 1e100);
+        if (i < clique_at) before += size;
+        if (i == clique_at) before += (is_rising ? 1 - share : share) * size;
+        total += size;
+    }
+    return std::clamp((is_rising ? total - before : total + before) / (2 * total), 0.0, 1.0);
+}
+
+bool Propagation::Engine::RunScaled(const SweepPlan& plan, bool all_wanted)
+{
+    if (IsHaltedNow(plan)) return false;
+    const std::span<const char> asked = all_wanted ? std::span<const char>() : std::span<const char>(wanted);
+    if (!RunSweep(plan, factor_entries, asked, 1, scratch, maximise)) return false;
+    exponents.resize(size_t(plan.num_outputs));
+    bool weak = false;
+    for (size_t o = 0; o < exponents.size(); ++o) {
+        if (!all_wanted && !wanted[o]) continue;
+        exponents[o] = ScaleByExponent(scratch.output[o], plan.outputs[o].size);
+        weak |= exponents[o] < kWeakExponent;
+    }
+    return !weak || plan.num_factors < 2 || RunBoosted(plan, all_wanted);
+}
+
+bool Propagation::Engine::RunBoosted(const SweepPlan& plan, bool all_wanted)
+{
+    std::vector<char> weak(size_t(plan.num_outputs));
+    for (size_t o = 0; o < weak.size(); ++o)
+        weak[o] = (all_wanted || wanted[o]) && exponents[o] < kWeakExponent;
+    if (!RunSweep(plan, factor_entries, weak, std::ldexp(1.0f, kBoostExponent), scratch, maximise))
+        return false;
+    for (size_t o = 0; o < weak.size(); ++o) {
+        if (!weak[o]) continue;
+        exponents[o] = ScaleByExponent(scratch.output[o], plan.outputs[o].size);
+        if (exponents[o] != kVanished) exponents[o] -= kBoostExponent;
+    }
+    return true;
+}
+
+int64_t Propagation::Engine::TakeScale(float* entries, int64_t count, int exponent)
+{
+    if (exponent == kVanished) return 0;
+    const int64_t log_scale = exponent * kLogUnits;
+    int64_t last = count - 1;
+    while (entries[last] == 0) --last;
+    for (int64_t i = 0; i < last; ++i)
+        if (entries[i] != 0) return log_scale;
+    const double value = double(entries[last]);
+    entries[last] = 1;
+    return log_scale + std::llround(std::log2(value) * double(kLogUnits));
+}
+
+// ---- Messages. ----
+
+bool Propagation::Engine::Store(Message& message, const SweepPlan& plan, int output)
+{
+    const int64_t count = plan.outputs[size_t(output)].size;
+    float* entries = scratch.output[size_t(output)];
+    const int64_t log_scale = TakeScale(entries, count, exponents[size_t(output)]);
+    const bool same = message.computed >= 0 && message.count == count &&
+                      std::memcmp(message.entries, entries, size_t(count) * sizeof(float)) == 0;
+    if (!same) {
+        message.computed = -1;
+        Resize(message, count);
+        std::memcpy(message.entries, entries, size_t(count) * sizeof(float));
+    }
+    message.log_scale = log_scale;
+    message.computed = now;
+    ++counts.messages;
+    return !same;
+}
+
+UpdateStatus Propagation::Engine::Vanish(int clique)
+{
+    vanished_at = clique;
+    return UpdateStatus::kInconsistent;
+}
+
+UpdateStatus Propagation::Engine::SendUp(int clique)
+{
+    const UpdateStatus filled = FillPotentials(clique);
+    if (filled != UpdateStatus::kUpdated) return filled;
+    const SweepPlan& plan = UpPlan(clique);
+    CollectFactors(clique, false);
+    if (!RunScaled(plan, true)) return UpdateStatus::kHalted;
+    if (exponents[0] == kVanished) return Vanish(clique);
+    total_log_scale -= up[size_t(clique)].log_scale;
+    const bool is_new = Store(up[size_t(clique)], plan, 0);
+    total_log_scale += up[size_t(clique)].log_scale;
+    if (is_new && clique > 0) Touch(tree->mate[size_t(clique)], clique);
+    return UpdateStatus::kUpdated;
+}
+
+UpdateStatus Propagation::Engine::SendDown(int clique, int only)
+{
+    wanted.clear();
+    size_t num_wanted = 0;
+    for (int child : tree->children[clique]) {
+        if (is_scalar[size_t(child)]) continue;
+        wanted.push_back((only < 0 || child == only) && IsDownStale(child));
+        num_wanted += size_t(wanted.back());
+    }
+    if (num_wanted == 0) return UpdateStatus::kUpdated;
+    const UpdateStatus filled = FillPotentials(clique);
+    if (filled != UpdateStatus::kUpdated) return filled;
+    const SweepPlan& plan = DownPlan(clique);
+    CollectFactors(clique, true);
+    if (!RunScaled(plan, num_wanted == wanted.size())) return UpdateStatus::kHalted;
+    size_t k = 0;
+    for (int child : tree->children[clique]) {
+        if (is_scalar[size_t(child)]) continue;
+        if (wanted[k]) {
+            if (exponents[k] == kVanished) return Vanish(clique);
+            if (Store(down[size_t(child)], plan, int(k))) Touch(child, kFromMate);
+        }
+        ++k;
+    }
+    return UpdateStatus::kUpdated;
+}
+
+UpdateStatus Propagation::Engine::SendScaleDown(int child)
+{
+    const int clique = tree->mate[size_t(child)];
+    const UpdateStatus filled = FillPotentials(clique);
+    if (filled != UpdateStatus::kUpdated) return filled;
+    DescribeClique(clique);
+    DescribeFactors(clique, true);
+    output_scopes.emplace_back();
+    const SweepPlan& plan = *plans.Find(sizes, factor_scopes, output_scopes);
+    CollectFactors(clique, true);
+    if (!RunScaled(plan, true)) return UpdateStatus::kHalted;
+    if (exponents[0] == kVanished) return Vanish(clique);
+    Store(down[size_t(child)], plan, 0);
+    return UpdateStatus::kUpdated;
+}
+
+// ---- Updates. ----
+
+double Propagation::Engine::LogOf(double mass, int64_t log_scale) const
+{
+    return std::log(mass) + std::ldexp(double(log_scale), -kLogUnitsExponent) * std::log(2.0) -
+           LogOfDecisions();
+}
+
+double Propagation::Engine::LogOfDecisions() const
+{
+    double log_choices = 0;
+    for (int v : decisions)
+        if (positive[size_t(v)] < 0) log_choices += std::log(double(std::max(1, NumStates(v))));
+    return log_choices;
+}
+
+UpdateStatus Propagation::Engine::Update()
+{
+    const DenormalsOff mode;
+    PlaceTables();
+    vanished_at = -1;
+    for (int i = pending.Below(tree->num_cliques()); i >= 0; i = pending.Below(i)) {
+        clique_at = i;
+        const UpdateStatus status = IsUpStale(i) ? SendUp(i) : UpdateStatus::kUpdated;
+        if (status != UpdateStatus::kUpdated) return status;
+    }
+    is_rising = false;
+    for (int i = pending.From(0); i >= 0; i = pending.From(i + 1)) {
+        clique_at = i;
+        UpdateStatus status = SendDown(i);
+        if (status == UpdateStatus::kUpdated) status = UpdatePrivate(i);
+        if (status != UpdateStatus::kUpdated) return status;
+        pending.Erase(i);
+    }
+    log_prob = tree->num_cliques() == 0 ? 0 : LogOf(1, total_log_scale);
+    updated = true;
+    return UpdateStatus::kUpdated;
+}
+
+UpdateStatus Propagation::Engine::CollectTo(int target)
+{
+    way.clear();
+    for (int i = target; i >= 0; i = tree->mate[size_t(i)]) way.push_back(i);
+    std::vector<bool> on_way(size_t(tree->num_cliques()));
+    for (int i : way) on_way[size_t(i)] = true;
+    for (int i = pending.Below(tree->num_cliques()); i >= 0; i = pending.Below(i)) {
+        if (on_way[size_t(i)] || !IsUpStale(i)) continue;
+        clique_at = i;
+        const UpdateStatus status = SendUp(i);
+        if (status != UpdateStatus::kUpdated) return status;
+    }
+    is_rising = false;
+    for (size_t k = way.size(); k-- > 1;) {
+        clique_at = way[k];
+        const int next = way[k - 1];
+        UpdateStatus status = UpdateStatus::kUpdated;
+        if (!is_scalar[size_t(next)]) {
+            status = SendDown(way[k], next);
+        } else if (IsDownStale(next)) {
+            status = SendScaleDown(next);
+        }
+        if (status != UpdateStatus::kUpdated) return status;
+    }
+    return UpdateStatus::kUpdated;
+}
+
+UpdateStatus Propagation::Engine::UpdateFor(int variable)
+{
+    const DenormalsOff mode;
+    PlaceTables();
+    vanished_at = -1;
+    if (updated) return UpdateStatus::kUpdated;
+    const int separator = belief_separator[size_t(variable)];
+    const int target = separator >= 0 ? separator : cliques_of[variable][0];
+    UpdateStatus status = CollectTo(target);
+    if (status != UpdateStatus::kUpdated) return status;
+    if (separator >= 0) {
+        if (IsUpStale(separator)) status = SendUp(separator);
+        if (status == UpdateStatus::kUpdated) status = MeasureSeparator(separator);
+    } else {
+        status = UpdatePrivate(target);
+        if (status == UpdateStatus::kUpdated) {
+            const PrivateTotal& total = private_total[size_t(target)];
+            log_prob = LogOf(total.mass, LogScaleAtTarget() + total.exponent * kLogUnits);
+        }
+    }
+    return status;
+}
+
+int64_t Propagation::Engine::LogScaleAtTarget() const
+{
+    int64_t log_scale = total_log_scale;
+    for (int i : way) log_scale += down[size_t(i)].log_scale - up[size_t(i)].log_scale;
+    return log_scale;
+}
+
+UpdateStatus Propagation::Engine::MeasureSeparator(int separator)
+{
+    const Message &a = up[size_t(separator)], &b = down[size_t(separator)];
+    double total = 0;
+    for (int64_t i = 0; i < a.count; ++i) total = Join(total, double(a.entries[i]) * double(b.entries[i]));
+    if (!(total > 0)) return Vanish(separator);
+    log_prob = LogOf(total, LogScaleAtTarget() + a.log_scale);
+    return UpdateStatus::kUpdated;
+}
+
+// ---- Beliefs. ----
+
+UpdateStatus Propagation::Engine::UpdatePrivate(int clique)
+{
+    if (private_variables[clique].empty() ||
+        private_computed[size_t(clique)] >= inputs[size_t(clique)].NewestExcept(kFromNone))
+        return UpdateStatus::kUpdated;
+    const UpdateStatus filled = FillPotentials(clique);
+    if (filled != UpdateStatus::kUpdated) return filled;
+    const SweepPlan& plan = PrivatePlan(clique);
+    CollectFactors(clique, true);
+    if (!RunScaled(plan, true)) return UpdateStatus::kHalted;
+    const int total = plan.num_outputs - 1;
+    if (exponents[size_t(total)] == kVanished) return Vanish(clique);
+    std::vector<float>& beliefs = private_beliefs[size_t(clique)];
+    beliefs.clear();
+    for (int o = 0; o < total; ++o)
+        beliefs.insert(beliefs.end(), scratch.output[size_t(o)],
+                       scratch.output[size_t(o)] + plan.outputs[size_t(o)].size);
+    private_computed[size_t(clique)] = now;
+    private_total[size_t(clique)] = {double(scratch.output[size_t(total)][0]), exponents[size_t(total)]};
+    return UpdateStatus::kUpdated;
+}
+
+void Propagation::Engine::ReadPrivate(int variable, float* belief)
+{
+    const int clique = cliques_of[variable][0];
+    const float* entries = private_beliefs[size_t(clique)].data();
+    for (int v : private_variables[clique]) {
+        if (v == variable) break;
+        if (IsFree(v)) entries += NumStates(v);
+    }
+    std::copy_n(entries, NumStates(variable), belief);
+    Normalize(belief, NumStates(variable));
+}
+
+void Propagation::Engine::ReadFromSeparator(int variable, int separator, float* belief)
+{
+    const Message &a = up[size_t(separator)], &b = down[size_t(separator)];
+    int64_t stride = 0;
+    for (int v : tree->separators[separator]) {
+        if (v == variable) stride = 1;
+        if (v != variable && IsFree(v)) stride *= NumStates(v);
+    }
+    const int num_states = NumStates(variable);
+    sums.assign(size_t(num_states), 0);
+    for (int64_t i = 0; i < a.count;)
+        for (double& sum : sums)
+            for (const int64_t end = i + stride; i < end; ++i)
+                sum = Join(sum, double(a.entries[i]) * double(b.entries[i]));
+    double total = 0;
+    for (double sum : sums) total = Join(total, sum);
+    for (int s = 0; s < num_states; ++s) belief[s] = float(sums[size_t(s)] / total);
+}
+
+void Propagation::Engine::Normalize(float* entries, int64_t count) const
+{
+    double total = 0;
+    for (int64_t i = 0; i < count; ++i) total = Join(total, double(entries[i]));
+    for (int64_t i = 0; i < count; ++i) entries[i] = float(double(entries[i]) / total);
+}
+
+void Propagation::Engine::Belief(int variable, float* belief)
+{
+    const DenormalsOff mode;
+    const int state = positive[size_t(variable)];
+    if (state >= 0 || NumStates(variable) <= 1) {
+        for (int s = 0; s < NumStates(variable); ++s) belief[s] = s == std::max(state, 0);
+    } else if (belief_separator[size_t(variable)] >= 0) {
+        ReadFromSeparator(variable, belief_separator[size_t(variable)], belief);
+    } else {
+        ReadPrivate(variable, belief);
+    }
+}
+
+int Propagation::Engine::SmallestCliqueWith(std::span<const int> variables) const
+{
+    int best = -1;
+    if (variables.empty()) return best;
+    for (int i : cliques_of[variables[0]]) {
+        std::span<const int> members = tree->members[i];
+        const bool holds = std::all_of(variables.begin(), variables.end(), [&](int v) {
+            return std::find(members.begin(), members.end(), v) != members.end();
+        });
+        if (holds && (best < 0 || tree->clique_sizes[size_t(i)] < tree->clique_sizes[size_t(best)])) best = i;
+    }
+    return best;
+}
+
+bool Propagation::Engine::JointBelief(std::span<const int> variables, float* joint)
+{
+    const DenormalsOff mode;
+    const int clique = SmallestCliqueWith(variables);
+    if (clique < 0) return false;
+    if (FillPotentials(clique) != UpdateStatus::kUpdated) return false;
+    DescribeClique(clique);
+    DescribeFactors(clique, true);
+    output_scopes.push_back(ScopeOf(variables));
+    const uint64_t axes = output_scopes[0].axes;
+    const SweepPlan& plan = *plans.Find(sizes, factor_scopes, output_scopes);
+    CollectFactors(clique, true);
+    if (!RunScaled(plan, true) || exponents[0] == kVanished) return false;
+    Normalize(scratch.output[0], plan.outputs[0].size);
+    SpreadJoint(variables, axes, joint);
+    return true;
+}
+
+void Propagation::Engine::SpreadJoint(std::span<const int> variables, uint64_t axes, float* joint)
+{
+    std::vector<int64_t> strides(variables.size());
+    int64_t count = 1, stride = 1;
+    for (; axes != 0; axes &= ~std::bit_floor(axes)) {
+        const int axis = std::bit_width(axes) - 1;
+        for (size_t j = 0; j < variables.size(); ++j)
+            if (axis_of[size_t(variables[j])] == axis) strides[j] = stride;
+        stride *= sizes[size_t(axis)];
+    }
+    for (int v : variables) count *= std::max(1, NumStates(v));
+    std::vector<int> state(variables.size());
+    for (int64_t i = 0; i < count; ++i) {
+        int64_t place = 0;
+        bool possible = true;
+        for (size_t j = 0; j < variables.size(); ++j) {
+            const int observed = positive[size_t(variables[j])];
+            possible &= observed < 0 || observed == state[j];
+            place += strides[j] * state[j];
+        }
+        joint[i] = possible ? scratch.output[0][place] : 0;
+        for (size_t j = variables.size(); j-- > 0;) {
+            if (++state[j] < NumStates(variables[j])) break;
+            state[j] = 0;
+        }
+    }
+}
+
+// ---- The functions of the header. ----
+
+// For the length of an update somebody is told of it.
+struct Propagation::Telling {
+    Telling(Engine& e, Progress* progress) : engine(e)
+    {
+        engine.progress = progress;
+        engine.is_rising = true;
+    }
+    ~Telling() { engine.progress = nullptr; }
+    Telling(const Telling&) = delete;
+    Telling& operator=(const Telling&) = delete;
+    Engine& engine;
+};
+
+Propagation::Propagation(const ModelGraph& graph, const JunctionTree& tree, TableSource table,
+                         double small_tree)
+    : engine_(std::make_unique<Engine>(graph, tree, std::move(table), small_tree))
+{}
+
+Propagation::~Propagation() = default;
+Propagation::Propagation(Propagation&&) noexcept = default;
+Propagation& Propagation::operator=(Propagation&&) noexcept = default;
+
+void Propagation::SetPositive(int variable, int state)
+{
+    engine_->SetPositive(variable, state);
+}
+
+void Propagation::SetLikelihood(int variable, const float* likelihood)
+{
+    std::vector<float>& current = engine_->likelihoods[size_t(variable)];
+    if (likelihood == nullptr && current.empty()) return;
+    std::vector<float> weights;
+    if (likelihood != nullptr) weights.assign(likelihood, likelihood + engine_->NumStates(variable));
+    if (weights == current) return;
+    current = std::move(weights);
+    engine_->TouchPotentials(variable, true);
+}
+
+void Propagation::TableChanged(int variable)
+{
+    engine_->ChangeTable(variable);
+}
+
+void Propagation::ClearFindings()
+{
+    for (int v = 0; v < int(engine_->graph->variables.size()); ++v) {
+        SetPositive(v, -1);
+        SetLikelihood(v, nullptr);
+    }
+}
+
+void Propagation::SetMaximise(bool maximise)
+{
+    if (engine_->maximise == maximise) return;
+    engine_->maximise = maximise;
+    engine_->Forget();
+}
+
+void Propagation::Forget()
+{
+    engine_->Forget();
+}
+
+UpdateStatus Propagation::Update(Progress* progress)
+{
+    const Telling telling(*engine_, progress);
+    return engine_->Update();
+}
+UpdateStatus Propagation::UpdateFor(int variable, Progress* progress)
+{
+    const Telling telling(*engine_, progress);
+    return engine_->UpdateFor(variable);
+}
+bool Propagation::IsUpdated() const
+{
+    return engine_->updated;
+}
+
+double Propagation::LogProbability() const
+{
+    return engine_->vanished_at >= 0 ? -std::numeric_limits<double>::infinity() : engine_->log_prob;
+}
+
+double Propagation::Probability() const
+{
+    return std::exp(LogProbability());
+}
+void Propagation::Belief(int variable, float* belief) const
+{
+    engine_->Belief(variable, belief);
+}
+
+bool Propagation::JointBelief(std::span<const int> variables, float* joint) const
+{
+    return engine_->JointBelief(variables, joint);
+}
+
+double Propagation::Bytes() const
+{
+    double entries = double(engine_->arena.size());
+    for (const TableVector<float>& own : engine_->large) entries += double(own.size());
+    return entries * sizeof(float);
+}
+
+Propagation::Counters Propagation::counters() const
+{
+    return engine_->counts;
+}
+
+}  // namespace talora

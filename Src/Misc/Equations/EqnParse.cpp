@@ -1,0 +1,521 @@
+#include "Misc/Equations/EqnParse.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstring>
+
+#include "Basic/Names.h"
+#include "Misc/Equations/EqnCheck.h"
+
+namespace talora {
+
+namespace {
+
+struct Parser {
+    Equation& eqn;
+    std::string_view text;
+    int at = 0;
+    int depth = 0;
+    int* place;  // where a failure is told about
+
+    bool AtEnd() const { return at >= static_cast<int>(text.size()); }
+    char Peek(int ahead = 0) const
+    {
+        return at + ahead < static_cast<int>(text.size()) ? text[at + ahead] : '\0';
+    }
+    std::string_view Rest() const { return text.substr(at); }
+};
+
+// What an operand is read for, should there be none.
+struct Need {
+    const FunctionDef* def = nullptr;
+    int argument = 0;
+};
+
+bool IsDigit(char c)
+{
+    return c >= '0' && c <= '9';
+}
+bool IsNameStart(char c)
+{
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_';
+}
+bool IsNameChar(char c)
+{
+    return IsNameStart(c) || IsDigit(c);
+}
+
+void SkipBlanks(Parser& p)
+{
+    while (!p.AtEnd() && (p.Peek() == ' ' || (p.Peek() >= '\t' && p.Peek() <= '\r'))) ++p.at;
+}
+
+// Moves past blanks and tells where a failure would be.
+void Stand(Parser& p)
+{
+    SkipBlanks(p);
+    *p.place = p.at;
+}
+
+bool Take(Parser& p, char c)
+{
+    SkipBlanks(p);
+    if (p.Peek() != c || p.AtEnd()) return false;
+    ++p.at;
+    return true;
+}
+
+// A name at this place, empty if there is none.  One that is too long is read whole: it is nobody's.
+Slice ReadName(Parser& p)
+{
+    SkipBlanks(p);
+    Slice name{p.at, 0};
+    if (!IsNameStart(p.Peek())) return name;
+    while (IsNameChar(p.Peek())) ++p.at;
+    name.length = p.at - name.at;
+    return name;
+}
+
+// The character at this place as text, whole if it takes several bytes.
+std::string CharHere(const Parser& p)
+{
+    size_t length = 1;
+    const std::string_view rest = p.Rest();
+    while (length < rest.size() && (static_cast<unsigned char>(rest[length]) & 0xC0) == 0x80) ++length;
+    return std::string(rest.substr(0, length));
+}
+
+std::string Copy(const Parser& p, Slice slice)
+{
+    return std::string(p.text.substr(slice.at, std::min(slice.length, 200)));
+}
+
+// ---- Making expressions ----
+
+void CheckDepth(int depth)
+{
+    if (depth > kMaxEqnDepth) Fail(6401, "equation is nested too deeply (more than %d levels)", kMaxEqnDepth);
+}
+
+int AddExpr(Parser& p, Expr expr)
+{
+    p.eqn.exprs.push_back(expr);
+    return static_cast<int>(p.eqn.exprs.size()) - 1;
+}
+
+// Arguments that are calls of the same associative function give way to their own arguments.
+std::vector<int> Gather(const Equation& eqn, const FunctionDef& def, std::vector<int> args)
+{
+    if (!(def.flags & ASSOCIATIVE_EQN)) return args;
+    std::vector<int> gathered;
+    size_t total = args.size();
+    for (const int arg : args) {
+        const Expr& expr = eqn.exprs[arg];
+        const size_t grown = total + expr.num_children - 1;
+        if (expr.kind == ExprKind::CALL && expr.function == &def && expr.num_children > 0 &&
+            grown <= kMaxEqnArguments) {
+            const auto first = eqn.children.begin() + expr.first_child;
+            gathered.insert(gathered.end(), first, first + expr.num_children);
+            total = grown;
+        } else {
+            gathered.push_back(arg);
+        }
+    }
+    return gathered;
+}
+
+int AddCall(Parser& p, const FunctionDef& def, const std::vector<int>& written, int position, bool infix)
+{
+    const std::vector<int> args = Gather(p.eqn, def, written);
+    Expr call;
+    call.kind = ExprKind::CALL;
+    call.function = &def;
+    call.position = position;
+    call.infix = infix;
+    call.first_child = static_cast<int>(p.eqn.children.size());
+    call.num_children = static_cast<int>(args.size());
+    for (const int arg : args) {
+        call.depth = std::max<uint16_t>(call.depth, p.eqn.exprs[arg].depth + 1);
+        p.eqn.children.push_back(arg);
+    }
+    *p.place = position;
+    CheckDepth(call.depth);
+    return AddExpr(p, call);
+}
+
+// ---- Operands ----
+
+int ParseExpr(Parser& p, const FunctionDef* building, Need need);
+
+void EnterLevel(Parser& p)
+{
+    *p.place = p.at;
+    CheckDepth(++p.depth);
+}
+
+bool StartsNumber(const Parser& p)
+{
+    const int sign = p.Peek() == '-' ? 1 : 0;
+    return IsDigit(p.Peek(sign)) || (p.Peek(sign) == '.' && IsDigit(p.Peek(sign + 1)));
+}
+
+double ReadNumber(Parser& p)
+{
+    double value = 0;
+    const char* const first = p.text.data() + p.at;
+    const auto [end, problem] = std::from_chars(first, p.text.data() + p.text.size(), value);
+    if (problem != std::errc())
+        Fail(6403, "number '%s' is too large or too small",
+             std::string(first, std::min<ptrdiff_t>(end - first, 40)).c_str());
+    p.at += static_cast<int>(end - first);
+    return value;
+}
+
+// A unit behind a number, or null; any other name there is left for the caller to stumble over.
+const UnitDef* ReadUnit(Parser& p)
+{
+    const int before = p.at;
+    const Slice name = ReadName(p);
+    const UnitDef* unit = FindUnit(p.text.substr(name.at, name.length));
+    if (unit == nullptr) p.at = before;
+    return unit;
+}
+
+int ParseNumber(Parser& p)
+{
+    Expr number;
+    number.position = p.at;
+    number.value = ReadNumber(p);
+    number.unit = ReadUnit(p);
+    return AddExpr(p, number);
+}
+
+// `state--variable`: the name behind the hyphens.  An empty one if there are none.
+Slice ReadOwner(Parser& p)
+{
+    if (p.Peek() != '-' || p.Peek(1) != '-' || !IsNameStart(p.Peek(2))) return {};
+    p.at += 2;
+    return ReadName(p);
+}
+
+// Behind "#": a state's number or name, or a variable.
+int ParseSharp(Parser& p)
+{
+    Expr expr;
+    expr.kind = ExprKind::NAME;
+    expr.sharp = true;
+    expr.position = p.at++;
+    Stand(p);
+    if (StartsNumber(p)) {
+        const int first = p.at;
+        const double index = ReadNumber(p);
+        expr.name = {first, p.at - first};
+        if (index != std::floor(index))
+            Fail(2477, "state indicator # is followed by a number (%g) that is not an integer", index);
+        if (const UnitDef* unit = ReadUnit(p))
+            Fail(2478, "state indicator # is followed by a number that has units (#%g %s)", index,
+                 unit->name);
+        expr.state = index >= 0 && index < 2147483647 ? static_cast<int>(index) : -1;
+        expr.value = 1;  // a number, not a name
+    } else {
+        expr.name = ReadName(p);
+        if (expr.name.length == 0) {
+            if (p.AtEnd()) Fail(2492, "missing end of equation");
+            Fail(2033, "character '%s' unexpected", CharHere(p).c_str());
+        }
+        const int behind = p.at;
+        if (Take(p, '('))
+            Fail(2479, "the name after a state indicator # is followed by an open parenthesis:  # %s (",
+                 Copy(p, expr.name).c_str());
+        p.at = behind;
+    }
+    expr.owner = ReadOwner(p);
+    return AddExpr(p, expr);
+}
+
+bool IsNoisyTable(const FunctionDef& def)
+{
+    return def.form == NOISY_TABLE_FORM;
+}
+
+void CheckCount(Parser& p, const FunctionDef& def, int count, int position)
+{
+    *p.place = position;
+    if (count > kMaxEqnArguments)
+        Fail(2325, "too many arguments for function '%s' (requires %d)", def.name, kMaxEqnArguments);
+    if (def.arity > 0 && count > def.arity)
+        Fail(2325, "too many arguments for function '%s' (requires %d)", def.name, def.arity);
+    if (IsNoisyTable(def) && count < 2)
+        Fail(2501, "missing %s argument of function %s", OrdinalWord(count + 1), def.name);
+    const int least = LeastArguments(def);
+    if (count < least)
+        Fail(2038, "too few arguments for function '%s' (requires %d, but %d supplied)", def.name, least,
+             count);
+}
+
+// Behind the opening parenthesis of a call, up to its end.
+std::vector<int> ParseArguments(Parser& p, const FunctionDef& def)
+{
+    std::vector<int> args;
+    if (Take(p, ')')) return args;
+    while (true) {
+        const int number = static_cast<int>(args.size()) + 1;
+        Stand(p);
+        if (p.Peek() == ',' || p.Peek() == ')')
+            Fail(2497, "missing %s argument of function %s", OrdinalWord(number), def.name);
+        args.push_back(ParseExpr(p, nullptr, {}));
+        Stand(p);
+        if (Take(p, ')')) return args;
+        if (!Take(p, ',')) {
+            if (IsNoisyTable(def))
+                Fail(2511, "missing comma or close parenthesis, or malformed expression in function '%s'",
+                     def.name);
+            Fail(2369, "missing comma or close parenthesis, or malformed expression in function '%s'",
+                 def.name);
+        }
+        if (number > kMaxEqnArguments) CheckCount(p, def, number, p.at);
+    }
+}
+
+int ParseNameOrCall(Parser& p)
+{
+    Expr expr;
+    expr.kind = ExprKind::NAME;
+    expr.position = p.at;
+    expr.name = ReadName(p);
+    expr.owner = ReadOwner(p);
+    const int behind = p.at;
+    if (expr.owner.length > 0 || !Take(p, '(')) {
+        p.at = behind;
+        return AddExpr(p, expr);
+    }
+    *p.place = expr.position;
+    const FunctionDef* def = FindFunction(p.text.substr(expr.name.at, expr.name.length));
+    if (def == nullptr) Fail(2355, "unknown function '%s'", Copy(p, expr.name).c_str());
+    EnterLevel(p);
+    const std::vector<int> args = ParseArguments(p, *def);
+    --p.depth;
+    CheckCount(p, *def, static_cast<int>(args.size()), expr.position);
+    return AddCall(p, *def, args, expr.position, false);
+}
+
+[[noreturn]] void FailNoOperand(Parser& p, Need need)
+{
+    const FunctionDef* here = FindBinaryOperator(p.Rest());
+    if (need.def == nullptr && here != nullptr) need = {here, 1};
+    if (need.def != nullptr && (here != nullptr || p.AtEnd() || strchr("),;:", p.Peek()) != nullptr)) {
+        if (need.def->arity == 1) Fail(2495, "argument of operator '%s' is missing", need.def->symbol);
+        Fail(2496, "missing %s argument of operator %s", OrdinalWord(need.argument), need.def->symbol);
+    }
+    if (p.AtEnd()) Fail(2492, "missing end of equation");
+    if (p.Peek() == ')') Fail(2032, "unexpected close parenthesis");
+    Fail(2033, "character '%s' unexpected", CharHere(p).c_str());
+}
+
+int ParseOperand(Parser& p, Need need);
+
+int ParsePrefix(Parser& p, const FunctionDef& def)
+{
+    const int position = p.at;
+    p.at += static_cast<int>(strlen(def.symbol));
+    const int operand = ParseOperand(p, {&def, 1});
+    return AddCall(p, def, {operand}, position, true);
+}
+
+int ParseParenthesis(Parser& p)
+{
+    ++p.at;
+    const int inner = ParseExpr(p, nullptr, {});
+    Stand(p);
+    if (!Take(p, ')')) Fail(2034, "missing close parenthesis");
+    return inner;
+}
+
+int ParseOperand(Parser& p, Need need)
+{
+    Stand(p);
+    if (StartsNumber(p)) return ParseNumber(p);
+    if (IsNameStart(p.Peek())) return ParseNameOrCall(p);
+    if (p.Peek() == '#') return ParseSharp(p);
+    const FunctionDef* prefix = FindPrefixOperator(p.Rest());
+    const bool is_binary = p.Rest().starts_with("!=");
+    if (p.Peek() != '(' && (prefix == nullptr || is_binary)) FailNoOperand(p, need);
+    EnterLevel(p);
+    const int expr = p.Peek() == '(' ? ParseParenthesis(p) : ParsePrefix(p, *prefix);
+    --p.depth;
+    return expr;
+}
+
+// Whether an operator goes on with the operand of the one that is being built.
+bool GoesOn(const FunctionDef& op, const FunctionDef* building)
+{
+    if (building == nullptr || op.strength > building->strength) return true;
+    return &op == building && !(op.flags & LEFT_EQN);
+}
+
+int ParseConditional(Parser& p, const FunctionDef& op, int condition, int position)
+{
+    const int yes = ParseExpr(p, nullptr, {&op, 2});
+    Stand(p);
+    if (!Take(p, op.second[0])) Fail(2035, "missing '%s' for '%s' operator", op.second, op.symbol);
+    const int no = ParseExpr(p, &op, {&op, 3});
+    return AddCall(p, op, {condition, yes, no}, position, true);
+}
+
+// An operand and the operators behind it that bind more strongly than the one being built.
+int ParseExpr(Parser& p, const FunctionDef* building, Need need)
+{
+    int left = ParseOperand(p, need);
+    while (true) {
+        SkipBlanks(p);
+        const FunctionDef* op = FindBinaryOperator(p.Rest());
+        if (op == nullptr || !GoesOn(*op, building)) return left;
+        const int position = p.at;
+        p.at += static_cast<int>(strlen(op->symbol));
+        const bool nests = !(op->flags & LEFT_EQN);
+        if (nests) EnterLevel(p);
+        if (op->form == IF_FORM)
+            left = ParseConditional(p, *op, left, position);
+        else
+            left = AddCall(p, *op, {left, ParseExpr(p, op, {op, 2})}, position, true);
+        if (nests) --p.depth;
+    }
+}
+
+// ---- The head ----
+
+[[noreturn]] void FailPunctuation(const Parser& p)
+{
+    if (p.AtEnd()) Fail(2492, "missing end of equation");
+    Fail(2029, "unexpected punctuation '%c'", p.Peek());
+}
+
+// One name between the parentheses of the head.
+void AddHeadVariable(Parser& p, const std::vector<EqnVariable>& candidates, Slice name)
+{
+    *p.place = name.at;
+    const std::string_view word = p.text.substr(name.at, name.length);
+    for (const EqnVariable& known : p.eqn.variables)
+        if (known.name == word) Fail(2030, "repeated variable name");
+    for (size_t i = 1; i < candidates.size(); ++i) {
+        if (candidates[i].name != word) continue;
+        p.eqn.variables.push_back(candidates[i]);
+        p.eqn.sources.push_back(static_cast<int>(i));
+        return;
+    }
+    Fail(
+        2459,
+        "unknown variable '%s' to the left of = in function definition >-cr-(if links are named, remember to use link names instead of parent names)",
+        Copy(p, name).c_str());
+}
+
+// The parameters up to and with ")".  `pending`: a name has been read and a separator must follow.
+void ParseParameters(Parser& p, const std::vector<EqnVariable>& candidates, bool pending)
+{
+    const char* separators = p.eqn.probabilistic && pending ? "|," : ",";
+    while (true) {
+        Stand(p);
+        if (Take(p, ')')) return;
+        if (pending) {
+            if (IsNameStart(p.Peek())) Fail(2027, "missing comma");
+            if (p.AtEnd()) FailPunctuation(p);
+            if (strchr(separators, p.Peek()) == nullptr) Fail(2028, "unexpected punctuation '%c'", p.Peek());
+            const bool bar = p.Peek() == '|';
+            ++p.at;
+            separators = ",";
+            Stand(p);
+            if (bar && Take(p, ')')) return;
+        }
+        const Slice name = ReadName(p);
+        if (name.length == 0) FailPunctuation(p);
+        AddHeadVariable(p, candidates, name);
+        pending = true;
+    }
+}
+
+// A node may itself be called P: then the text is probabilistic if it is named again inside.
+bool IsProbabilisticHead(const Parser& start, const std::string& output)
+{
+    Parser p = start;
+    const Slice name = ReadName(p);
+    if (p.text.substr(name.at, name.length) != "P") return false;
+    if (output != "P") return true;
+    if (!Take(p, '(')) return false;
+    const Slice inner = ReadName(p);
+    return p.text.substr(inner.at, inner.length) == "P";
+}
+
+void ParseHead(Parser& p, const std::vector<EqnVariable>& candidates)
+{
+    const EqnVariable& output = candidates.front();
+    p.eqn.probabilistic = IsProbabilisticHead(p, output.name);
+    p.eqn.variables.push_back(output);
+    p.eqn.sources.push_back(0);
+    const auto check_output = [&](Slice name) {
+        *p.place = name.at;
+        const std::string_view word = p.text.substr(name.at, name.length);
+        if (word != output.name && (p.eqn.probabilistic || word != "f"))
+            Fail(2460, "'%s' is not the correct name for the output variable", Copy(p, name).c_str());
+    };
+    Slice name = ReadName(p);
+    if (!p.eqn.probabilistic) check_output(name);
+    Stand(p);
+    if (!Take(p, '(')) Fail(2026, "missing open parenthesis in function declaration");
+    if (p.eqn.probabilistic) {
+        name = ReadName(p);
+        check_output(name);
+    }
+    ParseParameters(p, candidates, p.eqn.probabilistic);
+    Stand(p);
+    if (!Take(p, '=')) Fail(2031, "missing '=' in function definition");
+    Stand(p);
+    if (p.AtEnd()) Fail(2494, "missing equation after '=' symbol in function definition");
+}
+
+void CheckSize(std::string_view text, int* place)
+{
+    *place = 0;
+    if (text.size() > kMaxEqnText)
+        Fail(6402, "equation is too long (%lld characters, but at most %d are allowed)",
+             static_cast<long long>(text.size()), kMaxEqnText);
+}
+
+void ParseBody(Parser& p)
+{
+    p.eqn.root = ParseExpr(p, nullptr, {});
+    Stand(p);
+    if (!p.AtEnd()) Fail(2033, "character '%s' unexpected", CharHere(p).c_str());
+    CheckEquation(p.eqn, p.place);
+}
+
+}  // namespace
+
+Equation ParseEquation(std::string_view text, const std::vector<EqnVariable>& candidates, int* place)
+{
+    int unused;
+    if (place == nullptr) place = &unused;
+    CheckSize(text, place);
+    Equation eqn;
+    eqn.text = text;
+    Parser p{eqn, eqn.text, 0, 0, place};
+    ParseHead(p, candidates);
+    ParseBody(p);
+    return eqn;
+}
+
+Equation ParseFormula(std::string_view text, const std::vector<EqnVariable>& variables, int* place)
+{
+    int unused;
+    if (place == nullptr) place = &unused;
+    CheckSize(text, place);
+    Equation eqn;
+    eqn.text = text;
+    eqn.has_output = false;
+    eqn.variables = variables;
+    for (size_t i = 0; i < variables.size(); ++i) eqn.sources.push_back(static_cast<int>(i));
+    Parser p{eqn, eqn.text, 0, 0, place};
+    ParseBody(p);
+    return eqn;
+}
+
+}  // namespace talora
