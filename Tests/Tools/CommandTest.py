@@ -575,29 +575,6 @@ class MessagesTest(unittest.TestCase):
         self.assertIs(json.loads(output)["ok"], False)
 
 
-class DocumentsTest(unittest.TestCase):
-    def test_commands_of_the_read_me_work(self):
-        lines = [line.split("./run ", 1)[1] for line in (ROOT / "README.md").read_text().splitlines()
-                 if re.match(r"    (\$ )?\./run [a-z]", line)]
-        lines = [line for line in lines if not line.startswith("installs")]
-        self.assertGreater(len(lines), 5)
-        with tempfile.TemporaryDirectory() as folder:  # some lines write files
-            pathlib.Path(folder, "Examples").symlink_to(EXAMPLES)
-            for line in lines:
-                with self.subTest(line=line):
-                    done = subprocess.run([COMMAND, *line.split()], cwd=folder, stdin=subprocess.DEVNULL,
-                                          capture_output=True)
-                    self.assertEqual((done.returncode, done.stderr), (0, b""))
-
-    def test_files_named_are_there(self):
-        for page in [ROOT / "README.md", ROOT / "CONTRIBUTING.md", *(ROOT / "Docs").glob("*.md")]:
-            text = page.read_text()
-            names = [page.parent / link.partition("#")[0] for link in re.findall(r"\]\(([^):]+)\)", text)]
-            names += [ROOT / name for name in re.findall(r"`((?:Src|Include|Tools|Tests|Scripts|Docs)/[\w/-]+\.\w+)`", text)]
-            for name in names:
-                self.assertTrue(name.exists(), f"{page.name}: {name}")
-
-
 class CorpusTest(unittest.TestCase):
     NETS = ["asia", "cancer", "earthquake", "survey", "sachs", "child", "insurance", "alarm", "win95pts", "hepar2"]
 

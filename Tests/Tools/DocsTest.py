@@ -244,9 +244,12 @@ class DocsTest(unittest.TestCase):
             print(f"{skipped} examples in Python skipped: {reason}", file=sys.stderr)
 
     def test_links(self):
-        """Every link to a file leads somewhere, and so does every place in a page that is linked to."""
+        """Every link to a file leads somewhere, and so does every place in a page that is linked to; every
+        source file that is named exists."""
         for path in [ROOT / "README.md", ROOT / "CONTRIBUTING.md"] + sorted((ROOT / "Docs").rglob("*.md")):
             text = FENCE.sub("", path.read_text(encoding="utf-8"))
+            for name in re.findall(r"`((?:Src|Include|Tools|Tests|Scripts|Docs)/[\w/-]+\.\w+)`", text):
+                self.assertTrue((ROOT / name).exists(), f"{path.name}: {name}")
             for target in re.findall(r"(?<!`)\]\(([^)\s]+)\)", text):
                 if re.match(r"https?:", target):
                     continue
