@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Lists the functions of the public header that the Python package cannot reach, with the reason where there
+"""Lists the functions of the interface that the Python package cannot reach, with the reason where there
 is one; fails if one has none."""
 
 import pathlib
@@ -29,9 +29,8 @@ NOT_NEEDED = {
 
 
 def main():
-    header = (ROOT / "Include/Talora.h").read_text()
-    header = re.sub(r"/\*.*?\*/", "", header, flags=re.S)
-    declared = re.findall(r"TALORA_API[^;]*?\b(\w+_(?:bn|vx|cs))\s*\(", header)
+    listed = (ROOT / "Src/Talora/ApiFunctions.inc").read_text()
+    declared = re.findall(r"^TALORA_FUNCTION\((\w+)", listed, flags=re.M)
     used = "".join(path.read_text() for path in (ROOT / "Python/Src").glob("*.*"))
     missing = [name for name in declared if not re.search(rf"\b{name}\b", used)]
     for name in missing:

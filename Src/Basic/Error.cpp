@@ -402,57 +402,10 @@ report_vx* Report(const ReportArgs& args, const char* format, ...)
     return record;
 }
 
-// The short forms differ only in what they put into ReportArgs.
-#define TALORA_REPORT(...)                                    \
-    va_list values;                                           \
-    va_start(values, format);                                 \
-    report_vx* record = ReportV(__VA_ARGS__, format, values); \
-    va_end(values)
-
-void Fail(int number, const char* format, ...)
-{
-    TALORA_REPORT({.number = number});
-    throw Unwind{record};
-}
-
-void FailWith(uint32_t conditions, int number, const char* format, ...)
-{
-    TALORA_REPORT(ReportArgs{.number = number, .conditions = conditions});
-    throw Unwind{record};
-}
-
-void FailAt(const FilePlace& place, int number, const char* format, ...)
-{
-    TALORA_REPORT(ReportArgs{.number = number, .place = place});
-    throw Unwind{record};
-}
-
-report_vx* Warn(int number, const char* format, ...)
-{
-    TALORA_REPORT(ReportArgs{.severity = WARNING_SEV, .number = number});
-    return record;
-}
-
-report_vx* WarnAt(const FilePlace& place, int number, const char* format, ...)
-{
-    TALORA_REPORT(ReportArgs{.severity = WARNING_SEV, .number = number, .place = place});
-    return record;
-}
-
-report_vx* Notice(int number, const char* format, ...)
-{
-    TALORA_REPORT(ReportArgs{.severity = NOTICE_SEV, .number = number});
-    return record;
-}
-
-#undef TALORA_REPORT
-
 void FailInternal(const char* condition, const char* file, int line)
 {
     const char* name = strrchr(file, '/');
-    report_vx* record = Report({.severity = INTERNAL_SEV, .number = 5624},
-                               "assertion failed: %s (%s, line %d)", condition, name ? name + 1 : file, line);
-    throw Unwind{record};
+    throw Unwind{Raise<5624>(condition, name ? name + 1 : file, line)};
 }
 
 void FailOutOfMemory(const char* format, ...)

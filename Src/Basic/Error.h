@@ -1,7 +1,7 @@
-// Error records: how anything that goes wrong is told.
+// Error records: how anything that goes wrong is reported.
 //
-// A failure is one line where it happens: Fail (number, "text", ...) formats the message,
-// adds a record to the calling thread's list and unwinds to the entry frame of the interface
+// A failure is one line where it happens: Fail<3300>(state, num_states - 1) formats message 3300 of
+// Messages.inc, adds a record to the calling thread's list and unwinds to the entry frame of the interface
 // function, which returns its preset failure value.  Warn and Notice add a record and return.
 // Numbers are written positive here and stored negative.
 //
@@ -19,6 +19,7 @@
 #include <cstdint>
 #include <string>
 
+#include "Basic/FormatCheck.h"
 #include "Basic/Handle.h"
 
 #define TALORA_PRINTF(format_index, first_argument) \
@@ -73,13 +74,6 @@ struct OutOfMemory {
     char message[kMessageBytes];
 };
 
-[[noreturn]] void Fail(int number, const char* format, ...) TALORA_PRINTF(2, 3);
-[[noreturn]] void FailWith(uint32_t conditions, int number, const char* format, ...) TALORA_PRINTF(3, 4);
-[[noreturn]] void FailAt(const FilePlace& place, int number, const char* format, ...) TALORA_PRINTF(3, 4);
-report_vx* Warn(int number, const char* format, ...) TALORA_PRINTF(2, 3);
-report_vx* WarnAt(const FilePlace& place, int number, const char* format, ...) TALORA_PRINTF(3, 4);
-report_vx* Notice(int number, const char* format, ...) TALORA_PRINTF(2, 3);
-
 // An inconsistency of our own: severity "internal error" with the condition and its place.
 [[noreturn]] void FailInternal(const char* condition, const char* file, int line);
 #define TALORA_CHECK(condition) \
@@ -109,8 +103,79 @@ struct ReportArgs {
     FixStatus fix = ERR_OKAY;
     report_vx* parent = nullptr;  // becomes a sub-error of this record
 };
+// A record with a text of its own, for messages that come from a front end.
 report_vx* ReportV(const ReportArgs& args, const char* format, va_list values);
 report_vx* Report(const ReportArgs& args, const char* format, ...) TALORA_PRINTF(2, 3);
+
+// ---- Raising a message of Messages.inc ----
+
+// The row of a message, as constants.
+template <int number, int form = 0>
+struct MessageRow;
+#define TALORA_MESSAGE(number, severity, text) TALORA_MESSAGE_FORM(number, 0, severity, text)
+#define TALORA_MESSAGE_FORM(number, form, severity, text)     \
+    template <>                                               \
+    struct MessageRow<number, form> {                         \
+        static constexpr Severity kSeverity = severity##_SEV; \
+        static constexpr char kText[] = text;                 \
+    };
+#include "Basic/Messages.inc"
+#undef TALORA_MESSAGE
+#undef TALORA_MESSAGE_FORM
+
+// Adds the record; what it says besides number, severity and text is taken from `more`.
+template <int number, int form = 0, class... Args>
+report_vx* RaiseWith(ReportArgs more, Args... values)
+{
+    using Row = MessageRow<number, form>;
+    static_assert(FitsFormat<Args...>(Row::kText), "the arguments do not fit the text in Messages.inc");
+    more.severity = Row::kSeverity;
+    more.number = number;
+    return Report(more, Row::kText, values...);
+}
+
+template <int number, int form = 0, class... Args>
+report_vx* Raise(Args... values)
+{
+    return RaiseWith<number, form>({}, values...);
+}
+
+template <int number, int form = 0, class... Args>
+[[noreturn]] void Fail(Args... values)
+{
+    static_assert(MessageRow<number, form>::kSeverity == ERROR_SEV);
+    throw Unwind{RaiseWith<number, form>({}, values...)};
+}
+template <int number, int form = 0, class... Args>
+[[noreturn]] void FailWith(uint32_t conditions, Args... values)
+{
+    static_assert(MessageRow<number, form>::kSeverity == ERROR_SEV);
+    throw Unwind{RaiseWith<number, form>({.conditions = conditions}, values...)};
+}
+template <int number, int form = 0, class... Args>
+[[noreturn]] void FailAt(const FilePlace& place, Args... values)
+{
+    static_assert(MessageRow<number, form>::kSeverity == ERROR_SEV);
+    throw Unwind{RaiseWith<number, form>({.place = place}, values...)};
+}
+template <int number, int form = 0, class... Args>
+report_vx* Warn(Args... values)
+{
+    static_assert(MessageRow<number, form>::kSeverity == WARNING_SEV);
+    return RaiseWith<number, form>({}, values...);
+}
+template <int number, int form = 0, class... Args>
+report_vx* WarnAt(const FilePlace& place, Args... values)
+{
+    static_assert(MessageRow<number, form>::kSeverity == WARNING_SEV);
+    return RaiseWith<number, form>({.place = place}, values...);
+}
+template <int number, int form = 0, class... Args>
+report_vx* Notice(Args... values)
+{
+    static_assert(MessageRow<number, form>::kSeverity == NOTICE_SEV);
+    return RaiseWith<number, form>({}, values...);
+}
 
 // ---- The calling thread's list ----
 

@@ -160,19 +160,14 @@ void Tokenizer::SkipComment()
     if (start[1] == '*') {
         const std::string_view rest(at_, static_cast<size_t>(end_ - at_));
         const size_t close = rest.find("*/");
-        if (close == std::string_view::npos)
-            FailAt(PlaceOf(static_cast<size_t>(start - begin_)), 4091,
-                   "unterminated comment, starting with '/*'");
+        if (close == std::string_view::npos) FailAt<4091>(PlaceOf(static_cast<size_t>(start - begin_)));
         at_ += close + 2;
         return;
     }
     for (int depth = 1; depth > 0;) {
-        if (at_ >= end_)
-            FailAt(PlaceOf(static_cast<size_t>(start - begin_)), 4092,
-                   "unterminated comment, starting with '/#'");
+        if (at_ >= end_) FailAt<4092>(PlaceOf(static_cast<size_t>(start - begin_)));
         if (at_[0] == '/' && at_[1] == '#') {
-            if (++depth > kMaxCommentDepth)
-                FailAt(PlaceOf(At()), 3339, "nested comments '/#' more than 32 deep");
+            if (++depth > kMaxCommentDepth) FailAt<3339>(PlaceOf(At()));
             at_ += 2;
         } else if (at_[0] == '#' && at_[1] == '/') {
             --depth;
@@ -189,9 +184,7 @@ std::string_view Tokenizer::ReadWord()
     const char* const word_end = WordEnd(at_, end_);
     const std::string_view word(at_, static_cast<size_t>(word_end - at_));
     token_ = at_;
-    if (word.size() > kMaxWord)
-        FailAt(Place(), 4102, "word '%.40s...' is too long (%zu characters, maximum is %zu)", word.data(),
-               word.size(), kMaxWord);
+    if (word.size() > kMaxWord) FailAt<4102>(Place(), word.data(), word.size(), kMaxWord);
     at_ = word_end;
     return word;
 }
@@ -258,10 +251,8 @@ std::string Tokenizer::ReadQuoted()
         const char* run = p;
         while (p < end_ && *p != '"' && *p != '\\' && *p != '\r') ++p;
         out.append(run, p);
-        if (out.size() > kMaxQuoted)
-            FailAt(Place(), 4103, "quoted string is too long (maximum is %zu characters), starting",
-                   kMaxQuoted);
-        if (p >= end_) FailAt(Place(), 4101, "unterminated quote (\"), starting");
+        if (out.size() > kMaxQuoted) FailAt<4103>(Place(), kMaxQuoted);
+        if (p >= end_) FailAt<4101>(Place());
         const char c = *p++;
         if (c == '"') break;
         if (c == '\\')
@@ -321,13 +312,12 @@ void Tokenizer::FailNumber(std::string_view word)
         for (++i; i < word.size() && (static_cast<unsigned char>(word[i]) & 0xC0) == 0x80 && code < 0x4000;
              ++i)
             code = code << 6 | (static_cast<unsigned char>(word[i]) & 0x3F);
-        FailAt(Place(), 2677, "not a valid number, because it contains the character U+%04X", code);
+        FailAt<2677>(Place(), code);
     }
     const std::string shown(word.empty() ? PeekText() : std::string(word.substr(0, 40)));
     const char first = shown.empty() ? ' ' : shown[0];
-    if (IsDigit(first) || first == '+' || first == '-' || first == '.')
-        FailAt(Place(), 4001, "'%.40s' is not a valid number", shown.c_str());
-    FailAt(Place(), 4002, "there is not a valid number starting with '%.40s'", shown.c_str());
+    if (IsDigit(first) || first == '+' || first == '-' || first == '.') FailAt<4001>(Place(), shown.c_str());
+    FailAt<4002>(Place(), shown.c_str());
 }
 
 double Tokenizer::ReadReal()
@@ -404,14 +394,13 @@ void Tokenizer::SkipValue()
         if (at_ >= end_) return;
         if (c == '"') {
             const char* const past = StringEnd(at_, end_);
-            if (past == nullptr) FailAt(PlaceOf(At()), 4146, "unterminated quote (\"), starting");
+            if (past == nullptr) FailAt<4146>(PlaceOf(At()));
             at_ = past;
             continue;
         }
         if (depth == 0 && (c == ';' || c == '}')) return;
         if (c == '(' || c == '{') {
-            if (++depth > kMaxBrackets)
-                FailAt(PlaceOf(At()), 4104, "brackets more than %d deep", kMaxBrackets);
+            if (++depth > kMaxBrackets) FailAt<4104>(PlaceOf(At()), kMaxBrackets);
         } else if ((c == ')' || c == '}') && depth > 0) {
             --depth;
         }
@@ -425,16 +414,15 @@ std::string_view Tokenizer::ReadBody(const char* what)
     const size_t start = At();
     for (int depth = 0;;) {
         const char c = Peek();
-        if (at_ >= end_) FailAt(PlaceOf(start), 2927, "no terminating '}' for %s", what);
+        if (at_ >= end_) FailAt<2927>(PlaceOf(start), what);
         if (c == '"') {
             const char* const past = StringEnd(at_, end_);
-            if (past == nullptr) FailAt(PlaceOf(At()), 4147, "unterminated quote (\"), starting");
+            if (past == nullptr) FailAt<4147>(PlaceOf(At()));
             at_ = past;
             continue;
         }
         if (c == '}' && depth == 0) break;
-        if (c == '{' && ++depth > kMaxBrackets)
-            FailAt(PlaceOf(At()), 4104, "brackets more than %d deep", kMaxBrackets);
+        if (c == '{' && ++depth > kMaxBrackets) FailAt<4104>(PlaceOf(At()), kMaxBrackets);
         if (c == '}') --depth;
         const char* const word_end = WordEnd(at_, end_);
         at_ = word_end > at_ ? word_end : at_ + 1;

@@ -30,9 +30,8 @@ int64_t ParseSeed(const char* text)
     int64_t seed = 0;
     const char* const end = text + strlen(text);
     const auto [stop, problem] = std::from_chars(text, end, seed);
-    if (problem != std::errc() || stop != end) Fail(6404, "value of 'seed' is too large");
-    if (seed < 0 && seed != kClockSeed)
-        Fail(6405, "value of 'seed' must not be negative, but it is %lld", static_cast<long long>(seed));
+    if (problem != std::errc() || stop != end) Fail<6404>();
+    if (seed < 0 && seed != kClockSeed) Fail<6405>(static_cast<long long>(seed));
     return seed;
 }
 
@@ -63,10 +62,7 @@ RecursiveLock& RandomLock()
 // A handler may be called while an equation draws; hence the refusal, as for the locks of a call.
 RandomScope::RandomScope(RecursiveLock* lock) : lock_(lock)
 {
-    if (lock_ != nullptr && !lock_->Enter())
-        Fail(
-            5683,
-            "can't wait for the default random generator, because the thread that is using it is itself waiting for this one");
+    if (lock_ != nullptr && !lock_->Enter()) Fail<5683>();
 }
 
 RandomScope::~RandomScope()

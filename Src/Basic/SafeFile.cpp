@@ -66,7 +66,7 @@ void WriteFully(int file, std::string_view bytes, bool& failed)
 
 [[noreturn]] void FailOpening(const std::string& path)
 {
-    FailWith(FILE_CND, 4031, "couldn't open file '%s' for writing", path.c_str());
+    FailWith<4031>(FILE_CND, path.c_str());
 }
 
 int OpenFile(const std::string& path, int flags)
@@ -137,8 +137,7 @@ void SafeFile::FailWriting()
     file_ = -1;
     if (!temporary_.empty()) file_ops.unlink(temporary_.c_str());
     temporary_.clear();
-    FailWith(FILE_CND, 4032, "disk error writing to file '%s' (is disk full or write protected?)",
-             path_.c_str());
+    FailWith<4032>(FILE_CND, path_.c_str());
 }
 
 void SafeFile::Write(std::string_view bytes)
@@ -168,19 +167,13 @@ void SafeFile::SyncFolder()
     const bool synced = folder >= 0 && (file_ops.fsync(folder) == 0 || errno == EINVAL || errno == ENOTSUP);
     const int reason = errno;
     if (folder >= 0) file_ops.close(folder);
-    if (!synced)
-        Warn(
-            4036,
-            "file '%s' was saved, but its folder could not be synced (OS error %d): should power fail now, the old file may be there again",
-            path_.c_str(), reason);
+    if (!synced) Warn<4036>(path_.c_str(), reason);
 }
 
 InputFile::InputFile(const std::string& path) : path_(path)
 {
     file_ = OpenFile(path, O_RDONLY);
-    if (file_ < 0)
-        FailWith(FILE_CND, 4030, "file '%s' does not exist, or could not be opened for reading",
-                 path.c_str());
+    if (file_ < 0) FailWith<4030>(FILE_CND, path.c_str());
     struct stat info;
     if (::fstat(file_, &info) == 0 && S_ISREG(info.st_mode)) size_hint_ = info.st_size;
 }
@@ -196,16 +189,15 @@ size_t InputFile::Read(char* bytes, size_t count)
         const ssize_t got = file_ops.read(file_, bytes, std::min(count, kMaxCallBytes));
         if (got >= 0) return static_cast<size_t>(got);
         if (errno == EINTR) continue;
-        if (errno == EIO) FailWith(FILE_CND, 4035, "disk error trying to read file '%s'", path_.c_str());
-        FailWith(FILE_CND, 4114, "couldn't read from file %s (OS error %d)", path_.c_str(), errno);
+        if (errno == EIO) FailWith<4035>(FILE_CND, path_.c_str());
+        FailWith<4114>(FILE_CND, path_.c_str(), errno);
     }
 }
 
 void InputFile::GoTo(int64_t position)
 {
     if (::lseek(file_, position, SEEK_SET) < 0)
-        FailWith(FILE_CND, 6502, "can't go to byte %lld of file '%s' (OS error %d)",
-                 static_cast<long long>(position), path_.c_str(), errno);
+        FailWith<6502>(FILE_CND, static_cast<long long>(position), path_.c_str(), errno);
 }
 
 }  // namespace talora

@@ -161,8 +161,7 @@ StreamBytes::StreamBytes(const Stream& stream, bool binary)
     bytes_.resize(std::max<size_t>(static_cast<size_t>(source.SizeHint()), kBlock) + 2);
     while (const size_t got = source.Read(bytes_.data() + used, bytes_.size() - used - 1)) {
         used += got;
-        if (used > kBlock && IsHalted())
-            FailWith(ABORTED_CND, 3605, "user halted reading");  // no end, perhaps
+        if (used > kBlock && IsHalted()) FailWith<3605>(ABORTED_CND);  // no end, perhaps
         if (bytes_.size() - used < 2) bytes_.resize(bytes_.size() * 2);
     }
     bytes_[used] = 0;

@@ -75,8 +75,7 @@ UndoList::~UndoList()
 
 void UndoList::CheckIdle() const
 {
-    if ((has_open_ && group_ == NO_UNDO_GROUP) || is_undoing_)
-        Fail(6306, "can't undo/redo in the middle of an operation");
+    if ((has_open_ && group_ == NO_UNDO_GROUP) || is_undoing_) Fail<6306>();
 }
 
 void UndoList::SetLimits(int count, double memory)
@@ -94,10 +93,7 @@ void UndoList::SetLimits(int count, double memory)
 
 void UndoList::TurnOn()
 {
-    if (count_limit_ == 0 && memory_limit_ == 0)
-        Fail(
-            3595,
-            "can't turn on undoing, because both the number of undos and the amount of undo memory are set to zero");
+    if (count_limit_ == 0 && memory_limit_ == 0) Fail<3595>();
     is_on_ = true;
 }
 
@@ -244,7 +240,7 @@ void UndoList::Keep(UndoStep&& step) noexcept
 void UndoList::OpenGroup(std::string text)
 {
     if (group_depth_ == 0) {
-        if (has_open_) Fail(6301, "can't open an undo group in the middle of an operation");
+        if (has_open_) Fail<6301>();
         Open();
         open_.text = std::move(text);
         group_ = OPEN_UNDO_GROUP;
@@ -254,7 +250,7 @@ void UndoList::OpenGroup(std::string text)
 
 void UndoList::CloseGroup()
 {
-    if (group_depth_ == 0) Fail(6302, "can't close an undo group, because none is open");
+    if (group_depth_ == 0) Fail<6302>();
     if (--group_depth_ > 0) return;
     if (group_ == ABORTED_UNDO_GROUP) {
         committed_ = 0;
@@ -266,7 +262,7 @@ void UndoList::CloseGroup()
 
 void UndoList::AbortGroup()
 {
-    if (group_depth_ == 0) Fail(6303, "can't abort an undo group, because none is open");
+    if (group_depth_ == 0) Fail<6303>();
     group_ = ABORTED_UNDO_GROUP;
     committed_ = 0;
     RollBack(0);
@@ -276,14 +272,12 @@ void UndoList::AbortGroup()
 
 void UndoList::CheckCanWalk(const UndoStep* step) const
 {
-    if (group_ == OPEN_UNDO_GROUP) Fail(6304, "can't undo/redo because an undo group is open");
-    if (group_ == ABORTED_UNDO_GROUP)
-        Fail(6305, "can't undo/redo because an undo group was aborted and is not closed yet");
+    if (group_ == OPEN_UNDO_GROUP) Fail<6304>();
+    if (group_ == ABORTED_UNDO_GROUP) Fail<6305>();
     CheckIdle();
     if (step == nullptr) return;
     for (const auto& record : step->records)
-        if (record->Code() <= 0 || record->Code() >= kNumUndoCodes)
-            Fail(6307, "can't undo/redo because of garbled record (%d)", record->Code());
+        if (record->Code() <= 0 || record->Code() >= kNumUndoCodes) Fail<6307>(record->Code());
 }
 
 bool UndoList::Undo()

@@ -71,112 +71,100 @@ bool NeedsMemory(const char* function)
 void CheckHandle(const environ_vx* env)
 {
     if (!Checks()) return;
-    if (env == nullptr) Fail(5107, "NULL passed for >-Enviro");
-    if (!IsLive(env, ENVIRON_TYPE)) Fail(5146, "deleted or damaged >-Enviro passed");
+    if (env == nullptr) Fail<5107>();
+    if (!IsLive(env, ENVIRON_TYPE)) Fail<5146>();
 }
 
 void CheckHandle(const net_bn* net)
 {
     if (!Checks()) return;
-    if (net == nullptr) Fail(5104, "NULL passed for >-Bnet");
-    if (!IsUsable(net, NET_TYPE)) Fail(5143, "deleted or damaged >-Bnet passed");
-    if (IsRemote(net->env))
-        Fail(
-            5153,
-            "this function doesn't support remote use, but the >-Bnet passed is remote (see the locn argument of >-NewTaloraEnviron_vx)");
+    if (net == nullptr) Fail<5104>();
+    if (!IsUsable(net, NET_TYPE)) Fail<5143>();
+    if (IsRemote(net->env)) Fail<5153>();
 }
 
 void CheckHandle(const node_bn* node)
 {
     if (!Checks()) return;
-    if (node == nullptr) Fail(5105, "NULL passed for >-Bnode");
-    if (WasDeleted(node, NODE_TYPE)) Fail(5184, "deleted >-Bnode passed");
-    if (!IsUsable(node, NODE_TYPE)) Fail(5144, "deleted or damaged >-Bnode passed");
-    if (IsRemote(node->net->env))
-        Fail(
-            5154,
-            "this function doesn't support remote use, but the >-Bnode passed is remote (see the locn argument of >-NewTaloraEnviron_vx)");
+    if (node == nullptr) Fail<5105>();
+    if (WasDeleted(node, NODE_TYPE)) Fail<5184>();
+    if (!IsUsable(node, NODE_TYPE)) Fail<5144>();
+    if (IsRemote(node->net->env)) Fail<5154>();
 }
 
 void CheckHandle(const nodelist_bn* list)
 {
     if (!Checks()) return;
-    if (list == nullptr) Fail(5106, "NULL passed for the >-Bnodes");
-    if (!IsLive(list, NODELIST_TYPE)) Fail(5145, "deleted or damaged >-Bnodes passed");
+    if (list == nullptr) Fail<5106>();
+    if (!IsLive(list, NODELIST_TYPE)) Fail<5145>();
 }
 
 void CheckHandle(const stream_vx* stream)
 {
     if (!Checks()) return;
-    if (stream == nullptr) Fail(5108, "NULL passed for >-FileSpec");
-    if (!IsUsable(stream, STREAM_TYPE)) Fail(5147, "deleted or damaged >-FileSpec passed");
-    if (IsRemote(stream->env))
-        Fail(
-            5156,
-            "this function doesn't support remote use, but the >-FileSpec passed is remote (see the locn argument of >-NewTaloraEnviron_vx)");
+    if (stream == nullptr) Fail<5108>();
+    if (!IsUsable(stream, STREAM_TYPE)) Fail<5147>();
+    if (IsRemote(stream->env)) Fail<5156>();
 }
 
 void CheckHandle(const report_vx* report)
 {
     if (!Checks()) return;
-    if (report == nullptr) Fail(5109, "NULL passed for >-rept");
-    if (!IsLive(report, ERRLOG_TYPE)) Fail(5148, "deleted or damaged >-rept passed");
+    if (report == nullptr) Fail<5109>();
+    if (!IsLive(report, ERRLOG_TYPE)) Fail<5148>();
 }
 
 void CheckHandle(const randgen_vx* generator)
 {
     if (!Checks()) return;
-    if (generator == nullptr) Fail(6419, "NULL passed for >-RandGen");
-    if (!IsUsable(generator, RANDGEN_TYPE)) Fail(6420, "deleted or damaged >-RandGen passed");
+    if (generator == nullptr) Fail<6419>();
+    if (!IsUsable(generator, RANDGEN_TYPE)) Fail<6420>();
 }
 
 void CheckHandle(const caseset_cs* cases)
 {
     if (!Checks()) return;
-    if (cases == nullptr) Fail(6500, "NULL passed for the >-caseset_cs");
-    if (!IsUsable(cases, CASESET_TYPE)) Fail(6501, "deleted or damaged >-caseset_cs passed");
+    if (cases == nullptr) Fail<6500>();
+    if (!IsUsable(cases, CASESET_TYPE)) Fail<6501>();
 }
 
 void CheckHandle(const dbmgr_cs* manager)
 {
     if (!Checks()) return;
-    if (manager == nullptr) Fail(6720, "NULL passed for >-DBmgr");
-    if (!IsUsable(manager, DBMGR_TYPE)) Fail(6721, "deleted or damaged >-DBmgr passed");
+    if (manager == nullptr) Fail<6720>();
+    if (!IsUsable(manager, DBMGR_TYPE)) Fail<6721>();
 }
 
 void CheckHandle(const learner_bn* learner)
 {
     if (!Checks()) return;
-    if (learner == nullptr) Fail(6580, "NULL passed for >-learner_bn");
-    if (!IsUsable(learner, LEARNER_TYPE)) Fail(6581, "deleted or damaged >-learner_bn passed");
+    if (learner == nullptr) Fail<6580>();
+    if (!IsUsable(learner, LEARNER_TYPE)) Fail<6581>();
 }
 
 void CheckHandle(const tester_bn* tester)
 {
     if (!Checks()) return;
-    if (tester == nullptr) Fail(6730, "argument 'test' is NULL (i.e. 0)");
-    if (!IsUsable(tester, TESTER_TYPE)) Fail(6731, "deleted or damaged tester_bn passed");
+    if (tester == nullptr) Fail<6730>();
+    if (!IsUsable(tester, TESTER_TYPE)) Fail<6731>();
 }
 
 void CheckHandle(const sensv_bn* sensv)
 {
     if (!Checks()) return;
-    if (sensv == nullptr) Fail(6780, "NULL passed for >-Sensv");
-    if (!IsUsable(sensv, SENSV_TYPE)) Fail(6781, "deleted or damaged >-Sensv passed");
+    if (sensv == nullptr) Fail<6780>();
+    if (!IsUsable(sensv, SENSV_TYPE)) Fail<6781>();
 }
 
 void CheckEnviron(const environ_vx* env)
 {
-    if (env == nullptr) Fail(5626, "memory system (or environment) is uninitialized or has been closed");
-    if (!IsLive(env, ENVIRON_TYPE)) Fail(5146, "deleted or damaged >-Enviro passed");
+    if (env == nullptr) Fail<5626>();
+    if (!IsLive(env, ENVIRON_TYPE)) Fail<5146>();
 }
 
 void CheckLocal(const environ_vx& env)
 {
-    if (env.remote)
-        Fail(
-            5155,
-            "this function doesn't support remote use, but the >-Enviro passed is remote (see the locn argument of >-NewTaloraEnviron_vx)");
+    if (env.remote) Fail<5155>();
 }
 
 bool WasClosed(const environ_vx* env)
@@ -190,18 +178,15 @@ void CheckListEntries(const nodelist_bn* list)
     bool of_several_nets = false;  // which no function works on, and which are not all locked
     for (size_t i = 0; i < list->nodes.size(); ++i) {
         const node_bn* node = list->nodes[i];
-        if (node == nullptr) Fail(5150, ">-Bnodes passed contains a NULL (entry %d)", int(i));
+        if (node == nullptr) Fail<5150>(int(i));
         const RecursiveLock* lock = LockOf(node);
         if (first == nullptr) first = lock;
         if (lock != nullptr && (IsLocked(lock) || of_several_nets)) {
             of_several_nets |= lock != first;
             continue;
         }
-        if (WasDeleted(node, NODE_TYPE))
-            Fail(5152, ">-Bnodes passed contains a deleted >-Bnode (the %s one)",
-                 Ordinal(int64_t(i) + 1).c_str());
-        Fail(5151, ">-Bnodes passed contains a deleted or damaged >-Bnode (the %s one)",
-             Ordinal(int64_t(i) + 1).c_str());
+        if (WasDeleted(node, NODE_TYPE)) Fail<5152>(Ordinal(int64_t(i) + 1).c_str());
+        Fail<5151>(Ordinal(int64_t(i) + 1).c_str());
     }
 }
 
@@ -213,18 +198,14 @@ bool IsAtWork(const net_bn& net)
 
 void FailAtWork()
 {
-    Fail(
-        5682,
-        "an object passed can't be changed or deleted from within a handler, because the function that called the handler is still working on it");
+    Fail<5682>();
 }
 
 net_bn& NetOfAll(const nodelist_bn* list)
 {
     const node_bn* first = list->nodes[0];
     for (const node_bn* node : list->nodes)
-        if (node->net != first->net)
-            Fail(6881, ">-node-s '%s' and '%s' are in different >-net-s", first->name.c_str(),
-                 node->name.c_str());
+        if (node->net != first->net) Fail<6881>(first->name.c_str(), node->name.c_str());
     return *first->net;
 }
 
@@ -307,13 +288,13 @@ environ_vx* EnvironOf(const sensv_bn* sensv)
 
 std::string NameArgument(const char* name, const char* argument, bool allow_star)
 {
-    if (name == nullptr) Fail(5114, "NULL passed for name");
+    if (name == nullptr) Fail<5114>();
     const std::string where = IsWide(name) ? "in argument '" + std::string(argument) + "', " : "";
     std::string text = NarrowText(name);
-    if (text.empty()) Fail(5142, "empty string passed for name");
+    if (text.empty()) Fail<5142>();
     std::string reason;
     if (CheckingLevel() >= CHECK_VALUES && CheckName(name, allow_star, &reason) != 0)
-        Fail(5118, "%sname string passed is bad because %s", where.c_str(), reason.c_str());
+        Fail<5118>(where.c_str(), reason.c_str());
     return text;
 }
 
@@ -325,9 +306,7 @@ std::string TextArgument(const char* text)
 void CheckNoOptions(const char* options)
 {
     if (TextLength(options) == 0) return;
-    Fail(5627,
-         "argument 'options' must be empty or null (0) with this version of >-Talora, but it is:  %.80s",
-         NarrowText(options).c_str());
+    Fail<5627>(NarrowText(options).c_str());
 }
 
 uint32_t OptionsArgument(const char* options, std::initializer_list<const char*> allowed)
@@ -343,8 +322,7 @@ uint32_t OptionsArgument(const char* options, std::initializer_list<const char*>
         if (found == allowed.end()) {
             std::string words;
             for (const char* option : allowed) words += (words.empty() ? "" : ", ") + std::string(option);
-            Fail(5628, "in argument 'options', '%.80s' is not an option of this function (they are: %s)",
-                 word.c_str(), words.c_str());
+            Fail<5628>(word.c_str(), words.c_str());
         }
         given |= 1u << (found - allowed.begin());
         at = end;
@@ -413,10 +391,7 @@ EntryFrame::~EntryFrame()
 
 void EntryFrame::CheckLocks() const
 {
-    if (is_refused_)
-        Fail(
-            5681,
-            "can't wait for another thread that is using an object passed, because that thread is itself waiting for this one to leave the function that called the handler");
+    if (is_refused_) Fail<5681>();
     if (is_at_work_) FailAtWork();
 }
 
@@ -424,9 +399,8 @@ void EntryFrame::CheckReady()
 {
     const ThreadState& thread = ThisThread();
     if (thread.env && thread.env->state != READY_ENV) {
-        if (thread.env->state == CLOSED_ENV)
-            Fail(5626, "memory system (or environment) is uninitialized or has been closed");
-        Fail(5625, "This function was called before Talora finished initialization, or while it was closing");
+        if (thread.env->state == CLOSED_ENV) Fail<5626>();
+        Fail<5625>();
     }
     if (MemoryAvailable() < kLeastMemory && NeedsMemory(thread.function))
         FailOutOfMemory("left to even start function >-%s",
@@ -449,7 +423,7 @@ void EntryFrame::RecordException() noexcept
     } catch (const std::bad_alloc&) {
         ReportOutOfMemory("not enough memory for this operation (see LimitMemoryUsage_vx)");
     } catch (...) {
-        Report({.number = 5621}, "unhandled system-level fault");
+        Raise<5621>();
     }
     RollBackCall(undo_mark_);
     ThisThread().failed = true;

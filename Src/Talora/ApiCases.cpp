@@ -38,13 +38,11 @@ const char* CharWord(int c)
 std::vector<Node*> OneNet(const nodelist_bn& list)
 {
     CheckListEntries(&list);
-    if (list.nodes.empty()) Fail(6541, "argument 'nodes' is an empty list");
+    if (list.nodes.empty()) Fail<6541>();
     std::vector<char> seen(list.nodes[0]->net->nodes.nodes.size());
     std::vector<Node*> nodes;
     for (Node* node : list.nodes) {
-        if (node->net != list.nodes[0]->net)
-            Fail(6542, ">-Bnodes '%s' and '%s' of argument 'nodes' are not in the same >-Bnet",
-                 list.nodes[0]->name.c_str(), node->name.c_str());
+        if (node->net != list.nodes[0]->net) Fail<6542>(list.nodes[0]->name.c_str(), node->name.c_str());
         if (!std::exchange(seen[static_cast<size_t>(node->index)], 1)) nodes.push_back(node);
     }
     return nodes;
@@ -54,18 +52,15 @@ std::vector<Node*> OneNet(const nodelist_bn& list)
 int64_t PositionArgument(double position)
 {
     if (position == NEXT_CASE_POSN) return kNextCase;
-    if (position < 0) Fail(6543, "the case position argument is less than 0 (it is %g)", position);
-    if (!(position < NEXT_CASE_POSN) || position != std::floor(position))
-        Fail(6544, "the case position argument is no position (it is %g)", position);
+    if (position < 0) Fail<6543>(position);
+    if (!(position < NEXT_CASE_POSN) || position != std::floor(position)) Fail<6544>(position);
     return static_cast<int64_t>(position);
 }
 
 const CaseSource& SourceArgument(const Caseset& cases, int index)
 {
     const int count = static_cast<int>(cases.sources.size());
-    if (index < 0 || index >= count)
-        Fail(6545, "argument 'index' is %d, but >-caseset_cs '%s' has %d sources, counted from 0", index,
-             cases.name.c_str(), count);
+    if (index < 0 || index >= count) Fail<6545>(index, cases.name.c_str(), count);
     return cases.sources[static_cast<size_t>(index)];
 }
 
@@ -88,8 +83,7 @@ void AddFileToCaseset_cs(caseset_cs* cases, const stream_vx* file, double degree
     CallApi(__func__, With(cases, file), [&] {
         CheckHandle(file);
         const bool skips_misfits = OptionsArgument(options, {"SkipMisfits"}) != 0;
-        if (!std::isfinite(degree) || IsUndef(degree) || degree < 0)
-            Fail(6528, "argument 'degree' is %g (it must be 0 or more, and finite)", degree);
+        if (!std::isfinite(degree) || IsUndef(degree) || degree < 0) Fail<6528>(degree);
         AddFileToCaseset(*cases, *file, degree, skips_misfits);
     });
 }
@@ -139,14 +133,9 @@ int SetCaseFileDelimChar_vx(int newchar, environ_vx* env)
     return CallEnviron(__func__, env, -1, [&](environ_vx& the_env) {
         const int old = static_cast<unsigned char>(the_env.case_delimiter);
         if (newchar == QUERY_CASE_CHAR) return old;
-        if (newchar != ',' && newchar != ' ' && newchar != '\t')
-            Fail(6546, "argument 'newchar' should be a comma, a space or a tab (it is %d)", newchar);
+        if (newchar != ',' && newchar != ' ' && newchar != '\t') Fail<6546>(newchar);
         const bool needs_comma = the_env.missing_char == 0 || the_env.missing_char == ' ';
-        if (newchar != ',' && needs_comma)
-            Fail(
-                6547,
-                "argument 'newchar' should be a comma (it is %s), unless the missing data symbol is not a space or absent (it is %s)",
-                CharWord(newchar), CharWord(the_env.missing_char));
+        if (newchar != ',' && needs_comma) Fail<6547>(CharWord(newchar), CharWord(the_env.missing_char));
         the_env.case_delimiter = static_cast<char>(newchar);
         return old;
     });
@@ -158,12 +147,9 @@ int SetMissingDataChar_vx(int newchar, environ_vx* env)
         const int old = static_cast<unsigned char>(the_env.missing_char);
         if (newchar == QUERY_CASE_CHAR) return old;
         if (newchar != 0 && newchar != ' ' && newchar != '*' && newchar != '?' && newchar != '-')
-            Fail(6548, "argument 'newchar' should be 0, a space, '*', '?' or '-' (it is %d)", newchar);
+            Fail<6548>(newchar);
         if ((newchar == 0 || newchar == ' ') && the_env.case_delimiter != ',')
-            Fail(
-                6549,
-                "argument 'newchar' cannot be absent (0) or a space (it is %s), unless the delimeter is a comma (it is %s)",
-                CharWord(newchar), CharWord(the_env.case_delimiter));
+            Fail<6549>(CharWord(newchar), CharWord(the_env.case_delimiter));
         the_env.missing_char = static_cast<char>(newchar);
         return old;
     });
@@ -173,10 +159,9 @@ double WriteNetFindings_bn(const nodelist_bn* nodes, stream_vx* file, int64_t ID
 {
     return CallApi(__func__, With(nodes, EntriesOf(nodes), file), NO_CASE_POSN, [&] {
         CheckHandle(file);
-        if (ID_num < -1)
-            Fail(6550, "argument 'ID_num' is less than -1 (it is %lld)", static_cast<long long>(ID_num));
-        if (!(freq >= 0) && freq != kNoFreq) Fail(6551, "argument 'freq' is less than 0 (it is %g)", freq);
-        if (!std::isfinite(freq)) Fail(6552, "argument 'freq' is not finite (it is %g)", freq);
+        if (ID_num < -1) Fail<6550>(static_cast<long long>(ID_num));
+        if (!(freq >= 0) && freq != kNoFreq) Fail<6551>(freq);
+        if (!std::isfinite(freq)) Fail<6552>(freq);
         return static_cast<double>(AppendFindings(*file, OneNet(*nodes), ID_num, freq));
     });
 }
@@ -184,9 +169,7 @@ double WriteNetFindings_bn(const nodelist_bn* nodes, stream_vx* file, int64_t ID
 double FindCasePosition_cs(const stream_vx* file, int64_t case_number)
 {
     return CallApi(__func__, file, NO_CASE_POSN, [&] {
-        if (case_number < 1)
-            Fail(6555, "argument 'case_number' is %lld, but cases are counted from 1",
-                 static_cast<long long>(case_number));
+        if (case_number < 1) Fail<6555>(static_cast<long long>(case_number));
         return static_cast<double>(FindCase(*file, case_number));
     });
 }
@@ -198,10 +181,9 @@ bool_vx ReadNetFindings2_bn(double* case_posn, stream_vx* file, int add, const n
     if (freq != nullptr) *freq = UndefDbl();
     return CallApi(__func__, With(nodes, EntriesOf(nodes), file), bool_vx{0}, [&]() -> bool_vx {
         CheckHandle(file);
-        if (case_posn == nullptr) Fail(6553, "argument 'case_posn' is NULL");
+        if (case_posn == nullptr) Fail<6553>();
         const int64_t position = PositionArgument(*case_posn);
-        if (add < DONT_ADD_NEW || add > QUIETLY_ADD_NEW)
-            Fail(6554, "argument 'add' is %d, which is no way of adding >-Bnodes", add);
+        if (add < DONT_ADD_NEW || add > QUIETLY_ADD_NEW) Fail<6554>(add);
         const std::vector<Node*> wanted = OneNet(*nodes);
         const FoundCase found =
             ReadFindings(*file, *wanted[0]->net, wanted, position, static_cast<AddMode>(add));

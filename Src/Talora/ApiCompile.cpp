@@ -11,8 +11,7 @@ namespace {
 void CheckClique(const CompiledNet& compiled, int clique)
 {
     if (clique < 0 || clique >= compiled.tree.num_cliques())
-        Fail(6050, "argument 'clique' is %d, but it should be between 0 and %d inclusive", clique,
-             compiled.tree.num_cliques() - 1);
+        Fail<6050>(clique, compiled.tree.num_cliques() - 1);
 }
 
 const NodeList& CliqueList(Net& net, int clique)
@@ -42,8 +41,7 @@ void OptimizeNetElimOrder_bn(net_bn* net, double seconds, const char* options)
 {
     CallApi(__func__, net, [&] {
         CheckNoOptions(options);
-        if (!(seconds > 0) || seconds > 1e9)
-            Fail(6051, "argument 'seconds' is %g, but it should be above 0 and at most 1e9", seconds);
+        if (!(seconds > 0) || seconds > 1e9) Fail<6051>(seconds);
         OptimizeElimOrder(*net, seconds);
         AutoUpdate(*net);
     });
@@ -82,7 +80,7 @@ double GetNetElimCost_bn(const net_bn* net)
 double SizeCompiledNet_bn(const net_bn* net, int method)
 {
     return CallApi(__func__, net, UndefDbl(), [&] {
-        if (method != 0) Fail(6052, "argument 'method' is %d, but it should be 0", method);
+        if (method != 0) Fail<6052>(method);
         return SizesOf(*net).under_findings;
     });
 }
@@ -124,9 +122,7 @@ int GetCliqueNeighbor_bn(const net_bn* net, int clique, int index)
         const CompiledNet& compiled = NeedCompiled(*net);
         CheckClique(compiled, clique);
         const std::vector<int> joined = JoinedTo(compiled.tree, clique);
-        if (index < 0 || index >= int(joined.size()))
-            Fail(6053, "argument 'index' is %d, but clique %d is joined to %d others", index, clique,
-                 int(joined.size()));
+        if (index < 0 || index >= int(joined.size())) Fail<6053>(index, clique, int(joined.size()));
         return joined[index];
     });
 }

@@ -40,8 +40,7 @@ void AddDBCasesToCaseset_cs(caseset_cs* cases, dbmgr_cs* manager, double degree,
         CheckHandle(manager);
         CheckListEntries(nodes);
         CheckNoOptions(options);
-        if (!(degree >= 0) || degree >= InfinityDbl())
-            Fail(6702, "argument 'degree' must be 0 or more, and finite (it is %g)", degree);
+        if (!(degree >= 0) || degree >= InfinityDbl()) Fail<6702>(degree);
         AddDbCases(*cases, *manager, degree, nodes->nodes,
                    SelectionArgument(column_names, tables, condition));
     });

@@ -19,8 +19,7 @@ Secret PasswordArgument(const char* password)
     if (password == nullptr) return {};
     std::string text = NarrowText(password);
     const WipeAtEnd wipe(text);
-    if (text.empty())
-        Fail(5172, "in argument 'password', the text is empty (pass NULL to remove the password)");
+    if (text.empty()) Fail<5172>();
     return Secret(text);
 }
 
@@ -70,9 +69,7 @@ void SetFileCipher_vx(environ_vx* env, const char* cipher)
     CallEnviron(__func__, env, [&](environ_vx& e) {
         const std::string name = NarrowText(cipher);
         const CipherDef* const found = FindCipher(name);
-        if (found == nullptr)
-            Fail(6855, "in argument 'cipher', '%.80s' is not known (it should be \"AES\" or \"Blowfish\")",
-                 name.c_str());
+        if (found == nullptr) Fail<6855>(name.c_str());
         e.file_cipher = found->letter;
     });
 }
@@ -86,9 +83,7 @@ const char* GetFileCipher_vx(environ_vx* env)
 void SetMaxKeyIterations_vx(environ_vx* env, int iterations)
 {
     CallEnviron(__func__, env, [&](environ_vx& e) {
-        if (iterations < kKeyIterations)
-            Fail(6856, "argument 'iterations' is %d, but it should be between %d and %d inclusive",
-                 iterations, kKeyIterations, INT_MAX);
+        if (iterations < kKeyIterations) Fail<6856>(iterations, kKeyIterations, INT_MAX);
         e.max_key_iterations = iterations;
     });
 }

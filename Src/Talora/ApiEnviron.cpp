@@ -49,11 +49,8 @@ R CallLifeCycle(const char* function, environ_vx* env, char* mesg, R failure, Bo
 void CheckSetting(int number, int setting)
 {
     if (setting == -1 || (setting >= 1 && setting <= 4)) return;
-    if (number == 5529)
-        Fail(5529, "argument 'setting' is %d, but it should be %d or between %d and %d inclusive", setting,
-             -1, 1, 4);
-    Fail(5530, "argument 'setting' is %d, but it should be %d or between %d and %d inclusive", setting, -1, 1,
-         4);
+    if (number == 5529) Fail<5529>(setting, -1, 1, 4);
+    Fail<5530>(setting, -1, 1, 4);
 }
 
 constexpr const char* kFlavorNames[] = {"interface", "programming", "automation", "managed"};
@@ -61,9 +58,7 @@ constexpr const char* kWindowStatus[] = {"Regular", "Hidden", "Minimized", "Maxi
 
 void CheckCoordinate(const char* argument, int value)
 {
-    if (value < -1 || value > 32000)
-        Fail(5633, "argument '%s' is %d, but it should be between 0 and 32000 inclusive (or -1)", argument,
-             value);
+    if (value < -1 || value > 32000) Fail<5633>(argument, value);
 }
 
 }  // namespace
@@ -72,9 +67,7 @@ environ_vx* NewTaloraEnviron_vx(const char* name, const char* locn)
 {
     return CallLifeCycle(__func__, nullptr, nullptr, static_cast<environ_vx*>(nullptr), [&] {
         const std::string where = NarrowText(locn);
-        if (!where.empty() && where != "local" && where != "remote")
-            Fail(5634, "in argument 'locn', '%.80s' should be \"local\" or \"remote\" (or empty)",
-                 where.c_str());
+        if (!where.empty() && where != "local" && where != "remote") Fail<5634>(where.c_str());
         std::string text = NarrowText(name);
         environ_vx* env = NewEnviron();
         env->name = std::move(text);
@@ -86,11 +79,7 @@ environ_vx* NewTaloraEnviron_vx(const char* name, const char* locn)
 int InitTalora2_bn(environ_vx* env, char* mesg)
 {
     return CallLifeCycle(__func__, env, mesg, -1, [&] {
-        if (WasClosed(env))
-            Fail(
-                5631,
-                "Attempt to initialize %s environment (which was closed), without first calling NewTaloraEnviron_vx",
-                kProduct);
+        if (WasClosed(env)) Fail<5631>(kProduct);
         environ_vx* wanted = env ? env : DefaultEnviron();
         CheckEnviron(wanted);
         CopyMessage(mesg, InitEnviron(*wanted));
@@ -101,13 +90,10 @@ int InitTalora2_bn(environ_vx* env, char* mesg)
 int CloseTalora_bn(environ_vx* env, char* mesg)
 {
     return CallLifeCycle(__func__, env, mesg, -1, [&] {
-        if (!IsLive(env, ENVIRON_TYPE))
-            Fail(5635, "Attempt to close %s with an ill formed environ_vx.\n", kProduct);
-        if (ThisThread().depth > 1)
-            Fail(5648, "Not closing %s because user-claimed object won't close.\n", kProduct);
+        if (!IsLive(env, ENVIRON_TYPE)) Fail<5635>(kProduct);
+        if (ThisThread().depth > 1) Fail<5648>(kProduct);
         const EnvironLocks locks(env);
-        if (!IsLive(env, ENVIRON_TYPE))
-            Fail(5635, "Attempt to close %s with an ill formed environ_vx.\n", kProduct);
+        if (!IsLive(env, ENVIRON_TYPE)) Fail<5635>(kProduct);
         CloseEnviron(env);
         ThisThread().env = nullptr;
         if (mesg) snprintf(mesg, MESG_LEN_vx, "Closed %s.\n", kProduct);
@@ -144,18 +130,11 @@ double LimitMemoryUsage_vx(double max_mem, environ_vx* env)
     return CallEnviron(__func__, env, UndefDbl(), [&](environ_vx&) {
         const double before = MemoryLimit();
         if (max_mem == -1) return before;
-        if (!(max_mem >= kLeastMemoryLimit))
-            Fail(
-                5620,
-                "argument 'max_mem' is %g bytes, but it must be %g or greater (or %g to just query) with this version of >-Talora",
-                max_mem, kLeastMemoryLimit, -1.0);
+        if (!(max_mem >= kLeastMemoryLimit)) Fail<5620>(max_mem, kLeastMemoryLimit, -1.0);
         const double in_use = double(MemoryInUse());
         if (max_mem < in_use) {
             const double raised = in_use + kMemoryLeeway;
-            Notice(
-                5636,
-                "argument 'max_mem' is %g bytes, but %g of memory is already being used, so to leave small leeway will set maximum to %g",
-                max_mem, in_use, raised);
+            Notice<5636>(max_mem, in_use, raised);
             SetMemoryLimit(raised);
         } else {
             SetMemoryLimit(max_mem);
@@ -176,14 +155,10 @@ int ControlConcurrency_vx(environ_vx* env, const char* command, const char* valu
     const bool is_outermost = ThisThread().depth == 0;
     const int before = CallEnviron(__func__, env, -1, [&](environ_vx&) {
         const std::string word = NarrowText(command), mode = NarrowText(value);
-        if (word != "mode")
-            Fail(5637, "in argument 'command', '%.80s' is not known (it should be \"mode\")", word.c_str());
+        if (word != "mode") Fail<5637>(word.c_str());
         if (mode.empty()) return int(Concurrency());
-        if (mode.size() != 1 || mode[0] < '0' || mode[0] > '2')
-            Fail(5638, "in argument 'value', '%.80s' should be \"0\", \"1\" or \"2\" (or empty to query)",
-                 mode.c_str());
-        if (!is_outermost)
-            Fail(5639, "in argument 'command', the concurrency mode can't be changed from within a callback");
+        if (mode.size() != 1 || mode[0] < '0' || mode[0] > '2') Fail<5638>(mode.c_str());
+        if (!is_outermost) Fail<5639>();
         wanted = mode[0] - '0';
         return int(Concurrency());
     });
@@ -220,9 +195,7 @@ void SetLanguage_vx(environ_vx* env, const char* language)
 {
     CallEnviron(__func__, env, [&](environ_vx&) {
         const std::string name = NarrowText(language);
-        if (name != "English")
-            Fail(5640, "in argument 'language', '%.80s' is not available (this version has only \"English\")",
-                 name.c_str());
+        if (name != "English") Fail<5640>(name.c_str());
     });
 }
 
@@ -238,10 +211,7 @@ void SetMessageFlavor_vx(environ_vx* env, const char* flavor)
         const std::string name = NarrowText(flavor);
         for (size_t i = 0; i < std::size(kFlavorNames); ++i)
             if (name == kFlavorNames[i]) return void(e.flavor = Flavor(i));
-        Fail(
-            5641,
-            "in argument 'flavor', '%.80s' should be \"programming\", \"interface\", \"automation\" or \"managed\"",
-            name.c_str());
+        Fail<5641>(name.c_str());
     });
 }
 
@@ -255,9 +225,7 @@ int ExecuteScript_vx(environ_vx* env, const char* script)
 {
     return CallEnviron(__func__, env, -1, [&](environ_vx&) {
         const std::string text = NarrowText(script);
-        if (text.find_first_not_of(" \t\r\n") != std::string::npos)
-            Fail(5642, "can't execute script '%.80s', because there is no script interpreter in the engine",
-                 text.c_str());
+        if (text.find_first_not_of(" \t\r\n") != std::string::npos) Fail<5642>(text.c_str());
         return 0;
     });
 }
@@ -283,11 +251,7 @@ void SetAppWindowPosition_vx(environ_vx* env, int left, int top, int width, int 
         const char* found = word.empty() ? e.window.status : nullptr;
         for (const char* known : kWindowStatus)
             if (word == known) found = known;
-        if (found == nullptr)
-            Fail(
-                5643,
-                "in argument 'status', '%.80s' should be \"Regular\", \"Hidden\", \"Minimized\" or \"Maximized\"",
-                word.c_str());
+        if (found == nullptr) Fail<5643>(word.c_str());
         const auto keep = [](int& old, int value) { old = value == -1 ? old : value; };
         keep(e.window.left, left);
         keep(e.window.top, top);
@@ -354,9 +318,6 @@ int TestFaultRecovery_vx(environ_vx* env, const char* test)
         if (name == "exception") throw std::runtime_error("test of fault recovery");
         if (name == "foreign exception") throw 1;
         if (name == "assertion") TALORA_CHECK(name.empty());
-        Fail(
-            5644,
-            "in argument 'test', '%.80s' should be \"out of memory\", \"exception\", \"foreign exception\" or \"assertion\"",
-            name.c_str());
+        Fail<5644>(name.c_str());
     });
 }

@@ -11,8 +11,7 @@ namespace {
 double CalcFormula(const std::string& formula, const char* const* names, const double* values, int count,
                    int* place)
 {
-    if (count < 0 || (count > 0 && (names == nullptr || values == nullptr)))
-        Fail(6422, "argument 'count' is %d, but it should be the length of 'names' and 'values'", count);
+    if (count < 0 || (count > 0 && (names == nullptr || values == nullptr))) Fail<6422>(count);
     std::vector<EqnVariable> variables(count);
     std::vector<double> assignment(count + 1, kUndefinedEqn);
     for (int i = 0; i < count; ++i) {
@@ -23,7 +22,7 @@ double CalcFormula(const std::string& formula, const char* const* names, const d
     EqnScratch scratch(eqn);
     const double value = Evaluate(eqn, assignment.data(), scratch);
     if (place) *place = eqn.Root().position;
-    if (scratch.failure.IsSet()) Fail(6423, "%s", scratch.failure.text);
+    if (scratch.failure.IsSet()) Fail<6423>(scratch.failure.text);
     if (std::isinf(value)) return value > 0 ? InfinityDbl() : -InfinityDbl();
     return std::isnan(value) ? UndefDbl() : value;
 }
@@ -40,7 +39,7 @@ bool_vx CheckNodeEquation_bn(const node_bn* node, const char* equation, int* pla
     if (place) *place = -1;
     return CallApi(__func__, node, bool_vx(0), [&] {
         const std::string text = equation ? TextArgument(equation) : node->equation;
-        if (text.empty()) Fail(6417, ">-node '%s' doesnt have a defining equation", node->name.c_str());
+        if (text.empty()) Fail<6417>(node->name.c_str());
         ParseEquation(text, EquationVariables(*node), place);
         return 1;
     });
@@ -49,9 +48,8 @@ bool_vx CheckNodeEquation_bn(const node_bn* node, const char* equation, int* pla
 void EquationToTable_bn(node_bn* node, int num_samples, int samp_unc, bool_vx add_exist)
 {
     CallApi(__func__, node, [&] {
-        if (num_samples < 1) Fail(5572, "argument 'num_samples' must be one or more (it is %d)", num_samples);
-        if (samp_unc != 0 && samp_unc != 1)
-            Fail(5573, "argument 'samp_unc' must be 0 or 1 (it is %d)", samp_unc);
+        if (num_samples < 1) Fail<5572>(num_samples);
+        if (samp_unc != 0 && samp_unc != 1) Fail<5573>(samp_unc);
         EquationToTable(*node, num_samples, samp_unc != 0, add_exist != 0);
     });
 }

@@ -102,8 +102,7 @@ report_vx* NewError_vx(environ_vx* env, int number, errseverity_vx severity, con
     if (env == nullptr) env = DefaultEnviron();
     return CallReports(__func__, env, static_cast<report_vx*>(nullptr), [&] {
         if (severity < NULL_SEVERITY || severity > INTERNAL_SEVERITY)
-            Fail(5645, "argument 'severity' is %d, but it should be between %d and %d inclusive",
-                 int(severity), int(NULL_SEVERITY), int(INTERNAL_SEVERITY));
+            Fail<5645>(int(severity), int(NULL_SEVERITY), int(INTERNAL_SEVERITY));
         ReportArgs args = {.severity = Severity(severity), .number = number};
         args.conditions = FROM_FRONT_END_CND;
         return Report(args, "%s", NarrowText(message).c_str());
@@ -122,7 +121,7 @@ const char* ListErrors_vx(environ_vx* env, int verbosity, int max_records)
 void SetReportLimit_vx(environ_vx* env, int limit)
 {
     CallEnviron(__func__, env, [&](environ_vx& e) {
-        if (limit < 0) Fail(5646, "argument 'limit' is negative (%d)", limit);
+        if (limit < 0) Fail<5646>(limit);
         e.report_limit = limit;
     });
 }
@@ -135,8 +134,7 @@ int GetReportLimit_vx(environ_vx* env)
 int SetRepeatMode_vx(environ_vx* env, int mode)
 {
     return CallEnviron(__func__, env, -1, [&](environ_vx&) {
-        if (mode < 0 || mode > 3)
-            Fail(5647, "argument 'mode' is %d, but it should be between %d and %d inclusive", mode, 0, 3);
+        if (mode < 0 || mode > 3) Fail<5647>(mode, 0, 3);
         const int before = ThisThread().repeat_mode;
         ThisThread().repeat_mode = mode;
         return before;

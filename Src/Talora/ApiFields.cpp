@@ -12,8 +12,7 @@ namespace {
 
 void CheckFieldKind(int kind)
 {
-    if (kind != 0)
-        Fail(6192, "argument 'kind' is %d, but with this version of >-Talora it should be 0", kind);
+    if (kind != 0) Fail<6192>(kind);
 }
 
 const UserField* FindField(const Description& text, std::string_view name)
@@ -38,7 +37,7 @@ std::vector<UserField> WithUserField(const Description& text, const char* name, 
 {
     CheckFieldKind(kind);
     const std::string field_name = NameArgument(name, "name");
-    if (length < -1) Fail(6193, "argument 'length' is %d, but it should be -1 or more", length);
+    if (length < -1) Fail<6193>(length);
     std::vector<UserField> fields = text.user_fields;
     const auto found = std::find_if(fields.begin(), fields.end(),
                                     [&](const UserField& field) { return field.name == field_name; });
@@ -76,7 +75,7 @@ void NthUserField(const Description& text, int index, const char** name, const c
                   int kind)
 {
     CheckFieldKind(kind);
-    if (index < 0) Fail(6190, "argument 'index' is %d, but it should not be negative", index);
+    if (index < 0) Fail<6190>(index);
     if (index >= int(text.user_fields.size())) return;
     const UserField& field = text.user_fields[index];
     if (name) *name = field.name.c_str();
@@ -87,11 +86,8 @@ void NthUserField(const Description& text, int index, const char** name, const c
 int WriteLabel(std::string text, const char* options, char* label, int max_chars)
 {
     const bool multi_line = OptionsArgument(options, {"multi_line"}) != 0;
-    if (max_chars < 0) Fail(6194, "argument 'max_chars' is %d, but it must be >= 0", max_chars);
-    if (label == nullptr && max_chars != 0)
-        Fail(6195,
-             "argument 'label' is NULL, but it must not be if argument 'max_chars' is nonzero (it is %d)",
-             max_chars);
+    if (max_chars < 0) Fail<6194>(max_chars);
+    if (label == nullptr && max_chars != 0) Fail<6195>(max_chars);
     if (!multi_line)
         std::replace_if(
             text.begin(), text.end(), [](char c) { return c == '\n' || c == '\r'; }, ' ');

@@ -13,16 +13,12 @@ namespace {
 
 void CheckAccess(const char* access)
 {
-    if (access != nullptr && *access != 0)
-        Fail(5170, "argument 'access' is '%.40s', but it should be NULL", access);
+    if (access != nullptr && *access != 0) Fail<5170>(access);
 }
 
 void NeedMemoryStream(const Stream& stream)
 {
-    if (!stream.in_memory)
-        Fail(
-            5171,
-            "this function is only for a >-FileSpec created with >-NewMemoryStream_vx, but this >-FileSpec was created with >-NewFileStream_vx");
+    if (!stream.in_memory) Fail<5171>();
 }
 
 }  // namespace
@@ -30,10 +26,9 @@ void NeedMemoryStream(const Stream& stream)
 stream_vx* NewFileStream_vx(const char* filename, environ_vx* env, const char* access)
 {
     return CallEnviron(__func__, env, static_cast<stream_vx*>(nullptr), [&](environ_vx& the_env) {
-        if (filename == nullptr) Fail(5173, "in argument 'filename', bad file name passed; it %s", "is NULL");
+        if (filename == nullptr) Fail<5173>("is NULL");
         const std::string path = NarrowText(filename);
-        if (const char* problem = FileNameProblem(path))
-            Fail(5173, "in argument 'filename', bad file name passed; it %s", problem);
+        if (const char* problem = FileNameProblem(path)) Fail<5173>(problem);
         CheckAccess(access);
         return NewFileStream(the_env, path);
     });
@@ -57,8 +52,8 @@ void SetStreamContents_vx(stream_vx* stream, const void* buffer, int64_t length)
 {
     CallApi(__func__, stream, [&] {
         NeedMemoryStream(*stream);
-        if (length < 0) Fail(5174, "argument 'length' is negative (%lld)", static_cast<long long>(length));
-        if (buffer == nullptr && length > 0) Fail(5175, "argument 'buffer' is NULL, but 'length' is not 0");
+        if (length < 0) Fail<5174>(static_cast<long long>(length));
+        if (buffer == nullptr && length > 0) Fail<5175>();
         SetContents(*stream, std::string_view(static_cast<const char*>(buffer), static_cast<size_t>(length)));
     });
 }
@@ -67,10 +62,7 @@ const char* GetStreamContents_vx(const stream_vx* stream, int64_t* length)
 {
     return CallApi(__func__, stream, static_cast<const char*>(nullptr), [&] {
         NeedMemoryStream(*stream);
-        if (length == nullptr && !IsPlainText(stream->contents))
-            Fail(
-                5176,
-                "argument 'length' is NULL, but it must not be unless the contents are only an ascii or utf-8 string");
+        if (length == nullptr && !IsPlainText(stream->contents)) Fail<5176>();
         if (length != nullptr) *length = static_cast<int64_t>(stream->contents.size());
         return stream->contents.c_str();
     });
@@ -96,10 +88,7 @@ net_bn* ReadNet_bn(stream_vx* stream, int control)
     return CallApi(__func__, stream, static_cast<net_bn*>(nullptr), [&] {
         if (control != NO_VISUAL_INFO && control != NO_WINDOW && control != MINIMIZED_WINDOW &&
             control != REGULAR_WINDOW)
-            Fail(
-                5177,
-                "argument 'control' is %d, but it should be NO_VISUAL_INFO (%d), NO_WINDOW (%d), MINIMIZED_WINDOW (%d) or REGULAR_WINDOW (%d)",
-                control, NO_VISUAL_INFO, NO_WINDOW, MINIMIZED_WINDOW, REGULAR_WINDOW);
+            Fail<5177>(control, NO_VISUAL_INFO, NO_WINDOW, MINIMIZED_WINDOW, REGULAR_WINDOW);
         ReadNetOptions options;
         options.keep_visual = control != NO_VISUAL_INFO;
         return ReadNet(*stream, options);

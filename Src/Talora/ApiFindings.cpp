@@ -29,8 +29,7 @@ void EnterFindingNot_bn(node_bn* node, state_bn state)
 void EnterNodeLikelihood_bn(node_bn* node, const prob_bn* likelihood)
 {
     CallApi(__func__, node, [&] {
-        if (likelihood == nullptr)
-            Fail(6054, "argument 'likelihood' is NULL, for >-Bnode %s", node->name.c_str());
+        if (likelihood == nullptr) Fail<6054>(node->name.c_str());
         EnterLikelihood(*node, likelihood);
     });
 }
@@ -43,8 +42,7 @@ void EnterNodeValue_bn(node_bn* node, double value)
 void EnterNodeCalibration_bn(node_bn* node, const prob_bn* calibration)
 {
     CallApi(__func__, node, [&] {
-        if (calibration == nullptr)
-            Fail(6055, "argument 'calibration' is NULL, for >-Bnode %s", node->name.c_str());
+        if (calibration == nullptr) Fail<6055>(node->name.c_str());
         EnterCalibration(*node, calibration);
     });
 }
@@ -155,8 +153,7 @@ int SetNetAutoUpdate_bn(net_bn* net, int auto_update)
     return CallApi(__func__, net, -1, [&] {
         const int before = net->auto_update;
         if (auto_update != 0 && auto_update != 1 && auto_update != BELIEF_UPDATE)
-            Report({.number = 5241}, "argument 'auto_update' is %d, but it should be 0 or BELIEF_UPDATE (%d)",
-                   auto_update, BELIEF_UPDATE);
+            Raise<5241>(auto_update, BELIEF_UPDATE);
         const int wanted = auto_update == 1 ? BELIEF_UPDATE : auto_update & BELIEF_UPDATE;
         Change(*net, net->auto_update, wanted, NO_EFFECT, "change automatic updating");
         if (wanted != before) net->update_count = NewUpdateCount();

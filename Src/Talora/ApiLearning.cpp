@@ -16,17 +16,13 @@ const std::vector<node_bn*>& NodesToLearn(const nodelist_bn& list)
 {
     CheckListEntries(&list);
     for (const node_bn* node : list.nodes)
-        if (node->net != list.nodes[0]->net)
-            Fail(
-                6601,
-                "can't learn tables of >-node-s '%s' and '%s' together, because they are in different >-net-s",
-                list.nodes[0]->name.c_str(), node->name.c_str());
+        if (node->net != list.nodes[0]->net) Fail<6601>(list.nodes[0]->name.c_str(), node->name.c_str());
     return list.nodes;
 }
 
 void CheckIsNumber(double degree)
 {
-    if (!std::isfinite(degree)) Fail(6602, "the degree argument is not a finite number (%g)", degree);
+    if (!std::isfinite(degree)) Fail<6602>(degree);
 }
 
 }  // namespace
@@ -34,8 +30,7 @@ void CheckIsNumber(double degree)
 learner_bn* NewLearner_bn(int method, environ_vx* env)
 {
     return CallEnviron(__func__, env, static_cast<learner_bn*>(nullptr), [&](environ_vx& owner) {
-        if (method < COUNTING_METHOD || method > GRADIENT_METHOD)
-            Fail(5632, "argument 'method' is out-of-range (%d)", method);
+        if (method < COUNTING_METHOD || method > GRADIENT_METHOD) Fail<5632>(method);
         return NewLearner(owner, method);
     });
 }
@@ -49,7 +44,7 @@ void DeleteLearner_bn(learner_bn* learner)
 int SetLearnerMaxIters_bn(learner_bn* learner, int max_iters)
 {
     return CallApi(__func__, learner, -1, [&] {
-        if (max_iters < 0) Fail(6596, "argument 'max_iters' is negative (%d)", max_iters);
+        if (max_iters < 0) Fail<6596>(max_iters);
         return std::exchange(learner->max_iters, max_iters);
     });
 }
@@ -62,7 +57,7 @@ int GetLearnerMaxIters_bn(const learner_bn* learner)
 double SetLearnerMaxTol_bn(learner_bn* learner, double tol)
 {
     return CallApi(__func__, learner, -1.0, [&] {
-        if (!(tol >= 0)) Fail(6597, "the tolerance argument is negative (%g)", tol);
+        if (!(tol >= 0)) Fail<6597>(tol);
         return std::exchange(learner->tolerance, tol);
     });
 }
@@ -77,8 +72,7 @@ void SetLearnerRandomGen_bn(learner_bn* learner, randgen_vx* generator)
     CallApi(__func__, With(learner, Read(generator)), [&] {
         if (generator != nullptr) {
             CheckHandle(generator);
-            if (generator->env != learner->env)
-                Fail(6598, "the >-RandGen passed belongs to another >-Enviro than the >-learner_bn");
+            if (generator->env != learner->env) Fail<6598>();
         }
         learner->random_gen = generator;
     });
@@ -97,7 +91,7 @@ void LearnCPTs_bn(learner_bn* learner, const nodelist_bn* nodes, const caseset_c
     CallApi2(__func__, With(nodes, EntriesOf(nodes), cases), learner, [&] {
         CheckHandle(cases);
         if (cases == nullptr) return;
-        if (!(degree >= 0)) Fail(6599, "the degree argument is negative (%g)", degree);
+        if (!(degree >= 0)) Fail<6599>(degree);
         CheckIsNumber(degree);
         LearnTables(*learner, NodesToLearn(*nodes), *cases, degree);
     });
@@ -117,8 +111,7 @@ double GetLearnerIteration_bn(const learner_bn* learner, int iteration, double* 
 {
     return CallApi(__func__, learner, UndefDbl(), [&] {
         const int num = int(learner->history.size());
-        if (iteration < 0 || iteration >= num)
-            Fail(6600, "argument 'iteration' is %d, but there were %d iterations", iteration, num);
+        if (iteration < 0 || iteration >= num) Fail<6600>(iteration, num);
         const LearnIteration& known = learner->history[size_t(iteration)];
         if (change != nullptr) *change = known.change;
         return known.minus_log_likelihood;

@@ -21,11 +21,10 @@ std::string DelayArgument(const Net& net, const char* argument, const char* dela
         double value = 0;
         const auto [end, error] = std::from_chars(entry.data(), entry.data() + entry.size(), value);
         if (error != std::errc() || end != entry.data() + entry.size() || !std::isfinite(value))
-            Fail(6206, "in argument '%s', '%.40s' is not a valid number", argument, entry.c_str());
+            Fail<6206>(argument, entry.c_str());
     }
     if (net.num_dimensions > 0 && !entries.empty() && int(entries.size()) != net.num_dimensions)
-        Fail(6207, "in argument '%s', there are %d entries, but %d dimensions in >-net '%s'", argument,
-             int(entries.size()), net.num_dimensions, net.name.c_str());
+        Fail<6207>(argument, int(entries.size()), net.num_dimensions, net.name.c_str());
     return text;
 }
 
@@ -97,8 +96,7 @@ void SetNodeInputName_bn(node_bn* node, int parent_index, const char* name)
         const std::string text = name == nullptr || *name == '\0' ? "" : NameArgument(name, "name");
         for (int i = 0; i < int(node->links.size()); ++i)
             if (!text.empty() && i != parent_index && node->links[i].input_name == text)
-                Fail(6208, "name '%.30s' is repeated (it is the input name of link #%d of >-Bnode '%s')",
-                     text.c_str(), i, node->name.c_str());
+                Fail<6208>(text.c_str(), i, node->name.c_str());
         std::vector<Link> links = node->links;
         links[parent_index].input_name = text;
         ReserveLinks(*node, links);

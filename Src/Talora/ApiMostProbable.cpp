@@ -30,7 +30,7 @@ state_bn GetNodeMostProbableState_bn(const node_bn* node)
 double MostProbableConfig_bn(net_bn* net, state_bn* setting, int nth)
 {
     return CallApi(__func__, net, UndefDbl(), [&] {
-        if (setting == nullptr) Fail(6804, "NULL passed for the >-icase");
+        if (setting == nullptr) Fail<6804>();
         return FindConfiguration(*net, nullptr, nth, setting);
     });
 }
@@ -39,7 +39,7 @@ double MostProbableSetting_bn(const nodelist_bn* nodes, state_bn* setting, int n
 {
     return CallApi(__func__, With(nodes, EntriesOf(nodes)), UndefDbl(), [&] {
         CheckListEntries(nodes);
-        if (setting == nullptr) Fail(6804, "NULL passed for the >-icase");
+        if (setting == nullptr) Fail<6804>();
         if (nodes->nodes.empty()) return UndefDbl();
         Net& net = NetOfAll(nodes);
         return FindConfiguration(net, &nodes->nodes, nth, setting);

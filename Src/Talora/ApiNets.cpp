@@ -38,7 +38,7 @@ net_bn* CopyNet_bn(const net_bn* net, const char* new_name, environ_vx* env, con
 net_bn* GetNthNet_bn(int index, environ_vx* env)
 {
     return CallEnviron(__func__, env, static_cast<net_bn*>(nullptr), [&](environ_vx& e) -> net_bn* {
-        if (index < 0) Fail(6190, "argument 'index' is %d, but it should not be negative", index);
+        if (index < 0) Fail<6190>(index);
         std::lock_guard guard(e.mutex);
         return index < int(e.nets.size()) ? e.nets[index] : nullptr;
     });
@@ -167,9 +167,7 @@ bool_vx GetNetAutoCompile_bn(const net_bn* net)
 void SetNetNumDimensions_bn(net_bn* net, int num_dimensions)
 {
     CallApi(__func__, net, [&] {
-        if (num_dimensions < 0 || num_dimensions > 100)
-            Fail(6191, "argument 'num_dimensions' is %d, but it should be between %d and %d inclusive",
-                 num_dimensions, 0, 100);
+        if (num_dimensions < 0 || num_dimensions > 100) Fail<6191>(num_dimensions, 0, 100);
         Change(*net, net->num_dimensions, num_dimensions, NO_EFFECT, "change number of time dimensions");
     });
 }
@@ -190,7 +188,7 @@ const nodelist_bn* GetNetNodes2_bn(const net_bn* net, const char* options)
 node_bn* GetNodeNamed_bn(const char* name, const net_bn* net)
 {
     return CallApi(__func__, net, static_cast<node_bn*>(nullptr), [&] {
-        if (name == nullptr && CheckingLevel() >= CHECK_HANDLES) Fail(5114, "NULL passed for name");
+        if (name == nullptr && CheckingLevel() >= CHECK_HANDLES) Fail<5114>();
         return FindNode(*net, NarrowText(name));
     });
 }
@@ -235,7 +233,7 @@ void RenameNodeset_bn(const char* nodeset, const char* new_name, net_bn* net)
 const char* GetNthNodeset_bn(const net_bn* net, int index)
 {
     return CallApi(__func__, net, static_cast<const char*>(nullptr), [&]() -> const char* {
-        if (index < 0) Fail(6190, "argument 'index' is %d, but it should not be negative", index);
+        if (index < 0) Fail<6190>(index);
         return index < int(net->node_sets.size()) ? net->node_sets[index].name.c_str() : nullptr;
     });
 }
@@ -245,8 +243,7 @@ nodelist_bn* GetNodesetNodes_bn(const char* nodeset, const net_bn* net)
     return CallApi(__func__, net, static_cast<nodelist_bn*>(nullptr), [&] {
         const std::string name = NameArgument(nodeset, "nodeset");
         const NodeSet* set = FindNodeSet(*net, name);
-        if (set == nullptr)
-            Fail(6170, "there is no >-Nodeset '%s' in >-net '%s'", name.c_str(), net->name.c_str());
+        if (set == nullptr) Fail<6170>(name.c_str(), net->name.c_str());
         nodelist_bn* list = NewNodeList(*net->env, 0);
         list->nodes = set->nodes;
         return list;

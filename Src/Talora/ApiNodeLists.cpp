@@ -10,17 +10,12 @@ namespace {
 
 void NeedCallersList(const nodelist_bn& list)
 {
-    if (list.owned)
-        Fail(
-            6200,
-            ">-Bnodes passed belongs to a >-Bnet or >-Bnode, so it can't be changed or deleted (use >-DupNodeList_bn to get a list of your own)");
+    if (list.owned) Fail<6200>();
 }
 
 void CheckIndex(const nodelist_bn& list, int index, int end)
 {
-    if (index < 0 || index >= end)
-        Fail(6201, "argument 'index' is %d, but >-Bnodes passed has %d entries", index,
-             int(list.nodes.size()));
+    if (index < 0 || index >= end) Fail<6201>(index, int(list.nodes.size()));
 }
 
 }  // namespace
@@ -28,7 +23,7 @@ void CheckIndex(const nodelist_bn& list, int index, int end)
 nodelist_bn* NewNodeList2_bn(int length, const net_bn* net)
 {
     return CallApi(__func__, net, static_cast<nodelist_bn*>(nullptr), [&] {
-        if (length < 0) Fail(6202, "argument 'length' is negative (%d)", length);
+        if (length < 0) Fail<6202>(length);
         CheckMemory(double(length) * sizeof(node_bn*), "to make >-Bnodes of length %d", length);
         return NewNodeList(*net->env, size_t(length));
     });
@@ -111,8 +106,7 @@ node_bn* RemoveNthNode_bn(nodelist_bn* list, int index)
 int IndexOfNodeInList_bn(const node_bn* node, const nodelist_bn* list, int start_index)
 {
     return CallApi(__func__, list, -1, [&] {
-        if (start_index < 0)
-            Fail(6203, "argument 'start_index' is %d, but it should not be negative", start_index);
+        if (start_index < 0) Fail<6203>(start_index);
         const auto begin = list->nodes.begin() + std::min(size_t(start_index), list->nodes.size());
         const auto found = std::find(begin, list->nodes.end(), node);
         return found == list->nodes.end() ? -1 : int(found - list->nodes.begin());

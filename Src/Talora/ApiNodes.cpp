@@ -19,7 +19,7 @@ Enum EnumArgument(const char* argument, const char* word, int count, WordOf&& wo
     const std::string text = NarrowText(word);
     for (int value = 0; value < count; ++value)
         if (text == word_of(Enum(value))) return Enum(value);
-    Fail(6204, "in argument '%s', '%.80s' is not a known word", argument, text.c_str());
+    Fail<6204>(argument, text.c_str());
 }
 
 }  // namespace

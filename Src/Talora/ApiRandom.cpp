@@ -98,9 +98,7 @@ void SetNetRandomGen_bn(net_bn* net, randgen_vx* generator)
     CallApi(__func__, With(net, Read(generator)), [&] {
         if (generator != nullptr) {
             CheckHandle(generator);
-            if (generator->env != net->env)
-                Fail(6421, "the >-RandGen passed belongs to another >-Enviro than the >-Bnet '%s'",
-                     net->name.c_str());
+            if (generator->env != net->env) Fail<6421>(net->name.c_str());
         }
         net->random_gen = generator;
     });
@@ -123,9 +121,7 @@ double WriteRandomCases_bn(const nodelist_bn* nodes, stream_vx* file, double num
                            double maxtries, double percent_missing)
 {
     return CallApi2(__func__, With(nodes, EntriesOf(nodes)), file, -1.0, [&] {
-        if (!(num_cases >= 0 && num_cases <= 9e15))
-            Fail(6679, "the number of cases to be generated must be between 0 and 9e15, but it is %g",
-                 num_cases);
+        if (!(num_cases >= 0 && num_cases <= 9e15)) Fail<6679>(num_cases);
         return static_cast<double>(WriteRandomCases(
             ListedNodes(nodes), *file, static_cast<int64_t>(num_cases), method, maxtries, percent_missing));
     });

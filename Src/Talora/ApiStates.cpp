@@ -85,7 +85,7 @@ const char* GetNodeStateComment_bn(const node_bn* node, state_bn state)
 state_bn GetStateNamed_bn(const char* name, const node_bn* node)
 {
     return CallApi(__func__, node, int(UNDEF_STATE), [&] {
-        if (name == nullptr && CheckingLevel() >= CHECK_HANDLES) Fail(5114, "NULL passed for name");
+        if (name == nullptr && CheckingLevel() >= CHECK_HANDLES) Fail<5114>();
         return FindState(*node, NarrowText(name));
     });
 }
@@ -114,8 +114,7 @@ void RemoveNodeState_bn(node_bn* node, state_bn state)
 void ReorderNodeStates_bn(node_bn* node, const state_bn* new_order)
 {
     CallApi(__func__, node, [&] {
-        if (new_order == nullptr)
-            Fail(6205, "argument 'new_order' is NULL, for >-Bnode %s", node->name.c_str());
+        if (new_order == nullptr) Fail<6205>(node->name.c_str());
         ReorderStates(*node, std::vector<int>(new_order, new_order + NumStates(*node)));
     });
 }

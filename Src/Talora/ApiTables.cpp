@@ -18,14 +18,10 @@ const prob_bn* GetNodeProbs_bn(const node_bn* node, const state_bn* parent_state
 void SetNodeTable_bn(node_bn* node, const prob_bn* probs, int64_t num_entries)
 {
     CallApi(__func__, node, [&] {
-        if (probs == nullptr) Fail(5113, "NULL passed for probability vector");
+        if (probs == nullptr) Fail<5113>();
         CheckCanHaveTable(*node);
         const double entries = TableEntries(*node);
-        if (double(num_entries) != entries)
-            Fail(
-                6156,
-                "couldn't change the >-CPTable of >-node '%s', because new table has %g entries, but it should have %g",
-                node->name.c_str(), double(num_entries), entries);
+        if (double(num_entries) != entries) Fail<6156>(node->name.c_str(), double(num_entries), entries);
         CheckMemory(entries * sizeof(float), "to build table for >-node '%s' (see >-LimitMemoryUsage_vx)",
                     node->name.c_str());
         SetTable(*node, TableVector<float>(probs, probs + num_entries));

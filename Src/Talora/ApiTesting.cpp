@@ -35,16 +35,13 @@ node_bn* NthOf(const std::vector<node_bn*>& nodes, int index)
 
 void CheckBin(const TestRecord& record, const node_bn* node, int bin)
 {
-    if (bin < 0 || bin >= record.bins.Count())
-        Fail(6743, "argument 'bin' is %d, but the test of >-node '%s' has bins numbered from 0 to %d", bin,
-             node->name.c_str(), record.bins.Count() - 1);
+    if (bin < 0 || bin >= record.bins.Count()) Fail<6743>(bin, node->name.c_str(), record.bins.Count() - 1);
 }
 
 int SurpriseLimit(double limit)
 {
     const auto found = std::find(kSurpriseLimits.begin(), kSurpriseLimits.end(), float(limit));
-    if (found == kSurpriseLimits.end())
-        Fail(6751, "argument 'limit' is %g, but it should be 0.01, 0.1, 0.9 or 0.99", limit);
+    if (found == kSurpriseLimits.end()) Fail<6751>(limit);
     return int(found - kSurpriseLimits.begin());
 }
 
@@ -66,7 +63,7 @@ tester_bn* NewNetTester_bn(const nodelist_bn* test_nodes, const nodelist_bn* uno
 {
     return CallApi2(__func__, With(test_nodes, EntriesOf(test_nodes), EntriesOf(unobserved_nodes)),
                     unobserved_nodes, static_cast<tester_bn*>(nullptr), [&] {
-                        if (tests != -1) Fail(6733, "argument 'tests' is %d, but it should be -1", tests);
+                        if (tests != -1) Fail<6733>(tests);
                         CheckListEntries(test_nodes);
                         CheckListEntries(unobserved_nodes);
                         return NewTester(test_nodes->nodes, unobserved_nodes->nodes);
@@ -110,8 +107,7 @@ void SetTestBins_bn(tester_bn* tester, const node_bn* node, testbins_bn scheme, 
 {
     CallApi2(__func__, tester, node, [&] {
         const bool is_given = scheme == GIVEN_TEST_BINS;
-        if (is_given && (edges == nullptr || num_edges < 0))
-            Fail(6778, "argument 'edges' or 'num_edges' (=%d) doesn't give edges of bins", num_edges);
+        if (is_given && (edges == nullptr || num_edges < 0)) Fail<6778>(num_edges);
         SetTestBins(*tester, *node, scheme, {edges, is_given ? size_t(num_edges) : 0});
     });
 }
@@ -208,12 +204,10 @@ double GetTestStateMeasure_bn(const tester_bn* tester, const node_bn* node, stat
 {
     return ReadTest(__func__, tester, node, UndefDbl(), [&](const TestRecord& record) {
         CheckState(*node, state);
-        if (!IsUndef(cutoff) && !(cutoff >= 0 && cutoff <= 1))
-            Fail(6746, "argument 'cutoff' is %g, but it should be undefined or from 0 to 1", cutoff);
+        if (!IsUndef(cutoff) && !(cutoff >= 0 && cutoff <= 1)) Fail<6746>(cutoff);
         const std::string name = TextArgument(measure);
         double value = UndefDbl();
-        if (!FindStateMeasure(record, state, name, cutoff, &value))
-            Fail(6744, "'%.40s' is not a measure of how well a state is predicted", name.c_str());
+        if (!FindStateMeasure(record, state, name, cutoff, &value)) Fail<6744>(name.c_str());
         return value;
     });
 }
@@ -238,8 +232,7 @@ double GetTestRealMeasure_bn(const tester_bn* tester, const node_bn* node, const
     return ReadTest(__func__, tester, node, UndefDbl(), [&](const TestRecord& record) {
         const std::string name = TextArgument(measure);
         double value = UndefDbl();
-        if (!FindRealMeasure(record.real, name, &value))
-            Fail(6745, "'%.40s' is not a measure of how well real values are predicted", name.c_str());
+        if (!FindRealMeasure(record.real, name, &value)) Fail<6745>(name.c_str());
         return ForCaller(value);
     });
 }

@@ -17,7 +17,7 @@ UndoList& NeedList(Net& net)
 
 void CheckToWhen(double to_when)
 {
-    if (to_when != -1) Fail(6310, "argument 'to_when' must be -1 with this version of >-Talora");
+    if (to_when != -1) Fail<6310>();
 }
 
 // Calls on a net without undo find an empty history.
@@ -30,13 +30,13 @@ bool WalkHistory(Net& net, double to_when, const char* report,
     const std::string* next = (*net.undo.*text)(0);
     const std::string name = next ? *next : std::string();
     if (!walk(*net.undo)) return false;
-    Report({.severity = REPORT_SEV, .number = 6311}, "%s %s.\n", report, name.c_str());
+    Raise<6311>(report, name.c_str());
     return true;
 }
 
 const char* StepText(const Net& net, int index, const std::string* (UndoList::*text)(int) const)
 {
-    if (index < 0) Fail(6190, "argument 'index' is %d, but it should not be negative", index);
+    if (index < 0) Fail<6190>(index);
     const std::string* found = net.undo ? (*net.undo.*text)(index) : nullptr;
     return found ? found->c_str() : nullptr;
 }
@@ -46,12 +46,8 @@ const char* StepText(const Net& net, int index, const std::string* (UndoList::*t
 void SetNetNumUndos_bn(net_bn* net, int count_limit, double memory_limit, const char* options)
 {
     CallApi(__func__, net, [&] {
-        if (count_limit < -1)
-            Fail(6312, "argument 'count_limit' must not be negative (unless it is -1), but it is %d",
-                 count_limit);
-        if (!(memory_limit >= 0) && memory_limit != -1)
-            Fail(6313, "argument 'memory_limit' must not be negative (unless it is -1), but it is %g",
-                 memory_limit);
+        if (count_limit < -1) Fail<6312>(count_limit);
+        if (!(memory_limit >= 0) && memory_limit != -1) Fail<6313>(memory_limit);
         CheckNoOptions(options);
         const int old_count = net->undo ? net->undo->CountLimit() : 0;
         const double old_memory = net->undo ? net->undo->MemoryLimit() : 0;
@@ -139,9 +135,7 @@ void CloseNetUndoGroup_bn(net_bn* net)
 void AbortNetUndoGroup_bn(net_bn* net)
 {
     CallApi(__func__, net, [&] {
-        if (!net->undo || !net->undo->IsOn())
-            Fail(6314, "can't abort an undo group of >-net '%s', because undoing is not turned on",
-                 net->name.c_str());
+        if (!net->undo || !net->undo->IsOn()) Fail<6314>(net->name.c_str());
         net->undo->AbortGroup();
     });
 }

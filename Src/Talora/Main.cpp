@@ -56,11 +56,10 @@ std::string InitEnviron(environ_vx& env)
         case CREATED_ENV:
             break;
         case READY_ENV:
-            Fail(5630, "%s environment already initialized", kProduct);
+            Fail<5630>(kProduct);
         case CLOSED_ENV:  // only for the moment in which it is closed
         case PARTIAL_ENV:
-            Fail(5660, "Attempt to initialize %s environment which is already partially initialized",
-                 kProduct);
+            Fail<5660>(kProduct);
     }
     // Made first: should memory run out, the environment can still be initialised.
     std::string banner = VersionText() + ".  Bayesian belief networks and decision networks.\n";

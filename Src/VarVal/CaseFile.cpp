@@ -74,11 +74,9 @@ void CheckVersion(std::string_view rest, const std::string& file)
     if (rest.starts_with('-'))
         std::from_chars(rest.data() + 1, rest.data() + std::min<size_t>(rest.size(), 12), version);
     if (version == 0)
-        WarnAt(FilePlace{file.c_str()}, 2450, "case file doesn't indicate format version");
+        WarnAt<2450>(FilePlace{file.c_str()});
     else if (version < 0 || version > kLastVersion)
-        WarnAt(FilePlace{file.c_str()}, 2082,
-               "these cases were stored using a %s version of file format (%d). They may not read correctly",
-               version < 0 ? "old" : "new", version);
+        WarnAt<2082>(FilePlace{file.c_str()}, version < 0 ? "old" : "new", version);
 }
 
 bool IsFromDatabase(std::string_view beginning)
@@ -137,22 +135,16 @@ std::string PlaceText(const CasePlace& place)
 
 void FailWrongCount(int count, int wanted, const CasePlace& place)
 {
-    if (count > wanted)
-        Fail(6523, "too many entries (the preceeding row only had %d, but this has more), in %s", wanted,
-             PlaceText(place).c_str());
-    Fail(6524, "too few entries (%d, but preceeding row had %d), in %s", count, wanted,
-         PlaceText(place).c_str());
+    if (count > wanted) Fail<6523>(wanted, PlaceText(place).c_str());
+    Fail<6524>(count, wanted, PlaceText(place).c_str());
 }
 
 double ReadCaseWeight(std::string_view text, const CasePlace& place)
 {
     double weight = 0;
     if (!ParseReal(text, weight))
-        Fail(6525, "illegal number '%.80s' for NumCases, in %s", std::string(text.substr(0, 80)).c_str(),
-             PlaceText(place).c_str());
-    if (weight < 0)
-        Fail(6526, "negative number '%.80s' for NumCases, in %s", std::string(text.substr(0, 80)).c_str(),
-             PlaceText(place).c_str());
+        Fail<6525>(std::string(text.substr(0, 80)).c_str(), PlaceText(place).c_str());
+    if (weight < 0) Fail<6526>(std::string(text.substr(0, 80)).c_str(), PlaceText(place).c_str());
     return weight;
 }
 
@@ -162,15 +154,13 @@ int64_t ReadCaseId(std::string_view text, char missing, const CasePlace& place)
     int64_t id = 0;
     const auto result = std::from_chars(text.data(), text.data() + text.size(), id);
     if (result.ec != std::errc() || result.ptr != text.data() + text.size() || id < 0)
-        Fail(6527, "illegal number '%.80s' for IDnum, in %s", std::string(text.substr(0, 80)).c_str(),
-             PlaceText(place).c_str());
+        Fail<6527>(std::string(text.substr(0, 80)).c_str(), PlaceText(place).c_str());
     return id;
 }
 
 void FailCasesHalted(int64_t num_cases, double fraction)
 {
-    FailWith(ABORTED_CND, 6520, "only %d cases were read before action was halted (%2.0f%%)",
-             static_cast<int>(std::min<int64_t>(num_cases, INT32_MAX)), 100 * fraction);
+    FailWith<6520>(ABORTED_CND, static_cast<int>(std::min<int64_t>(num_cases, INT32_MAX)), 100 * fraction);
 }
 
 // ---- Splitting ----
@@ -317,9 +307,8 @@ bool CaseFileReader::Fill()
     }
     if (end_ + kLinePadding >= block_.size()) {
         if (end_ >= kLongestCaseLine)
-            Fail(6503, "line %lld of case file '%s' is longer than %lld bytes",
-                 static_cast<long long>(lines_ + 1), Name().c_str(),
-                 static_cast<long long>(kLongestCaseLine));
+            Fail<6503>(static_cast<long long>(lines_ + 1), Name().c_str(),
+                       static_cast<long long>(kLongestCaseLine));
         CheckMemory(double(block_.size()) * 2, "to read a line of %lld bytes from file '%s'",
                     static_cast<long long>(end_), Name().c_str());
         block_.resize(block_.size() * 2);
@@ -328,19 +317,15 @@ bool CaseFileReader::Fill()
     end_ += got;
     ended_ = got == 0;
     if (ended_ && block_position_ + static_cast<int64_t>(end_) < size_)
-        FailWith(
-            FILE_CND, 6504,
-            "case file '%s' became shorter while it was being read (from %lld bytes to %lld), so its last case may be cut",
-            Name().c_str(), static_cast<long long>(size_),
-            static_cast<long long>(block_position_ + static_cast<int64_t>(end_)));
+        FailWith<6504>(FILE_CND, Name().c_str(), static_cast<long long>(size_),
+                       static_cast<long long>(block_position_ + static_cast<int64_t>(end_)));
     return !ended_;
 }
 
 void CaseFileReader::CheckBeginning(bool warn)
 {
     std::string_view beginning(block_.data(), std::min(end_, kBeginningBytes));
-    if (beginning.starts_with("\xFF\xFE") || beginning.starts_with("\xFE\xFF"))
-        Fail(6505, "case file '%s' is written in UTF-16; it should be plain ASCII or UTF-8", Name().c_str());
+    if (beginning.starts_with("\xFF\xFE") || beginning.starts_with("\xFE\xFF")) Fail<6505>(Name().c_str());
     if (beginning.starts_with("\xEF\xBB\xBF")) {
         beginning.remove_prefix(3);
         at_ = 3;
@@ -348,9 +333,7 @@ void CaseFileReader::CheckBeginning(bool warn)
     std::string_view rest;
     const std::string_view type = FileType(beginning, rest);
     if (type.empty()) return;
-    if (type != "CASE")
-        FailAt(FilePlace{Name().c_str()}, 2081, "not a case data file (it is a %s file)",
-               std::string(type).c_str());
+    if (type != "CASE") FailAt<2081>(FilePlace{Name().c_str()}, std::string(type).c_str());
     if (warn) CheckVersion(rest, Name());
     header_.from_database = IsFromDatabase(beginning);
 }
@@ -413,14 +396,11 @@ void CaseFileReader::TakeComment(CaseLine& line, size_t begin)
         return;
     }
     if (has_data) {
-        Fail(6506, "multi-line comment found starting on a line which has case information, in %s",
-             PlaceText(PlaceOf(line, 0, static_cast<int64_t>(begin) + 1)).c_str());
+        Fail<6506>(PlaceText(PlaceOf(line, 0, static_cast<int64_t>(begin) + 1)).c_str());
     }
     const int64_t first_line = line.number;
     do {
-        if (!NextLine(line))
-            Fail(6507, "comment that begins on line %lld of case file '%s' does not end",
-                 static_cast<long long>(first_line), Name().c_str());
+        if (!NextLine(line)) Fail<6507>(static_cast<long long>(first_line), Name().c_str());
         end = line.text.find("*/");
     } while (end == std::string_view::npos);
     line.position += static_cast<int64_t>(end) + 2;
@@ -448,22 +428,21 @@ void CaseFileReader::CheckEntries(const CaseLine& line, int most) const
     const int count = std::min(most, splitter.Split(line, most));
     for (int i = 0; i < count; ++i)
         if (splitter.Entry(i).size() > kLongestCaseEntry)
-            Fail(6557, "entry is too long (%lld bytes, maximum is %lld), in %s",
-                 static_cast<long long>(splitter.Entry(i).size()), static_cast<long long>(kLongestCaseEntry),
-                 PlaceText(PlaceOf(line, 0, splitter.Character(i))).c_str());
+            Fail<6557>(static_cast<long long>(splitter.Entry(i).size()),
+                       static_cast<long long>(kLongestCaseEntry),
+                       PlaceText(PlaceOf(line, 0, splitter.Character(i))).c_str());
 }
 
 void CaseFileReader::ReadHeader(char default_delimiter)
 {
     CaseLine line;
     header_.delimiter = ',';  // so that quotes are minded
-    if (!Next(line)) Fail(6508, "case file '%s' has no line of column names", Name().c_str());
+    if (!Next(line)) Fail<6508>(Name().c_str());
     const std::string_view text = Trim(line.text);
     header_.delimiter = ShownDelimiter(text, default_delimiter);
     LineSplitter splitter(header_.delimiter);
     const int count = splitter.Split(line, kMostCaseColumns);
-    if (count > kMostCaseColumns)
-        Fail(6556, "case file '%s' has more than %d columns", Name().c_str(), kMostCaseColumns);
+    if (count > kMostCaseColumns) Fail<6556>(Name().c_str(), kMostCaseColumns);
     CheckEntries(line, kMostCaseColumns);
     for (int i = 0; i < count; ++i) {
         const std::string_view name = splitter.Entry(i);
@@ -472,14 +451,12 @@ void CaseFileReader::ReadHeader(char default_delimiter)
         int* special = name == kIdColumn     ? &header_.id_column
                        : name == kFreqColumn ? &header_.freq_column
                                              : nullptr;
-        if (special == &header_.id_column && *special >= 0)
-            Fail(6509, "multiple IDnum columns in case file '%s'", Name().c_str());
-        if (special == &header_.freq_column && *special >= 0)
-            Fail(6510, "multiple NumCases columns in case file '%s'", Name().c_str());
+        if (special == &header_.id_column && *special >= 0) Fail<6509>(Name().c_str());
+        if (special == &header_.freq_column && *special >= 0) Fail<6510>(Name().c_str());
         if (special != nullptr) *special = column;
         header_.columns.emplace_back(name);
     }
-    if (header_.columns.empty()) Fail(6508, "case file '%s' has no line of column names", Name().c_str());
+    if (header_.columns.empty()) Fail<6508>(Name().c_str());
     first_case_ = block_position_ + static_cast<int64_t>(at_);
 }
 

@@ -81,7 +81,7 @@ void MakeNodeOf(Net& net, const std::string& name, const ColumnSurvey& survey, s
 {
     std::string reason;
     if (CheckNarrowName(name, false, &reason) != 0) {
-        Warn(6536, "column '%.80s' can't become a >-node, because its name %s", name.c_str(), reason.c_str());
+        Warn<6536>(name.c_str(), reason.c_str());
         return;
     }
     if (!survey.has_words) {
@@ -161,8 +161,7 @@ std::vector<Node*> AddMissingNodes(Stream& file, Net& net, const CaseFileHeader&
             unknown += (unknown.empty() ? "" : ", ") + name;
     }
     if (!unknown.empty() && file.next_case == 0)  // once, not for every case
-        Warn(6522, "case file '%s' referred to these >-node-s not in >-net '%s':  %.400s", file.name.c_str(),
-             net.name.c_str(), unknown.c_str());
+        Warn<6522>(file.name.c_str(), net.name.c_str(), unknown.c_str());
     if (columns.empty()) return {};
     CaseSource source;
     source.name = file.name;
@@ -170,8 +169,7 @@ std::vector<Node*> AddMissingNodes(Stream& file, Net& net, const CaseFileHeader&
     source.contents = file.contents;
     std::vector<Node*> added = AddNodesOfColumns(net, source, columns);
     if (mode == AddMode::TELL)
-        for (const Node* node : added)
-            Notice(6537, "added >-node '%s' from case file '%s'", node->name.c_str(), file.name.c_str());
+        for (const Node* node : added) Notice<6537>(node->name.c_str(), file.name.c_str());
     return added;
 }
 
@@ -183,11 +181,9 @@ NodeFinding FindingOf(const Node& node, const CaseEntry& entry)
     finding.likelihood.assign(entry.weights.begin(), entry.weights.end());
     if (entry.kind != EntryKind::MISSING && entry.kind != EntryKind::MISFIT &&
         (node.kind == UTILITY_NODE || IsDocumentation(node)))
-        Fail(6034, "findings are not allowed for %s >-node-s (>-node '%s')", KindTerm(node.kind),
-             node.name.c_str());
+        Fail<6034>(KindTerm(node.kind), node.name.c_str());
     if (entry.kind == EntryKind::LIKELIHOOD && node.kind != NATURE_NODE)
-        Fail(6538, "weights for the states are not allowed in a case for %s >-node-s (>-node '%s')",
-             KindTerm(node.kind), node.name.c_str());
+        Fail<6538>(KindTerm(node.kind), node.name.c_str());
     return finding;
 }
 
@@ -198,9 +194,7 @@ void CheckLineBegins(const Stream& file, int64_t position)
     bytes.GoTo(position - 1);
     char before = '\n';
     bytes.Read(&before, 1);
-    if (before != '\n' && before != '/')
-        Fail(6539, "no case begins at position %lld of file '%s'", static_cast<long long>(position),
-             file.name.c_str());
+    if (before != '\n' && before != '/') Fail<6539>(static_cast<long long>(position), file.name.c_str());
 }
 
 class CaseFindingsReader {
@@ -425,8 +419,7 @@ void CasesetWriter::WriteSource(const CaseSource& source)
 void WriteCaseset(const Caseset& cases, Stream& file)
 {
     const UnitedColumns columns = UniteColumns(cases);
-    if (columns.names.empty() && !columns.with_id && !columns.with_freq)
-        Fail(6540, "there is nothing to write: >-caseset_cs '%s' has no cases", cases.name.c_str());
+    if (columns.names.empty() && !columns.with_id && !columns.with_freq) Fail<6540>(cases.name.c_str());
     CasesetWriter writer(cases, file, columns);
     for (const CaseSource& source : cases.sources) writer.WriteSource(source);
     writer.Commit();

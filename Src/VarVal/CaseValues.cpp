@@ -164,8 +164,7 @@ CaseEntry CaseValues::ReadLikelihood(Node& node, std::string_view text, const Ca
 CaseEntry CaseValues::Unreadable(Node& node, std::string_view text, const CasePlace& place)
 {
     if (!quiet_)
-        Warn(6511, "illegal value '%.80s' for variable '%s', in %s", std::string(text.substr(0, 80)).c_str(),
-             node.name.c_str(), PlaceText(place).c_str());
+        Warn<6511>(std::string(text.substr(0, 80)).c_str(), node.name.c_str(), PlaceText(place).c_str());
     CaseEntry entry;
     entry.kind = EntryKind::MISFIT;
     entry.always = quiet_;
@@ -237,19 +236,13 @@ void CaseValues::TellSkipped(const Node& node, const Misfit& misfit, const std::
     const std::string text(misfit.text.substr(0, 80));
     const char* const name = node.name.c_str();
     if (misfit.situation == OUT_OF_BOUNDS)
-        Warn(
-            6512,
-            "skipping value %g for variable '%s' because it is out of bounds (as defined in node properties), in %s",
-            misfit.value, name, place.c_str());
+        Warn<6512>(misfit.value, name, place.c_str());
     else if (misfit.situation != NO_SUCH_NAME)
-        Warn(6513, "skipping value %g for variable '%s' because it is not one of the possibilities, in %s",
-             misfit.value, name, place.c_str());
+        Warn<6513>(misfit.value, name, place.c_str());
     else if (skips_cases_)
-        Warn(6514, "unknown value '%.80s' for variable '%s', so case is skipped, in %s", text.c_str(), name,
-             place.c_str());
+        Warn<6514>(text.c_str(), name, place.c_str());
     else
-        Warn(6515, "unknown value '%.80s' for variable '%s', appears in %s", text.c_str(), name,
-             place.c_str());
+        Warn<6515>(text.c_str(), name, place.c_str());
 }
 
 void CaseValues::MakeFit(Node& node, const Misfit& misfit, const std::string& place)
@@ -269,8 +262,7 @@ void CaseValues::ExpandBounds(Node& node, double value, const std::string& place
     const bool below = value < std::min(levels.front(), levels.back());
     (below == rising ? levels.front() : levels.back()) = value;
     SetLevels(node, NumStates(node), levels.data());
-    Notice(6516, "range of variable '%s' expanded to include %g, to read %s", node.name.c_str(), value,
-           place.c_str());
+    Notice<6516>(node.name.c_str(), value, place.c_str());
 }
 
 void CaseValues::AddNumber(Node& node, double value, const std::string& place)
@@ -278,29 +270,23 @@ void CaseValues::AddNumber(Node& node, double value, const std::string& place)
     const int first = NumStates(node);
     if (node.states.levels.empty()) {
         AddStates(node, -1, {}, static_cast<int>(value) - first + 1, 0);
-        Notice(6517, "state '%.80s' added to variable '%s' to read %s",
-               ("#" + std::to_string(static_cast<int>(value))).c_str(), node.name.c_str(), place.c_str());
+        Notice<6517>(("#" + std::to_string(static_cast<int>(value))).c_str(), node.name.c_str(),
+                     place.c_str());
         return;
     }
     AddStates(node, -1, {}, 1, 0);
     std::vector<double> levels = node.states.levels;
     levels.back() = value;
     SetLevels(node, first + 1, levels.data());
-    Notice(6518, "added state %d to variable '%s', with level %g, to read %s", first, node.name.c_str(),
-           value, place.c_str());
+    Notice<6518>(first, node.name.c_str(), value, place.c_str());
 }
 
 void CaseValues::AddName(Node& node, std::string_view name, const std::string& place)
 {
     const std::string text(name);
-    if (HasStates(node) && !HasStateNames(node))
-        Warn(
-            6519,
-            "trying to add named states (e.g. '%.80s') to >-node '%s' whose states were not named, so perhaps some of the new names actually refer to existing states",
-            text.c_str(), node.name.c_str());
+    if (HasStates(node) && !HasStateNames(node)) Warn<6519>(text.c_str(), node.name.c_str());
     AddStates(node, -1, {text}, 1, 0);
-    Notice(6517, "state '%.80s' added to variable '%s' to read %s", text.c_str(), node.name.c_str(),
-           place.c_str());
+    Notice<6517>(text.c_str(), node.name.c_str(), place.c_str());
 }
 
 }  // namespace talora

@@ -31,8 +31,7 @@ bool IsDropped(char c)
 
 [[noreturn]] void FailNeedsCommas(std::string_view text, const CaseSigns& signs)
 {
-    Fail(6532, "value '%.80s' can't be written to a case file whose delimiter is %s; use commas",
-         std::string(text).c_str(), signs.delimiter == ' ' ? "a space" : "a tab");
+    Fail<6532>(std::string(text).c_str(), signs.delimiter == ' ' ? "a space" : "a tab");
 }
 
 // Whether a reader takes an entry without quotes for what it is: without a delimiter, blanks at its ends that
@@ -271,9 +270,8 @@ bool CloseFile(int handle)
     const int handle = OpenToWrite(file, 0);
     bool taken_back = handle >= 0 && file_ops.ftruncate(handle, size) == 0;
     if (handle >= 0 && !CloseFile(handle)) taken_back = false;
-    if (!taken_back && SizeOf(file) != size)
-        Warn(6534, "part of a case was left at the end of file '%s'", file.name.c_str());
-    FailWith(FILE_CND, 6533, "couldn't append a case to file '%s' (OS error %d)", file.name.c_str(), reason);
+    if (!taken_back && SizeOf(file) != size) Warn<6534>(file.name.c_str());
+    FailWith<6533>(FILE_CND, file.name.c_str(), reason);
 }
 
 // Adds bytes to the end of a file, in one call where the system takes them so.  They are there for every
@@ -324,12 +322,8 @@ int64_t WriteFirstCase(Stream& file, std::span<Node* const> nodes, int64_t id, d
 std::string LineFor(const Stream& file, const CaseFileHeader& header, std::span<Node* const> nodes,
                     int64_t id, double freq)
 {
-    if (id != kNoCaseId && header.id_column < 0)
-        Fail(6529, "can't write the IDnum of a case to file '%s', because it has no such column",
-             file.name.c_str());
-    if (freq != kNoFreq && header.freq_column < 0)
-        Fail(6530, "can't write the NumCases of a case to file '%s', because it has no such column",
-             file.name.c_str());
+    if (id != kNoCaseId && header.id_column < 0) Fail<6529>(file.name.c_str());
+    if (freq != kNoFreq && header.freq_column < 0) Fail<6530>(file.name.c_str());
     const CaseSigns signs{header.delimiter, file.env->missing_char};
     std::unordered_map<std::string_view, Node*> node_of;
     for (Node* node : nodes) node_of.emplace(node->name, node);
@@ -349,10 +343,7 @@ std::string LineFor(const Stream& file, const CaseFileHeader& header, std::span<
         }
     }
     for (const auto& [name, node] : node_of)
-        if (!node->finding.IsEmpty())
-            Fail(6531,
-                 "can't write the finding of >-node '%s' to case file '%s', because it has no column for it",
-                 node->name.c_str(), file.name.c_str());
+        if (!node->finding.IsEmpty()) Fail<6531>(node->name.c_str(), file.name.c_str());
     ShowEmptyLine(line, 0);
     return line + "\n";
 }
@@ -367,10 +358,7 @@ int64_t AppendFindings(Stream& file, std::span<Node* const> nodes, int64_t id, d
     std::string text = LineFor(file, reader.Header(), nodes, id, freq);
     int64_t position = size;
     if (LastByte(file, size) != '\n') {
-        Warn(
-            6535,
-            "the last line of case file '%s' was not ended, so perhaps it was cut; it is ended before the new case",
-            file.name.c_str());
+        Warn<6535>(file.name.c_str());
         text.insert(0, 1, '\n');
         ++position;
     }

@@ -74,7 +74,7 @@ std::string SelectText(const std::string& columns, const DbSelection& selection)
 // The columns that the tables have.
 std::vector<DbColumn> TableColumns(DbConnection& connection, const DbSelection& selection)
 {
-    if (Trimmed(selection.tables).empty()) Fail(6695, "no table of the database is named");
+    if (Trimmed(selection.tables).empty()) Fail<6695>();
     DbQuery query(connection, "SELECT * FROM " + selection.tables + " WHERE 0 = 1");
     return query.Columns();
 }
@@ -113,10 +113,7 @@ CaseQuery PlanQuery(DbConnection& connection, std::span<Node* const> nodes, cons
     const std::vector<DbColumn> present = TableColumns(connection, selection);
     std::vector<std::string> given = SplitColumns(selection.columns);
     if (!given.empty() && given.size() != nodes.size())
-        Fail(
-            6696,
-            "the number of database columns specified (%d) is not the same as the number of >-node-s (%d) they are supposed to match",
-            static_cast<int>(given.size()), static_cast<int>(nodes.size()));
+        Fail<6696>(static_cast<int>(given.size()), static_cast<int>(nodes.size()));
     CaseQuery query;
     for (const char* special : {kIdColumn, kFreqColumn})
         if (const DbColumn* column = FindColumn(present, special)) {
@@ -131,9 +128,7 @@ CaseQuery PlanQuery(DbConnection& connection, std::span<Node* const> nodes, cons
             continue;
         }
         const DbColumn* column = FindColumn(present, nodes[i]->name);
-        if (column == nullptr)
-            Fail(6697, "the database has no column '%s' in:  %s", nodes[i]->name.c_str(),
-                 OneLine(selection.tables).c_str());
+        if (column == nullptr) Fail<6697>(nodes[i]->name.c_str(), OneLine(selection.tables).c_str());
         query.columns.push_back(connection.Quoted(column->name));
     }
     return query;
@@ -166,7 +161,7 @@ public:
         const char* folder = std::getenv("TMPDIR");
         path_ = std::string(folder && *folder ? folder : "/tmp") + "/talora-cases-XXXXXX";
         const int file = mkstemp(path_.data());
-        if (file < 0) Fail(6698, "can't make a file for the cases of a database, at '%s'", path_.c_str());
+        if (file < 0) Fail<6698>(path_.c_str());
         close(file);
     }
     ~ScratchFile()
@@ -216,10 +211,7 @@ void WriteRows(const std::string& path, environ_vx& env, DbQuery& rows, const Ca
             sink.Write(text);
             text.clear();
         }
-        if (row % 256 == 0 && !progress.Step(0))
-            FailWith(ABORTED_CND, 6699,
-                     "only %lld cases were read from the database before action was halted",
-                     static_cast<long long>(row));
+        if (row % 256 == 0 && !progress.Step(0)) FailWith<6699>(ABORTED_CND, static_cast<long long>(row));
     }
     sink.Write(text);
     sink.Commit();
@@ -230,15 +222,13 @@ void WriteRows(const std::string& path, environ_vx& env, DbQuery& rows, const Ca
 void AddDbCases(Caseset& cases, DbManager& manager, double degree, std::span<Node* const> nodes,
                 const DbSelection& selection)
 {
-    if (nodes.empty()) Fail(6700, "there are no >-node-s to read from the database");
+    if (nodes.empty()) Fail<6700>();
     DbConnection& connection = *manager.connection;
     const CaseQuery query = PlanQuery(connection, nodes, selection);
     DbQuery rows(connection, SelectText(Join(query.columns, ", "), selection));
     if (rows.Columns().size() != query.columns.size())
-        Fail(
-            6696,
-            "the number of database columns specified (%d) is not the same as the number of >-node-s (%d) they are supposed to match",
-            static_cast<int>(rows.Columns().size() - query.num_special), static_cast<int>(nodes.size()));
+        Fail<6696>(static_cast<int>(rows.Columns().size() - query.num_special),
+                   static_cast<int>(nodes.size()));
     ScratchFile file;
     WriteRows(file.Path(), *cases.env, rows, query);
     cases.sources.emplace_back();
@@ -282,7 +272,7 @@ ColumnValues CollectValues(DbConnection& connection, const std::string& column, 
         if (values.words.size() <= kMostStates) values.words.insert(text);
         values.too_many = values.words.size() > kMostStates;
         if (values.too_many && !values.all_numbers) break;
-        if (row % 256 == 0 && !progress.Step(0)) FailWith(ABORTED_CND, 6670, "the action was halted");
+        if (row % 256 == 0 && !progress.Step(0)) FailWith<6670>(ABORTED_CND);
     }
     return values;
 }
@@ -324,9 +314,7 @@ Node* MakeNode(Net& net, const std::string& name, const std::string& column, con
     const size_t count = values.words.size();
     const bool is_continuous =
         values.all_numbers && count > 0 && (!values.all_whole || count > kMostLevels || values.too_many);
-    if (!is_continuous && values.too_many)
-        Fail(6701, "column '%s' of the database has more than %d different values, too many for states",
-             column.c_str(), static_cast<int>(kMostStates));
+    if (!is_continuous && values.too_many) Fail<6701>(column.c_str(), static_cast<int>(kMostStates));
     const int num_states = is_continuous ? 0 : std::max(1, static_cast<int>(count));
     Node* node = AddNode(net, UnusedName(net, RepairName(name)), num_states);
     if (node->name != name) Change(*node, node->text.title, name, NO_EFFECT, "set title");

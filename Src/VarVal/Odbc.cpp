@@ -130,8 +130,7 @@ struct DbQuery::Handles {
     {
         std::string why = Diagnostics(SQL_HANDLE_STMT, statement);
         const WipeAtEnd wipe(why);
-        Fail(6691, "the database could not answer:  %s",
-             WithoutSecrets(why, connection->connection_text.Text()).c_str());
+        Fail<6691>(WithoutSecrets(why, connection->connection_text.Text()).c_str());
     }
     DbColumn Describe(SQLUSMALLINT index) const;
 };
@@ -142,14 +141,13 @@ DbConnection::DbConnection(const std::string& connection_text) : handles_(std::m
     h.connection_text = Secret(connection_text);
     SQLAllocHandle(SQL_HANDLE_ENV, SQL_NULL_HANDLE, &h.environment);
     SQLSetEnvAttr(h.environment, SQL_ATTR_ODBC_VERSION, reinterpret_cast<SQLPOINTER>(SQL_OV_ODBC3), 0);
-    if (!SQL_SUCCEEDED(SQLAllocHandle(SQL_HANDLE_DBC, h.environment, &h.connection)))
-        Fail(6692, "ODBC cannot be used here");
+    if (!SQL_SUCCEEDED(SQLAllocHandle(SQL_HANDLE_DBC, h.environment, &h.connection))) Fail<6692>();
     const SQLRETURN result = SQLDriverConnect(h.connection, nullptr, SqlText(connection_text), SQL_NTS,
                                               nullptr, 0, nullptr, SQL_DRIVER_NOPROMPT);
     if (!SQL_SUCCEEDED(result)) {
         std::string why = Diagnostics(SQL_HANDLE_DBC, h.connection);
         const WipeAtEnd wipe(why);
-        Fail(6690, "can't connect to the database:  %s", WithoutSecrets(why, connection_text).c_str());
+        Fail<6690>(WithoutSecrets(why, connection_text).c_str());
     }
     h.connected = true;
     char quote[8] = "";
@@ -208,8 +206,7 @@ DbQuery::DbQuery(DbConnection& connection, const std::string& statement)
 {
     Handles& h = *handles_;
     h.connection = connection.handles_.get();
-    if (!SQL_SUCCEEDED(SQLAllocHandle(SQL_HANDLE_STMT, h.connection->connection, &h.statement)))
-        Fail(6692, "ODBC cannot be used here");
+    if (!SQL_SUCCEEDED(SQLAllocHandle(SQL_HANDLE_STMT, h.connection->connection, &h.statement))) Fail<6692>();
     SQLSetStmtAttr(h.statement, SQL_ATTR_CURSOR_TYPE, reinterpret_cast<SQLPOINTER>(SQL_CURSOR_FORWARD_ONLY),
                    0);
     const SQLRETURN result = SQLExecDirect(h.statement, SqlText(statement), SQL_NTS);
@@ -244,9 +241,7 @@ bool DbQuery::Value(size_t column, std::string& text)
         const size_t room = h.buffer.size() - 1;
         const bool whole = length != SQL_NO_TOTAL && length >= 0 && static_cast<size_t>(length) <= room;
         text.append(h.buffer.data(), whole ? static_cast<size_t>(length) : room);
-        if (text.size() > kLongestValue)
-            Fail(6693, "a value of column '%s' of the database is too long to be a value of a >-node",
-                 columns_[column].name.c_str());
+        if (text.size() > kLongestValue) Fail<6693>(columns_[column].name.c_str());
         if (whole) return true;
     }
 }
@@ -258,7 +253,7 @@ struct DbQuery::Handles {};
 
 DbConnection::DbConnection(const std::string&)
 {
-    Fail(6694, "databases can't be used, because this library was built without ODBC");
+    Fail<6694>();
 }
 DbConnection::~DbConnection() = default;
 std::string DbConnection::Quoted(std::string_view name) const

@@ -51,9 +51,27 @@ TEST_F(ErrorTest, MarkupInTheWordsOfEachFlavor)
         }
 }
 
+// What the compiler takes and refuses at a call that raises a message.
+TEST_F(ErrorTest, ArgumentsFitTheText)
+{
+    EXPECT_TRUE(FitsFormat<>("100 %% of it"));
+    EXPECT_TRUE((FitsFormat<int, const char*, int, double, char>("%d of '%.40s', %.*f, %c")));
+    EXPECT_FALSE((FitsFormat<int, const char*, double, char>("%d of '%.40s', %.*f, %c")));
+    EXPECT_TRUE((FitsFormat<int64_t, size_t, long long, unsigned>("%ld %zu %lld %04X")));
+    EXPECT_FALSE(FitsFormat<>("%d"));
+    EXPECT_FALSE(FitsFormat<int>("none"));
+    EXPECT_FALSE(FitsFormat<int>("%s"));
+    EXPECT_FALSE(FitsFormat<const char*>("%d"));
+    EXPECT_FALSE(FitsFormat<int64_t>("%d"));
+    EXPECT_FALSE(FitsFormat<std::string>("%s"));
+    EXPECT_FALSE(FitsFormat<int>("%"));
+}
+
 TEST_F(ErrorTest, ArgumentsNeverActAsMarkupOrFormat)
 {
-    EXPECT_EQ(Warn(9001, "title '%s' of >-Bnet", ">-Bnet %n%s")->message, "title '>-Bnet %n%s' of net_bn");
+    EXPECT_EQ(
+        Report({.severity = WARNING_SEV, .number = 9001}, "title '%s' of >-Bnet", ">-Bnet %n%s")->message,
+        "title '>-Bnet %n%s' of net_bn");
 }
 
 TEST_F(ErrorTest, LongMessagesEndWithAWholeCharacter)
@@ -61,7 +79,8 @@ TEST_F(ErrorTest, LongMessagesEndWithAWholeCharacter)
     for (int lead = 0; lead < 4; ++lead) {
         std::string text(lead, 'x');
         while (text.size() < 600) text += "\xF0\x9F\x98\x80";
-        const std::string& message = Notice(9002, "%s", text.c_str())->message;
+        const std::string& message =
+            Report({.severity = NOTICE_SEV, .number = 9002}, "%s", text.c_str())->message;
         EXPECT_LE(message.size(), 511u);
         EXPECT_GT(message.size(), 507u);
         EXPECT_EQ((message.size() - lead) % 4, 0u);
@@ -72,7 +91,7 @@ TEST_F(ErrorTest, NumbersInMessagesIgnoreTheLocale)
 {
     const std::string before = setlocale(LC_ALL, nullptr);
     setlocale(LC_ALL, "de_DE.UTF-8");
-    EXPECT_EQ(Notice(9003, "%g", 1.5)->message, "1.5");
+    EXPECT_EQ(Report({.severity = NOTICE_SEV, .number = 9003}, "%g", 1.5)->message, "1.5");
     setlocale(LC_ALL, before.c_str());
 }
 
@@ -80,7 +99,8 @@ TEST_F(ErrorTest, PlacesEndTheMessage)
 {
     const FilePlace place = {
         .file = "a.dne", .position = 7, .context = ", while reading field `x` of node 'A'"};
-    const report_vx* record = WarnAt(place, 9004, "bad %s", "thing");
+    const report_vx* record =
+        Report({.severity = WARNING_SEV, .number = 9004, .place = place}, "bad %s", "thing");
     EXPECT_EQ(record->message, "bad thing, on line 7, in file 'a.dne', while reading field `x` of node 'A'");
     EXPECT_EQ(record->file, "a.dne");
     EXPECT_EQ(record->position, 7);
@@ -89,8 +109,8 @@ TEST_F(ErrorTest, PlacesEndTheMessage)
 
 TEST_F(ErrorTest, AFloodOfOneFormIsStoredOnce)
 {
-    for (int i = 0; i < 1000; ++i) Warn(9005, "unknown field %d", i);
-    Warn(9006, "something else");
+    for (int i = 0; i < 1000; ++i) Report({.severity = WARNING_SEV, .number = 9005}, "unknown field %d", i);
+    Report({.severity = WARNING_SEV, .number = 9006}, "something else");
     EXPECT_EQ(CountReports(), kMaxRepeatedWarnings + 2);
     const report_vx* last = FindReport(nullptr, NULL_SEV, 9005, nullptr);
     EXPECT_EQ(last->message,
@@ -152,7 +172,7 @@ TEST_F(ErrorTest, FailUnwindsWithItsRecord)
 {
     ThisThread().failed = false;
     try {
-        FailWith(INCONSISTENT_FINDING_CND, 9040, "text");
+        throw Unwind{Report({.number = 9040, .conditions = INCONSISTENT_FINDING_CND}, "text")};
     } catch (const Unwind& unwind) {
         EXPECT_EQ(unwind.record->number, -9040);
         EXPECT_EQ(unwind.record->severity, ERROR_SEV);

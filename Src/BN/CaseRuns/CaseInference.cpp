@@ -167,8 +167,7 @@ struct CaseInference::Engine {
         result.k = k;
         const bool in_part = IsPartEnough(findings);
         const UpdateStatus status = in_part ? AskPart(findings) : UpdateWhole(findings);
-        if (status == UpdateStatus::kHalted)
-            FailWith(ABORTED_CND, 6582, "working through cases was halted for >-net '%s'", net.name.c_str());
+        if (status == UpdateStatus::kHalted) FailWith<6582>(ABORTED_CND, net.name.c_str());
         result.log_probability = status == UpdateStatus::kInconsistent
                                      ? -std::numeric_limits<double>::infinity()
                                  : in_part ? query->LogProbability()

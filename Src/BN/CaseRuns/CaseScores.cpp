@@ -16,18 +16,12 @@ namespace {
 
 void CheckScoredNodes(const std::vector<Node*>& nodes)
 {
-    if (nodes.empty()) Fail(6752, "there are no >-node-s to find the beliefs of");
+    if (nodes.empty()) Fail<6752>();
     std::unordered_set<const Node*> seen;
     for (const Node* node : nodes) {
-        if (node->net != nodes[0]->net)
-            Fail(6753,
-                 ">-node-s '%s' and '%s' are of different >-net-s, so one case can't be entered for both",
-                 nodes[0]->name.c_str(), node->name.c_str());
-        if (!seen.insert(node).second)
-            Fail(6180, ">-Bnodes passed contains >-Bnode '%s' twice", node->name.c_str());
-        if (!IsInTree(*node) || !HasStates(*node))
-            Fail(6754, ">-node '%s' has no beliefs: it must be a nature or decision >-node with states",
-                 node->name.c_str());
+        if (node->net != nodes[0]->net) Fail<6753>(nodes[0]->name.c_str(), node->name.c_str());
+        if (!seen.insert(node).second) Fail<6180>(node->name.c_str());
+        if (!IsInTree(*node) || !HasStates(*node)) Fail<6754>(node->name.c_str());
     }
 }
 
@@ -53,8 +47,7 @@ public:
             columns_ = header.columns;
             WriteHeader(header);
         } else if (columns_ != header.columns) {
-            Fail(6755, "'%s' has other columns than the file before it, so their cases can't go to one file",
-                 source.name.c_str());
+            Fail<6755>(source.name.c_str());
         }
     }
 
@@ -65,8 +58,7 @@ public:
         for (int row = 0; row < block.num_cases; ++row) {
             // Cases that the reader skips come between.
             do {
-                if (!lines_->Next(line))
-                    Fail(6756, "'%s' has become shorter while it was read", lines_->Name().c_str());
+                if (!lines_->Next(line)) Fail<6756>(lines_->Name().c_str());
             } while (line.position < block.positions[size_t(row)]);
             text += line.text;
             for (size_t i = 0; i < nodes_.size(); ++i) AddBeliefs(text, row, int(i), beliefs);
@@ -177,10 +169,7 @@ void WarnOfImpossible(const Net& net, const CaseReader& reader, const CaseBlock&
                       const CaseBeliefs& beliefs)
 {
     for (int row = 0; row < block.num_cases; ++row)
-        if (!beliefs.IsPossible(row))
-            Warn(6757,
-                 "there are no beliefs for %s, because according to >-net '%s' its findings are impossible",
-                 reader.Place(block, row).c_str(), net.name.c_str());
+        if (!beliefs.IsPossible(row)) Warn<6757>(reader.Place(block, row).c_str(), net.name.c_str());
 }
 
 template <class Writer>
@@ -197,8 +186,7 @@ double WriteCases(CaseReader& reader, CaseBeliefs& beliefs, const Net& net, Writ
         writer.Add(block, beliefs);
         num_cases += block.num_cases;
     }
-    if (progress.Halted() || IsHalted())
-        FailWith(ABORTED_CND, 6758, "finding the beliefs of cases was halted");
+    if (progress.Halted() || IsHalted()) FailWith<6758>(ABORTED_CND);
     return num_cases;
 }
 

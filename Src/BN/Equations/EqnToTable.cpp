@@ -158,16 +158,10 @@ double CheckValue(const Builder& b, double value, int state)
     const char* const name = b.node.name.c_str();
     if (!std::isnan(value)) return value;
     if (b.failure.IsSet()) {
-        if (state < 0)
-            Fail(6415, "%s in equation of >-node %s, with input %s", b.failure.text, name,
-                 InputText(b).c_str());
-        Fail(6416, "%s in equation of >-node %s for state %s, with input %s", b.failure.text, name,
-             StateWord(b.node, state).c_str(), InputText(b).c_str());
+        if (state < 0) Fail<6415>(b.failure.text, name, InputText(b).c_str());
+        Fail<6416>(b.failure.text, name, StateWord(b.node, state).c_str(), InputText(b).c_str());
     }
-    Fail(
-        6414,
-        "equation for node %s is returning an undefined value; could one of its parents have an undefined value (-3)?  \nInput is %s",
-        name, InputText(b).c_str());
+    Fail<6414>(name, InputText(b).c_str());
 }
 
 double RunEquation(Builder& b)
@@ -183,11 +177,8 @@ int StateOfResult(const Builder& b, double value)
     if (!output.discrete) {
         const int interval = FindInterval(output.levels, value);
         if (interval < 0)
-            Fail(
-                6413,
-                "equation for %s is returning %g, which is not between the lowest (%g) and highest (%g) discretization thresholds.  Its input is %s",
-                name, value, *std::min_element(output.levels.begin(), output.levels.end()),
-                *std::max_element(output.levels.begin(), output.levels.end()), InputText(b).c_str());
+            Fail<6413>(name, value, *std::min_element(output.levels.begin(), output.levels.end()),
+                       *std::max_element(output.levels.begin(), output.levels.end()), InputText(b).c_str());
         return interval;
     }
     if (b.eqn.result == EqnResult::TRUTH) return StateOfTruth(output, value != 0);
@@ -196,17 +187,10 @@ int StateOfResult(const Builder& b, double value)
     if (by_level)
         for (int state = 0; state < output.num_states; ++state)
             if (builtin::AgreesWithin(value, output.levels[state], kLevelRatio)) return state;
-    if (by_level || !builtin::IsWhole(value))
-        Fail(
-            6411,
-            "since %s is discrete, its equation should return a state-index, which is an integer, but it is returning %g with input %s",
-            name, value, InputText(b).c_str());
+    if (by_level || !builtin::IsWhole(value)) Fail<6411>(name, value, InputText(b).c_str());
     if (value < 0 || value >= output.num_states)
-        Fail(
-            6412,
-            "since %s is discrete, its equation should return a state-index between 0 and %d, but it is returning %d with input %s",
-            name, output.num_states - 1, static_cast<int>(std::clamp(value, -2147483648.0, 2147483647.0)),
-            InputText(b).c_str());
+        Fail<6412>(name, output.num_states - 1,
+                   static_cast<int>(std::clamp(value, -2147483648.0, 2147483647.0)), InputText(b).c_str());
     return static_cast<int>(value);
 }
 
@@ -214,12 +198,9 @@ double CheckProb(const Builder& b, double prob, int state)
 {
     if (prob < 0 && prob >= kSmallestNegative) return 0;
     if (prob < 0)
-        Fail(2458, "equation of >-node %s gives a negative probability (%g) for state %s, with input %s",
-             b.node.name.c_str(), prob, StateWord(b.node, state).c_str(), InputText(b).c_str());
+        Fail<2458>(b.node.name.c_str(), prob, StateWord(b.node, state).c_str(), InputText(b).c_str());
     if (prob > std::numeric_limits<float>::max())
-        Fail(2457,
-             "equation of >-node %s gives a probability (%g) for state %s that is too large, with input %s",
-             b.node.name.c_str(), prob, StateWord(b.node, state).c_str(), InputText(b).c_str());
+        Fail<2457>(b.node.name.c_str(), prob, StateWord(b.node, state).c_str(), InputText(b).c_str());
     return prob;
 }
 
@@ -299,10 +280,7 @@ void SampleProbRow(Builder& b, float* row, std::vector<double>& probs)
         for (int state = 0; state < num_states; ++state) {
             const double prob = b.integrable ? probs[state] : ProbOfState(b, state);
             if (AddToCell(row[state], prob, *b.random)) continue;
-            Warn(
-                2852,
-                "only doing %d samples (instead of %d) for a cell (#%d) of node %s, because otherwise would overflow",
-                sample, b.num_samples, state, b.node.name.c_str());
+            Warn<2852>(sample, b.num_samples, state, b.node.name.c_str());
             return;
         }
     }
@@ -314,10 +292,7 @@ void SampleStateRow(Builder& b, float* row)
         DrawParents(b);
         const int state = StateOfResult(b, CheckValue(b, RunEquation(b), -1));
         if (AddToCell(row[state], 1.0, *b.random)) continue;
-        Warn(
-            2851,
-            "only doing %d samples (instead of %d) for a table row of node %s, because otherwise would overflow",
-            sample, b.num_samples, b.node.name.c_str());
+        Warn<2851>(sample, b.num_samples, b.node.name.c_str());
         return;
     }
 }
@@ -396,15 +371,9 @@ void CheckThresholds(const Builder& b)
 {
     for (const Link& link : b.node.links)
         if (!IsDiscrete(*link.parent) && !HasStates(*link.parent))
-            Fail(
-                2020,
-                "can't convert equation to table for >-node '%s' because it has a parent >-node (%s) with no discretization intervals set (it needs them because it is continuous)",
-                b.node.name.c_str(), link.parent->name.c_str());
+            Fail<2020>(b.node.name.c_str(), link.parent->name.c_str());
     if (b.eqn.probabilistic && !b.Output().discrete && b.Output().num_states == 0)
-        Fail(
-            2313,
-            "can't convert equation to table for >-node '%s' because it has no discretization intervals set (it needs them because it is continuous and nondeterministic)",
-            b.node.name.c_str());
+        Fail<2313>(b.node.name.c_str());
 }
 
 void PrepareDraws(Builder& b)
@@ -444,8 +413,7 @@ std::string BytesText(double bytes)
 
 [[noreturn]] void FailTooLarge(const Node& node)
 {
-    FailWith(OUT_OF_MEMORY_CND, 6407,
-             "cannot create table for >- node %s because the table would be too large", node.name.c_str());
+    FailWith<6407>(OUT_OF_MEMORY_CND, node.name.c_str());
 }
 
 // The person decides about a table that does not fit into the memory limit.
@@ -469,9 +437,7 @@ void CheckTableSize(const Builder& b)
     try {
         CheckCanHaveTable(b.node);
     } catch (const Unwind&) {
-        Fail(2284,
-             "can't build >-CPTable from equation for >-node %s, because can't form/revise its >-CPTable",
-             b.node.name.c_str());
+        Fail<2284>(b.node.name.c_str());
     }
     AskForMemory(b.node, TableEntries(b.node) * sizeof(float));
 }
@@ -572,18 +538,10 @@ void TellOfUniformRows(const Builder& b, int64_t num_uniform, int64_t num_rows)
     const char* const why = b.sampled ? "no nonzero probability was discovered by sampling"
                                       : "its equation specified zero for all its states";
     if (!b.node.links.empty()) {
-        Notice(
-            6408,
-            "In equation of >-node %s, for %d out of %d parent settings (i.e. conditions), %s, so they were given uniform distributions",
-            b.node.name.c_str(), static_cast<int>(num_uniform), static_cast<int>(num_rows), why);
+        Notice<6408>(b.node.name.c_str(), static_cast<int>(num_uniform), static_cast<int>(num_rows), why);
         return;
     }
-    ReportArgs args;
-    args.number = 3810;
-    Report(
-        args,
-        "In equation of >-node %s, %s, which is not allowed for a node with no parents. (It was given a uniform distribution)",
-        b.node.name.c_str(), why);
+    Raise<3810>(b.node.name.c_str(), why);
 }
 
 Builder MakeBuilder(Node& node, int num_samples)
@@ -625,7 +583,8 @@ Equation NodeEquation(const Node& node)
         const int number = -failure.record->number;
         const std::string why = failure.record->message;
         ClearReport(failure.record);
-        Fail(number, "problem with equation of >-node '%s':  %s", node.name.c_str(), why.c_str());
+        throw Unwind{Report({.number = number}, "problem with equation of >-node '%s':  %s",
+                            node.name.c_str(), why.c_str())};
     }
 }
 

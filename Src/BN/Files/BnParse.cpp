@@ -37,12 +37,10 @@ void CheckFormatVersion(int version, const FilePlace& place)
 {
     if (version == 1) return;
     const char* const age = version == 0 ? "unknown" : version < 0 ? "old" : "new";
-    WarnAt(place, 2912,
-           "this >-net was stored using a %s version of file format (=%d). It may not read correctly", age,
-           version);
+    WarnAt<2912>(place, age, version);
     if (AskQuestion("This net was stored using another version of the file format. Read it?",
                     "Continue,Cancel", "Continue") == 1)
-        FailWith(ABORTED_CND, 3605, "user halted reading");
+        FailWith<3605>(ABORTED_CND);
 }
 
 }  // namespace
@@ -105,7 +103,7 @@ void NetReader::Poll()
     if (text.At() < next_poll_) return;
     next_poll_ = text.At() + kPollBytes;
     if (IsHalted() || !progress_.Step(static_cast<double>(text.At()) / static_cast<double>(size_)))
-        FailWith(ABORTED_CND, 3605, "user halted reading");
+        FailWith<3605>(ABORTED_CND);
 }
 
 // ---- The file ----
@@ -115,11 +113,8 @@ void NetReader::CheckHeader()
     const std::string_view start = text.Text(0, std::min<size_t>(size_, 256));
     const int version = NetFileVersion(start);
     if (version == kNoVersion)
-        FailAt(
-            text.PlaceOf(0), 4109,
-            "'%s' is not a %s file (by file extension it looks like a %s file, but by starting contents it looks like a %s file)",
-            stream_.name.c_str(), "DNET", FileTypeByName(stream_.name).c_str(),
-            FileTypeByContents(start).c_str());
+        FailAt<4109>(text.PlaceOf(0), stream_.name.c_str(), "DNET", FileTypeByName(stream_.name).c_str(),
+                     FileTypeByContents(start).c_str());
     CheckFormatVersion(version, text.PlaceOf(0));
 }
 
@@ -127,20 +122,18 @@ Net* NetReader::Read()
 {
     CheckHeader();
     for (;;) {
-        if (text.AtEnd()) FailAt(text.PlaceOf(size_), 2920, "there is no %s in the file", "`bnet`");
+        if (text.AtEnd()) FailAt<2920>(text.PlaceOf(size_), "`bnet`");
         const std::string_view word = text.ReadWord();
         if (word.empty() || !IsLegalName(word.substr(0, 1)))
-            FailAt(text.PlaceOf(text.At()), 2913, "illegal symbol read: '%s' in %s file",
-                   word.empty() ? text.PeekText().c_str() : std::string(word).c_str(), "DNET");
+            FailAt<2913>(text.PlaceOf(text.At()),
+                         word.empty() ? text.PeekText().c_str() : std::string(word).c_str(), "DNET");
         if (word == "bnet") break;
-        WarnAt(text.Place(), 3341, "unknown object '%s'", std::string(word).c_str());
+        WarnAt<3341>(text.Place(), std::string(word).c_str());
         text.SkipValue();
         if (!text.TryRead(';')) text.TryRead('}');
     }
     ReadBnet();
-    if (!text.TryRead(';'))
-        FailAt(text.PlaceOf(text.At()), 2914, "missing semicolon at end of %s '%s'", "bnet",
-               net_->name.c_str());
+    if (!text.TryRead(';')) FailAt<2914>(text.PlaceOf(text.At()), "bnet", net_->name.c_str());
     net_->changed = false;
     Net* const result = net_;
     net_ = nullptr;
@@ -152,18 +145,15 @@ void NetReader::ReadBnet()
     const std::string name = ReadName("net");
     net_ = NewNet(*stream_.env, name);
     const std::string title = "net '" + name + "'";
-    if (!text.TryRead('{')) FailAt(text.PlaceOf(text.At()), 2916, "missing '{' to start %s", title.c_str());
+    if (!text.TryRead('{')) FailAt<2916>(text.PlaceOf(text.At()), title.c_str());
     const size_t start = text.At();
     while (!text.TryRead('}')) {
         const size_t word_at = text.At();
-        if (text.AtEnd()) FailAt(text.PlaceOf(start), 2927, "no terminating '}' for %s", title.c_str());
+        if (text.AtEnd()) FailAt<2927>(text.PlaceOf(start), title.c_str());
         const std::string_view word = text.ReadWord();
-        if (word.empty())
-            FailAt(text.PlaceOf(text.At()), 2919, "unexpected punctuation '%s'", text.PeekText().c_str());
+        if (word.empty()) FailAt<2919>(text.PlaceOf(text.At()), text.PeekText().c_str());
         ReadStatement(word, word_at);
-        if (text.At() <= word_at)
-            FailAt(text.PlaceOf(word_at), 3526, "Parser stuck (started on line %d).  Please contact Vestra.",
-                   static_cast<int>(text.LineOf(word_at)));
+        if (text.At() <= word_at) FailAt<3526>(text.PlaceOf(word_at), static_cast<int>(text.LineOf(word_at)));
         Poll();
     }
     const size_t end = text.At();
@@ -187,13 +177,12 @@ void NetReader::ReadStatement(std::string_view word, size_t word_at)
     if (field < 0) return SkipUnknown(word, word_at, ("net '" + net_->name + "'").c_str());
     const auto index = static_cast<size_t>(field);
     const char* const keyword = kNetFields[index].keyword;
-    if (!text.TryRead('=')) FailAt(text.PlaceOf(word_at), 2922, "missing '=' for `%s` statement", keyword);
+    if (!text.TryRead('=')) FailAt<2922>(text.PlaceOf(word_at), keyword);
     if (net_fields_read_[index]) {
-        WarnAt(text.PlaceOf(word_at), 2923, "more than one `%s` statement", keyword);
+        WarnAt<2923>(text.PlaceOf(word_at), keyword);
         text.SkipValue();
     } else if (kNetFields[index].read == nullptr) {
-        WarnAt(text.PlaceOf(word_at), 2943,
-               "parsing `%s` as a %s field is not implemented in this version of >-Talora", keyword, "net");
+        WarnAt<2943>(text.PlaceOf(word_at), keyword, "net");
         text.SkipValue();
     } else if (field == NET_ELIMORDER && !InSecondPass()) {
         net_fields_read_[index] = true;
@@ -223,7 +212,7 @@ void NetReader::ReadObject(std::string_view word, size_t word_at)
     }
     const std::string_view what = text.ReadWord();
     if (what == "node" || what == "param") return ReadDefine();
-    WarnAt(text.PlaceOf(word_at), 3291, "unknown %s '%s'", "object", std::string(what).c_str());
+    WarnAt<3291>(text.PlaceOf(word_at), "object", std::string(what).c_str());
     text.SkipValue();
     text.TryRead(';');
 }
@@ -232,15 +221,14 @@ void NetReader::NeedPunctuation(char punctuation, int number, const char* keywor
 {
     if (text.TryRead(punctuation)) return;
     const FilePlace place = text.PlaceOf(text.At());
-    if (number == 2926) FailAt(place, 2926, "missing semicolon after `%s` statement", keyword);
-    FailAt(place, 2925, "missing semicolon at end of %s", keyword);
+    if (number == 2926) FailAt<2926>(place, keyword);
+    FailAt<2925>(place, keyword);
 }
 
 void NetReader::SkipUnknown(std::string_view word, size_t word_at, const char* owner)
 {
     text.context = std::string(", while reading ") + owner;
-    WarnAt(text.PlaceOf(word_at), 3291, "unknown %s '%s'", text.Peek() == '=' ? "field" : "object",
-           std::string(word).c_str());
+    WarnAt<3291>(text.PlaceOf(word_at), text.Peek() == '=' ? "field" : "object", std::string(word).c_str());
     text.context.clear();
     text.SkipValue();
     text.TryRead(';');
@@ -299,7 +287,7 @@ void NetReader::ReadSection(Description& description, bool visual)
 {
     const char* const keyword = visual ? "visual" : "user";
     std::string name = ReadName(keyword);
-    if (!text.TryRead('{')) FailAt(text.PlaceOf(text.At()), 2916, "missing '{' to start %s", keyword);
+    if (!text.TryRead('{')) FailAt<2916>(text.PlaceOf(text.At()), keyword);
     const size_t body_at = text.At();
     const std::string_view body = text.ReadBody(keyword);
     const size_t end = text.At();
@@ -324,8 +312,7 @@ void NetReader::ReadNode(const char* what, int kind)
 {
     const size_t name_at = text.At();
     const std::string name = ReadName(what);
-    if (net_->node_index.contains(name))
-        FailAt(text.PlaceOf(name_at), 2928, "duplicate %s name '%s'", what, name.c_str());
+    if (net_->node_index.contains(name)) FailAt<2928>(text.PlaceOf(name_at), what, name.c_str());
     Node* const node = InsertNode(*net_, name, "read net");
     node->kind = kind;
     node->states.type = VarType::UNKNOWN;
@@ -344,11 +331,9 @@ void NetReader::ReadDefineList(const char* what, const char* name, std::vector<c
     while (!text.TryRead(')')) {
         const std::string define_name = ReadName("node");
         const DefineNode* const define = FindDefine(define_name);
-        if (define == nullptr)
-            FailAt(text.Place(), 2929, "declaration of %s '%s' tries to inherit from a %s not yet defined",
-                   what, name, "define node");
+        if (define == nullptr) FailAt<2929>(text.Place(), what, name, "define node");
         defines.push_back(define);  // named twice it gives nothing more
-        if (!text.TryRead(',') && text.Peek() != ')') FailAt(text.PlaceOf(text.At()), 3297, "missing comma");
+        if (!text.TryRead(',') && text.Peek() != ')') FailAt<3297>(text.PlaceOf(text.At()));
     }
 }
 
@@ -361,19 +346,16 @@ const DefineNode* NetReader::FindDefine(std::string_view name) const
 void NetReader::ReadNodeBlock(NodeReader& reader)
 {
     const std::string title = "node '" + reader.node.name + "'";
-    if (!text.TryRead('{')) FailAt(text.PlaceOf(text.At()), 2916, "missing '{' to start %s", title.c_str());
+    if (!text.TryRead('{')) FailAt<2916>(text.PlaceOf(text.At()), title.c_str());
     const size_t start = text.At();
     if (options_.inherit_in_first_pass) Inherit(reader);
     while (!text.TryRead('}')) {
         const size_t word_at = text.At();
-        if (text.AtEnd()) FailAt(text.PlaceOf(start), 2933, "no closing '}' for %s, starting", title.c_str());
+        if (text.AtEnd()) FailAt<2933>(text.PlaceOf(start), title.c_str());
         const std::string_view word = text.ReadWord();
-        if (word.empty())
-            FailAt(text.PlaceOf(text.At()), 2919, "unexpected punctuation '%s'", text.PeekText().c_str());
+        if (word.empty()) FailAt<2919>(text.PlaceOf(text.At()), text.PeekText().c_str());
         ReadNodeStatement(reader, word, word_at);
-        if (text.At() <= word_at)
-            FailAt(text.PlaceOf(word_at), 3526, "Parser stuck (started on line %d).  Please contact Vestra.",
-                   static_cast<int>(text.LineOf(word_at)));
+        if (text.At() <= word_at) FailAt<3526>(text.PlaceOf(word_at), static_cast<int>(text.LineOf(word_at)));
         Poll();
     }
     const size_t end = text.At();
@@ -393,19 +375,14 @@ void NetReader::ReadNodeStatement(NodeReader& reader, std::string_view word, siz
     const int field = FindNodeField(word);
     if (field < 0) return SkipUnknown(word, word_at, ("node '" + reader.node.name + "'").c_str());
     const NodeFieldDef& def = kNodeFields[field];
-    if (!text.TryRead('='))
-        FailAt(text.PlaceOf(word_at), 2922, "missing '=' for `%s` statement", def.keyword);
+    if (!text.TryRead('=')) FailAt<2922>(text.PlaceOf(word_at), def.keyword);
     if (def.read == nullptr) {
-        WarnAt(text.PlaceOf(word_at), 3021,
-               "parsing `%s` as a %s field is not implemented in this version of >-Talora", def.keyword,
-               "node");
+        WarnAt<3021>(text.PlaceOf(word_at), def.keyword, "node");
         text.SkipValue();
     } else if (IsRepeated(reader, field)) {
         text.SkipValue();
     } else {
-        if (field == NODE_PARENTS && reader.visual_seen)
-            WarnAt(text.PlaceOf(word_at), 2932, "`%s` statement should appear after PREDS statement",
-                   "visual");
+        if (field == NODE_PARENTS && reader.visual_seen) WarnAt<2932>(text.PlaceOf(word_at), "visual");
         ReadNodeField(reader, field);
     }
     NeedPunctuation(';', 2926, def.keyword);
@@ -418,17 +395,15 @@ bool NetReader::IsRepeated(NodeReader& reader, int field)
     const char* const keyword = kNodeFields[field].keyword;
     const bool has_inherited_table = reader.inherited[NODE_PROBS] || reader.inherited[NODE_FUNCTABLE];
     if (reader.inherited[index]) {
-        WarnAt(text.Place(), 2930, "`%s` statement already inherited", keyword);
+        WarnAt<2930>(text.Place(), keyword);
         return true;
     }
     if (reader.state[index] != FieldState::NOT_GIVEN) {
-        WarnAt(text.Place(), 2924, "more than one `%s` statement for %s '%s'", keyword, "node",
-               reader.Name());
+        WarnAt<2924>(text.Place(), keyword, "node", reader.Name());
         return true;
     }
     if (has_inherited_table && (field == NODE_PARENTS || field == NODE_STATES || field == NODE_NUMSTATES)) {
-        WarnAt(text.Place(), 2931,
-               "`%s` statement should appear earlier.  Or reread with 'Inherit in First Pass' off", keyword);
+        WarnAt<2931>(text.Place(), keyword);
         return true;
     }
     return false;
@@ -540,11 +515,11 @@ void NetReader::ReadDefine()
     const size_t name_at = text.At();
     DefineNode define{ReadName("node"), {}};
     if (defines_.contains(define.name))
-        FailAt(text.PlaceOf(name_at), 2928, "duplicate %s name '%s'", "define node", define.name.c_str());
+        FailAt<2928>(text.PlaceOf(name_at), "define node", define.name.c_str());
     std::vector<const DefineNode*> bases;
     ReadDefineList("define node", define.name.c_str(), bases);
     const std::string title = "node '" + define.name + "'";
-    if (!text.TryRead('{')) FailAt(text.PlaceOf(text.At()), 2916, "missing '{' to start %s", title.c_str());
+    if (!text.TryRead('{')) FailAt<2916>(text.PlaceOf(text.At()), title.c_str());
     const size_t start = text.At();
     const auto has = [&](int field) {
         return std::any_of(define.statements.begin(), define.statements.end(),
@@ -552,10 +527,9 @@ void NetReader::ReadDefine()
     };
     while (!text.TryRead('}')) {
         const size_t word_at = text.At();
-        if (text.AtEnd()) FailAt(text.PlaceOf(start), 2933, "no closing '}' for %s, starting", title.c_str());
+        if (text.AtEnd()) FailAt<2933>(text.PlaceOf(start), title.c_str());
         const std::string_view word = text.ReadWord();
-        if (word.empty())
-            FailAt(text.PlaceOf(text.At()), 2919, "unexpected punctuation '%s'", text.PeekText().c_str());
+        if (word.empty()) FailAt<2919>(text.PlaceOf(text.At()), text.PeekText().c_str());
         const int field = FindNodeField(word);
         if (field < 0 || text.Peek() != '=') {
             if (word != "visual" && word != "user") {
@@ -563,8 +537,7 @@ void NetReader::ReadDefine()
                 continue;
             }
         } else if (has(field)) {
-            WarnAt(text.PlaceOf(word_at), 2924, "more than one `%s` statement for %s '%s'",
-                   kNodeFields[field].keyword, "node", define.name.c_str());
+            WarnAt<2924>(text.PlaceOf(word_at), kNodeFields[field].keyword, "node", define.name.c_str());
         } else if (text.TryRead('=') && kNodeFields[field].read != nullptr && field != NODE_NAME) {
             define.statements.push_back({field, text.At()});
         }
@@ -590,16 +563,15 @@ void NetReader::ReadNodeSet()
     const size_t name_at = text.At();
     NodeSet set{ReadName("node set"), {}};
     if (!node_set_names_.insert(set.name).second)
-        FailAt(text.PlaceOf(name_at), 4116, "more than one %s with the name '%s'", "node set",
-               set.name.c_str());
+        FailAt<4116>(text.PlaceOf(name_at), "node set", set.name.c_str());
     text.context = ", while reading node set '" + set.name + "'";
-    if (!text.TryRead('{')) FailAt(text.PlaceOf(text.At()), 4115, "missing '{' to start %s", "node set");
-    if (text.ReadWord() != "Nodes") FailAt(text.Place(), 4119, "a node set begins with `Nodes`");
-    if (!text.TryRead('=')) FailAt(text.PlaceOf(text.At()), 4117, "missing '='");
+    if (!text.TryRead('{')) FailAt<4115>(text.PlaceOf(text.At()), "node set");
+    if (text.ReadWord() != "Nodes") FailAt<4119>(text.Place());
+    if (!text.TryRead('=')) FailAt<4117>(text.PlaceOf(text.At()));
     set.nodes = *ReadNodeList(false, 2957);
-    if (!text.TryRead(';')) FailAt(text.PlaceOf(text.At()), 4118, "missing ';'");
-    if (!text.TryRead('}')) FailAt(text.PlaceOf(text.At()), 2927, "no terminating '}' for %s", "node set");
-    if (!text.TryRead(';')) FailAt(text.PlaceOf(text.At()), 4118, "missing ';'");
+    if (!text.TryRead(';')) FailAt<4118>(text.PlaceOf(text.At()));
+    if (!text.TryRead('}')) FailAt<2927>(text.PlaceOf(text.At()), "node set");
+    if (!text.TryRead(';')) FailAt<4118>(text.PlaceOf(text.At()));
     text.context.clear();
     net_->node_sets.push_back(std::move(set));
 }
@@ -652,8 +624,7 @@ void NetReader::CheckNoCycle()
                    return !IsDelayed(link) && waits(link.parent);
                })->parent;
     }
-    FailAt(text.PlaceOf(text.At()), 3278, "there is a cycle (containing link %s -> %s)", node->name.c_str(),
-           child->name.c_str());
+    FailAt<3278>(text.PlaceOf(text.At()), node->name.c_str(), child->name.c_str());
 }
 
 // ---- Values ----
@@ -663,8 +634,8 @@ std::string NetReader::ReadName(const char* what)
     const std::string_view word = text.ReadWord();
     const bool is_star = word == "*" && std::strcmp(what, "node") == 0;  // a node may be called that
     if (!is_star && !IsLegalName(word))
-        FailAt(text.Place(), 2917, "'%s' is not a legal name for a %s",
-               (word.empty() ? text.PeekText() : std::string(word.substr(0, 40))).c_str(), what);
+        FailAt<2917>(text.Place(), (word.empty() ? text.PeekText() : std::string(word.substr(0, 40))).c_str(),
+                     what);
     return std::string(word);
 }
 
@@ -672,15 +643,12 @@ bool NetReader::ReadBool()
 {
     const std::string_view word = text.ReadWord();
     if (const EnumWord* found = FindWord(kBoolWords, word)) return found->value != 0;
-    FailAt(text.Place(), 2977, "illegal value '%s' (should be TRUE or FALSE)",
-           std::string(word.substr(0, 40)).c_str());
+    FailAt<2977>(text.Place(), std::string(word.substr(0, 40)).c_str());
 }
 
 std::string NetReader::ReadText()
 {
-    if (text.Peek() != '"')
-        FailAt(text.PlaceOf(text.At()), 2978, "a quoted string is missing (there is '%s')",
-               text.PeekText().c_str());
+    if (text.Peek() != '"') FailAt<2978>(text.PlaceOf(text.At()), text.PeekText().c_str());
     return text.ReadQuoted();
 }
 
@@ -688,29 +656,22 @@ std::optional<std::vector<Node*>> NetReader::ReadNodeList(bool defer, int define
 {
     const size_t start = text.At();
     std::vector<Node*> nodes;
-    if (!text.TryRead('('))
-        FailAt(text.PlaceOf(text.At()), 3293, "illegal punctuation '%s'", text.PeekText().c_str());
+    if (!text.TryRead('(')) FailAt<3293>(text.PlaceOf(text.At()), text.PeekText().c_str());
     while (!text.TryRead(')')) {
         const std::string_view name = text.ReadWord();
-        if (text.AtEnd() || text.Peek() == ';')
-            FailAt(text.PlaceOf(start), 3298, "missing close parenthesis, starting");
-        if (name.empty())
-            FailAt(text.PlaceOf(text.At()), 3296, "illegal punctuation '%s'", text.PeekText().c_str());
+        if (text.AtEnd() || text.Peek() == ';') FailAt<3298>(text.PlaceOf(start));
+        if (name.empty()) FailAt<3296>(text.PlaceOf(text.At()), text.PeekText().c_str());
         Node* const node = FindNode(*net_, name);
         const std::string shown(name.substr(0, 40));
         if (node == nullptr && FindDefine(name) != nullptr && define_error == 2944)
-            FailAt(text.Place(), 2944, "a DEFINED %s '%s' appears", "node", shown.c_str());
-        if (node == nullptr && FindDefine(name) != nullptr)
-            FailAt(text.Place(), 2957,
-                   "a >-node meant only for defining others (declared with 'define') '%s' appears",
-                   shown.c_str());
+            FailAt<2944>(text.Place(), "node", shown.c_str());
+        if (node == nullptr && FindDefine(name) != nullptr) FailAt<2957>(text.Place(), shown.c_str());
         if (node == nullptr && defer) return std::nullopt;
-        if (node == nullptr) FailAt(text.Place(), 3295, "undefined >-node '%s'", shown.c_str());
+        if (node == nullptr) FailAt<3295>(text.Place(), shown.c_str());
         nodes.push_back(node);
         if (!text.TryRead(',') && text.Peek() != ')') {
-            if (text.AtEnd() || text.Peek() == ';' || text.Peek() == '}')
-                FailAt(text.PlaceOf(start), 3298, "missing close parenthesis, starting");
-            FailAt(text.PlaceOf(text.At()), 3297, "missing comma");
+            if (text.AtEnd() || text.Peek() == ';' || text.Peek() == '}') FailAt<3298>(text.PlaceOf(start));
+            FailAt<3297>(text.PlaceOf(text.At()));
         }
     }
     // A node may stand in a list once.
@@ -719,8 +680,7 @@ std::optional<std::vector<Node*>> NetReader::ReadNodeList(bool defer, int define
     for (const Node* node : nodes)
         if (mark_by_node[static_cast<size_t>(node->index)]++ != 0) twice = node;
     for (const Node* node : nodes) mark_by_node[static_cast<size_t>(node->index)] = 0;
-    if (twice != nullptr)
-        FailAt(text.PlaceOf(start), 2928, "duplicate %s name '%s'", "node", twice->name.c_str());
+    if (twice != nullptr) FailAt<2928>(text.PlaceOf(start), "node", twice->name.c_str());
     return nodes;
 }
 
@@ -737,7 +697,7 @@ void Name(NetReader& r)
 void NumDimensions(NetReader& r)
 {
     const int64_t count = r.text.ReadInteger();
-    if (count < 0 || count > INT_MAX) FailAt(r.text.Place(), 2979, "`numdimensions` is out of range");
+    if (count < 0 || count > INT_MAX) FailAt<2979>(r.text.Place());
     r.TheNet().num_dimensions = static_cast<int>(count);
 }
 

@@ -17,9 +17,8 @@ constexpr int kMaxUnnamedStates = 1 << 18;  // in a finding that rules one out
 // What a list reader meets besides its items.
 [[noreturn]] void FailList(Tokenizer& t, size_t start)
 {
-    if (t.AtEnd() || t.Peek() == ';' || t.Peek() == '}')
-        FailAt(t.PlaceOf(start), 3298, "missing close parenthesis, starting");
-    FailAt(t.PlaceOf(t.At()), 3293, "illegal punctuation '%s'", t.PeekText().c_str());
+    if (t.AtEnd() || t.Peek() == ';' || t.Peek() == '}') FailAt<3298>(t.PlaceOf(start));
+    FailAt<3293>(t.PlaceOf(t.At()), t.PeekText().c_str());
 }
 
 // Reads "( item, item, ... )"; an item may be empty, except that "()" has none.
@@ -36,7 +35,7 @@ void ReadList(NetReader& reader, ReadItem&& read_item)
         if (t.TryRead(')')) return;
         if (!t.TryRead(',')) {
             if (t.AtEnd() || t.Peek() == ';' || t.Peek() == '}' || t.Peek() == '(') FailList(t, start);
-            FailAt(t.PlaceOf(t.At()), 3297, "missing comma");
+            FailAt<3297>(t.PlaceOf(t.At()));
         }
         reader.Poll();
     }
@@ -53,16 +52,14 @@ std::vector<std::string> ReadNames(NetReader& reader, const char* what)
         else
             names.push_back(reader.ReadName(what));
         if (!names.back().empty() && !IsLegalName(names.back()))
-            FailAt(reader.text.Place(), 2917, "'%s' is not a legal name for a %s",
-                   names.back().substr(0, 40).c_str(), what);
+            FailAt<2917>(reader.text.Place(), names.back().substr(0, 40).c_str(), what);
     });
     std::vector<std::string_view> sorted(names.begin(), names.end());
     std::sort(sorted.begin(), sorted.end());
     const auto twice =
         std::adjacent_find(sorted.begin(), sorted.end(),
                            [](std::string_view a, std::string_view b) { return a == b && !a.empty(); });
-    if (twice != sorted.end())
-        FailAt(reader.text.Place(), 2928, "duplicate %s name '%s'", what, std::string(*twice).c_str());
+    if (twice != sorted.end()) FailAt<2928>(reader.text.Place(), what, std::string(*twice).c_str());
     return names;
 }
 
@@ -118,8 +115,7 @@ bool Name(NodeReader& r)
     const std::string name = r.reader.ReadName("node");
     if (name == r.node.name) return true;
     Net& net = r.reader.TheNet();
-    if (net.node_index.contains(name))
-        FailAt(r.Text().Place(), 2928, "duplicate %s name '%s'", "node", name.c_str());
+    if (net.node_index.contains(name)) FailAt<2928>(r.Text().Place(), "node", name.c_str());
     Change(r.node, r.node.name, name, RENAMES_NODE, "read net");
     return true;
 }
@@ -161,13 +157,12 @@ bool Discrete(NodeReader& r)
     const std::string word = ReadShortWord(r);
     const EnumWord* const found = FindWord(kTypeWords, word);
     if (found == nullptr) {
-        WarnAt(r.Text().Place(), 2945, "illegal value '%s'", word.c_str());
+        WarnAt<2945>(r.Text().Place(), word.c_str());
         return true;
     }
     r.node.states.type = static_cast<VarType>(found->value);
     if (IsDiscrete(r.node) && r.IsRead(NODE_NUMSTATES) && !HasStates(r.node)) {
-        WarnAt(r.Text().Place(), 4137, "'%s' field declared '%s', incompatible with '%s' declared 0",
-               "discrete", word.c_str(), "numstates");
+        WarnAt<4137>(r.Text().Place(), "discrete", word.c_str(), "numstates");
         SettleStates(r, 1);
     }
     return true;
@@ -179,7 +174,7 @@ bool MeasureLevel(NodeReader& r)
     if (const EnumWord* found = FindWord(kMeasureWords, word))
         r.node.measure = static_cast<Measure>(found->value);
     else
-        WarnAt(r.Text().Place(), 2946, "illegal value '%s'", word.c_str());
+        WarnAt<2946>(r.Text().Place(), word.c_str());
     return true;
 }
 
@@ -187,7 +182,7 @@ bool Kind(NodeReader& r)
 {
     const std::string word = ReadShortWord(r);
     const EnumWord* const found = FindWord(kKindWords, word);
-    if (found == nullptr) WarnAt(r.Text().Place(), 2955, "illegal value '%s'", word.c_str());
+    if (found == nullptr) WarnAt<2955>(r.Text().Place(), word.c_str());
     r.node.kind = found == nullptr ? NATURE_NODE : found->value;
     return true;
 }
@@ -198,7 +193,7 @@ bool Chance(NodeReader& r)
     if (const EnumWord* found = FindWord(kRelationWords, word))
         r.node.relation = static_cast<Relation>(found->value);
     else
-        WarnAt(r.Text().Place(), 2947, "illegal value '%s'", word.c_str());
+        WarnAt<2947>(r.Text().Place(), word.c_str());
     return true;
 }
 
@@ -208,7 +203,7 @@ bool Dirty(NodeReader& r)
     if (const EnumWord* found = FindWord(kDirtyWords, word))
         r.node.eqn_dirty = static_cast<EqnDirty>(found->value);
     else
-        WarnAt(r.Text().Place(), 2976, "illegal value '%s' (should be TRUE, FALSE or MAYBE)", word.c_str());
+        WarnAt<2976>(r.Text().Place(), word.c_str());
     return true;
 }
 
@@ -218,15 +213,12 @@ bool NumStates(NodeReader& r)
 {
     const int64_t count = r.Text().ReadInteger();
     if (count < 1) {
-        WarnAt(r.Text().Place(), 2948, "`%s` stated to be %d, but it must not be less than 1", "numstates",
-               static_cast<int>(std::max<int64_t>(count, INT_MIN)));
+        WarnAt<2948>(r.Text().Place(), "numstates", static_cast<int>(std::max<int64_t>(count, INT_MIN)));
         return true;
     }
-    if (count > INT_MAX)
-        FailAt(r.Text().Place(), 6131, "too many states for >-Bnode '%s'", r.node.name.c_str());
+    if (count > INT_MAX) FailAt<6131>(r.Text().Place(), r.node.name.c_str());
     if (!SettleStates(r, static_cast<size_t>(count)))
-        FailAt(r.Text().Place(), 2949, "`%s` stated to be %d, but other statements imply it is %d",
-               "numstates", static_cast<int>(count), r.node.states.num_states);
+        FailAt<2949>(r.Text().Place(), "numstates", static_cast<int>(count), r.node.states.num_states);
     return true;
 }
 
@@ -234,8 +226,7 @@ bool States(NodeReader& r)
 {
     std::vector<std::string> names = ReadNames(r.reader, "state");
     if (!SettleStates(r, names.size()))
-        FailAt(r.Text().Place(), 2950, "there are %d states, but %d names", r.node.states.num_states,
-               static_cast<int>(names.size()));
+        FailAt<2950>(r.Text().Place(), r.node.states.num_states, static_cast<int>(names.size()));
     SetTexts(r.node.states, names, &StateText::name);
     return true;
 }
@@ -246,8 +237,7 @@ bool StateTitles(NodeReader& r)
     if (SettleStates(r, titles.size()))
         SetTexts(r.node.states, titles, &StateText::title);
     else
-        WarnAt(r.Text().Place(), 2951, "there are %d states, but %d names", r.node.states.num_states,
-               static_cast<int>(titles.size()));
+        WarnAt<2951>(r.Text().Place(), r.node.states.num_states, static_cast<int>(titles.size()));
     return true;
 }
 
@@ -257,8 +247,7 @@ bool StateComments(NodeReader& r)
     if (SettleStates(r, comments.size()))
         SetTexts(r.node.states, comments, &StateText::comment);
     else
-        WarnAt(r.Text().Place(), 2952, "there are %d states, but %d names", r.node.states.num_states,
-               static_cast<int>(comments.size()));
+        WarnAt<2952>(r.Text().Place(), r.node.states.num_states, static_cast<int>(comments.size()));
     return true;
 }
 
@@ -269,20 +258,17 @@ bool Levels(NodeReader& r)
     const size_t count = levels.size();
     const FilePlace place = r.Text().Place();
     const bool discrete = IsDiscrete(r.node);
-    if (!discrete && count < 2)
-        FailAt(place, 2953, "has %d entries, but minimum is %d, because %s is %s", static_cast<int>(count), 2,
-               r.Name(), TypeTerm(r.node));
+    if (!discrete && count < 2) FailAt<2953>(place, static_cast<int>(count), 2, r.Name(), TypeTerm(r.node));
     // Two levels of a continuous variable of which no states are known are its range.
     const bool is_range = !discrete && count == 2 && !r.states_are_known;
     if (!is_range && !SettleStates(r, discrete ? count : count - 1))
-        FailAt(place, 2954, "has %d entries, but there should be %d, because %s has %d states and is %s",
-               static_cast<int>(count), states.num_states + !discrete, r.Name(), states.num_states,
-               TypeTerm(r.node));
+        FailAt<2954>(place, static_cast<int>(count), states.num_states + !discrete, r.Name(),
+                     states.num_states, TypeTerm(r.node));
     if (!discrete && !std::is_sorted(levels.begin(), levels.end()) &&
         !std::is_sorted(levels.rbegin(), levels.rend()))
-        FailAt(place, 2972, "the thresholds of >-node '%s' go up and down", r.Name());
+        FailAt<2972>(place, r.Name());
     if (!discrete && std::find_if(levels.begin(), levels.end(), IsUndef) != levels.end())
-        FailAt(place, 2973, "a threshold of >-node '%s' is missing", r.Name());
+        FailAt<2973>(place, r.Name());
     states.levels = levels;
     return true;
 }
@@ -294,11 +280,8 @@ bool Parents(NodeReader& r)
     const auto parents = r.reader.ReadNodeList(!r.reader.InSecondPass(), 2957);
     if (!parents) return false;
     for (const int field : {NODE_INPUTS, NODE_DELAYS, NODE_FUNCTABLE, NODE_PROBS, NODE_NUMCASES})
-        if (r.IsRead(field))
-            FailAt(r.Text().Place(), 2940, "missing `%s` statement before `%s` statement", "parents",
-                   kNodeFields[field].keyword);
-    if (r.node.kind == DISCONNECTED_NODE && !parents->empty())
-        FailAt(r.Text().Place(), 2939, "a DISCONNECTED node can't have parents");
+        if (r.IsRead(field)) FailAt<2940>(r.Text().Place(), "parents", kNodeFields[field].keyword);
+    if (r.node.kind == DISCONNECTED_NODE && !parents->empty()) FailAt<2939>(r.Text().Place());
     std::vector<Link> links(parents->size());
     for (size_t i = 0; i < links.size(); ++i) links[i].parent = (*parents)[i];
     ReserveLinks(r.node, links);
@@ -312,8 +295,7 @@ namespace {
 void NeedParents(NodeReader& r, const char* keyword)
 {
     if (r.IsRead(NODE_PARENTS)) return;
-    FailAt(r.Text().Place(), 2941, "can't read `%s` statement, because there is no `%s` statement", keyword,
-           "parents");
+    FailAt<2941>(r.Text().Place(), keyword, "parents");
 }
 
 // A vector of numbers in its parentheses, one for each dimension of the net, as one text: "1, 0".  All
@@ -325,17 +307,16 @@ bool TryReadVector(NodeReader& r, std::string& text, int& count)
     text.clear();
     for (count = 0;; ++count) {
         if (t.Peek() == '"') {
-            WarnAt(t.PlaceOf(t.At()), 3024, "should give a numeric value, but this gives a %s value",
-                   "string");
+            WarnAt<3024>(t.PlaceOf(t.At()), "string");
             return false;
         }
         const std::string_view word = t.ReadWord();
         double value;
         if (!ParseReal(word, value)) {
             if (word.empty())
-                WarnAt(t.PlaceOf(t.At()), 2962, "illegal punctuation '%s'", t.PeekText().c_str());
+                WarnAt<2962>(t.PlaceOf(t.At()), t.PeekText().c_str());
             else
-                WarnAt(t.Place(), 3026, "should give a numeric value, but this gives a %s value", "name");
+                WarnAt<3026>(t.Place(), "name");
             return false;
         }
         all_zero = all_zero && value == 0;
@@ -345,7 +326,7 @@ bool TryReadVector(NodeReader& r, std::string& text, int& count)
         ++count;
         if (all_zero) text.clear();
         if (t.TryRead(')')) return true;
-        WarnAt(t.PlaceOf(t.At()), 2966, "illegal punctuation '%s'", t.PeekText().c_str());
+        WarnAt<2966>(t.PlaceOf(t.At()), t.PeekText().c_str());
         return false;
     }
 }
@@ -359,16 +340,14 @@ bool ReadVector(NodeReader& r, int field, std::string& target)
     std::string value;
     int count = 0;
     if (!t.TryRead('(')) {
-        WarnAt(t.PlaceOf(t.At()), 2965, "missing open parenthesis");
+        WarnAt<2965>(t.PlaceOf(t.At()));
     } else if (TryReadVector(r, value, count)) {
         if (count == net.num_dimensions)
             target = std::move(value);
         else if (field == NODE_PERSIST)
-            WarnAt(t.Place(), 2967, "%d entries, but %d dimensions in >-net '%s'", count, net.num_dimensions,
-                   net.name.c_str());
+            WarnAt<2967>(t.Place(), count, net.num_dimensions, net.name.c_str());
         else
-            WarnAt(t.Place(), 2968, "%d entries, but %d dimensions in >-net '%s'", count, net.num_dimensions,
-                   net.name.c_str());
+            WarnAt<2968>(t.Place(), count, net.num_dimensions, net.name.c_str());
         return true;
     }
     t.GoTo(start);
@@ -383,19 +362,13 @@ bool Inputs(NodeReader& r)
     std::vector<std::string> names = ReadNames(r.reader, "input");
     r.num_inputs = static_cast<int>(names.size());
     if (!r.IsRead(NODE_PARENTS) && r.num_delays >= 0 && r.num_delays != r.num_inputs)
-        FailAt(r.Text().Place(), 3402,
-               "there are %d input names but other indications (e.g. delay equations) are for %d parents",
-               r.num_inputs, r.num_delays);
+        FailAt<3402>(r.Text().Place(), r.num_inputs, r.num_delays);
     NeedParents(r, "inputs");
     std::vector<Link> links = r.node.links;
     const int num_parents = static_cast<int>(links.size());
     if (r.num_inputs != num_parents && r.Text().At() < r.parents_at)
-        FailAt(r.Text().Place(), 3403,
-               "the number of parents (%d) does not match the number of link names (%d)", num_parents,
-               r.num_inputs);
-    if (r.num_inputs != num_parents)
-        FailAt(r.Text().Place(), 2956, "there are %d input names, but require %d (one for each parent)",
-               r.num_inputs, num_parents);
+        FailAt<3403>(r.Text().Place(), num_parents, r.num_inputs);
+    if (r.num_inputs != num_parents) FailAt<2956>(r.Text().Place(), r.num_inputs, num_parents);
     for (size_t i = 0; i < links.size(); ++i) links[i].input_name = std::move(names[i]);
     Change(r.node, r.node.links, std::move(links), NO_EFFECT, "read net");
     return true;
@@ -406,37 +379,25 @@ bool Delays(NodeReader& r)
     Tokenizer& t = r.Text();
     const Net& net = r.reader.TheNet();
     std::vector<std::string> vectors;
-    const auto faulty = [&] {
-        FailAt(t.Place(), 2938, "the time delays of >-node '%s' can't be read", r.Name());
-    };
-    if (!t.TryRead('(')) FailAt(t.PlaceOf(t.At()), 2958, "missing open parenthesis");
+    const auto faulty = [&] { FailAt<2938>(t.Place(), r.Name()); };
+    if (!t.TryRead('(')) FailAt<2958>(t.PlaceOf(t.At()));
     int first_count = 0;
     while (!t.TryRead(')')) {
-        if (!t.TryRead('('))
-            FailAt(t.PlaceOf(t.At()), 2959, "missing 2nd open parenthesis (it should be a list of vectors)");
+        if (!t.TryRead('(')) FailAt<2959>(t.PlaceOf(t.At()));
         int count = 0;
         vectors.emplace_back();
         if (!TryReadVector(r, vectors.back(), count)) faulty();
         if (vectors.size() == 1) first_count = count;
-        if (count != first_count)
-            FailAt(t.Place(), 2961, "vectors of different lengths (%d and %d)", first_count, count);
-        if (count != net.num_dimensions)
-            FailAt(t.Place(), 2963, "there are %d entries, but %d dimensions in >-net '%s'", count,
-                   net.num_dimensions, net.name.c_str());
-        if (!t.TryRead(',') && t.Peek() != ')')
-            FailAt(t.PlaceOf(t.At()), 2960, "illegal punctuation '%s'", t.PeekText().c_str());
+        if (count != first_count) FailAt<2961>(t.Place(), first_count, count);
+        if (count != net.num_dimensions) FailAt<2963>(t.Place(), count, net.num_dimensions, net.name.c_str());
+        if (!t.TryRead(',') && t.Peek() != ')') FailAt<2960>(t.PlaceOf(t.At()), t.PeekText().c_str());
     }
     r.num_delays = static_cast<int>(vectors.size());
     if (!r.IsRead(NODE_PARENTS) && r.num_inputs >= 0 && r.num_inputs != r.num_delays)
-        FailAt(t.Place(), 2964,
-               "there are %d vectors but other indications (e.g. input names) are for %d parents",
-               r.num_delays, r.num_inputs);
+        FailAt<2964>(t.Place(), r.num_delays, r.num_inputs);
     NeedParents(r, "delays");
     std::vector<Link> links = r.node.links;
-    if (vectors.size() != links.size())
-        FailAt(t.Place(), 2937,
-               "there are %d vectors but there should be %d (because thats how many parents it has)",
-               r.num_delays, static_cast<int>(links.size()));
+    if (vectors.size() != links.size()) FailAt<2937>(t.Place(), r.num_delays, static_cast<int>(links.size()));
     for (size_t i = 0; i < links.size(); ++i) links[i].delay = std::move(vectors[i]);
     Change(r.node, r.node.links, std::move(links), NO_EFFECT, "read net");
     return true;
@@ -455,7 +416,7 @@ bool ExperBase(NodeReader& r)
 {
     const double value = r.Text().ReadReal();
     if (value < 0)
-        WarnAt(r.Text().Place(), 3597, "'%g' is less than zero", value);
+        WarnAt<3597>(r.Text().Place(), value);
     else
         r.node.exper_base = value;
     return true;
@@ -485,8 +446,7 @@ void EnterState(NodeReader& r, int state, const char* word)
     NodeFinding& finding = r.node.finding;
     const bool other_value = !IsUndef(finding.value) && StateOfValue(r.node, finding.value) != state;
     if (other_value || IsRuledOut(finding, state) || (finding.state >= 0 && finding.state != state))
-        FailAt(r.Text().Place(), 4139, "'%s' is inconsistent with real value or likelihood of this %s", word,
-               "node");
+        FailAt<4139>(r.Text().Place(), word, "node");
     finding.state = state;
 }
 
@@ -501,10 +461,9 @@ void EnterRealValue(NodeReader& r, double value)
     else if (levels.size() == 2)
         in_range =
             in_range && value >= std::min(levels[0], levels[1]) && value <= std::max(levels[0], levels[1]);
-    if (!in_range) FailAt(r.Text().Place(), 2974, "'%g' is out-of-range for this >-node", value);
+    if (!in_range) FailAt<2974>(r.Text().Place(), value);
     if (state >= 0 && ((finding.state >= 0 && finding.state != state) || IsRuledOut(finding, state)))
-        FailAt(r.Text().Place(), 2975, "'%g' is inconsistent with state value or likelihood of this >-node",
-               value);
+        FailAt<2975>(r.Text().Place(), value);
     finding.value = value;
     if (state >= 0) finding.state = state;
 }
@@ -519,9 +478,7 @@ void MultiplyIn(NodeReader& r, const std::vector<float>& likelihood)
         const bool is_state = finding.state < 0 || static_cast<size_t>(finding.state) == i;
         possible = possible || (is_state && finding.likelihood[i] > 0);
     }
-    if (!possible)
-        FailAt(r.Text().Place(), 4140,
-               "likelihood is inconsistent with previously stated finding for this %s", "node");
+    if (!possible) FailAt<4140>(r.Text().Place(), "node");
 }
 
 }  // namespace
@@ -529,13 +486,9 @@ void MultiplyIn(NodeReader& r, const std::vector<float>& likelihood)
 bool Evidence(NodeReader& r)
 {
     const std::string word = ReadShortWord(r);
-    if (!HasStates(r.node))
-        FailAt(
-            r.Text().Place(), 2969,
-            "there should not be an `%s` statement for this %s because it is not a discrete or discretized variable",
-            "evidence", "node");
+    if (!HasStates(r.node)) FailAt<2969>(r.Text().Place(), "evidence", "node");
     const int state = StateOfWord(r.node, word);
-    if (state < 0) FailAt(r.Text().Place(), 2970, "unknown state '%s'", word.c_str());
+    if (state < 0) FailAt<2970>(r.Text().Place(), word.c_str());
     EnterState(r, state, word.c_str());
     return true;
 }
@@ -551,12 +504,10 @@ bool Likelihood(NodeReader& r)
     std::vector<float> likelihood;
     ReadList(r.reader, [&](bool) { likelihood.push_back(static_cast<float>(r.Text().ReadReal())); });
     if (likelihood.empty() || likelihood.size() != static_cast<size_t>(r.node.states.num_states))
-        FailAt(r.Text().Place(), 2971,
-               "there are %d entries, but there should be %d, because this %s has that many states",
-               static_cast<int>(likelihood.size()), r.node.states.num_states, "node");
+        FailAt<2971>(r.Text().Place(), static_cast<int>(likelihood.size()), r.node.states.num_states, "node");
     for (const float entry : likelihood) {
-        if (entry < 0) FailAt(r.Text().Place(), 3597, "'%g' is less than zero", static_cast<double>(entry));
-        if (!std::isfinite(entry)) FailAt(r.Text().Place(), 2936, "an entry of the likelihood is too large");
+        if (entry < 0) FailAt<3597, 1>(r.Text().Place(), static_cast<double>(entry));
+        if (!std::isfinite(entry)) FailAt<2936>(r.Text().Place());
     }
     MultiplyIn(r, likelihood);
     return true;
@@ -583,7 +534,7 @@ bool Finding(NodeReader& r)
     } else if (ParseReal(finding, value)) {
         EnterRealValue(r, value);
     } else {
-        WarnAt(r.Text().Place(), 3344, "the finding '%s' is not understood", finding.substr(0, 40).c_str());
+        WarnAt<3344>(r.Text().Place(), finding.substr(0, 40).c_str());
     }
     return true;
 }
@@ -598,9 +549,7 @@ bool Belief(NodeReader& r)
     if (beliefs.size() == static_cast<size_t>(r.node.states.num_states))
         r.node.saved_belief = std::move(beliefs);
     else
-        WarnAt(r.Text().Place(), 3019,
-               "there are %d entries, but there should be %d, because %s has that many states",
-               static_cast<int>(beliefs.size()), r.node.states.num_states, r.Name());
+        WarnAt<3019>(r.Text().Place(), static_cast<int>(beliefs.size()), r.node.states.num_states, r.Name());
     return true;
 }
 

@@ -61,18 +61,10 @@ void CheckTableAllowed(NodeReader& r, bool own_states)
 {
     const FilePlace& place = r.Text().PlaceOf(r.Text().At());
     if (own_states && !HasStates(r.node) && (r.reader.IsSinglePass() || IsDiscrete(r.node)))
-        FailAt(place, 2941, "can't read `%s` statement, because there is no `%s` statement", "probs",
-               "states");
-    if (own_states && !HasStates(r.node))
-        FailAt(place, 2980,
-               "can't have a table for >-node %s because it is not a discrete or discretized variable",
-               r.Name());
+        FailAt<2941>(place, "probs", "states");
+    if (own_states && !HasStates(r.node)) FailAt<2980>(place, r.Name());
     for (const Link& link : r.node.links)
-        if (!HasStates(*link.parent))
-            FailAt(
-                place, 2981,
-                "can't have a table for >-node %s because it has a parent (%s) which is not a discrete or discretized variable",
-                r.Name(), link.parent->name.c_str());
+        if (!HasStates(*link.parent)) FailAt<2981>(place, r.Name(), link.parent->name.c_str());
 }
 
 TableReader::TableReader(NodeReader& reader, bool has_own_states)
@@ -94,10 +86,7 @@ void TableReader::Open()
 {
     const int full = static_cast<int>(sizes_.size());
     while (t_.TryRead('(')) ++depth_;
-    if (depth_ > std::max(full, 1))
-        FailAt(t_.Place(), 2982,
-               "too many open parenthesis (are %d, but should be %d) within table of >-node %s", depth_, full,
-               reader_.Name());
+    if (depth_ > std::max(full, 1)) FailAt<2982>(t_.Place(), depth_, full, reader_.Name());
     if (depth_ == full)
         groups_ = sizes_;
     else if (depth_ == 1)
@@ -114,8 +103,7 @@ void TableReader::Settle(int64_t count)
     } else if (count == sizes_[static_cast<size_t>(depth_ - 1)]) {
         groups_.assign(sizes_.begin(), sizes_.begin() + depth_);
     } else {
-        FailAt(t_.PlaceOf(t_.At()), 2987, "not enough elements in table entry [%s] of >-node %s",
-               Where(count - 1).c_str(), reader_.Name());
+        FailAt<2987>(t_.PlaceOf(t_.At()), Where(count - 1).c_str(), reader_.Name());
     }
 }
 
@@ -128,41 +116,25 @@ void TableReader::CloseAndReopen(int64_t count)
     int ends = 0;
     for (size_t i = groups_.size(); i-- > 0 && count % groups_[i] == 0;) ++ends;
     if (ends == 0 && t_.Peek() == ')' && (depth_ > 0 || count < total_))
-        FailAt(place(), 2987, "not enough elements in table entry [%s] of >-node %s", where().c_str(),
-               reader_.Name());
+        FailAt<2987>(place(), where().c_str(), reader_.Name());
     int closed = 0;
     while (closed < ends && t_.TryRead(')')) ++closed;
     const char next = t_.Peek();
     if (closed < ends && (closed > 0 || (count == total_ && (next == ';' || t_.AtEnd()))))
-        FailAt(place(), 2989,
-               "only %d close parenthesis (but should be %d) within table entry [%s] of >-node %s", closed,
-               ends, where().c_str(), reader_.Name());
-    if (closed < ends && next != ';' && !t_.AtEnd())
-        FailAt(place(), 2988, "too many items in list, or missing ')', within table entry [%s] of >-node %s",
-               where().c_str(), reader_.Name());
-    if (next == ')' && count == total_)
-        FailAt(place(), 2991, "extra close parenthesis at end of table entry [%s] of >-node %s",
-               where().c_str(), reader_.Name());
-    if (next == ')')
-        FailAt(place(), 2990,
-               "too many close parenthesis (should be %d) within table entry [%s] of >-node %s", ends,
-               where().c_str(), reader_.Name());
+        FailAt<2989>(place(), closed, ends, where().c_str(), reader_.Name());
+    if (closed < ends && next != ';' && !t_.AtEnd()) FailAt<2988>(place(), where().c_str(), reader_.Name());
+    if (next == ')' && count == total_) FailAt<2991>(place(), where().c_str(), reader_.Name());
+    if (next == ')') FailAt<2990>(place(), ends, where().c_str(), reader_.Name());
     if (count == total_ && closed == ends && next == ',')
-        FailAt(place(), 2988, "too many items in list, or missing ')', within table entry [%s] of >-node %s",
-               where().c_str(), reader_.Name());
+        FailAt<2988>(place(), where().c_str(), reader_.Name());
     if (count == total_ && closed == ends) return;
-    if (next == ';' || next == '}' || t_.AtEnd()) FailAt(place(), 2993, "not enough table entries");
+    if (next == ';' || next == '}' || t_.AtEnd()) FailAt<2993>(place());
     const bool is_punctuation = next == '{' || next == '=' || next == '"';
-    if (is_punctuation)
-        FailAt(place(), 2992, "unexpected punctuation %s in table entry [%s] of >-node %s",
-               t_.PeekText().c_str(), where().c_str(), reader_.Name());
-    if (!t_.TryRead(','))
-        FailAt(place(), 2986, "missing comma (,) in table entry [%s] of >-node %s", where().c_str(),
-               reader_.Name());
+    if (is_punctuation) FailAt<2992>(place(), t_.PeekText().c_str(), where().c_str(), reader_.Name());
+    if (!t_.TryRead(',')) FailAt<2986>(place(), where().c_str(), reader_.Name());
     for (int i = 0; i < ends; ++i)
         if (!t_.TryRead('('))
-            FailAt(place(), 2992, "unexpected punctuation %s in table entry [%s] of >-node %s",
-                   t_.PeekText().c_str(), Where(count).c_str(), reader_.Name());
+            FailAt<2992>(place(), t_.PeekText().c_str(), Where(count).c_str(), reader_.Name());
 }
 
 template <class ReadEntry, class EndRow>
@@ -189,24 +161,18 @@ std::string_view ReadEscape(Tokenizer& t, const TableReader& table, int64_t inde
 {
     const std::string_view word = t.ReadWord();
     if (word == "@undef" || word == "@imposs") return word;
-    if (word.empty() && (t.AtEnd() || t.Peek() == ';'))
-        FailAt(t.PlaceOf(t.At()), 2993, "not enough table entries");
+    if (word.empty() && (t.AtEnd() || t.Peek() == ';')) FailAt<2993>(t.PlaceOf(t.At()));
     const std::string shown = word.empty() ? t.PeekText() : std::string(word.substr(0, 40));
     const std::string where = table.Where(index);
-    if (word.starts_with('@'))
-        FailAt(t.Place(), 2984, "unknown escape name '%s' in table entry [%s] of >-node %s",
-               shown.c_str() + 1, where.c_str(), node);
-    if (word.empty())
-        FailAt(t.PlaceOf(t.At()), 2992, "unexpected punctuation %s in table entry [%s] of >-node %s",
-               shown.c_str(), where.c_str(), node);
+    if (word.starts_with('@')) FailAt<2984>(t.Place(), shown.c_str() + 1, where.c_str(), node);
+    if (word.empty()) FailAt<2992>(t.PlaceOf(t.At()), shown.c_str(), where.c_str(), node);
     return word;
 }
 
 [[noreturn]] void FailEntry(Tokenizer& t, const TableReader& table, int64_t index, const char* node,
                             const std::string& fault)
 {
-    FailAt(t.Place(), 2983, "%s in table entry [%s] of >-node %s", fault.c_str(), table.Where(index).c_str(),
-           node);
+    FailAt<2983>(t.Place(), fault.c_str(), table.Where(index).c_str(), node);
 }
 
 // A real entry of a function or experience table.
@@ -241,8 +207,7 @@ void CheckRow(NodeReader& r, const TableReader& table, const float* row, int cou
     if (problems == 0) return;
     const std::string fault = DescribeProbs(problems, true);
     if ((problems & (PROBS_MIXED | PROBS_NEGATIVE)) != 0) FailEntry(r.Text(), table, index, r.Name(), fault);
-    WarnAt(r.Text().Place(), 2994, "%s in table row [%s] of >-node %s", fault.c_str(),
-           table.Where(index).c_str(), r.Name());
+    WarnAt<2994>(r.Text().Place(), fault.c_str(), table.Where(index).c_str(), r.Name());
 }
 
 }  // namespace
@@ -351,8 +316,8 @@ int32_t ReadStateEntry(NodeReader& r, const TableReader& table, int64_t index, c
     if (word.starts_with('#') && ParseReal(word.substr(1), number) && number >= 0 &&
         number < r.node.states.num_states)
         return static_cast<int32_t>(number);
-    FailAt(r.Text().Place(), 2985, "unknown state name '%s' in table entry [%s] of >-node %s",
-           std::string(word.substr(0, 40)).c_str(), table.Where(index).c_str(), r.Name());
+    FailAt<2985>(r.Text().Place(), std::string(word.substr(0, 40)).c_str(), table.Where(index).c_str(),
+                 r.Name());
 }
 
 // ---- Function tables by condition: (a, @any) : x, (b, c) : y; ----
@@ -379,31 +344,21 @@ std::vector<int> ReadCondition(NodeReader& r)
     const auto& links = r.node.links;
     const int num_parents = static_cast<int>(links.size());
     std::vector<int> condition;
-    if (!t.TryRead('('))
-        FailAt(t.PlaceOf(t.At()), 2992, "unexpected punctuation %s in table entry [%s] of >-node %s",
-               t.PeekText().c_str(), "", r.Name());
+    if (!t.TryRead('(')) FailAt<2992>(t.PlaceOf(t.At()), t.PeekText().c_str(), "", r.Name());
     while (!t.TryRead(')')) {
         const std::string_view word = t.ReadWord();
         const std::string shown(word.substr(0, 40));
         const size_t index = condition.size();
-        if (index >= links.size())
-            FailAt(t.Place(), 2554,
-                   "too many states were given (>-node %s has %d parents, so state '%s' is extra)", r.Name(),
-                   num_parents, shown.c_str());
-        if (word.empty())
-            FailAt(t.PlaceOf(t.At()), 2553, "the %s state name is empty",
-                   Ordinal(static_cast<int64_t>(index) + 1).c_str());
+        if (index >= links.size()) FailAt<2554>(t.Place(), r.Name(), num_parents, shown.c_str());
+        if (word.empty()) FailAt<2553>(t.PlaceOf(t.At()), Ordinal(static_cast<int64_t>(index) + 1).c_str());
         const Node& parent = *links[index].parent;
         const int state = word == "@any" ? int{EVERY_STATE} : FindState(parent, word);
-        if (state == UNDEF_STATE)
-            FailAt(t.Place(), 2550, ">-node %s has no state named '%s'", parent.name.c_str(), shown.c_str());
+        if (state == UNDEF_STATE) FailAt<2550>(t.Place(), parent.name.c_str(), shown.c_str());
         condition.push_back(state);
-        if (!t.TryRead(',') && t.Peek() != ')') FailAt(t.PlaceOf(t.At()), 3297, "missing comma");
+        if (!t.TryRead(',') && t.Peek() != ')') FailAt<3297>(t.PlaceOf(t.At()));
     }
     if (condition.size() < links.size())
-        FailAt(t.Place(), 2551,
-               "not enough states were given (>-node %s has %d parents, but only %d states were given)",
-               r.Name(), num_parents, static_cast<int>(condition.size()));
+        FailAt<2551>(t.Place(), r.Name(), num_parents, static_cast<int>(condition.size()));
     return condition;
 }
 
@@ -428,10 +383,9 @@ void ReadByCondition(NodeReader& r, TableReader& table)
     const StateIndex names(r.node);
     size_t num_conditions = 0;
     do {
-        if (++num_conditions > states.size())
-            FailAt(t.PlaceOf(t.At()), 2996, "there are more conditions than configurations of the parents");
+        if (++num_conditions > states.size()) FailAt<2996>(t.PlaceOf(t.At()));
         const std::vector<int> condition = ReadCondition(r);
-        if (t.Peek() != ':') FailAt(t.PlaceOf(t.At()), 2995, "missing ':' behind the condition");
+        if (t.Peek() != ':') FailAt<2995>(t.PlaceOf(t.At()));
         t.GoTo(t.At() + 1);
         const int32_t state = ReadStateEntry(r, table, 0, names);
         for (size_t row = 0; row < states.size(); ++row)

@@ -405,7 +405,7 @@ void CheckTable(const Node& node, size_t entries, double expected)
 {
     if (static_cast<double>(entries) != expected)
         FailInternal("table has the size of its states", __FILE__, __LINE__);
-    if (entries > INT32_MAX) Fail(4033, "table of node '%s' is too large to save", node.name.c_str());
+    if (entries > INT32_MAX) Fail<4033>(node.name.c_str());
 }
 
 template <class T>
@@ -615,7 +615,7 @@ void PrintNet(const Net& net, const std::function<void(std::string_view)>& write
     for (const Node* node : net.nodes.nodes) {
         PrintNode(p, *node);
         if (!progress.Step(static_cast<double>(++done) / static_cast<double>(net.nodes.nodes.size())))
-            FailWith(ABORTED_CND, 3606, "user halted writing");
+            FailWith<3606>(ABORTED_CND);
     }
     for (const NodeSet& set : net.node_sets) {
         p.out += "\tNodeSet " + set.name + " {Nodes = ";
@@ -638,10 +638,7 @@ void WriteNet(const Net& net, Stream& stream)
 {
     const Secret& password = stream.password.IsSet() ? stream.password : net.password;
     const bool is_binary = FileTypeByName(stream.name) == "TALA";
-    if (!is_binary && password.IsSet())
-        Warn(
-            6854,
-            "although there is an encryption password entered for this >-net, the file won't be encrypted, since the >-net is not being saved in .tala format >-cr-(to remove the password use: File->Encryption Password)");
+    if (!is_binary && password.IsSet()) Warn<6854>();
     ByteSink sink(stream, is_binary && password.IsSet());
     if (is_binary) {
         NetPacker packer(net, password);

@@ -75,15 +75,11 @@ struct Cursor {
 std::string ReadHeader(Cursor& cursor, const FilePlace& place)
 {
     const unsigned char id1 = cursor.Byte(), id2 = cursor.Byte();
-    if (id1 != kId1 || id2 != kId2)
-        FailAt(place, 6842,
-               "does not appear to be a gzip format (starts with 0x%02x %02x instead of 0x%02x %02x)", id1,
-               id2, kId1, kId2);
+    if (id1 != kId1 || id2 != kId2) FailAt<6842>(place, id1, id2, kId1, kId2);
     const bool has_method = cursor.at < cursor.bytes.size();
     const unsigned char method = cursor.Byte(), flags = cursor.Byte();
-    if (has_method && method != kDeflate) FailAt(place, 6843, "unknown gzip compression type 0x%02x", method);
-    if (flags & UNKNOWN_FLAGS)
-        WarnAt(place, 6844, "file is using unknown features of gzip; may read incorrectly");
+    if (has_method && method != kDeflate) FailAt<6843>(place, method);
+    if (flags & UNKNOWN_FLAGS) WarnAt<6844>(place);
     cursor.Skip(6);  // time, extra flags, system
     if (flags & FEXTRA) cursor.Skip(cursor.Number(2));
     std::string name;
@@ -147,7 +143,7 @@ size_t GzipReader::Inflate(char* room, size_t size)
         ended_ = code == Z_STREAM_END;
         if (code == Z_BUF_ERROR) break;  // nothing left to read
         if (code == Z_MEM_ERROR) FailOutOfMemory("for uncompressing file");
-        if (code != Z_OK && !ended_) FailAt(place_, 6847, "error during file uncompressing (code %d)", code);
+        if (code != Z_OK && !ended_) FailAt<6847>(place_, code);
     }
     return done;
 }
@@ -169,7 +165,7 @@ void GzipReader::InflateText(const std::function<void(std::string_view)>& check_
         result_.crc = static_cast<uint32_t>(crc32(result_.crc, bytes, static_cast<uInt>(got)));
         text.SetSize(text.Size() + got);
         if (piece == text.Data() && stated >= kLarge) check_start(text.View());
-        if (IsHalted()) FailWith(ABORTED_CND, 3605, "user halted reading");
+        if (IsHalted()) FailWith<3605>(ABORTED_CND);
         if (got < room) break;
     }
     text.Data()[text.Size()] = '\0';
@@ -180,17 +176,13 @@ void GzipReader::FailTooSmall()
     // The size that stands at the end, if it explains what was found.
     cursor_.at = std::max(cursor_.at, cursor_.bytes.size() - std::min(cursor_.bytes.size(), kSizeBytes));
     const uint64_t needed = std::max<uint64_t>(cursor_.Number(kSizeBytes), stated_size_ + 1);
-    FailAt(place_, 6846, "buffer to decompress gzip '%.80s' is too small (is %d but %d needed)",
-           name_.c_str(), static_cast<int>(std::min<uint64_t>(stated_size_, INT_MAX)),
-           static_cast<int>(std::min<uint64_t>(needed, INT_MAX)));
+    FailAt<6846>(place_, name_.c_str(), static_cast<int>(std::min<uint64_t>(stated_size_, INT_MAX)),
+                 static_cast<int>(std::min<uint64_t>(needed, INT_MAX)));
 }
 
 void GzipReader::FailSize(unsigned stated)
 {
-    FailAt(
-        place_, 6850,
-        "number of bytes after uncompressing (>%ud) does not match stated original uncompressed size (%ud); file may be corrupted",
-        static_cast<unsigned>(result_.text.Size()), stated);
+    FailAt<6850>(place_, static_cast<unsigned>(result_.text.Size()), stated);
 }
 
 void GzipReader::CheckEnd()
@@ -201,11 +193,7 @@ void GzipReader::CheckEnd()
     if (size != stated_size_ || !ended_) FailSize(static_cast<unsigned>(stated_size_));
     const bool is_whole = cursor_.bytes.size() - cursor_.at >= 2 * kSizeBytes;
     const uint32_t crc = cursor_.Number(kSizeBytes), stored_size = cursor_.Number(kSizeBytes);
-    if (result_.crc != crc)
-        FailAt(
-            place_, 6851,
-            "crc of uncompressed file (%ud) does not match stored original crc (%ud); file may be corrupted",
-            result_.crc, crc);
+    if (result_.crc != crc) FailAt<6851>(place_, result_.crc, crc);
     if (static_cast<uint32_t>(size) != stored_size || !is_whole) FailSize(stored_size);
     result_.bytes_read = cursor_.at;
 }
@@ -226,8 +214,7 @@ GzipWriter::GzipWriter(const char* title) : title_(title)
     zlib_.zfree = ReturnZlibMemory;
     MakeRoom(kPiece);
     if (deflateInit2(&zlib_, kLevel, Z_DEFLATED, kRawDeflate, kDefaultMemory, Z_DEFAULT_STRATEGY) != Z_OK)
-        FailWith(OUT_OF_MEMORY_CND, 6849,
-                 "file compression problem, insufficient memory to perform compression");
+        FailWith<6849>(OUT_OF_MEMORY_CND);
 }
 
 GzipWriter::GzipWriter(std::string_view name, uint32_t mtime, const char* title) : GzipWriter(title)
@@ -275,8 +262,7 @@ void GzipWriter::Deflate(int flush)
         zlib_.avail_out = static_cast<uInt>(room);
         code = deflate(&zlib_, flush);
         member_.SetSize(member_.Size() + room - zlib_.avail_out);
-        if (code != Z_OK && code != Z_STREAM_END && code != Z_BUF_ERROR)
-            Fail(6848, "file compression problem, insufficient space in output buffer");
+        if (code != Z_OK && code != Z_STREAM_END && code != Z_BUF_ERROR) Fail<6848>();
     } while (zlib_.avail_out == 0 || (flush == Z_FINISH && code != Z_STREAM_END));
 }
 
@@ -307,10 +293,8 @@ void GzipWriter::Finish()
 void CheckStatedSize(size_t member_size, uint64_t stated_size, const FilePlace& place)
 {
     if (stated_size >= kMaxText)
-        FailAt(place, 6845, "file is too large for this version (expands to %lld)",
-               static_cast<long long>(std::min<uint64_t>(stated_size, INT64_MAX)));
-    if (stated_size > kMaxExpansion * member_size + kSlack)
-        FailAt(place, 6841, "file is corrupted or of wrong format (has incorrect header)");
+        FailAt<6845>(place, static_cast<long long>(std::min<uint64_t>(stated_size, INT64_MAX)));
+    if (stated_size > kMaxExpansion * member_size + kSlack) FailAt<6841>(place);
     CheckMemory(static_cast<double>(stated_size), "for uncompressing file");
 }
 

@@ -80,8 +80,7 @@ CipherBlock ParseCipherBlock(std::string_view bytes, const FilePlace& place)
     const bool is_there =
         bytes.size() >= kCipherBlockSize && LittleEndian(Field(bytes, LENGTH)) == kCipherBlockSize;
     if (is_there) block.iterations = static_cast<uint32_t>(LittleEndian(Field(bytes, ITERATIONS)));
-    if (block.iterations == 0)
-        FailAt(place, 6841, "file is corrupted or of wrong format (has incorrect header)");
+    if (block.iterations == 0) FailAt<6841>(place);
     CopyField(block.salt, bytes, SALT);
     CopyField(block.nonce, bytes, NONCE);
     CopyField(block.key_check, bytes, KEY_CHECK);
@@ -115,7 +114,7 @@ void DeriveKeys(const CipherBlock& block, std::string_view password, FileKeys& k
     derive(kMacLabel, keys.mac);
     derive(kCheckLabel, keys.check);
     Wipe(master.data(), master.size());
-    if (!done) FailWith(ABORTED_CND, 6862, "user halted the derivation of a key from the password");
+    if (!done) FailWith<6862>(ABORTED_CND);
 }
 
 CipherBlock NewCipherBlock(const CipherDef& cipher, std::string_view password, uint32_t iterations,
@@ -124,8 +123,7 @@ CipherBlock NewCipherBlock(const CipherDef& cipher, std::string_view password, u
     CipherBlock block;
     block.iterations = cipher.needs_password ? iterations : kSimpleIterations;
     const size_t nonce_size = cipher.tag_size == kMacTag ? kBlowfishNonce : block.nonce.size();
-    if (!FillRandom(block.salt) || !FillRandom(std::span(block.nonce).first(nonce_size)))
-        Fail(6861, "the system gives no random numbers, so the file can't be encrypted");
+    if (!FillRandom(block.salt) || !FillRandom(std::span(block.nonce).first(nonce_size))) Fail<6861>();
     DeriveKeys(block, password, keys);
     block.key_check = keys.check;
     return block;
@@ -157,7 +155,7 @@ uint64_t FirstCount(const CipherBlock& block)
 ByteBuffer Seal(const CipherDef& cipher, const FileKeys& keys, const CipherBlock& block,
                 std::string_view front, std::string_view bytes)
 {
-    if (bytes.size() > kMaxGcmText) Fail(6863, "the >-net is too large to be encrypted");
+    if (bytes.size() > kMaxGcmText) Fail<6863>();
     ByteBuffer sealed;
     sealed.Reserve(bytes.size() + cipher.tag_size);
     auto* const out = reinterpret_cast<uint8_t*>(sealed.Data());
@@ -192,7 +190,7 @@ ByteBuffer Unseal(const CipherDef& cipher, const FileKeys& keys, const CipherBlo
         }
         bytes.SetSize(size);
     }
-    if (!is_right) FailAt(place, 6859, "password is wrong or file is corrupted");
+    if (!is_right) FailAt<6859>(place);
     return bytes;
 }
 

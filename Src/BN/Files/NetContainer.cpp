@@ -82,16 +82,13 @@ enum HeaderFault {
 
 [[noreturn]] void FailHeader(HeaderFault fault, const FilePlace& place)
 {
-    FailAt(place, 6840, "file is corrupted or of unrecognized format (%d)", int{fault});
+    FailAt<6840>(place, int{fault});
 }
 
 [[noreturn]] void FailType(std::string_view expected, std::string_view contents, const FilePlace& place)
 {
-    FailAt(
-        place, 4109,
-        "'%s' is not a %s file (by file extension it looks like a %s file, but by starting contents it looks like a %s file)",
-        place.file, std::string(expected).c_str(), FileTypeByName(place.file).c_str(),
-        FileTypeByContents(contents).c_str());
+    FailAt<4109>(place, place.file, std::string(expected).c_str(), FileTypeByName(place.file).c_str(),
+                 FileTypeByContents(contents).c_str());
 }
 
 // Whether a text may be that of a net: so that a gigabyte of anything else is not inflated.
@@ -137,23 +134,17 @@ void ParseBlockHeader(std::string_view block, uint64_t line_text_size, const Fil
     if (block.size() < kBlockSize || ReadField(block, BLOCK_VERSION) >= kFirstErrorCode ||
         ReadField(block, MAGIC) != kMagic)
         FailHeader(NO_BLOCK, place);
-    if (ReadField(block, HEADER_LENGTH) != kBlockSize)
-        FailAt(place, 6841, "file is corrupted or of wrong format (has incorrect header)");
+    if (ReadField(block, HEADER_LENGTH) != kBlockSize) FailAt<6841>(place);
     file.text_size = ReadField(block, TEXT_SIZE);
     file.text_crc = ReadField(block, TEXT_CRC);
     file.member_size = ReadField(block, MEMBER_SIZE);
-    if (file.text_size != line_text_size)
-        WarnAt(place, 2627,
-               "DANGER: file appears to have been tampered with (ascii field doesn't match binary one)");
+    if (file.text_size != line_text_size) WarnAt<2627>(place);
 }
 
 void CheckField(int number, uint64_t stored, uint64_t found, const FilePlace& place)
 {
     if (stored != 0 && stored != found)
-        WarnAt(
-            place, 6852,
-            "the block header does not belong to what follows it (check field %d is %lld, but should be %lld)",
-            number, static_cast<long long>(stored), static_cast<long long>(found));
+        WarnAt<6852>(place, number, static_cast<long long>(stored), static_cast<long long>(found));
 }
 
 // The password for a file: fixed, the stream's, or the person's.
@@ -162,9 +153,7 @@ Secret PasswordFor(const CipherDef& cipher, const Stream& stream)
     if (!cipher.needs_password) return Secret(kSimplePassword);
     Secret password =
         stream.password.IsSet() ? stream.password : AskPassword("This file is encrypted.  Enter password:");
-    if (!password.IsSet())
-        FailWith(FILE_CND, 6858, "no password entered, so can't read encrypted file '%s'",
-                 stream.name.c_str());
+    if (!password.IsSet()) FailWith<6858>(FILE_CND, stream.name.c_str());
     return password;
 }
 
@@ -174,19 +163,14 @@ ByteBuffer Decrypt(const NetContainer& file, std::string_view bytes, const Strea
     const FilePlace place{.file = stream.name.c_str()};
     const CipherDef* const cipher = FindCipher(file.cipher);
     if (cipher == nullptr)
-        FailWith(
-            FILE_CND, 6853,
-            "the file encryption (%c) is not one readable by this version of Talora, so can't read encrypted file '%s'",
-            file.cipher > ' ' && file.cipher <= '~' ? file.cipher : '?', stream.name.c_str());
+        FailWith<6853>(FILE_CND, file.cipher > ' ' && file.cipher <= '~' ? file.cipher : '?',
+                       stream.name.c_str());
     const CipherBlock block = ParseCipherBlock(file.payload, place);
     const std::string_view sealed = file.payload.substr(kCipherBlockSize);
     CheckStatedSize(sealed.size(), file.text_size, place);
     const int most = stream.env->max_key_iterations;
     if (block.iterations > static_cast<uint32_t>(most))
-        FailWith(
-            FILE_CND, 6860,
-            "the key of file '%s' takes %u iterations, but no more than %d are accepted (see >-SetMaxKeyIterations_vx)",
-            stream.name.c_str(), block.iterations, most);
+        FailWith<6860>(FILE_CND, stream.name.c_str(), block.iterations, most);
     password = PasswordFor(*cipher, stream);
     CheckMemory(static_cast<double>(sealed.size()), "for decrypting file");
     FileKeys keys;

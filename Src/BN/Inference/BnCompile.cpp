@@ -28,7 +28,7 @@ constexpr double kQuestionTableBytes = 256e6;  // more and the person is asked
 
 [[noreturn]] void FailHalted(const Net& net)
 {
-    FailWith(ABORTED_CND, 6000, "compiling halted (>-net '%s')", net.name.c_str());
+    FailWith<6000>(ABORTED_CND, net.name.c_str());
 }
 
 void CheckHalt(const Net& net)
@@ -44,22 +44,12 @@ void CheckCompilable(const Net& net)
         if (IsDocumentation(*node) || node->kind == DISCONNECTED_NODE) continue;
         for (const Link& link : node->links) {
             const Node& parent = *link.parent;
-            if (IsDelayed(link))
-                Fail(
-                    6001,
-                    "can't compile >-net '%s', because >-node '%s' has a delay link (net must be time-expanded before compiling)",
-                    net.name.c_str(), node->name.c_str());
+            if (IsDelayed(link)) Fail<6001>(net.name.c_str(), node->name.c_str());
             if (!IsInTree(parent) && parent.kind != CONSTANT_NODE)
-                Fail(
-                    6002,
-                    "can't compile >-net '%s', because >-node '%s' (a parent of >-node %s) is not included in the nodes being compiled",
-                    net.name.c_str(), parent.name.c_str(), node->name.c_str());
+                Fail<6002>(net.name.c_str(), parent.name.c_str(), node->name.c_str());
             if (parent.kind == CONSTANT_NODE && HasStates(parent) && !node->tables.probs.empty() &&
                 ConstantState(parent) < 0)
-                Fail(
-                    6003,
-                    "can't compile >-net '%s', because >-constant_node '%s' (a parent of >-node %s) has no value: enter a finding for it, or give it a table that makes one state certain",
-                    net.name.c_str(), parent.name.c_str(), node->name.c_str());
+                Fail<6003>(net.name.c_str(), parent.name.c_str(), node->name.c_str());
         }
     }
 }
@@ -158,21 +148,9 @@ void WarnOfTables(const CompiledNet& compiled)
     }
     for (const Node* node : compiled.utilities)
         if (!IsComplete(*node)) utility = node;
-    if (without)
-        Warn(
-            6005,
-            "some >-node(s) (e.g. %s) don't have conditional probability tables (CPTs) (they will be taken as having uniform probabilities)",
-            without->name.c_str());
-    if (incomplete)
-        Warn(
-            6006,
-            "some >-node(s) (e.g. %s) don't have complete conditional probability tables (CPTs) (missing entries will be taken as uniform probabilities)",
-            incomplete->name.c_str());
-    if (utility)
-        Warn(
-            6007,
-            "some >-utility_node(s) (e.g. %s) doesnt have a complete utility table (missing entries will be considered zero)",
-            utility->name.c_str());
+    if (without) Warn<6005>(without->name.c_str());
+    if (incomplete) Warn<6006>(incomplete->name.c_str());
+    if (utility) Warn<6007>(utility->name.c_str());
 }
 
 std::string BytesInWords(double bytes)
@@ -189,9 +167,7 @@ void CheckMemoryFor(Net& net, const TreeSizes& sizes)
 {
     const double bytes = sizes.under_findings * sizeof(float);
     if (bytes > kMaxTableBytes) {
-        Warn(
-            6008,
-            "compiled successfully, but will not be able to do >-exact_inference because the tables would be vastly too large (unless significant findings are entered)");
+        Warn<6008>();
         return;
     }
     if (net.name.empty())
@@ -204,7 +180,7 @@ void CheckMemoryFor(Net& net, const TreeSizes& sizes)
                    BytesInWords(bytes).c_str());
         const int answer = AskQuestion(question.c_str(), "Yes,Always Try,No", "Yes");
         if (answer == 1) net.env->always_try_large = true;
-        if (answer == 2) FailWith(ABORTED_CND, 6000, "compiling halted (>-net '%s')", net.name.c_str());
+        if (answer == 2) FailWith<6000>(ABORTED_CND, net.name.c_str());
     }
 }
 
@@ -224,7 +200,7 @@ void AskAboutStaleTables(Net& net)
         Phrase("The tables for some >-node(s) (e.g. %s) may not match their equation.  >-cr-Rebuild them?",
                (*stale)->name.c_str());
     const int answer = AskQuestion(question.c_str(), "Yes,Not Now,Ignore any Discrepency,Cancel", "Not Now");
-    if (answer == 3) FailWith(ABORTED_CND, 6000, "compiling halted (>-net '%s')", net.name.c_str());
+    if (answer == 3) FailWith<6000>(ABORTED_CND, net.name.c_str());
     if (answer != 0) return;
     for (Node* node : nodes)
         if (HasStaleTable(*node)) EquationToTable(*node, kSamplesToRebuild, false, false);
@@ -235,14 +211,9 @@ void ReportCompiled(const Net& net, const TreeSizes& sizes)
     if (!net.env->message_handler.IsSet()) return;
     const int num_cliques = net.compiled->tree.num_cliques();
     if (sizes.under_findings == sizes.with_separators)
-        Report({.severity = REPORT_SEV, .number = 6009},
-               "Compiled to %d cliques, with total table size (including sepsets) of %g.\n", num_cliques,
-               sizes.with_separators);
+        Raise<6009>(num_cliques, sizes.with_separators);
     else
-        Report(
-            {.severity = REPORT_SEV, .number = 6009},
-            "Compiled to %d cliques, with total table size (including sepsets) of %g (but under current findings %g).\n",
-            num_cliques, sizes.with_separators, sizes.under_findings);
+        Raise<6009, 1>(num_cliques, sizes.with_separators, sizes.under_findings);
 }
 
 // Shows the person what the best order so far will take, under a heading the first time.
@@ -336,9 +307,9 @@ void CompileAfterReading(Net& net)
         if (failure.record != nullptr) SetSeverity(*failure.record, WARNING_SEV);
         ThisThread().failed = false;
     } catch (const OutOfMemory& failure) {
-        Warn(5680, "the >-net was not compiled: %s", failure.message);
+        Warn<5680>(failure.message);
     } catch (const std::bad_alloc&) {
-        Warn(5680, "the >-net was not compiled: %s", "not enough memory");
+        Warn<5680>("not enough memory");
     }
 }
 
@@ -346,9 +317,7 @@ void OptimizeElimOrder(Net& net, double seconds)
 {
     CheckCompilable(net);
     for (const Node* node : net.nodes.nodes)
-        if (node->kind == DECISION_NODE)
-            Fail(6017, "can't use optimizing compiler for >-net '%s' because it has a >-decision_node(s)",
-                 net.name.c_str());
+        if (node->kind == DECISION_NODE) Fail<6017>(net.name.c_str());
     CompiledNet graph;
     BuildGraph(net, graph);
     CheckElimOrder(net);
@@ -373,8 +342,7 @@ void OptimizeElimOrder(Net& net, double seconds)
 
 const CompiledNet& NeedCompiled(const Net& net)
 {
-    if (!net.compiled)
-        Fail(6018, ">-Bnet '%s' has no junction tree (it is not yet compiled)", net.name.c_str());
+    if (!net.compiled) Fail<6018>(net.name.c_str());
     return *net.compiled;
 }
 

@@ -52,17 +52,11 @@ constexpr Entry kInterval = {"an interval finding"};
 // Multiplies a likelihood into what the node holds, after all checks.
 void CombineLikelihood(Node& node, const TableVector<float>& likelihood, const Entry& entry)
 {
-    if (!HoldsLikelihood(node))
-        Fail(
-            6030,
-            "can't enter %s for >-node '%s', because negative or likelihood findings are not allowed for %s >-node-s",
-            entry.what, node.name.c_str(), KindTerm(node.kind));
+    if (!HoldsLikelihood(node)) Fail<6030>(entry.what, node.name.c_str(), KindTerm(node.kind));
     const NodeFinding& old = node.finding;
     if (old.state >= 0 && likelihood[old.state] == 0)
-        FailWith(
-            INCONSISTENT_FINDING_CND, 3311,
-            "can't enter %s for >-node '%s', because it is inconsistent with previous finding (%s) for this >-node",
-            entry.what, node.name.c_str(), StateWord(node, old.state).c_str());
+        FailWith<3311>(INCONSISTENT_FINDING_CND, entry.what, node.name.c_str(),
+                       StateWord(node, old.state).c_str());
     NodeFinding combined = old;
     if (combined.likelihood.empty()) combined.likelihood.assign(likelihood.size(), 1.0f);
     bool possible = false;
@@ -70,20 +64,12 @@ void CombineLikelihood(Node& node, const TableVector<float>& likelihood, const E
         combined.likelihood[state] *= likelihood[state];
         possible |= combined.likelihood[state] > 0;
     }
-    if (!possible)
-        FailWith(
-            INCONSISTENT_FINDING_CND, 3312,
-            "can't enter %s for >-node '%s', because it is inconsistent with previous negative or likelihood findings for this >-node",
-            entry.what, node.name.c_str());
+    if (!possible) FailWith<3312>(INCONSISTENT_FINDING_CND, entry.what, node.name.c_str());
     if (const float* beliefs = BeliefsForCheck(node)) {
         bool believed = false;
         for (size_t state = 0; state < likelihood.size(); ++state)
             believed |= beliefs[state] * likelihood[state] > 0;
-        if (!believed)
-            FailWith(
-                INCONSISTENT_FINDING_CND, 3303,
-                "can't enter %s for >-node '%s', because it is inconsistent with findings for other >-node-s, according to this model",
-                entry.what, node.name.c_str());
+        if (!believed) FailWith<3303>(INCONSISTENT_FINDING_CND, entry.what, node.name.c_str());
     }
     StoreFinding(node, std::move(combined), "enter likelihood finding");
 }
@@ -91,11 +77,7 @@ void CombineLikelihood(Node& node, const TableVector<float>& likelihood, const E
 // A continuous node must be discretised before it can hold a finding over states.
 void NeedStates(const Node& node, const Entry& entry)
 {
-    if (!HasStates(node))
-        Fail(
-            6031,
-            "can't enter %s for >-node '%s', because the >-node is continuous without any discretization intervals defined",
-            entry.what, node.name.c_str());
+    if (!HasStates(node)) Fail<6031>(entry.what, node.name.c_str());
 }
 
 // ---- Steps of entering a positive finding ----
@@ -109,26 +91,19 @@ bool IsNoOp(const NodeFinding& finding, int state, FindingMode mode)
 void CheckRange(const Node& node, int state)
 {
     const int num_states = NumStates(node);
-    if (num_states == 0 && state != UNDEF_STATE)
-        Fail(3316, "the >-node is continuous without any discretization intervals defined");
-    if (state >= num_states && state != UNDEF_STATE)
-        Fail(3300, "new finding is too large (%d, but states are numbered from 0 to %d)", state,
-             num_states - 1);
-    if (state < 0 && state != UNDEF_STATE)
-        Fail(3301, "new finding is negative (%d), and is not UNDEF_STATE (%d)", state, UNDEF_STATE);
+    if (num_states == 0 && state != UNDEF_STATE) Fail<3316>();
+    if (state >= num_states && state != UNDEF_STATE) Fail<3300>(state, num_states - 1);
+    if (state < 0 && state != UNDEF_STATE) Fail<3301>(state, UNDEF_STATE);
 }
 
 void CheckAgainstOwnFindings(const Node& node, int state)
 {
     const NodeFinding& old = node.finding;
     if (old.state >= 0 && old.state != state)
-        FailWith(INCONSISTENT_FINDING_CND, 3310,
-                 "new finding '%s' contradicts previous finding '%s' for this >-node",
-                 StateWord(node, state).c_str(), StateWord(node, old.state).c_str());
+        FailWith<3310>(INCONSISTENT_FINDING_CND, StateWord(node, state).c_str(),
+                       StateWord(node, old.state).c_str());
     if (!old.likelihood.empty() && old.likelihood[state] == 0)
-        FailWith(INCONSISTENT_FINDING_CND, 3313,
-                 "new finding '%s' contradicts previous negative or likelihood findings for this >-node",
-                 StateWord(node, state).c_str());
+        FailWith<3313>(INCONSISTENT_FINDING_CND, StateWord(node, state).c_str());
 }
 
 void CheckAgainstModel(Node& node, int state, FindingMode mode)
@@ -137,24 +112,18 @@ void CheckAgainstModel(Node& node, int state, FindingMode mode)
         TableVector<float> scratch;
         const float* probs = EffectiveProbs(node, scratch);
         if (probs != nullptr && probs[state] == 0)
-            FailWith(INCONSISTENT_FINDING_CND, 3315,
-                     "new finding '%s' is inconsistent with the model's stated value for this >-node",
-                     StateWord(node, state).c_str());
+            FailWith<3315>(INCONSISTENT_FINDING_CND, StateWord(node, state).c_str());
     }
     if (mode == FindingMode::STRICT || node.finding.state < 0) {
         const int calculated = StateFromParents(node);
         if (calculated >= 0 && calculated != state)
-            FailWith(
-                INCONSISTENT_FINDING_CND, 3319,
-                "new finding '%s' contradicts state '%s' calculated from the parent >-node-s of this >-node",
-                StateWord(node, state).c_str(), StateWord(node, calculated).c_str());
+            FailWith<3319>(INCONSISTENT_FINDING_CND, StateWord(node, state).c_str(),
+                           StateWord(node, calculated).c_str());
     }
     if (mode == FindingMode::REPLACE && !node.finding.IsEmpty()) return;  // its own finding may explain the 0
     const float* beliefs = BeliefsForCheck(node);
     if (beliefs != nullptr && beliefs[state] == 0)
-        FailWith(INCONSISTENT_FINDING_CND, 3302,
-                 "new finding '%s' is inconsistent with findings for other >-node-s, according to this model",
-                 StateWord(node, state).c_str());
+        FailWith<3302>(INCONSISTENT_FINDING_CND, StateWord(node, state).c_str());
 }
 
 // ---- Likelihoods of measurements ----
@@ -194,18 +163,14 @@ double NormalCumulative(double x, double mean, double std_dev)
 
 void NeedLevels(const Node& node, const Entry& entry)
 {
-    if (node.states.levels.empty())
-        Fail(6032, "can't enter %s for >-node '%s', because its states have no levels", entry.what,
-             node.name.c_str());
+    if (node.states.levels.empty()) Fail<6032>(entry.what, node.name.c_str());
 }
 
 // One weight per state, scaled so that the largest is 1.
 TableVector<float> ScaledLikelihood(const Node& node, const std::vector<double>& weights, const Entry& entry)
 {
     const double largest = weights.empty() ? 0 : *std::max_element(weights.begin(), weights.end());
-    if (!(largest > 0))
-        Fail(6033, "can't enter %s for >-node '%s', because it is out of the range of the >-node", entry.what,
-             node.name.c_str());
+    if (!(largest > 0)) Fail<6033>(entry.what, node.name.c_str());
     TableVector<float> likelihood;
     for (double weight : weights) likelihood.push_back(float(weight / largest));
     return likelihood;
@@ -221,32 +186,20 @@ void CheckValueAgainstOwn(const Node& node, double value)
 {
     const NodeFinding& old = node.finding;
     if (!IsUndef(old.value) && old.value != value)
-        FailWith(
-            INCONSISTENT_FINDING_CND, 3306,
-            "can't enter the value %g for >-node '%s', because it contradicts previously entered value %g",
-            value, node.name.c_str(), old.value);
+        FailWith<3306>(INCONSISTENT_FINDING_CND, value, node.name.c_str(), old.value);
     if (node.links.empty() && node.tables.func_reals.size() == 1 && !IsUndef(node.tables.func_reals[0]) &&
         node.tables.func_reals[0] != value)
-        FailWith(
-            INCONSISTENT_FINDING_CND, 3307,
-            "can't enter the value %g for >-node '%s', because it contradicts value %g calculated from parent >-node values",
-            value, node.name.c_str(), node.tables.func_reals[0]);
+        FailWith<3307>(INCONSISTENT_FINDING_CND, value, node.name.c_str(), node.tables.func_reals[0]);
 }
 
 void CheckValueState(Node& node, double value, int state)
 {
     const NodeFinding& old = node.finding;
     if ((old.state >= 0 && old.state != state) || (!old.likelihood.empty() && old.likelihood[state] == 0))
-        FailWith(
-            INCONSISTENT_FINDING_CND, 3320,
-            "can't enter the value %g for >-node '%s', because it is inconsistent with findings previously entered for this node",
-            value, node.name.c_str());
+        FailWith<3320>(INCONSISTENT_FINDING_CND, value, node.name.c_str());
     const float* beliefs = BeliefsForCheck(node);
     if (beliefs != nullptr && beliefs[state] == 0)
-        FailWith(
-            INCONSISTENT_FINDING_CND, 3381,
-            "can't enter the value %g for >-node '%s', because it is inconsistent with previous findings, according to this model",
-            value, node.name.c_str());
+        FailWith<3381>(INCONSISTENT_FINDING_CND, value, node.name.c_str());
 }
 
 }  // namespace
@@ -261,8 +214,7 @@ void EnterFinding(Node& node, int state, FindingMode mode)
         return;
     }
     if (node.kind == UTILITY_NODE || IsDocumentation(node))
-        Fail(6034, "findings are not allowed for %s >-node-s (>-node '%s')", KindTerm(node.kind),
-             node.name.c_str());
+        Fail<6034>(KindTerm(node.kind), node.name.c_str());
     if (mode == FindingMode::STRICT) CheckAgainstOwnFindings(node, state);
     if (ChecksModel(*node.net)) CheckAgainstModel(node, state, mode);
     NodeFinding finding;
@@ -276,9 +228,7 @@ void EnterFinding(Node& node, int state, FindingMode mode)
 void EnterFindingNot(Node& node, int state)
 {
     const int num_states = NumStates(node);
-    if (num_states == 1)
-        Fail(6035, "can't enter a negative finding for >-node '%s', since it has only 1 state",
-             node.name.c_str());
+    if (num_states == 1) Fail<6035>(node.name.c_str());
     TableVector<float> likelihood(num_states, 1.0f);
     likelihood[state] = 0;
     if (!node.finding.likelihood.empty() && node.finding.likelihood[state] == 0) return;
@@ -292,45 +242,31 @@ void EnterLikelihood(Node& node, const float* likelihood)
     bool possible = false;
     for (size_t state = 0; state < weights.size(); ++state) {
         if (!(weights[state] >= 0) || weights[state] >= InfinityFlt())
-            Fail(
-                6036,
-                "can't enter a likelihood finding for >-node '%s', because its entry for state '%s' is %g (it must be 0 or more, and finite)",
-                node.name.c_str(), StateWord(node, int(state)).c_str(), weights[state]);
+            Fail<6036>(node.name.c_str(), StateWord(node, int(state)).c_str(), weights[state]);
         possible |= weights[state] > 0;
     }
-    if (!possible)
-        FailWith(INCONSISTENT_FINDING_CND, 3382,
-                 "can't enter a likelihood finding for >-node '%s', because all its entries are 0",
-                 node.name.c_str());
+    if (!possible) FailWith<3382>(INCONSISTENT_FINDING_CND, node.name.c_str());
     CombineLikelihood(node, weights, kLikelihood);
 }
 
 void EnterValue(Node& node, double value)
 {
-    if (!IsOrdinary(value))
-        Fail(6037, "can't enter the value %g for >-node '%s', because it is not a finite number", value,
-             node.name.c_str());
+    if (!IsOrdinary(value)) Fail<6037>(value, node.name.c_str());
     if (node.kind == UTILITY_NODE || IsDocumentation(node))
-        Fail(6034, "findings are not allowed for %s >-node-s (>-node '%s')", KindTerm(node.kind),
-             node.name.c_str());
+        Fail<6034>(KindTerm(node.kind), node.name.c_str());
     NodeFinding finding = node.finding;
     if (value == finding.value) return;
     CheckValueAgainstOwn(node, value);
     if (HasStates(node)) {
-        if (node.states.levels.empty())
-            Fail(6038, "can't enter the value %g for >-node '%s', because its states have no levels", value,
-                 node.name.c_str());
+        if (node.states.levels.empty()) Fail<6038>(value, node.name.c_str());
         const int state = StateOfValue(node, value);
-        if (state < 0)
-            Fail(6039, "can't enter the value %g for >-node '%s', because it is outside its levels", value,
-                 node.name.c_str());
+        if (state < 0) Fail<6039>(value, node.name.c_str());
         CheckValueState(node, value, state);
         finding.state = state;
     } else if (node.states.levels.size() == 2 &&
                (value < std::min(node.states.levels[0], node.states.levels[1]) ||
                 value > std::max(node.states.levels[0], node.states.levels[1]))) {
-        Fail(6039, "can't enter the value %g for >-node '%s', because it is outside its levels", value,
-             node.name.c_str());
+        Fail<6039>(value, node.name.c_str());
     }
     finding.value = value;
     DescribeStep(*node.net, "enter finding %s = %g", node.name.c_str(), value);
@@ -344,22 +280,13 @@ void EnterCalibration(Node& node, const float* wanted)
     NeedStates(node, kCalibration);
     const int num_states = NumStates(node);
     const uint32_t problems = CheckProbs(wanted, num_states);
-    if (problems != 0)
-        Fail(6040, "can't enter a calibration finding for >-node '%s', because its vector %s",
-             node.name.c_str(), DescribeProbs(problems, false).c_str());
-    if (!HoldsLikelihood(node))
-        Fail(
-            6030,
-            "can't enter %s for >-node '%s', because negative or likelihood findings are not allowed for %s >-node-s",
-            kCalibration.what, node.name.c_str(), KindTerm(node.kind));
+    if (problems != 0) Fail<6040>(node.name.c_str(), DescribeProbs(problems, false).c_str());
+    if (!HoldsLikelihood(node)) Fail<6030>(kCalibration.what, node.name.c_str(), KindTerm(node.kind));
     const float* beliefs = GetBeliefs(node);
     std::vector<double> weights(num_states);
     for (int state = 0; state < num_states; ++state) {
         if (beliefs[state] == 0 && wanted[state] > 0)
-            FailWith(
-                INCONSISTENT_FINDING_CND, 3303,
-                "can't enter %s for >-node '%s', because it is inconsistent with findings for other >-node-s, according to this model",
-                kCalibration.what, node.name.c_str());
+            FailWith<3303>(INCONSISTENT_FINDING_CND, kCalibration.what, node.name.c_str());
         weights[state] = beliefs[state] > 0 ? double(wanted[state]) / beliefs[state] : 0;
     }
     CombineLikelihood(node, ScaledLikelihood(node, weights, kCalibration), kCalibration);
@@ -370,10 +297,7 @@ void EnterGaussian(Node& node, double mean, double std_dev)
     NeedStates(node, kGaussian);
     NeedLevels(node, kGaussian);
     if (!IsOrdinary(mean) || !IsOrdinary(std_dev) || std_dev <= 0)
-        Fail(
-            6041,
-            "can't enter a Gaussian finding for >-node '%s', because its mean is %g and its standard deviation %g (they must be finite, and the deviation above 0)",
-            node.name.c_str(), mean, std_dev);
+        Fail<6041>(node.name.c_str(), mean, std_dev);
     std::vector<double> weights;
     if (IsDiscrete(node)) {
         for (double level : node.states.levels) {
@@ -394,11 +318,7 @@ void EnterInterval(Node& node, double low, double high)
 {
     NeedStates(node, kInterval);
     NeedLevels(node, kInterval);
-    if (IsUndef(low) || IsUndef(high) || !(low <= high))
-        Fail(
-            6042,
-            "can't enter an interval finding for >-node '%s', because it goes from %g to %g (the first must not be above the second)",
-            node.name.c_str(), low, high);
+    if (IsUndef(low) || IsUndef(high) || !(low <= high)) Fail<6042>(node.name.c_str(), low, high);
     std::vector<double> weights;
     if (IsDiscrete(node)) {
         for (double level : node.states.levels) weights.push_back(low <= level && level <= high ? 1 : 0);

@@ -61,10 +61,7 @@ const float* QueryBeliefs(Net& net, std::span<Node* const> nodes, double* log_pr
     size_t count = 0;
     for (const Node* node : nodes) {
         const int variable = queries.model.variable_of[size_t(node->index)];
-        if (variable < 0 || !HasStates(*node))
-            Fail(6880,
-                 ">-node '%s' has no beliefs: it must be a >-nature_node or >-decision_node with states",
-                 node->name.c_str());
+        if (variable < 0 || !HasStates(*node)) Fail<6880>(node->name.c_str());
         targets.push_back(variable);
         count += size_t(NumStates(*node));
     }

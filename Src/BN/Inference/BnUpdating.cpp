@@ -80,10 +80,7 @@ void SyncFindings(CompiledNet& compiled)
 void CheckTableMemory(const Net& net)
 {
     const double bytes = SizesOf(net).under_findings * sizeof(float);
-    if (bytes > kMaxTableBytes)
-        Fail(
-            6010,
-            "you will not be able to do >-exact_inference with this >-net unless you enter significant findings first, because the tables would be vastly too large");
+    if (bytes > kMaxTableBytes) Fail<6010>();
     if (net.name.empty())
         CheckMemory(bytes, "to compile/update this >-net (see >-LimitMemoryUsage_vx)");
     else
@@ -106,19 +103,18 @@ void MakePropagation(Net& net)
 
 void CompileOnDemand(Net& net)
 {
-    if (net.auto_update == 0)
-        Fail(6011, "can't update beliefs because >-net '%s' needs to be compiled", net.name.c_str());
+    if (net.auto_update == 0) Fail<6011>(net.name.c_str());
     try {
         CompileNet(net);
     } catch (const Unwind& unwind) {
         const std::string reason = MessageOf(*unwind.record);
-        Fail(6012, "can't update net because can't compile it: %s", reason.c_str());
+        Fail<6012>(reason.c_str());
     }
 }
 
 [[noreturn]] void FailHalted(const Net& net)
 {
-    FailWith(ABORTED_CND, 6013, "updating of beliefs was halted for >-net '%s'", net.name.c_str());
+    FailWith<6013>(ABORTED_CND, net.name.c_str());
 }
 
 }  // namespace
@@ -285,8 +281,7 @@ void CheckUpdated(const Net& net, UpdateStatus status)
             if (net.compiled)
                 ReportImpossibleCondition(net,
                                           [&](int variable) { return TableOf(*net.compiled, variable); });
-            FailWith(INCONSISTENT_FINDING_CND, 3305,
-                     "according to this model, the >-finding-(s) entered are inconsistent%s", "");
+            FailWith<3305>(INCONSISTENT_FINDING_CND, "");
         case UpdateStatus::kHalted:
             FailHalted(net);
     }
@@ -326,8 +321,7 @@ void AutoUpdate(Net& net)
 const float* GetBeliefs(Node& node)
 {
     if (node.kind != NATURE_NODE && node.kind != DECISION_NODE && node.kind != DISCONNECTED_NODE)
-        Fail(2364, "'%s' is a %s >-node, but can only get beliefs of a >-nature_node or >-decision_node",
-             node.name.c_str(), KindTerm(node.kind));
+        Fail<2364>(node.name.c_str(), KindTerm(node.kind));
     const int num_states = NumStates(node);
     if (num_states == 0) return nullptr;
     UpdateBeliefs(*node.net);
@@ -348,8 +342,7 @@ const float* GetBeliefs(Node& node)
 double ExpectedValue(Node& node, double* std_dev)
 {
     if (std_dev) *std_dev = UndefDbl();
-    if (node.kind != NATURE_NODE)
-        Fail(6014, ">-node_bn argument must be a >-nature_node, but it is a %s >-node", KindTerm(node.kind));
+    if (node.kind != NATURE_NODE) Fail<6014>(KindTerm(node.kind));
     const float* beliefs = GetBeliefs(node);
     if (beliefs == nullptr) {
         if (std_dev && !IsUndef(node.finding.value)) *std_dev = 0;

@@ -184,24 +184,10 @@ void ReportImpossibleCondition(const Net& net, const TableSource& table)
     const Node& node = *compiled.nodes[condition.variable];
     const char* const name = node.name.c_str();
     const std::string text = ConditionText(compiled, condition);
-    if (is_settled)
-        FailWith(INCONSISTENT_FINDING_CND, 2102,
-                 "in the CPT of node %s, parent conditions declared \"impossible\" have occurred: %s", name,
-                 text.c_str());
-    if (!node.equation.empty())
-        FailWith(
-            INCONSISTENT_FINDING_CND, 2487,
-            "the equation of >-node %s indicates a condition is impossible, but in this net it is possible.  >-cr-Condition is [%s]",
-            name, text.c_str());
-    if (node.tables.probs.empty())
-        FailWith(
-            INCONSISTENT_FINDING_CND, 2489,
-            "the >-functable of >-node %s indicates a condition is impossible (e.g. with an X), but in this net it is possible.  >-cr-Condition is [%s]",
-            name, text.c_str());
-    FailWith(
-        INCONSISTENT_FINDING_CND, 2489,
-        "the >-CPTable of >-node %s indicates a condition is impossible (e.g. with a row of Xs, or a vector of all zeros), but in this net it is possible.  >-cr-Condition is [%s]",
-        name, text.c_str());
+    if (is_settled) FailWith<2102>(INCONSISTENT_FINDING_CND, name, text.c_str());
+    if (!node.equation.empty()) FailWith<2487>(INCONSISTENT_FINDING_CND, name, text.c_str());
+    if (node.tables.probs.empty()) FailWith<2489>(INCONSISTENT_FINDING_CND, name, text.c_str());
+    FailWith<2489, 1>(INCONSISTENT_FINDING_CND, name, text.c_str());
 }
 
 }  // namespace talora

@@ -64,11 +64,7 @@ TableProduct ProductOfTables(const Net& net)
 
 void CheckNoDecision(const Node& node)
 {
-    if (node.kind == DECISION_NODE)
-        Fail(
-            3465,
-            "can't find the most probable explanation (MPE) of >-net '%s' because it contains >-decision_node-s",
-            node.net->name.c_str());
+    if (node.kind == DECISION_NODE) Fail<3465>(node.net->name.c_str());
 }
 
 // The search that the net keeps, or a new one where something has changed.
@@ -124,11 +120,7 @@ void CheckMostProbable(const Net& net)
 {
     for (const Node* node : net.nodes.nodes) {
         CheckNoDecision(*node);
-        if (!HasStates(*node) && !IsDocumentation(*node))
-            Fail(
-                3051,
-                "can't find the most probable explanation (MPE) of >-net '%s' because it contains >-node '%s' which is not discrete or discretized",
-                net.name.c_str(), node->name.c_str());
+        if (!HasStates(*node) && !IsDocumentation(*node)) Fail<3051>(net.name.c_str(), node->name.c_str());
     }
 }
 
@@ -141,10 +133,7 @@ void SetMostProbable(Net& net, bool most_probable)
 
 std::string ReportMostProbable(Net& net)
 {
-    if (!net.most_probable)
-        Fail(6801,
-             ">-net '%s' is not in the mode that finds the most probable configuration: switch it on first",
-             net.name.c_str());
+    if (!net.most_probable) Fail<6801>(net.name.c_str());
     for (const Node* node : net.nodes.nodes) CheckNoDecision(*node);  // one may have come since
     UpdateBeliefs(net);
     int num_tied = 0;
@@ -172,20 +161,15 @@ std::string ReportMostProbable(Net& net)
 
 double FindConfiguration(Net& net, const std::vector<Node*>* nodes, int nth, state_bn* setting)
 {
-    if (nth < 0) Fail(6802, "argument 'nth' is %d, but it should be 0 (the most probable) or more", nth);
+    if (nth < 0) Fail<6802>(nth);
     CheckMostProbable(net);
     ConfigSearch& search = SearchOf(net, nodes);
     Progress progress("finding most probable configurations");
     while (int(search.found.size()) <= nth) {
         const bool is_found = FindNext(net);
-        if (!is_found && search.found.empty())
-            FailWith(INCONSISTENT_FINDING_CND, 3305,
-                     "according to this model, the >-finding-(s) entered are inconsistent%s", "");
-        if (!is_found)
-            Fail(6803, "there are only %d configurations that are possible, so there is none with nth = %d",
-                 int(search.found.size()), nth);
-        if (!progress.Step(double(search.found.size()) / (nth + 1.0)))
-            FailWith(ABORTED_CND, 6800, "the search for most probable configurations was halted");
+        if (!is_found && search.found.empty()) FailWith<3305>(INCONSISTENT_FINDING_CND, "");
+        if (!is_found) Fail<6803>(int(search.found.size()), nth);
+        if (!progress.Step(double(search.found.size()) / (nth + 1.0))) FailWith<6800>(ABORTED_CND);
     }
     const Configuration& found = search.found[size_t(nth)];
     const std::vector<Node*>& listed = nodes ? *nodes : net.nodes.nodes;

@@ -77,7 +77,7 @@ void LearnByExpectation(Learner& learner, std::span<Node* const> nodes, const Ca
         used = std::move(expected);
         expected = std::move(next_expected);
     }
-    if (!goes_on) Notice(6593, "learning was halted: the tables are those of the last complete iteration");
+    if (!goes_on) Notice<6593>();
     if (!used.empty()) StoreLearned(data, std::move(tables), used);
 }
 

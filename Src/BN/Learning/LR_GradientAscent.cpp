@@ -262,8 +262,8 @@ bool Climb(Ascent& a, bool restarts, bool* is_halted)
     LinePoint lowest;
     const LineStatus status = a.Search(&lowest);
     *is_halted = status == LineStatus::HALTED;
-    if (status == LineStatus::BRACKET_LIMIT) Warn(6594, "too many iterations in bracket");
-    if (status == LineStatus::BRENT_LIMIT) Warn(6595, "too many iterations in Brent's method");
+    if (status == LineStatus::BRACKET_LIMIT) Warn<6594>();
+    if (status == LineStatus::BRENT_LIMIT) Warn<6595>();
     if (status == LineStatus::FLAT) return true;  // nothing changes any more
     if (status != LineStatus::FOUND) return false;
     const Vector old_gradient = a.gradient;
@@ -309,7 +309,7 @@ void LearnByGradient(Learner& learner, std::span<Node* const> nodes, const Cases
         learner.history.push_back(known);
         ++num_done;
     }
-    if (is_halted) Notice(6593, "learning was halted: the tables are those of the last complete iteration");
+    if (is_halted) Notice<6593>();
     if (num_done > 0) StoreLearned(data, std::move(a.tables), a.counts);
 }
 

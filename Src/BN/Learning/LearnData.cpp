@@ -183,10 +183,7 @@ std::vector<Node*> LearnableInTree(std::span<Node* const> nodes)
         return !std::all_of(node->links.begin(), node->links.end(),
                             [](const Link& link) { return IsKnownParent(*link.parent); });
     });
-    if (learned.empty())
-        Fail(
-            6589,
-            "can't learn tables, because none of the >-node-s requested is a >-nature_node with states whose parents have states too");
+    if (learned.empty()) Fail<6589>();
     return learned;
 }
 
@@ -295,8 +292,7 @@ struct LearnData::Engine {
         while (reader.Next(block)) {
             num_cases += block.num_cases;
             TakeBlock(block);
-            if (!progress.Step(reader.Fraction()))
-                FailWith(ABORTED_CND, 6590, "reading of the cases to learn from was halted");
+            if (!progress.Step(reader.Fraction())) FailWith<6590>(ABORTED_CND);
         }
         if (counting->Width() == 1 && is_kept) order = rows.SortedRows();
     }
@@ -532,10 +528,7 @@ struct LearnData::Engine {
                 if (std::isinf(measuring->LogProbability(0))) FailAtCase(block, row);
             });
         }
-        FailWith(
-            INCONSISTENT_FINDING_CND, 6591,
-            "couldn't calculate log likelihood, because couldn't calculate joint probability of findings for >-net %s",
-            net.name.c_str());
+        FailWith<6591>(INCONSISTENT_FINDING_CND, net.name.c_str());
     }
 
     [[noreturn]] void FailAtCase(const CaseBlock& block, int row)
@@ -543,10 +536,8 @@ struct LearnData::Engine {
         const std::string number = " " + std::to_string(block.case_numbers[size_t(row)]);
         const std::string line = " (file line number " + std::to_string(block.lines[size_t(row)]) + ")";
         const FilePlace place{reader.Source().name.c_str(), kNoPosition, nullptr};
-        throw Unwind{Report(
-            {.severity = ERROR_SEV, .number = 6592, .conditions = INCONSISTENT_FINDING_CND, .place = place},
-            "couldn't calculate log likelihood, because couldn't calculate joint probability of findings for >-net %s, in case%s%s (while calcuating log-likelihood)",
-            net.name.c_str(), number.c_str(), line.c_str())};
+        throw Unwind{RaiseWith<6592>({.conditions = INCONSISTENT_FINDING_CND, .place = place},
+                                     net.name.c_str(), number.c_str(), line.c_str())};
     }
 
     bool Evaluate(const TableSet& tables, std::vector<Counts>* wanted, Progress& progress, double fraction)

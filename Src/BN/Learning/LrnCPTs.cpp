@@ -74,9 +74,7 @@ LearnedFamily FamilyIn(Node& node, std::span<Node* const> members)
     family.num_states = NumStates(node);
     family.num_rows = int64_t(NumRows(node));
     const double entries = TableEntries(node);
-    if (entries > kMaxTableEntries)
-        Fail(6583, "can't learn the >-CPTable of >-node '%s', because it would have %g entries",
-             node.name.c_str(), entries);
+    if (entries > kMaxTableEntries) Fail<6583>(node.name.c_str(), entries);
     const auto add = [&](const Node& member, int64_t stride) {
         const int fixed = FixedState(member);
         if (fixed >= 0) {
@@ -258,13 +256,8 @@ struct UnlearnPlace {
 
 [[noreturn]] void FailUnlearning(const Node& node, double degree, const UnlearnPlace& place)
 {
-    if (place.file == nullptr)
-        Fail(6584, "attempt to unlearn (degree = %g) more cases than were learned, for >-node '%s'", degree,
-             node.name.c_str());
-    Fail(
-        6585,
-        "attempt to unlearn (degree = %g) more cases than were learned, for >-node '%s' (at case %lld), reading file '%s'",
-        degree, node.name.c_str(), static_cast<long long>(place.case_number), place.file);
+    if (place.file == nullptr) Fail<6584>(degree, node.name.c_str());
+    Fail<6585>(degree, node.name.c_str(), static_cast<long long>(place.case_number), place.file);
 }
 
 // Adds to one count, which never goes below 0.  A difference of rounding is none.
@@ -421,14 +414,11 @@ void CheckApplied(const std::vector<CountedFamily>& families, int64_t num_cases)
 {
     const bool any_columns = std::any_of(families.begin(), families.end(),
                                          [](const CountedFamily& one) { return one.has_columns; });
-    if (families.empty() || (num_cases > 0 && !any_columns))
-        Fail(
-            6586,
-            "can't learn the CPTs using counting-learning, because for none of the requested nodes is there case information for the node and all its parents");
+    if (families.empty() || (num_cases > 0 && !any_columns)) Fail<6586>();
     const bool any_counted = std::any_of(families.begin(), families.end(), [](const CountedFamily& one) {
         return one.num_counted + one.counter.NumCounted() > 0;
     });
-    if (!any_counted) Fail(6587, "can't read any applicable information from this set of cases");
+    if (!any_counted) Fail<6587>();
 }
 
 }  // namespace
@@ -456,8 +446,7 @@ int64_t LearnByCounting(std::span<Node* const> nodes, const Caseset& cases, doub
                      "Only %d cases were incorporated before action was halted (%2.0f%%).\n",
                      int(std::min<int64_t>(num_cases, INT32_MAX)), 100 * fraction);
             PrintMessage(text);
-            Notice(6588, "incorporating of cases was halted after %lld of them",
-                   static_cast<long long>(num_cases));
+            Notice<6588>(static_cast<long long>(num_cases));
             break;
         }
     }

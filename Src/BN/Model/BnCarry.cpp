@@ -96,11 +96,7 @@ void CheckNewSize(const Node& node, const TableCarry& carry)
     for (const CarriedDim& dim : carry.parents) rows = MultiplySize(rows, dim.count);
     const NodeTables& tables = node.tables;
     const double entries = tables.probs.empty() ? rows : MultiplySize(rows, carry.own.count);
-    if (entries > kMaxTableEntries)
-        Fail(
-            3615,
-            "can't create >-CPTable for >-node '%s', because the >-CPTable would be too large (%g), due to too many parent >-node-s",
-            node.name.c_str(), entries);
+    if (entries > kMaxTableEntries) Fail<3615>(node.name.c_str(), entries);
     double bytes = 0;
     if (!tables.probs.empty()) bytes += entries * sizeof(float);
     if (!tables.func_states.empty()) bytes += rows * sizeof(int32_t);

@@ -117,7 +117,7 @@ std::vector<Node*> CopyNodes(const std::vector<Node*>& nodes, Net& net, const Co
     NodeMap copies;
     std::vector<Node*> made;
     for (const Node* node : nodes) {
-        if (copies.count(node)) Fail(6180, ">-Bnodes passed contains >-Bnode '%s' twice", node->name.c_str());
+        if (copies.count(node)) Fail<6180>(node->name.c_str());
         Node* copy = InsertNode(net, UnusedName(net, node->name), "copy nodes");
         CopyProperties(*node, *copy);
         copies.emplace(node, copy);

@@ -45,12 +45,8 @@ void StoreElimOrder(Net& net, const std::vector<Node*>& order, bool is_found, co
     if (net.has_elim_order && net.elim_order.nodes == order) return;
     std::string phrase;
     const int error = ElimOrderProblem(net, order, &phrase);
-    if (error == 3556)
-        Fail(3556, "couldn't set the elimination order of >-net '%s', because new list %s", net.name.c_str(),
-             phrase.c_str());
-    if (error != 0)
-        Fail(3277, "couldn't set the elimination order of >-net '%s', because new list %s", net.name.c_str(),
-             phrase.c_str());
+    if (error == 3556) Fail<3556>(net.name.c_str(), phrase.c_str());
+    if (error != 0) Fail<3277>(net.name.c_str(), phrase.c_str());
     ChangeElimOrder(net, true, is_found, order, UNCOMPILES, what);
 }
 
@@ -67,7 +63,7 @@ void CheckElimOrder(Net& net)
 {
     std::string phrase;
     if (!net.has_elim_order || ElimOrderProblem(net, net.elim_order.nodes, &phrase) == 0) return;
-    Warn(6004, "removing elimination order of >-net '%s', because it %s", net.name.c_str(), phrase.c_str());
+    Warn<6004>(net.name.c_str(), phrase.c_str());
     const DerivedResults derived(net);
     SetElimOrder(net, nullptr);
 }

@@ -13,16 +13,11 @@ namespace {
 void CheckNewParent(Node& parent, Node& child, const Link& link)
 {
     if (parent.net != child.net)
-        Fail(
-            3213,
-            "can't connect >-node '%s' to >-node '%s', because they are in different >-net-s (%s and %s respectively)",
-            parent.name.c_str(), child.name.c_str(), parent.net->name.c_str(), child.net->name.c_str());
+        Fail<3213>(parent.name.c_str(), child.name.c_str(), parent.net->name.c_str(),
+                   child.net->name.c_str());
     if (IsDelayed(link)) return;
     if (&parent == &child || IsAncestor(*child.net, child, parent))
-        Fail(
-            6101,
-            "can't connect >-node '%s' to >-node '%s', because that would result in a directed cycle (with no time delays)",
-            parent.name.c_str(), child.name.c_str());
+        Fail<6101>(parent.name.c_str(), child.name.c_str());
 }
 
 void CheckNoRepeats(const Node& child, const std::vector<Link>& links)
@@ -31,9 +26,7 @@ void CheckNoRepeats(const Node& child, const std::vector<Link>& links)
     for (const Link& link : links) parents.push_back(link.parent);
     std::sort(parents.begin(), parents.end());
     const auto repeated = std::adjacent_find(parents.begin(), parents.end());
-    if (repeated != parents.end())
-        Fail(6102, "can't connect >-node '%s' to >-node '%s', because it is a parent of it already",
-             (*repeated)->name.c_str(), child.name.c_str());
+    if (repeated != parents.end()) Fail<6102>((*repeated)->name.c_str(), child.name.c_str());
 }
 
 // Where the dimensions of the new table come from.  A link goes on if it leads to as many states as before.
@@ -57,10 +50,7 @@ void NoticeLostTables(const Node& child, const NodeTables& carried)
     if ((!child.tables.probs.empty() && carried.probs.empty()) ||
         (!child.tables.func_states.empty() && carried.func_states.empty()) ||
         (!child.tables.func_reals.empty() && carried.func_reals.empty()))
-        Notice(
-            6103,
-            ">-node '%s' is losing its tables because it gets a parent that is not a discrete or discretized variable",
-            child.name.c_str());
+        Notice<6103>(child.name.c_str());
 }
 
 // A node of kind DISCONNECTED_NODE in the place of a parent that is cut away.
@@ -89,10 +79,7 @@ void CheckParentIndex(const Node& child, int index)
 {
     const int num_parents = int(child.links.size());
     if (index < 0 || index >= num_parents)
-        Fail(
-            6104,
-            "passed parent_index (=%d) for >-Bnode '%s' is out of bounds (>-Bnode has %d parents, so it must be between 0 and %d inclusive)",
-            index, child.name.c_str(), num_parents, num_parents - 1);
+        Fail<6104>(index, child.name.c_str(), num_parents, num_parents - 1);
 }
 
 void ReplaceParents(Node& child, std::vector<Link> links, const std::vector<int>& old_index, const char* what)
@@ -112,16 +99,8 @@ void ReplaceParents(Node& child, std::vector<Link> links, const std::vector<int>
 
 int AddLink(Node& parent, Node& child)
 {
-    if (parent.kind == DISCONNECTED_NODE)
-        Fail(
-            6105,
-            "passed >-Bnode '%s' for argument 'pred' is a DISCONNECTED_NODE, so a link cannot be made from it to another node (use >-SwitchNodeParent_bn instead?)",
-            parent.name.c_str());
-    if (child.kind == DISCONNECTED_NODE)
-        Fail(
-            6106,
-            "passed >-Bnode '%s' for argument 'succ' is a DISCONNECTED_NODE, so a link cannot be made to it from another node",
-            child.name.c_str());
+    if (parent.kind == DISCONNECTED_NODE) Fail<6105>(parent.name.c_str());
+    if (child.kind == DISCONNECTED_NODE) Fail<6106>(child.name.c_str());
     std::vector<Link> links = child.links;
     std::vector<int> old_index;
     for (size_t i = 0; i < links.size(); ++i) old_index.push_back(int(i));
@@ -149,11 +128,7 @@ void DeleteLink(Node& child, int index)
 void SwitchParent(Node& child, int index, Node* new_parent)
 {
     CheckParentIndex(child, index);
-    if (new_parent != nullptr && new_parent->kind == DISCONNECTED_NODE)
-        Fail(
-            6107,
-            "passed >-Bnode '%s' for argument 'newpred' is a DISCONNECTED_NODE, so a link cannot be made from it to another node (pass NULL instead to disconnect a link)",
-            new_parent->name.c_str());
+    if (new_parent != nullptr && new_parent->kind == DISCONNECTED_NODE) Fail<6107>(new_parent->name.c_str());
     Node& old_parent = *child.links[index].parent;
     if (new_parent == &old_parent || (new_parent == nullptr && old_parent.kind == DISCONNECTED_NODE)) return;
     if (new_parent == nullptr)
@@ -186,10 +161,7 @@ int ReconnectLinks(Node& child)
         if (parent.kind != DISCONNECTED_NODE) continue;
         Node* original = FindNode(*child.net, parent.disconnected_from);
         if (original == nullptr || original == &parent)
-            Fail(
-                6108,
-                "can't re-connect the #%d link of node '%s', because the original parent node (%s) no longer appears to be in the net",
-                i, child.name.c_str(), parent.disconnected_from.c_str());
+            Fail<6108>(i, child.name.c_str(), parent.disconnected_from.c_str());
         links[i].parent = original;
         stand_ins.push_back(&parent);
     }

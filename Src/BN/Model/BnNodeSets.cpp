@@ -19,16 +19,13 @@ Sets::iterator Find(Sets& sets, std::string_view name)
 Sets::iterator Need(Sets& sets, const Net& net, std::string_view name)
 {
     const auto found = Find(sets, name);
-    if (found == sets.end())
-        Fail(6170, "there is no >-Nodeset '%s' in >-net '%s'", std::string(name).c_str(), net.name.c_str());
+    if (found == sets.end()) Fail<6170>(std::string(name).c_str(), net.name.c_str());
     return found;
 }
 
 void CheckUnused(Sets& sets, const Net& net, std::string_view name)
 {
-    if (Find(sets, name) != sets.end())
-        Fail(6171, "name '%s' is already used by another >-Nodeset in >-net '%s'", std::string(name).c_str(),
-             net.name.c_str());
+    if (Find(sets, name) != sets.end()) Fail<6171>(std::string(name).c_str(), net.name.c_str());
 }
 
 }  // namespace

@@ -14,9 +14,7 @@ namespace {
 void CheckNameUnused(const Net& net, std::string_view name, const Node* except)
 {
     const Node* other = FindNode(net, name);
-    if (other != nullptr && other != except)
-        Fail(6110, "name '%s' is already used by another >-Bnode in >-Bnet '%s'", std::string(name).c_str(),
-             net.name.c_str());
+    if (other != nullptr && other != except) Fail<6110>(std::string(name).c_str(), net.name.c_str());
 }
 
 // The links of a child without one of its parents, and what becomes of its tables.
@@ -61,9 +59,7 @@ std::string UnusedName(const Net& net, std::string_view name)
 
 Node* AddNode(Net& net, std::string_view name, int num_states)
 {
-    if (num_states < 0)
-        Fail(6111, "argument 'num_states' is negative (=%d), trying to add new >-Bnode to >-Bnet '%s'",
-             num_states, net.name.c_str());
+    if (num_states < 0) Fail<6111>(num_states, net.name.c_str());
     CheckNameUnused(net, name, nullptr);
     DescribeStep(net, "add node %.*s", int(name.size()), name.data());
     Node* node = InsertNode(net, name, "add node");
@@ -104,19 +100,10 @@ void RenameNode(Node& node, std::string_view name)
 
 void SetKind(Node& node, int kind)
 {
-    if (kind < 0 || kind >= NUM_NODE_KINDS)
-        Fail(6112,
-             "argument 'kind' passed for >-Bnode '%s' is %d, but it should be between 0 and %d inclusive",
-             node.name.c_str(), kind, NUM_NODE_KINDS - 1);
+    if (kind < 0 || kind >= NUM_NODE_KINDS) Fail<6112>(node.name.c_str(), kind, NUM_NODE_KINDS - 1);
     if (kind == node.kind) return;
-    if (kind == DISCONNECTED_NODE)
-        Fail(
-            6113,
-            "argument 'kind' passed for >-Bnode '%s' is DISCONNECTED_NODE, but link disconnection should be done with SwitchNodeParent_bn or CopyNodes_bn",
-            node.name.c_str());
-    if (kind == ADVERSARY_NODE)
-        Fail(6114, "argument 'kind' passed for >-Bnode '%s' is ADVERSARY_NODE, but that is not supported yet",
-             node.name.c_str());
+    if (kind == DISCONNECTED_NODE) Fail<6113>(node.name.c_str());
+    if (kind == ADVERSARY_NODE) Fail<6114>(node.name.c_str());
     // Findings that the new kind cannot hold go.
     NodeFinding finding = node.finding;
     if (kind == UTILITY_NODE || kind == UNKNOWN_KIND) finding = NodeFinding();

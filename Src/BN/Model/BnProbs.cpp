@@ -17,10 +17,7 @@ constexpr double kSumTolerance = 2e-6;
 
 [[noreturn]] void FailTooLarge(const Node& node, double entries)
 {
-    Fail(
-        3615,
-        "can't create >-CPTable for >-node '%s', because the >-CPTable would be too large (%g), due to too many parent >-node-s",
-        node.name.c_str(), entries);
+    Fail<3615>(node.name.c_str(), entries);
 }
 
 std::string BuildTableText(const Node& node)
@@ -30,34 +27,18 @@ std::string BuildTableText(const Node& node)
 
 void NeedParentStates(const Node& node, const int* parent_states)
 {
-    if (parent_states == nullptr && !node.links.empty())
-        Fail(6150, "NULL passed for the vector of parent states for >-node '%s'", node.name.c_str());
+    if (parent_states == nullptr && !node.links.empty()) Fail<6150>(node.name.c_str());
 }
 
 void CheckParentState(const Node& node, int index, int state, bool allow_every)
 {
     const Node& parent = *node.links[index].parent;
     const std::string place = Ordinal(int64_t(index) + 1);
-    if (state == UNDEF_STATE)
-        Fail(
-            6151,
-            "vector of states (for parent >-node-s of '%s') contains an >-undef_state_indicator (%d) for >-node '%s' as the %s entry",
-            node.name.c_str(), state, parent.name.c_str(), place.c_str());
-    if (state == EVERY_STATE && !allow_every)
-        Fail(
-            6152,
-            "vector of states passed contains an >-every_state_indicator (%d or *) for >-node '%s' as the %s entry",
-            state, parent.name.c_str(), place.c_str());
-    if (state == IMPOSS_STATE)
-        Fail(
-            6153,
-            "vector of states passed contains an >-imposs_cond_indicator (%d or x) for >-node '%s' as the %s entry",
-            state, parent.name.c_str(), place.c_str());
+    if (state == UNDEF_STATE) Fail<6151>(node.name.c_str(), state, parent.name.c_str(), place.c_str());
+    if (state == EVERY_STATE && !allow_every) Fail<6152>(state, parent.name.c_str(), place.c_str());
+    if (state == IMPOSS_STATE) Fail<6153>(state, parent.name.c_str(), place.c_str());
     if (state != EVERY_STATE && (state < 0 || state >= NumStates(parent)))
-        Fail(
-            6154,
-            "vector of states passed contains the illegal state %d for >-node '%s' as the %s entry (it must be between 0 and %d inclusive)",
-            state, parent.name.c_str(), place.c_str(), NumStates(parent) - 1);
+        Fail<6154>(state, parent.name.c_str(), place.c_str(), NumStates(parent) - 1);
 }
 
 // Rows that match parent states, EVERY_STATE matching all.
@@ -100,11 +81,7 @@ TableVector<T> NewRowTable(const Node& node, T empty, const char* term)
 void NeedParentsWithStates(const Node& node)
 {
     for (const Link& link : node.links)
-        if (!HasStates(*link.parent))
-            Fail(
-                3081,
-                "can't give >-node '%s' a >-CPTable, because it has a parent >-node ('%s') which is not a discrete or discretized variable",
-                node.name.c_str(), link.parent->name.c_str());
+        if (!HasStates(*link.parent)) Fail<3081>(node.name.c_str(), link.parent->name.c_str());
 }
 
 }  // namespace
@@ -178,9 +155,7 @@ double TableEntries(const Node& node)
 
 void CheckCanHaveTable(const Node& node)
 {
-    if (!HasStates(node))
-        Fail(3082, "can't give >-node '%s' a >-CPTable, because it is not a discrete or discretized variable",
-             node.name.c_str());
+    if (!HasStates(node)) Fail<3082>(node.name.c_str());
     NeedParentsWithStates(node);
     const double entries = TableEntries(node);
     if (entries > kMaxTableEntries) FailTooLarge(node, entries);
@@ -201,16 +176,14 @@ int64_t RowOf(const Node& node, const int* parent_states)
 
 void SetProbs(Node& node, const int* parent_states, const float* probs)
 {
-    if (probs == nullptr) Fail(5113, "NULL passed for probability vector");
+    if (probs == nullptr) Fail<5113>();
     const int num_states = NumStates(node);
-    if (num_states == 0)
-        Fail(6155, "can't set probability array for >-Bnode '%s' because it is not discrete or discretized",
-             node.name.c_str());
+    if (num_states == 0) Fail<6155>(node.name.c_str());
     CheckCanHaveTable(node);
     const std::vector<int64_t> rows = MatchingRows(node, parent_states);
     const uint32_t problems = CheckProbs(probs, num_states);
     if (CheckingLevel() >= CHECK_VALUES && (problems & ~kAcceptedProbs))
-        Fail(5133, "passed probability vector %s", DescribeProbs(problems, false).c_str());
+        Fail<5133>(DescribeProbs(problems, false).c_str());
     if (node.tables.probs.empty()) {
         const double entries = TableEntries(node);
         CheckMemory(entries * sizeof(float), "to build table for >-node '%s' (see >-LimitMemoryUsage_vx)",
@@ -229,17 +202,12 @@ void SetTable(Node& node, TableVector<float> probs)
     CheckCanHaveTable(node);
     const int num_states = NumStates(node);
     const double entries = TableEntries(node);
-    if (double(probs.size()) != entries)
-        Fail(
-            6156,
-            "couldn't change the >-CPTable of >-node '%s', because new table has %g entries, but it should have %g",
-            node.name.c_str(), double(probs.size()), entries);
+    if (double(probs.size()) != entries) Fail<6156>(node.name.c_str(), double(probs.size()), entries);
     constexpr uint32_t kAcceptedInTable = kAcceptedProbs | PROBS_IMPOSSIBLE;
     for (size_t at = 0, row = 0; at < probs.size(); at += num_states, ++row) {
         const uint32_t problems = CheckProbs(probs.data() + at, num_states);
         if (problems & ~kAcceptedInTable)
-            Fail(6157, "couldn't change the >-CPTable of >-node '%s', because new row %g %s",
-                 node.name.c_str(), double(row), DescribeProbs(problems, false).c_str());
+            Fail<6157>(node.name.c_str(), double(row), DescribeProbs(problems, false).c_str());
     }
     Change(node, node.tables.probs, std::move(probs), RETABLES, "set table");
 }
@@ -254,19 +222,12 @@ const float* GetProbs(const Node& node, const int* parent_states)
 
 void SetFuncState(Node& node, const int* parent_states, int state)
 {
-    if (!HasStates(node))
-        Fail(
-            6158,
-            "can't use this function on >-Bnode '%s', because that >-node is continuous and has not yet been discretized",
-            node.name.c_str());
+    if (!HasStates(node)) Fail<6158>(node.name.c_str());
     const int num_states = NumStates(node);
     const bool is_indicator =
         state == UNDEF_STATE || state == IMPOSS_STATE || state == EVERY_STATE || state == UNIFORM_STATE;
     if (!is_indicator && (state < 0 || state >= num_states))
-        Fail(
-            6159,
-            "argument 'state' is %d, but it should be between 0 and %d inclusive, because >-node '%s' is discrete with %d states",
-            state, num_states - 1, node.name.c_str(), num_states);
+        Fail<6159>(state, num_states - 1, node.name.c_str(), num_states);
     NeedParentsWithStates(node);
     const std::vector<int64_t> rows = MatchingRows(node, parent_states);
     if (node.tables.func_states.empty()) {
@@ -287,13 +248,8 @@ int GetFuncState(const Node& node, const int* parent_states)
 void SetFuncReal(Node& node, const int* parent_states, double value)
 {
     if (IsDiscrete(node) && HasStates(node) && node.states.levels.empty() && node.kind != UTILITY_NODE)
-        Fail(
-            6160,
-            "can't use this function on >-Bnode '%s', because that >-node is discrete and has no output levels defined",
-            node.name.c_str());
-    if (!std::isfinite(value))
-        Fail(6162, "argument 'value' passed for >-Bnode '%s' is not a finite number (%g)", node.name.c_str(),
-             value);
+        Fail<6160>(node.name.c_str());
+    if (!std::isfinite(value)) Fail<6162>(node.name.c_str(), value);
     NeedParentsWithStates(node);
     const std::vector<int64_t> rows = MatchingRows(node, parent_states);
     if (node.tables.func_reals.empty()) {
@@ -315,12 +271,8 @@ double GetFuncReal(const Node& node, const int* parent_states)
 
 void SetExperience(Node& node, const int* parent_states, double experience)
 {
-    if (!(experience >= 0))
-        Fail(6161, "argument 'experience' passed for >-Bnode '%s', is negative (%g)", node.name.c_str(),
-             experience);
-    if (std::isinf(experience))
-        Fail(6163, "argument 'experience' passed for >-Bnode '%s' is not a finite number (%g)",
-             node.name.c_str(), experience);
+    if (!(experience >= 0)) Fail<6161>(node.name.c_str(), experience);
+    if (std::isinf(experience)) Fail<6163>(node.name.c_str(), experience);
     NeedParentsWithStates(node);
     const std::vector<int64_t> rows = MatchingRows(node, parent_states);
     if (node.tables.experience.empty()) {

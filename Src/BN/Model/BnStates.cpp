@@ -26,11 +26,7 @@ std::string NamesProblem(const std::vector<std::string>& names)
 
 void NeedDiscrete(const Node& node, const char* what)
 {
-    if (!IsDiscrete(node))
-        Fail(
-            6120,
-            "can't %s >-Bnode '%s', because it is continuous: its states are the intervals of its levels (see >-SetNodeLevels_bn)",
-            what, node.name.c_str());
+    if (!IsDiscrete(node)) Fail<6120>(what, node.name.c_str());
 }
 
 // Room for the texts of so many states.
@@ -115,16 +111,8 @@ void RescaleRows(const TableVector<float>& old, int old_count, TableVector<float
 void CheckState(const Node& node, int state)
 {
     const int num_states = NumStates(node);
-    if (num_states == 0)
-        Fail(
-            6121,
-            "passed >-int_state (=%d) is illegal (can't use this function with >-Bnode '%s' since it isn't continuous, and hasn't been discretized)",
-            state, node.name.c_str());
-    if (state < 0 || state >= num_states)
-        Fail(
-            6122,
-            "passed >-int_state (=%d) for >-Bnode '%s' is out of bounds (it must be between 0 and %d inclusive)",
-            state, node.name.c_str(), num_states - 1);
+    if (num_states == 0) Fail<6121>(state, node.name.c_str());
+    if (state < 0 || state >= num_states) Fail<6122>(state, node.name.c_str(), num_states - 1);
 }
 
 void SetStateText(Node& node, int state, std::string StateText::*member, std::string text, const char* what)
@@ -145,26 +133,18 @@ void SetStateName(Node& node, int state, std::string_view name)
     CheckState(node, state);
     std::string reason;
     const std::string text(name);
-    if (!text.empty() && CheckNarrowName(text, false, &reason) != 0)
-        Fail(6123, "'%s' cannot be a state name, because it %s", text.c_str(), reason.c_str());
+    if (!text.empty() && CheckNarrowName(text, false, &reason) != 0) Fail<6123>(text.c_str(), reason.c_str());
     const int holder = FindState(node, name);
-    if (holder >= 0 && holder != state)
-        Fail(6124, "couldn't change the state names of >-node '%s', because new name '%.30s' is repeated",
-             node.name.c_str(), text.c_str());
+    if (holder >= 0 && holder != state) Fail<6124>(node.name.c_str(), text.c_str());
     SetStateText(node, state, &StateText::name, text, "name state");
 }
 
 void SetStateNames(Node& node, const std::vector<std::string>& names)
 {
     const int num_states = NumStates(node);
-    if (!names.empty() && int(names.size()) != num_states)
-        Fail(6125, "list of state names has %d entries, but this >-Bnode has %d states", int(names.size()),
-             num_states);
+    if (!names.empty() && int(names.size()) != num_states) Fail<6125>(int(names.size()), num_states);
     const std::string problem = NamesProblem(names);
-    if (!problem.empty())
-        Fail(6126,
-             "these cannot be the state names, because %s.  >-cr-Perhaps make them state titles instead.",
-             problem.c_str());
+    if (!problem.empty()) Fail<6126>(problem.c_str());
     std::vector<StateText> texts = node.states.texts;
     if (texts.size() < names.size()) texts.resize(names.size());
     for (size_t state = 0; state < texts.size(); ++state)
@@ -176,17 +156,11 @@ void AddStates(Node& node, int first, const std::vector<std::string>& names, int
 {
     NeedDiscrete(node, "add states to");
     const int old_count = NumStates(node);
-    if (first < -1 || first > old_count)
-        Fail(6127, "passed state index should be -1, or between 0 and %d, but it is %d", old_count, first);
-    if (cpt_fill != -1 && cpt_fill != 0 && !IsUndef(cpt_fill))
-        Fail(6128, "passed cpt_fill should be -1, 0, or UNDEF_DBL, but it is %g", cpt_fill);
-    if (count < 0)
-        Fail(6129, "argument 'num_states' passed for >-Bnode '%s' is negative (= %d)", node.name.c_str(),
-             count);
-    if (!names.empty() && int(names.size()) != count)
-        Fail(6130, "list of state names has %d entries, but %d states are being added to >-Bnode '%s'",
-             int(names.size()), count, node.name.c_str());
-    if (count > INT32_MAX - old_count) Fail(6131, "too many states for >-Bnode '%s'", node.name.c_str());
+    if (first < -1 || first > old_count) Fail<6127>(old_count, first);
+    if (cpt_fill != -1 && cpt_fill != 0 && !IsUndef(cpt_fill)) Fail<6128>(cpt_fill);
+    if (count < 0) Fail<6129>(node.name.c_str(), count);
+    if (!names.empty() && int(names.size()) != count) Fail<6130>(int(names.size()), count, node.name.c_str());
+    if (count > INT32_MAX - old_count) Fail<6131>(node.name.c_str());
     if (count == 0) return;
     const bool has_texts = !names.empty() || !node.states.texts.empty();
     CheckMemory(
@@ -206,14 +180,8 @@ void AddStates(Node& node, int first, const std::vector<std::string>& names, int
     for (const StateText& text : prepared.states.texts)
         if (!text.name.empty()) all.push_back(text.name);
     const std::string problem = NamesProblem(all);
-    if (!problem.empty())
-        Fail(6132, "couldn't change the state names of >-node '%s', because new %s", node.name.c_str(),
-             problem.c_str());
-    if (drops_names)
-        Warn(
-            6133,
-            ">-node '%s' is losing its state names because a state with no name (just called #%d) is being added",
-            node.name.c_str(), first);
+    if (!problem.empty()) Fail<6132>(node.name.c_str(), problem.c_str());
+    if (drops_names) Warn<6133>(node.name.c_str(), first);
     DescribeStep(*node.net, "add states to %s", node.name.c_str());
     ApplyStates(node, std::move(prepared), "add states");
 }
@@ -223,7 +191,7 @@ void RemoveState(Node& node, int state)
     CheckState(node, state);
     NeedDiscrete(node, "remove a state of");
     const int count = NumStates(node) - 1;
-    if (count == 0) Fail(6134, "can't remove the only state of >-Bnode '%s'", node.name.c_str());
+    if (count == 0) Fail<6134>(node.name.c_str());
     std::vector<int> old_state;
     for (int i = 0; i <= count; ++i)
         if (i != state) old_state.push_back(i);
@@ -241,14 +209,10 @@ void ReorderStates(Node& node, const std::vector<int>& new_order)
     std::vector<char> seen(num_states, 0);
     for (const int state : new_order) {
         CheckState(node, state);
-        if (seen[state])
-            Fail(6135, "new order of the states of >-Bnode '%s' has state %d twice", node.name.c_str(),
-                 state);
+        if (seen[state]) Fail<6135>(node.name.c_str(), state);
         seen[state] = 1;
     }
-    if (int(new_order.size()) != num_states)
-        Fail(6136, "new order of the states of >-Bnode '%s' has %d entries, but it has %d states",
-             node.name.c_str(), int(new_order.size()), num_states);
+    if (int(new_order.size()) != num_states) Fail<6136>(node.name.c_str(), int(new_order.size()), num_states);
     ApplyStates(node, PrepareStates(node, new_order, MissingProb()), "reorder states");
 }
 
@@ -257,8 +221,7 @@ namespace {
 // A level as it is kept: without the infinities of the hardware.
 double CheckedLevel(const Node& node, int index, double level)
 {
-    if (std::isnan(level))
-        Fail(6137, "level %d passed for >-Bnode '%s' is not a number", index, node.name.c_str());
+    if (std::isnan(level)) Fail<6137>(index, node.name.c_str());
     return std::isinf(level) ? std::copysign(InfinityDbl(), level) : level;
 }
 
@@ -266,11 +229,9 @@ void CheckThresholds(const Node& node, const std::vector<double>& levels)
 {
     const bool rising = levels.size() < 2 || levels[0] <= levels[1];
     for (size_t i = 0; i < levels.size(); ++i) {
-        if (IsUndef(levels[i]))
-            Fail(6137, "level %d passed for >-Bnode '%s' is not a number", int(i), node.name.c_str());
+        if (IsUndef(levels[i])) Fail<6137>(int(i), node.name.c_str());
         if (i > 0 && (rising ? levels[i] < levels[i - 1] : levels[i] > levels[i - 1]))
-            Fail(6138, "levels passed for >-Bnode '%s' are not in order (level %d is %g, level %d is %g)",
-                 node.name.c_str(), int(i) - 1, levels[i - 1], int(i), levels[i]);
+            Fail<6138>(node.name.c_str(), int(i) - 1, levels[i - 1], int(i), levels[i]);
     }
 }
 
@@ -279,10 +240,7 @@ void NoticeTablesGo(const Node& node)
     const auto has_tables = [](const Node* each) { return each->tables != NodeTables(); };
     const std::vector<Node*>& children = node.children.nodes;
     if (has_tables(&node) || std::any_of(children.begin(), children.end(), has_tables))
-        Notice(
-            6142,
-            ">-node '%s' and its children are losing their tables because it is discretized into another number of intervals",
-            node.name.c_str());
+        Notice<6142>(node.name.c_str());
 }
 
 // A value that was entered may lie in another interval now; one that lies in none goes with its finding.
@@ -317,12 +275,9 @@ void Rediscretize(Node& node, int num_states, std::vector<double> levels)
 
 void SetLevels(Node& node, int num_states, const double* values)
 {
-    if (num_states < 0)
-        Fail(6139, "argument 'numstates' passed for >-Bnode '%s' is negative (= %d)", node.name.c_str(),
-             num_states);
+    if (num_states < 0) Fail<6139>(node.name.c_str(), num_states);
     if (IsDiscrete(node) && num_states != NumStates(node))
-        Fail(6140, "trying to change the number of states of a discrete >-Bnode ('%s') from %d to %d",
-             node.name.c_str(), NumStates(node), num_states);
+        Fail<6140>(node.name.c_str(), NumStates(node), num_states);
     std::vector<double> levels;
     if (values != nullptr) {
         const int64_t count = IsDiscrete(node) ? num_states : num_states == 0 ? 2 : int64_t(num_states) + 1;
@@ -332,7 +287,7 @@ void SetLevels(Node& node, int num_states, const double* values)
         for (int i = 0; i < int(count); ++i) levels[i] = CheckedLevel(node, i, levels[i]);
         if (!IsDiscrete(node)) CheckThresholds(node, levels);
     } else if (!IsDiscrete(node) && num_states != 0) {
-        Fail(6141, "argument 'levels' passed for >-Bnode '%s' is NULL", node.name.c_str());
+        Fail<6141>(node.name.c_str());
     }
     if (num_states == NumStates(node))
         ChangeLevels(node, std::move(levels));

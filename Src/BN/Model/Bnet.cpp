@@ -180,8 +180,7 @@ int FindParent(const Node& child, const Node* parent)
 
 uint64_t NewLabel(Net& net)
 {
-    if (net.label_counter == kLabelWarning)
-        Warn(6100, "will soon recycle 'unique' labels.  Save work and restart");
+    if (net.label_counter == kLabelWarning) Warn<6100>();
     if (net.label_counter >= kLabelEnd) net.label_counter = kFirstLabel;
     return net.label_counter++;
 }

@@ -333,11 +333,7 @@ GreedySearchResult FindGreedyOrder(const ModelGraph& graph, const std::vector<in
 
     AppendRemaining(nodes, result);
     result.cost = CostOfOrder(graph, result.order);
-    if (progress && !ThisThread().failed)
-        Warn(
-            3280,
-            "resulting elimination order will probably be poor because only %d >-node-s of it were found before action was halted.",
-            result.num_found);
+    if (progress && !ThisThread().failed) Warn<3280>(result.num_found);
     return result;
 }
 
@@ -395,7 +391,7 @@ double CostOfOrder(const ModelGraph& graph, const std::vector<int>& order)
 
 void FailCliquesHalted()
 {
-    FailWith(ABORTED_CND, 6019, "finding the cliques of the >-net was halted");
+    FailWith<6019>(ABORTED_CND);
 }
 
 void CliqueWatch::Formed(size_t num_members)

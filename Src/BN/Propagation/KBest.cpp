@@ -123,8 +123,7 @@ struct KBestSearch::Engine {
 
     static bool IsDone(UpdateStatus status)
     {
-        if (status == UpdateStatus::kHalted)
-            FailWith(ABORTED_CND, 6800, "the search for most probable configurations was halted");
+        if (status == UpdateStatus::kHalted) FailWith<6800>(ABORTED_CND);
         return status == UpdateStatus::kUpdated;
     }
 

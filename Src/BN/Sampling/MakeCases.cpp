@@ -45,7 +45,7 @@ int ChooseMethod(std::span<Node* const> nodes)
 {
     const std::string reason = MessageOf(*unwind.record);
     const uint32_t conditions = unwind.record->conditions & (INCONSISTENT_FINDING_CND | ABORTED_CND);
-    FailWith(conditions, 6660, "can't simulate case because %s", reason.c_str());
+    FailWith<6660>(conditions, reason.c_str());
 }
 
 }  // namespace
@@ -72,29 +72,23 @@ struct CaseSampler::Engine {
 void CaseSampler::Engine::Reject(double tries_for_case)
 {
     ++num_rejected;
-    if (tries_for_case >= max_tries)
-        FailWith(INCONSISTENT_FINDING_CND, 6669,
-                 "none of the %.0f that were drawn agreed with the >-finding-s", tries_for_case);
-    if (num_tries % 256 == 0 && IsHalted()) FailWith(ABORTED_CND, 6670, "the action was halted");
+    if (tries_for_case >= max_tries) FailWith<6669>(INCONSISTENT_FINDING_CND, tries_for_case);
+    if (num_tries % 256 == 0 && IsHalted()) FailWith<6670>(ABORTED_CND);
     if (asked || num_tries < kTriesBeforeAsking ||
         static_cast<double>(num_rejected) < kManyRejected * static_cast<double>(num_tries))
         return;
     asked = true;
     if (AskQuestion("Many cases are being rejected.  Cancel operation?", "Yes,No", "No") == 0)
-        FailWith(ABORTED_CND, 6671, "too many cases were being rejected");
+        FailWith<6671>(ABORTED_CND);
 }
 
 CaseSampler::CaseSampler(std::span<Node* const> nodes, const SamplingOptions& options)
     : engine_(std::make_unique<Engine>())
 {
     int method = options.method;
-    if (method != AUTO_SAMPLING && method != FORWARD_SAMPLING && method != TREE_SAMPLING)
-        Fail(6672, "argument 'method' is not one of the sampling methods (it is %d)", method);
+    if (method != AUTO_SAMPLING && method != FORWARD_SAMPLING && method != TREE_SAMPLING) Fail<6672>(method);
     if (method == FORWARD_SAMPLING && !(options.max_tries >= 1 && options.max_tries <= INT_MAX))
-        Fail(
-            6673,
-            "argument 'maxtries' should be between 1 and INT_MAX inclusive (it is %g) when 'method' is FORWARD_SAMPLING",
-            options.max_tries);
+        Fail<6673>(options.max_tries);
     engine_->max_tries = method == FORWARD_SAMPLING ? std::floor(options.max_tries) : INT_MAX;
     if (method == AUTO_SAMPLING) method = ChooseMethod(nodes);
     try {
@@ -162,21 +156,18 @@ void TellAcceptance(const CaseSampler& sampler, int64_t least_rejected)
 {
     if (sampler.NumRejected() < least_rejected) return;
     const double accepted = static_cast<double>(sampler.NumTries() - sampler.NumRejected());
-    Notice(6674, "Acceptance ratio = %g%%\n", 100 * accepted / static_cast<double>(sampler.NumTries()));
+    Notice<6674>(100 * accepted / static_cast<double>(sampler.NumTries()));
 }
 
 void CheckNodes(std::span<Node* const> nodes)
 {
     std::vector<char> listed;
     for (const Node* node : nodes) {
-        if (node->net != nodes[0]->net)
-            Fail(6675, "the >-node-s of a random case must be of one >-net, but '%s' is of another",
-                 node->name.c_str());
+        if (node->net != nodes[0]->net) Fail<6675>(node->name.c_str());
         listed.resize(node->net->nodes.nodes.size());
-        if (listed[node->index]) Fail(6676, ">-node '%s' is listed twice", node->name.c_str());
+        if (listed[node->index]) Fail<6676>(node->name.c_str());
         listed[node->index] = 1;
-        if (IsDocumentation(*node))
-            Fail(6677, "no case can be drawn for >-node '%s', because it is only a note", node->name.c_str());
+        if (IsDocumentation(*node)) Fail<6677>(node->name.c_str());
     }
 }
 
@@ -233,10 +224,8 @@ int64_t WriteRandomCases(std::span<Node* const> nodes, Stream& file, int64_t num
                          double max_tries, double percent_missing)
 {
     CheckNodes(nodes);
-    if (nodes.empty()) Fail(6678, "there are no >-node-s to make cases for");
-    if (!(percent_missing >= 0 && percent_missing <= 100))
-        Fail(6680, "the percentage of case data to be missing must be between 0 and 100, but it is %g",
-             percent_missing);
+    if (nodes.empty()) Fail<6678>();
+    if (!(percent_missing >= 0 && percent_missing <= 100)) Fail<6680>(percent_missing);
     CaseSampler sampler(nodes, {method, max_tries, false});
     const RandomSource random = RandomSourceOf(*nodes[0]->net);
     DrawnCaseWriter rows(nodes, file);
@@ -304,8 +293,7 @@ private:
 CaseLister::CaseLister(std::span<Node* const> nodes) : propagation_(*nodes[0]->net->compiled->propagation)
 {
     for (const Node* node : nodes) {
-        if (!HasStates(*node))
-            Fail(6681, "cases of >-node '%s' cannot be listed, because it has no states", node->name.c_str());
+        if (!HasStates(*node)) Fail<6681>(node->name.c_str());
         Column& column = columns_.emplace_back();
         column.variable = node->net->compiled->variable_of[node->index];
         column.num_states = NumStates(*node);
@@ -339,11 +327,11 @@ void CaseLister::Enter(size_t i)
     if (column.fixed >= 0) {
         column.beliefs[static_cast<size_t>(column.fixed)] = 1;
     } else if (column.variable < 0) {
-        Fail(6682, "the state of a constant >-node is not known");
+        Fail<6682>();
     } else if (before > 0) {
         propagation_.SetPositive(column.variable, -1);
         const UpdateStatus status = propagation_.UpdateFor(column.variable);
-        if (status == UpdateStatus::kHalted) FailWith(ABORTED_CND, 6670, "the action was halted");
+        if (status == UpdateStatus::kHalted) FailWith<6670>(ABORTED_CND);
         if (status == UpdateStatus::kUpdated) propagation_.Belief(column.variable, column.beliefs.data());
     }
     const double sum = std::accumulate(column.beliefs.begin(), column.beliefs.end(), 0.0);
@@ -376,7 +364,7 @@ void AskAboutLength(double num_lines)
         question, sizeof question,
         "Do you want to make an exhaustive case file, \nlisting every possible case and its exact frequency of occurance? \n(it would be %g lines long)",
         num_lines);
-    if (AskQuestion(question, "Yes,No", "Yes") != 0) FailWith(ABORTED_CND, 6670, "the action was halted");
+    if (AskQuestion(question, "Yes,No", "Yes") != 0) FailWith<6670>(ABORTED_CND);
 }
 
 }  // namespace
@@ -392,7 +380,7 @@ double NumPossibleCases(std::span<Node* const> nodes)
 int64_t WriteEveryCase(std::span<Node* const> nodes, Stream& file)
 {
     CheckNodes(nodes);
-    if (nodes.empty()) Fail(6678, "there are no >-node-s to make cases for");
+    if (nodes.empty()) Fail<6678>();
     const double num_lines = NumPossibleCases(nodes);
     AskAboutLength(num_lines);
     PrepareTree(*nodes[0]->net);

@@ -154,11 +154,10 @@ void CheckOrder(const std::vector<Drawn>& order, const std::vector<int>& place)
     const Node* in_cycle = nullptr;
     for (size_t i = 0; i < order.size(); ++i)
         for (const Link& link : order[i].node->links) {
-            if (IsDelayed(link))
-                Fail(6663, "one of the >-node-s involved (%s) has a delay link", order[i].node->name.c_str());
+            if (IsDelayed(link)) Fail<6663>(order[i].node->name.c_str());
             if (place[link.parent->index] >= static_cast<int>(i)) in_cycle = order[i].node;
         }
-    if (in_cycle) Fail(6662, "there is a directed cycle in the >-net");
+    if (in_cycle) Fail<6662>();
 }
 
 }  // namespace
@@ -192,11 +191,7 @@ void ForwardSampler::Engine::PrepareEquation(Drawn& drawn)
     auto parts = std::make_unique<EquationParts>(NodeEquation(node));
     if (parts->eqn.probabilistic && !IsIntegrable(parts->eqn)) {
         // There is only a density to look at: the table made from it has to do.
-        if (!HasStates(node))
-            Fail(
-                6665,
-                "no value can be drawn from the equation of >-node '%s', because it is not one of the distributions with a cumulative function, and the >-node has no intervals",
-                node.name.c_str());
+        if (!HasStates(node)) Fail<6665>(node.name.c_str());
         return;
     }
     for (size_t i = 1; i < parts->eqn.variables.size(); ++i) {
@@ -217,8 +212,7 @@ void ForwardSampler::Engine::PrepareTable(Drawn& drawn, bool prepare_tables)
         return;
     }
     drawn.probs = EffectiveProbs(node, drawn.made);
-    if (drawn.probs == nullptr || drawn.num_states == 0)
-        Fail(6661, "table (e.g. >-CPTable) missing for >-node '%s'", node.name.c_str());
+    if (drawn.probs == nullptr || drawn.num_states == 0) Fail<6661>(node.name.c_str());
     if (!prepare_tables || TableEntries(node) > kMostPrepared) return;
     drawn.cumulative.resize(static_cast<size_t>(TableEntries(node)));
     for (size_t at = 0; at < drawn.cumulative.size(); at += drawn.num_states)
@@ -298,11 +292,7 @@ void ForwardSampler::Engine::StoreValue(size_t at, double value)
     values[at] = value;
     if (drawn.num_states == 0) return;
     states[at] = std::isfinite(value) ? StateOfValue(*drawn.node, value) : UNDEF_STATE;
-    if (states[at] < 0)
-        Fail(
-            6664,
-            "the real value of node %s was found to be %g, but that does correspond to any state.  Parent values were: %s",
-            drawn.node->name.c_str(), value, ParentText(drawn).c_str());
+    if (states[at] < 0) Fail<6664>(drawn.node->name.c_str(), value, ParentText(drawn).c_str());
 }
 
 // Where the cumulative function of the distribution reaches u: brackets by doubling, then bisects until
@@ -316,9 +306,8 @@ double ForwardSampler::Engine::InverseCumulative(Drawn& drawn, double u)
         const double prob = call.function->interval(parts.arguments.data(), call.num_children,
                                                     -std::numeric_limits<double>::infinity(), x, reason);
         if (std::isnan(prob))
-            Fail(6666, "the equation of >-node '%s' has no value: %s.  Parent values were: %s",
-                 drawn.node->name.c_str(), reason.IsSet() ? reason.text : "it is undefined",
-                 ParentText(drawn).c_str());
+            Fail<6666>(drawn.node->name.c_str(), reason.IsSet() ? reason.text : "it is undefined",
+                       ParentText(drawn).c_str());
         return prob;
     };
     double low = -1, high = 1;
@@ -349,9 +338,8 @@ double ForwardSampler::Engine::EquationValue(Drawn& drawn, RandomState& random)
         parts.failure = parts.scratch.failure;
     }
     if (std::isnan(value))
-        Fail(6666, "the equation of >-node '%s' has no value: %s.  Parent values were: %s",
-             drawn.node->name.c_str(), parts.failure.IsSet() ? parts.failure.text : "it is undefined",
-             ParentText(drawn).c_str());
+        Fail<6666>(drawn.node->name.c_str(), parts.failure.IsSet() ? parts.failure.text : "it is undefined",
+                   ParentText(drawn).c_str());
     return value;
 }
 
@@ -398,8 +386,7 @@ ForwardSampler::ForwardSampler(std::span<Node* const> nodes, bool prepare_tables
         if (drawn.kind != DrawKind::FIXED) continue;
         e.states[at] = ConstantState(*drawn.node) < 0 ? UNDEF_STATE : ConstantState(*drawn.node);
         e.values[at] = drawn.node->finding.value;
-        if (e.states[at] < 0 && drawn.num_states > 0)
-            Fail(6661, "table (e.g. >-CPTable) missing for >-node '%s'", drawn.node->name.c_str());
+        if (e.states[at] < 0 && drawn.num_states > 0) Fail<6661>(drawn.node->name.c_str());
     }
     for (const Node* node : nodes) e.listed.push_back(e.place[node->index]);
 }

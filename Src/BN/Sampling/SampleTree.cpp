@@ -47,8 +47,7 @@ void PrepareTree(Net& net)
 {
     if (!net.compiled) {
         const std::string question = ExpandMarkup("Compile >-net first?");
-        if (AskQuestion(question.c_str(), "Yes,No", "Yes") != 0)
-            Fail(6667, "the >-net must be compiled first");
+        if (AskQuestion(question.c_str(), "Yes,No", "Yes") != 0) Fail<6667>();
         CompileNet(net);
     }
     UpdateBeliefs(net);
@@ -103,9 +102,7 @@ TreeSampler::TreeSampler(std::span<Node* const> nodes)
             wanted[variable] = 1;
         else
             states_.push_back(node->kind == CONSTANT_NODE ? ConstantState(*node) : -1);
-        if (!HasStates(*node) && node->kind == NATURE_NODE)
-            Fail(6668, "no value of >-node '%s' can be drawn in this way, because it has no states",
-                 node->name.c_str());
+        if (!HasStates(*node) && node->kind == NATURE_NODE) Fail<6668>(node->name.c_str());
     }
     const std::vector<char> needed = CliquesNeeded(compiled, wanted);
     for (int clique = 0; clique < compiled.tree.num_cliques(); ++clique)

@@ -59,8 +59,7 @@ void Normalize(std::vector<double>& probs)
 std::vector<double> CurrentBeliefs(Node& query)
 {
     const float* beliefs = GetBeliefs(query);
-    if (beliefs == nullptr)
-        Fail(6784, ">-node '%s' must have discretization intervals for this operation", query.name.c_str());
+    if (beliefs == nullptr) Fail<6784>(query.name.c_str());
     std::vector<double> copy(beliefs, beliefs + NumStates(query));
     Normalize(copy);
     return copy;
@@ -87,7 +86,7 @@ GivenTables MakeTables(const Sensv& sensv)
 
 [[noreturn]] void FailHalted(const Sensv& sensv)
 {
-    FailWith(ABORTED_CND, 6793, "finding the sensitivity of >-node '%s' was halted", QueryName(sensv));
+    FailWith<6793>(ABORTED_CND, QueryName(sensv));
 }
 
 // The beliefs of all varying nodes under the state that is being tried.
@@ -108,8 +107,7 @@ void CheckUnchanged(const Sensv& sensv, uint64_t count)
 {
     const Net& net = *sensv.net;
     if (net.update_count == count && net.compiled && net.compiled->propagation) return;
-    Fail(6794, ">-net '%s' was changed while the sensitivity of >-node '%s' was being found",
-         net.name.c_str(), QueryName(sensv));
+    Fail<6794>(net.name.c_str(), QueryName(sensv));
 }
 
 // Tries each state of the query node that is possible; one that turns out not to be gets belief 0.
@@ -135,11 +133,7 @@ void Recompute(Sensv& sensv)
     Net& net = *sensv.net;
     sensv.is_computed = false;
     sensv.entropy = sensv.belief_variance = UndefDbl();
-    if (net.most_probable)
-        Fail(
-            6795,
-            "can't measure sensitivities while >-net '%s' finds most probable configurations: switch that off",
-            net.name.c_str());
+    if (net.most_probable) Fail<6795>(net.name.c_str());
     if (!net.compiled) CompileNet(net);
     std::vector<double> beliefs = CurrentBeliefs(*sensv.query);
     const uint64_t count = net.update_count;
@@ -213,9 +207,7 @@ bool FindJoint(Sensv& sensv, const Node& varying, Joint& joint)
         return true;
     }
     const auto found = sensv.place.find(&varying);
-    if (found == sensv.place.end())
-        Fail(6787, ">-node '%s' is not among the varying >-node-s of the >-Sensv passed (target >-node '%s')",
-             varying.name.c_str(), QueryName(sensv));
+    if (found == sensv.place.end()) Fail<6787>(varying.name.c_str(), QueryName(sensv));
     if (!HasStates(varying)) return false;
     joint = WithOther(sensv, sensv.given[found->second]);
     return true;
@@ -256,11 +248,7 @@ double EndOf(const Sensv& sensv, double level)
 {
     if (!IsInfinite(level)) return level;
     const double bound = level < 0 ? sensv.lower_bound : sensv.upper_bound;
-    if (IsUndef(bound))
-        Fail(
-            6785,
-            "cant calculate error-based sensitivities (mean or variance) for >-node '%s', because it contains +/- INFINITY for a range endpoint",
-            QueryName(sensv));
+    if (IsUndef(bound)) Fail<6785>(QueryName(sensv));
     return bound;
 }
 
@@ -268,10 +256,7 @@ double EndOf(const Sensv& sensv, double level)
 std::vector<double> RealValues(const Sensv& sensv)
 {
     const Node& query = *sensv.query;
-    if (!HasRealValues(query))
-        Fail(6786,
-             "can't find the sensitivity of the real value of >-node '%s', because its states have none",
-             query.name.c_str());
+    if (!HasRealValues(query)) Fail<6786>(query.name.c_str());
     std::vector<double> values;
     const std::vector<double>& levels = query.states.levels;
     for (int state = 0; state < NumStates(query); ++state)
@@ -314,12 +299,8 @@ Sensv* NewSensv(Node& query, const std::vector<Node*>& varying, int what_find)
 {
     Net& net = *query.net;
     for (const Node* node : varying)
-        if (node->net != &net)
-            Fail(6782, "target >-node %s is in different >-net from wiggle >-node-s (eg, %s)",
-                 query.name.c_str(), node->name.c_str());
-    if (what_find & ~kAllFlags)
-        Fail(6790, "argument 'what_find' is %d, which has flags that do not exist (%d)", what_find,
-             what_find & ~kAllFlags);
+        if (node->net != &net) Fail<6782>(query.name.c_str(), node->name.c_str());
+    if (what_find & ~kAllFlags) Fail<6790>(what_find, what_find & ~kAllFlags);
     Sensv* sensv = Measurers().New(net.header.Lock());
     try {
         sensv->net = &net;
@@ -356,12 +337,8 @@ void SetRealBounds(Sensv& sensv, double lower, double upper)
     const std::vector<double>& levels = sensv.query->states.levels;
     for (double level : levels) {
         if (IsInfinite(level)) continue;
-        if (!IsUndef(lower) && !(lower < level))
-            Fail(6791, "the lower bound on the real value of >-node '%s' is %g, but it must be below %g",
-                 QueryName(sensv), lower, level);
-        if (!IsUndef(upper) && !(upper > level))
-            Fail(6792, "the upper bound on the real value of >-node '%s' is %g, but it must be above %g",
-                 QueryName(sensv), upper, level);
+        if (!IsUndef(lower) && !(lower < level)) Fail<6791>(QueryName(sensv), lower, level);
+        if (!IsUndef(upper) && !(upper > level)) Fail<6792>(QueryName(sensv), upper, level);
     }
     sensv.lower_bound = lower;
     sensv.upper_bound = upper;
@@ -369,8 +346,7 @@ void SetRealBounds(Sensv& sensv, double lower, double upper)
 
 void BringUpToDate(Sensv& sensv)
 {
-    if (sensv.query == nullptr || !IsLive(sensv.query, NODE_TYPE))
-        Fail(6783, "the target >-node of the >-Sensv passed has been deleted");
+    if (sensv.query == nullptr || !IsLive(sensv.query, NODE_TYPE)) Fail<6783>();
     if (!sensv.is_computed || sensv.computed_at != sensv.net->update_count) Recompute(sensv);
 }
 
@@ -380,20 +356,12 @@ namespace {
 
 void NeedEntropy(const Sensv& sensv)
 {
-    if (!Asks(sensv, ENTROPY_SENSV))
-        Fail(
-            2520,
-            "currently requesting entropy reduction (i.e. mutual information) in sensitivity of >-node %s to findings, but earlier didn't ask for that (ENTROPY_SENSV) to be calculated",
-            QueryName(sensv));
+    if (!Asks(sensv, ENTROPY_SENSV)) Fail<2520>(QueryName(sensv));
 }
 
 void NeedBeliefVariance(const Sensv& sensv)
 {
-    if (!Asks(sensv, NODEVAR_SENSV))
-        Fail(
-            2521,
-            "currently requesting variance of >-node beliefs (in sensitivity of >-node %s to findings), but earlier didn't ask for that (NODEVAR_SENSV) to be calculated",
-            QueryName(sensv));
+    if (!Asks(sensv, NODEVAR_SENSV)) Fail<2521>(QueryName(sensv));
 }
 
 }  // namespace
@@ -451,11 +419,7 @@ double BeliefVarianceReduction(Sensv& sensv, const Node& varying)
 
 double SensitivityRatio(Sensv& sensv, const Node& varying, int state)
 {
-    if (!Asks(sensv, RATIO_SENSV))
-        Fail(
-            2522,
-            "currently requesting sensitivity ratio (in sensitivity of >-node %s to findings), but earlier didn't ask for that (RATIO_SENSV) to be calculated",
-            QueryName(sensv));
+    if (!Asks(sensv, RATIO_SENSV)) Fail<2522>(QueryName(sensv));
     Joint joint;
     const bool exists = FindJoint(sensv, varying, joint);
     CheckState(*sensv.query, state);
@@ -468,21 +432,9 @@ double SensitivityRatio(Sensv& sensv, const Node& varying, int state)
 
 FindingEffect BeliefChange(Sensv& sensv, const Node& varying, int state, unsigned parts)
 {
-    if (!Asks(sensv, BELIEF_SENSV))
-        Fail(
-            2523,
-            "currently requesting amount of belief change (in sensitivity of >-node %s to findings), but earlier didn't ask for that (BELIEF_SENSV) to be calculated",
-            QueryName(sensv));
-    if ((parts & VARIANCE_PART) && !Asks(sensv, VARIANCE_SENSV))
-        Fail(
-            2524,
-            "currently requesting variance of belief change (in sensitivity of >-node %s to findings), but earlier didn't ask for that (VARIANCE_SENSV) to be calculated",
-            QueryName(sensv));
-    if ((parts & RANGE_PART) && !Asks(sensv, RANGE_SENSV))
-        Fail(
-            2525,
-            "currently requesting min or max amount of belief change (in sensitivity of >-node %s to findings), but earlier didn't ask for that (RANGE_SENSV) to be calculated",
-            QueryName(sensv));
+    if (!Asks(sensv, BELIEF_SENSV)) Fail<2523>(QueryName(sensv));
+    if ((parts & VARIANCE_PART) && !Asks(sensv, VARIANCE_SENSV)) Fail<2524>(QueryName(sensv));
+    if ((parts & RANGE_PART) && !Asks(sensv, RANGE_SENSV)) Fail<2525>(QueryName(sensv));
     Joint joint;
     const bool exists = FindJoint(sensv, varying, joint);
     CheckState(*sensv.query, state);
@@ -492,36 +444,16 @@ FindingEffect BeliefChange(Sensv& sensv, const Node& varying, int state, unsigne
 
 FindingEffect RealChange(Sensv& sensv, const Node& varying, unsigned parts)
 {
-    if (!Asks(sensv, REAL_SENSV))
-        Fail(
-            2526,
-            "currently requesting degree of change to the real mean (in sensitivity of >-node %s to findings), but earlier didn't ask for that (REAL_SENSV) to be calculated",
-            QueryName(sensv));
-    if ((parts & VARIANCE_PART) && !Asks(sensv, VARIANCE_SENSV))
-        Fail(
-            2527,
-            "currently requesting variance of change to the real mean (in sensitivity of >-node %s to findings), but earlier didn't ask for that (VARIANCE_SENSV) to be calculated",
-            QueryName(sensv));
-    if ((parts & RANGE_PART) && !Asks(sensv, RANGE_SENSV))
-        Fail(
-            2528,
-            "currently requesting min or max amount of change to the real mean (in sensitivity of >-node %s to findings), but earlier didn't ask for that (RANGE_SENSV) to be calculated",
-            QueryName(sensv));
+    if (!Asks(sensv, REAL_SENSV)) Fail<2526>(QueryName(sensv));
+    if ((parts & VARIANCE_PART) && !Asks(sensv, VARIANCE_SENSV)) Fail<2527>(QueryName(sensv));
+    if ((parts & RANGE_PART) && !Asks(sensv, RANGE_SENSV)) Fail<2528>(QueryName(sensv));
     return EffectOnMean(sensv, varying);
 }
 
 double RealVarianceReduction(Sensv& sensv, const Node& varying)
 {
-    if (!Asks(sensv, REAL_SENSV))
-        Fail(
-            6788,
-            "currently requesting variance of real values (in sensitivity of >-node %s to findings), but earlier didn't ask for that (REAL_SENSV) to be calculated",
-            QueryName(sensv));
-    if (!Asks(sensv, VARIANCE_SENSV))
-        Fail(
-            6789,
-            "currently requesting variance of real values (in sensitivity of >-node %s to findings), but earlier didn't ask for that (VARIANCE_SENSV) to be calculated",
-            QueryName(sensv));
+    if (!Asks(sensv, REAL_SENSV)) Fail<6788>(QueryName(sensv));
+    if (!Asks(sensv, VARIANCE_SENSV)) Fail<6789>(QueryName(sensv));
     return EffectOnMean(sensv, varying).variance;
 }
 

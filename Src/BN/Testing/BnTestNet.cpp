@@ -28,14 +28,9 @@ void CheckTestNodes(const Net& net, const std::vector<Node*>& nodes)
 {
     std::unordered_set<const Node*> seen;
     for (const Node* node : nodes) {
-        if (node->net != &net)
-            Fail(6735, ">-node-s '%s' and '%s' are of different >-net-s, so one test can't be on both",
-                 nodes[0]->name.c_str(), node->name.c_str());
-        if (!seen.insert(node).second)
-            Fail(6180, ">-Bnodes passed contains >-Bnode '%s' twice", node->name.c_str());
-        if (!IsInTree(*node))
-            Fail(6736, "can't test >-node '%s', because it is a %s >-node, which has no beliefs",
-                 node->name.c_str(), KindTerm(node->kind));
+        if (node->net != &net) Fail<6735>(nodes[0]->name.c_str(), node->name.c_str());
+        if (!seen.insert(node).second) Fail<6180>(node->name.c_str());
+        if (!IsInTree(*node)) Fail<6736>(node->name.c_str(), KindTerm(node->kind));
         CheckRecordMemory(*node, FixedBins(FINE_BINS));
     }
 }
@@ -49,13 +44,11 @@ NodeTest NewTest(Node& node)
 
 Tester* NewTester(const std::vector<Node*>& test_nodes, const std::vector<Node*>& unobserved)
 {
-    if (test_nodes.empty()) Fail(6734, "argument 'test_nodes' has no >-node-s to test");
+    if (test_nodes.empty()) Fail<6734>();
     Net& net = *test_nodes[0]->net;
     CheckTestNodes(net, test_nodes);
     for (const Node* node : unobserved)
-        if (node->net != &net)
-            Fail(6735, ">-node-s '%s' and '%s' are of different >-net-s, so one test can't be on both",
-                 test_nodes[0]->name.c_str(), node->name.c_str());
+        if (node->net != &net) Fail<6735>(test_nodes[0]->name.c_str(), node->name.c_str());
     std::vector<NodeTest> tests;
     for (Node* node : test_nodes) tests.push_back(NewTest(*node));
     Tester* tester = Testers().New(net.header.Lock());
@@ -114,19 +107,14 @@ bool IsInNet(const Net& net, const Node* node)
 // The node must be as it was, unless nothing has been counted: then the record is made for it as it is.
 void FitTest(Tester& tester, NodeTest& test)
 {
-    if (!IsInNet(*tester.net, test.node))
-        Fail(6737, ">-node '%s' has been deleted since its test began; make a new tester", test.name.c_str());
+    if (!IsInNet(*tester.net, test.node)) Fail<6737>(test.name.c_str());
     if (!AreSameStates(test.node->states, test.states) && tester.lines_read == 0) {
         CheckRecordMemory(*test.node, test.record.bins);
         test.record = TestRecord(NumStates(*test.node), test.record.bins);
         test.states = test.node->states;
     }
-    if (!AreSameStates(test.node->states, test.states))
-        Fail(6738, "the states of >-node '%s' have changed since its test began; make a new tester",
-             test.node->name.c_str());
-    if (!IsInTree(*test.node))
-        Fail(6736, "can't test >-node '%s', because it is a %s >-node, which has no beliefs",
-             test.node->name.c_str(), KindTerm(test.node->kind));
+    if (!AreSameStates(test.node->states, test.states)) Fail<6738>(test.node->name.c_str());
+    if (!IsInTree(*test.node)) Fail<6736>(test.node->name.c_str(), KindTerm(test.node->kind));
 }
 
 }  // namespace
@@ -135,11 +123,7 @@ NodeTest& TestOf(Tester& tester, const Node& node)
 {
     const auto found = std::find_if(tester.tests.begin(), tester.tests.end(),
                                     [&](const NodeTest& test) { return test.node == &node; });
-    if (found == tester.tests.end())
-        Fail(
-            6732,
-            ">-node '%s' was not one of the >-node-s tested (i.e. not in the test_nodes list passed to >-NewNetTester_bn)",
-            node.name.c_str());
+    if (found == tester.tests.end()) Fail<6732>(node.name.c_str());
     FitTest(tester, *found);
     return *found;
 }
@@ -157,15 +141,12 @@ namespace {
 // Edges given by a caller; the ends 0 and 1 may be left out.
 std::vector<double> CompleteEdges(std::span<const double> given)
 {
-    if (given.size() > size_t(kMaxGivenBins))
-        Fail(6740, "%d edges of bins were given, but there may be at most %d", int(given.size()),
-             kMaxGivenBins);
+    if (given.size() > size_t(kMaxGivenBins)) Fail<6740>(int(given.size()), kMaxGivenBins);
     std::vector<double> edges(1, 0);
     for (size_t i = 0; i < given.size(); ++i) {
         const double edge = given[i];
         if (!(edge >= 0 && edge <= 1) || (i > 0 && !(edge > given[i - 1])))
-            Fail(6741, "edges of bins must rise from 0 to 1, but the %s one is %g",
-                 Ordinal(int64_t(i) + 1).c_str(), edge);
+            Fail<6741>(Ordinal(int64_t(i) + 1).c_str(), edge);
         if (edge > 0 && edge < 1) edges.push_back(edge);
     }
     edges.push_back(1);
@@ -176,13 +157,9 @@ std::vector<double> CompleteEdges(std::span<const double> given)
 
 void SetTestBins(Tester& tester, const Node& node, int scheme, std::span<const double> edges)
 {
-    if (scheme < FINE_BINS || scheme > GIVEN_BINS)
-        Fail(6739, "argument 'scheme' is %d, but schemes of bins are numbered from 0 to %d", scheme,
-             GIVEN_BINS);
+    if (scheme < FINE_BINS || scheme > GIVEN_BINS) Fail<6739>(scheme, GIVEN_BINS);
     TestRecord& record = TestOf(tester, node).record;
-    if (tester.lines_read != 0)
-        Fail(6742, "can't change the bins for >-node '%s', because cases have been counted in them",
-             node.name.c_str());
+    if (tester.lines_read != 0) Fail<6742>(node.name.c_str());
     CalibrationBins bins = scheme == GIVEN_BINS ? CalibrationBins{GIVEN_BINS, CompleteEdges(edges)}
                                                 : FixedBins(BinScheme(scheme));
     CheckRecordMemory(node, bins);
@@ -251,9 +228,7 @@ void WarnOfMissingColumns(TestRun& run, const CaseReader& reader)
     if (run.source == &reader.Source()) return;
     run.source = &reader.Source();
     for (size_t i = 0; i < run.tester->tests.size(); ++i)
-        if (!reader.HasColumn(int(i)))
-            Warn(6748, "'%s' has no column for >-node '%s', which is under test, so its cases can't test it",
-                 run.source->name.c_str(), run.read[i]->name.c_str());
+        if (!reader.HasColumn(int(i))) Warn<6748>(run.source->name.c_str(), run.read[i]->name.c_str());
 }
 
 void ScoreCase(TestRun& run, size_t at, std::span<const float> belief, int actual, double value,
@@ -279,9 +254,7 @@ void ScoreBlock(TestRun& run, const CaseBlock& block, const CaseReader& reader, 
         tester.cases_read += weight;
         if (!beliefs.IsPossible(row)) {
             tester.impossible_cases += weight;
-            Warn(6747,
-                 "%s is left out of the test, because according to >-net '%s' its findings are impossible",
-                 reader.Place(block, row).c_str(), tester.net->name.c_str());
+            Warn<6747>(reader.Place(block, row).c_str(), tester.net->name.c_str());
             continue;
         }
         for (size_t i = 0; i < tester.tests.size(); ++i) {
@@ -305,9 +278,7 @@ void RunCases(TestRun& run, const Caseset& cases)
         if (!beliefs.Compute(block)) break;
         ScoreBlock(run, block, reader, beliefs);
     }
-    if (IsHalted() || progress.Halted())
-        Notice(6750, "testing of >-net '%s' was halted; the test has %.15g cases",
-               run.tester->net->name.c_str(), run.tester->cases_read);
+    if (IsHalted() || progress.Halted()) Notice<6750>(run.tester->net->name.c_str(), run.tester->cases_read);
 }
 
 }  // namespace

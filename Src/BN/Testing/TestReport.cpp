@@ -274,10 +274,7 @@ int TargetState(const NodeTest& test)
     if (field == fields.end()) return usual;
     const int state = FindState(node, field->value);
     if (state >= 0) return state;
-    Warn(
-        6749,
-        "Node '%s' has a %s user-field refering to state '%.40s', but it doesn't have a state with that name",
-        node.name.c_str(), kTargetField, field->value.c_str());
+    Warn<6749>(node.name.c_str(), kTargetField, field->value.c_str());
     return usual;
 }
 

@@ -196,8 +196,8 @@ void ReadAsStateOf(const Checker& c, int node, int reference)
 [[noreturn]] void FailUnknown(const Checker& c, const Expr& expr)
 {
     *c.place = expr.position;
-    Fail(2091, "unknown name '%s'%s", Word(c, expr.name).c_str(),
-         expr.sharp ? " (was trying to interpret it as a state name, since it is preceeded by #)" : "");
+    Fail<2091>(Word(c, expr.name).c_str(),
+               expr.sharp ? " (was trying to interpret it as a state name, since it is preceeded by #)" : "");
 }
 
 int FindVariable(const Checker& c, std::string_view name)
@@ -222,13 +222,11 @@ void ResolveOwned(const Checker& c, Expr& expr)
     const std::string state = Word(c, expr.name), owner = Word(c, expr.owner);
     *c.place = expr.position;
     const int variable = FindVariable(c, c.eqn.Text(expr.owner));
-    if (variable < 0)
-        Fail(2356, "'%s--%s' refers to unknown variable '%s'", state.c_str(), owner.c_str(), owner.c_str());
+    if (variable < 0) Fail<2356>(state.c_str(), owner.c_str(), owner.c_str());
     const EqnVariable& of = c.eqn.variables[variable];
     const int index = expr.value == 1 ? expr.state : FindState(of, c.eqn.Text(expr.name));
     if (index < 0 || index >= of.num_states)
-        Fail(2464, "'%s--%s' refers to %s, which is not a state of %s", state.c_str(), owner.c_str(),
-             state.c_str(), owner.c_str());
+        Fail<2464>(state.c_str(), owner.c_str(), state.c_str(), owner.c_str());
     BecomeState(expr, variable, index);
 }
 
@@ -236,11 +234,7 @@ void ResolveVariable(const Checker& c, Expr& expr, int variable)
 {
     const EqnVariable& of = c.eqn.variables[variable];
     *c.place = expr.position;
-    if (variable == 0 && c.eqn.has_output && !c.eqn.probabilistic)
-        Fail(
-            2439,
-            "'%s' appears as a variable on the right hand side of the = symbol, but it is the output value >-cr-(which is not allowed unless the equation is probabilistic, that is, starts with P)",
-            of.name.c_str());
+    if (variable == 0 && c.eqn.has_output && !c.eqn.probabilistic) Fail<2439>(of.name.c_str());
     expr.kind = ExprKind::VARIABLE;
     expr.variable = variable;
     if (!expr.sharp) {
@@ -248,10 +242,7 @@ void ResolveVariable(const Checker& c, Expr& expr, int variable)
         ReadAsNumber(c, expr);
         return;
     }
-    if (!of.discrete && of.num_states == 0)
-        Fail(2480,
-             "continuous variable '%s' is preceeded with a state indicator #, but it hasn't been discretized",
-             of.name.c_str());
+    if (!of.discrete && of.num_states == 0) Fail<2480>(of.name.c_str());
     expr.type = INTEGER_EQN;
     ReadAsIndex(c, expr);
 }
@@ -300,17 +291,10 @@ int ContextOf(const Checker& c, int node)
     const FunctionDef& def = *call.function;
     const char* const ordinal = OrdinalWord(argument + 1);
     *c.place = c.Child(node, argument).position;
-    if (*def.symbol == '\0')
-        Fail(2326, "%s argument of function '%s' should be of type %s, but it is type %s", ordinal, def.name,
-             TypeName(wanted), TypeName(given));
-    if (def.arity == 1)
-        Fail(2322, "argument of operator '%s' should be of type '%s', but it is type %s", def.symbol,
-             TypeName(wanted), TypeName(given));
-    if (argument == 0)
-        Fail(2323, "the first argument of operator '%s' should be of type '%s', but it is type '%s'",
-             def.symbol, TypeName(wanted), TypeName(given));
-    Fail(2324, "the %s argument of operator '%s' should be type '%s', but it is type '%s'", ordinal,
-         def.symbol, TypeName(wanted), TypeName(given));
+    if (*def.symbol == '\0') Fail<2326>(ordinal, def.name, TypeName(wanted), TypeName(given));
+    if (def.arity == 1) Fail<2322>(def.symbol, TypeName(wanted), TypeName(given));
+    if (argument == 0) Fail<2323>(def.symbol, TypeName(wanted), TypeName(given));
+    Fail<2324>(ordinal, def.symbol, TypeName(wanted), TypeName(given));
 }
 
 [[noreturn]] void FailMixed(const Checker& c, int node, int argument, EqnType given, EqnType others)
@@ -318,15 +302,8 @@ int ContextOf(const Checker& c, int node)
     const FunctionDef& def = *c.At(node).function;
     const char* const ordinal = OrdinalWord(argument + 1);
     *c.place = c.Child(node, argument).position;
-    if (*def.symbol != '\0')
-        Fail(
-            2036,
-            "the %s argument of operator '%s' is of type '%s', which is not compatible with the other argument(s) (of type '%s')",
-            ordinal, def.symbol, TypeName(given), TypeName(others));
-    Fail(
-        2467,
-        "%s argument of function '%s' is of type %s, which is not compatible with the other argument(s) of type %s",
-        ordinal, def.name, TypeName(given), TypeName(others));
+    if (*def.symbol != '\0') Fail<2036>(ordinal, def.symbol, TypeName(given), TypeName(others));
+    Fail<2467>(ordinal, def.name, TypeName(given), TypeName(others));
 }
 
 bool IsConditional(const Expr& expr)
@@ -366,16 +343,8 @@ void WantTruth(const Checker& c, int node, int argument)
     }
     const EqnVariable& variable = c.Variable(expr);
     *c.place = expr.position;
-    if (variable.num_states != 2)
-        Fail(
-            2465,
-            "attempt to use variable '%s' as a boolean in function '%s', but it doesn't have 2 states (it has %d)",
-            variable.name.c_str(), def.name, variable.num_states);
-    if (TrueState(variable) < 0)
-        Warn(
-            2466,
-            "variable '%s' is used as a boolean in function '%s', but it doesn't have recognized boolean state names (e.g. true, false)",
-            variable.name.c_str(), def.name);
+    if (variable.num_states != 2) Fail<2465>(variable.name.c_str(), def.name, variable.num_states);
+    if (TrueState(variable) < 0) Warn<2466>(variable.name.c_str(), def.name);
     ReadAsTruth(c, expr);
 }
 
@@ -419,8 +388,7 @@ void CheckEquality(const Checker& c, int node)
     const bool both_numbers = (!x.discrete || !x.levels.empty()) && (!y.discrete || !y.levels.empty());
     if (HasNames(x) == HasNames(y) || (both_numbers && x.discrete != y.discrete)) return;
     *c.place = c.At(node).position;
-    Fail(2463, "equation equality test of a variable having state names to one without (%s and %s)",
-         x.name.c_str(), y.name.c_str());
+    Fail<2463>(x.name.c_str(), y.name.c_str());
 }
 
 // Arguments from `first` on must be of one kind: truth values, states or numbers.  @return their type
@@ -468,7 +436,7 @@ struct NoisyTable {
 
     Expr& Argument(int i) const
     {
-        if (i >= c.At(node).num_children) Fail(2512, "function '%s' is missing its last arguments", def.name);
+        if (i >= c.At(node).num_children) Fail<2512>(def.name);
         *c.place = c.Child(node, i).position;
         return c.Child(node, i);
     }
@@ -483,37 +451,22 @@ void CheckNoisyVariable(const NoisyTable& t, int i, bool needs_states)
 {
     const Expr& expr = t.Argument(i);
     const char* const ordinal = OrdinalWord(i + 1);
-    if (expr.kind != ExprKind::VARIABLE)
-        Fail(2502, "%s argument of function %s should be a variable (>-node), but it isn't", ordinal,
-             t.def.name);
+    if (expr.kind != ExprKind::VARIABLE) Fail<2502>(ordinal, t.def.name);
     const EqnVariable& variable = t.c.Variable(expr);
-    if (needs_states && variable.num_states == 0)
-        Fail(
-            2503,
-            "%s is a continuous variable (>-node), but only discrete or discretized ones are allowed (in %s argument of %s)",
-            variable.name.c_str(), ordinal, t.def.name);
+    if (needs_states && variable.num_states == 0) Fail<2503>(variable.name.c_str(), ordinal, t.def.name);
     if (i == 0 && IsSum(t.def) && (variable.discrete || variable.num_states == 0))
-        Fail(
-            2535,
-            "%s is not a continuous variable (>-node), however only continuous (but discretized) ones are allowed (in %s argument of %s)",
-            variable.name.c_str(), ordinal, t.def.name);
+        Fail<2535>(variable.name.c_str(), ordinal, t.def.name);
 }
 
 // The second argument: number of states of the output, or of pairs for each condition.
 int CheckNoisyCount(const NoisyTable& t)
 {
     const Expr& expr = t.Argument(1);
-    if (expr.kind != ExprKind::NUMBER || expr.type != INTEGER_EQN)
-        Fail(2504, "%s argument of function %s should be an integer, but it isn't", OrdinalWord(2),
-             t.def.name);
+    if (expr.kind != ExprKind::NUMBER || expr.type != INTEGER_EQN) Fail<2504>(OrdinalWord(2), t.def.name);
     const EqnVariable& output = t.c.Variable(t.c.Child(t.node, 0));
     if (!IsSum(t.def) && expr.value != output.num_states)
-        Fail(
-            2505,
-            "%s argument of function %s is %g, but it should be the number of states of the output variable (=%d)",
-            OrdinalWord(2), t.def.name, expr.value, output.num_states);
-    if (expr.value < 1 || expr.value > kMaxEqnArguments)
-        Fail(2512, "function '%s' is missing its last arguments", t.def.name);
+        Fail<2505>(OrdinalWord(2), t.def.name, expr.value, output.num_states);
+    if (expr.value < 1 || expr.value > kMaxEqnArguments) Fail<2512>(t.def.name);
     return static_cast<int>(expr.value);
 }
 
@@ -527,31 +480,19 @@ void CheckNoisyList(NoisyTable& t, int count)
         const Expr& expr = t.Argument(t.next);
         const char* const ordinal = OrdinalWord(t.next + 1);
         if (!IsNumber(expr.type)) {
-            if (IsSum(t.def))
-                Fail(
-                    2537,
-                    "%s argument of function '%s' should be of type %s, but it is type %s (perhaps wrong number of prob/amount pairs specified)",
-                    ordinal, t.def.name, TypeName(REAL_EQN), TypeName(expr.type));
-            Fail(2506, "%s argument of function '%s' should be of type %s, but it is type %s", ordinal,
-                 t.def.name, TypeName(REAL_EQN), TypeName(expr.type));
+            if (IsSum(t.def)) Fail<2537>(ordinal, t.def.name, TypeName(REAL_EQN), TypeName(expr.type));
+            Fail<2506>(ordinal, t.def.name, TypeName(REAL_EQN), TypeName(expr.type));
         }
         if (k % stride != 0) continue;
         all_known &= expr.kind == ExprKind::NUMBER;
         if (expr.kind != ExprKind::NUMBER) continue;
         const double prob = expr.value * (expr.unit ? expr.unit->factor : 1);
-        if (!(prob >= 0 && prob <= 1))
-            Fail(2507, "%s argument of function %s should be a probability (between 0 and 1), but it is %g",
-                 ordinal, t.def.name, prob);
+        if (!(prob >= 0 && prob <= 1)) Fail<2507>(ordinal, t.def.name, prob);
         sum += prob;
     }
     if (!all_known) return;
-    if (IsSum(t.def) && sum > 1 + kSumTolerance)
-        Fail(2543,
-             "sum of probabilities for a condition of function %s should not be more than 1, but it is %g",
-             t.def.name, sum);
-    if (!IsSum(t.def) && std::fabs(sum - 1) > kSumTolerance)
-        Fail(2509, "sum of probabilities for a condition of function %s should be 1, but it is %g",
-             t.def.name, sum);
+    if (IsSum(t.def) && sum > 1 + kSumTolerance) Fail<2543>(t.def.name, sum);
+    if (!IsSum(t.def) && std::fabs(sum - 1) > kSumTolerance) Fail<2509>(t.def.name, sum);
 }
 
 void CheckNoisyTable(const Checker& c, int node)
@@ -568,11 +509,7 @@ void CheckNoisyTable(const Checker& c, int node)
         CheckNoisyVariable(t, t.next, true);
         Expr& cause = t.Argument(t.next++);
         const EqnVariable& variable = c.Variable(cause);
-        if (!variable.discrete)
-            Fail(
-                2503,
-                "%s is a continuous variable (>-node), but only discrete or discretized ones are allowed (in %s argument of %s)",
-                variable.name.c_str(), OrdinalWord(t.next), t.def.name);
+        if (!variable.discrete) Fail<2503>(variable.name.c_str(), OrdinalWord(t.next), t.def.name);
         ReadThrough(c, cause, kCauseMap,
                     [&](int state) { return dist::PackCause(state, variable.num_states); });
         for (int state = 0; state < variable.num_states; ++state) CheckNoisyList(t, count);
@@ -670,16 +607,8 @@ void CheckNode(const Checker& c, int node, int context)
 
 void CheckTruthOutput(const EqnVariable& output)
 {
-    if (!output.discrete || output.num_states != 2)
-        Fail(
-            2461,
-            "attempt to assign a boolean expression to variable '%s', which doesn't have 2 states (it has %d)",
-            output.name.c_str(), output.num_states);
-    if (TrueState(output) < 0)
-        Warn(
-            2462,
-            "assigning boolean expression to variable '%s' but it doesn't have recognized boolean state names (e.g. true, false)",
-            output.name.c_str());
+    if (!output.discrete || output.num_states != 2) Fail<2461>(output.name.c_str(), output.num_states);
+    if (TrueState(output) < 0) Warn<2462>(output.name.c_str());
 }
 
 void CheckResult(const Checker& c)
@@ -690,8 +619,7 @@ void CheckResult(const Checker& c)
     if (!eqn.has_output) return;
     const EqnVariable& output = eqn.variables[0];
     if (root.type == STATE_EQN && (eqn.probabilistic || !output.discrete))
-        Fail(2324, "the %s argument of operator '%s' should be type '%s', but it is type '%s'",
-             OrdinalWord(2), "=", TypeName(REAL_EQN), TypeName(STATE_EQN));
+        Fail<2324>(OrdinalWord(2), "=", TypeName(REAL_EQN), TypeName(STATE_EQN));
     if (eqn.probabilistic) return;
     if (root.kind == ExprKind::CALL && root.function->form == AS_STATE_FORM && !output.levels.empty()) {
         eqn.result = EqnResult::AS_STATE;

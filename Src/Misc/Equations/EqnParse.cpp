@@ -94,7 +94,7 @@ std::string Copy(const Parser& p, Slice slice)
 
 void CheckDepth(int depth)
 {
-    if (depth > kMaxEqnDepth) Fail(6401, "equation is nested too deeply (more than %d levels)", kMaxEqnDepth);
+    if (depth > kMaxEqnDepth) Fail<6401>(kMaxEqnDepth);
 }
 
 int AddExpr(Parser& p, Expr expr)
@@ -164,9 +164,7 @@ double ReadNumber(Parser& p)
     double value = 0;
     const char* const first = p.text.data() + p.at;
     const auto [end, problem] = std::from_chars(first, p.text.data() + p.text.size(), value);
-    if (problem != std::errc())
-        Fail(6403, "number '%s' is too large or too small",
-             std::string(first, std::min<ptrdiff_t>(end - first, 40)).c_str());
+    if (problem != std::errc()) Fail<6403>(std::string(first, std::min<ptrdiff_t>(end - first, 40)).c_str());
     p.at += static_cast<int>(end - first);
     return value;
 }
@@ -210,23 +208,18 @@ int ParseSharp(Parser& p)
         const int first = p.at;
         const double index = ReadNumber(p);
         expr.name = {first, p.at - first};
-        if (index != std::floor(index))
-            Fail(2477, "state indicator # is followed by a number (%g) that is not an integer", index);
-        if (const UnitDef* unit = ReadUnit(p))
-            Fail(2478, "state indicator # is followed by a number that has units (#%g %s)", index,
-                 unit->name);
+        if (index != std::floor(index)) Fail<2477>(index);
+        if (const UnitDef* unit = ReadUnit(p)) Fail<2478>(index, unit->name);
         expr.state = index >= 0 && index < 2147483647 ? static_cast<int>(index) : -1;
         expr.value = 1;  // a number, not a name
     } else {
         expr.name = ReadName(p);
         if (expr.name.length == 0) {
-            if (p.AtEnd()) Fail(2492, "missing end of equation");
-            Fail(2033, "character '%s' unexpected", CharHere(p).c_str());
+            if (p.AtEnd()) Fail<2492>();
+            Fail<2033>(CharHere(p).c_str());
         }
         const int behind = p.at;
-        if (Take(p, '('))
-            Fail(2479, "the name after a state indicator # is followed by an open parenthesis:  # %s (",
-                 Copy(p, expr.name).c_str());
+        if (Take(p, '(')) Fail<2479>(Copy(p, expr.name).c_str());
         p.at = behind;
     }
     expr.owner = ReadOwner(p);
@@ -241,16 +234,11 @@ bool IsNoisyTable(const FunctionDef& def)
 void CheckCount(Parser& p, const FunctionDef& def, int count, int position)
 {
     *p.place = position;
-    if (count > kMaxEqnArguments)
-        Fail(2325, "too many arguments for function '%s' (requires %d)", def.name, kMaxEqnArguments);
-    if (def.arity > 0 && count > def.arity)
-        Fail(2325, "too many arguments for function '%s' (requires %d)", def.name, def.arity);
-    if (IsNoisyTable(def) && count < 2)
-        Fail(2501, "missing %s argument of function %s", OrdinalWord(count + 1), def.name);
+    if (count > kMaxEqnArguments) Fail<2325>(def.name, kMaxEqnArguments);
+    if (def.arity > 0 && count > def.arity) Fail<2325>(def.name, def.arity);
+    if (IsNoisyTable(def) && count < 2) Fail<2501>(OrdinalWord(count + 1), def.name);
     const int least = LeastArguments(def);
-    if (count < least)
-        Fail(2038, "too few arguments for function '%s' (requires %d, but %d supplied)", def.name, least,
-             count);
+    if (count < least) Fail<2038>(def.name, least, count);
 }
 
 // Behind the opening parenthesis of a call, up to its end.
@@ -261,17 +249,13 @@ std::vector<int> ParseArguments(Parser& p, const FunctionDef& def)
     while (true) {
         const int number = static_cast<int>(args.size()) + 1;
         Stand(p);
-        if (p.Peek() == ',' || p.Peek() == ')')
-            Fail(2497, "missing %s argument of function %s", OrdinalWord(number), def.name);
+        if (p.Peek() == ',' || p.Peek() == ')') Fail<2497>(OrdinalWord(number), def.name);
         args.push_back(ParseExpr(p, nullptr, {}));
         Stand(p);
         if (Take(p, ')')) return args;
         if (!Take(p, ',')) {
-            if (IsNoisyTable(def))
-                Fail(2511, "missing comma or close parenthesis, or malformed expression in function '%s'",
-                     def.name);
-            Fail(2369, "missing comma or close parenthesis, or malformed expression in function '%s'",
-                 def.name);
+            if (IsNoisyTable(def)) Fail<2511>(def.name);
+            Fail<2369>(def.name);
         }
         if (number > kMaxEqnArguments) CheckCount(p, def, number, p.at);
     }
@@ -291,7 +275,7 @@ int ParseNameOrCall(Parser& p)
     }
     *p.place = expr.position;
     const FunctionDef* def = FindFunction(p.text.substr(expr.name.at, expr.name.length));
-    if (def == nullptr) Fail(2355, "unknown function '%s'", Copy(p, expr.name).c_str());
+    if (def == nullptr) Fail<2355>(Copy(p, expr.name).c_str());
     EnterLevel(p);
     const std::vector<int> args = ParseArguments(p, *def);
     --p.depth;
@@ -304,12 +288,12 @@ int ParseNameOrCall(Parser& p)
     const FunctionDef* here = FindBinaryOperator(p.Rest());
     if (need.def == nullptr && here != nullptr) need = {here, 1};
     if (need.def != nullptr && (here != nullptr || p.AtEnd() || strchr("),;:", p.Peek()) != nullptr)) {
-        if (need.def->arity == 1) Fail(2495, "argument of operator '%s' is missing", need.def->symbol);
-        Fail(2496, "missing %s argument of operator %s", OrdinalWord(need.argument), need.def->symbol);
+        if (need.def->arity == 1) Fail<2495>(need.def->symbol);
+        Fail<2496>(OrdinalWord(need.argument), need.def->symbol);
     }
-    if (p.AtEnd()) Fail(2492, "missing end of equation");
-    if (p.Peek() == ')') Fail(2032, "unexpected close parenthesis");
-    Fail(2033, "character '%s' unexpected", CharHere(p).c_str());
+    if (p.AtEnd()) Fail<2492>();
+    if (p.Peek() == ')') Fail<2032>();
+    Fail<2033>(CharHere(p).c_str());
 }
 
 int ParseOperand(Parser& p, Need need);
@@ -327,7 +311,7 @@ int ParseParenthesis(Parser& p)
     ++p.at;
     const int inner = ParseExpr(p, nullptr, {});
     Stand(p);
-    if (!Take(p, ')')) Fail(2034, "missing close parenthesis");
+    if (!Take(p, ')')) Fail<2034>();
     return inner;
 }
 
@@ -357,7 +341,7 @@ int ParseConditional(Parser& p, const FunctionDef& op, int condition, int positi
 {
     const int yes = ParseExpr(p, nullptr, {&op, 2});
     Stand(p);
-    if (!Take(p, op.second[0])) Fail(2035, "missing '%s' for '%s' operator", op.second, op.symbol);
+    if (!Take(p, op.second[0])) Fail<2035>(op.second, op.symbol);
     const int no = ParseExpr(p, &op, {&op, 3});
     return AddCall(p, op, {condition, yes, no}, position, true);
 }
@@ -386,8 +370,8 @@ int ParseExpr(Parser& p, const FunctionDef* building, Need need)
 
 [[noreturn]] void FailPunctuation(const Parser& p)
 {
-    if (p.AtEnd()) Fail(2492, "missing end of equation");
-    Fail(2029, "unexpected punctuation '%c'", p.Peek());
+    if (p.AtEnd()) Fail<2492>();
+    Fail<2029>(p.Peek());
 }
 
 // One name between the parentheses of the head.
@@ -396,17 +380,14 @@ void AddHeadVariable(Parser& p, const std::vector<EqnVariable>& candidates, Slic
     *p.place = name.at;
     const std::string_view word = p.text.substr(name.at, name.length);
     for (const EqnVariable& known : p.eqn.variables)
-        if (known.name == word) Fail(2030, "repeated variable name");
+        if (known.name == word) Fail<2030>();
     for (size_t i = 1; i < candidates.size(); ++i) {
         if (candidates[i].name != word) continue;
         p.eqn.variables.push_back(candidates[i]);
         p.eqn.sources.push_back(static_cast<int>(i));
         return;
     }
-    Fail(
-        2459,
-        "unknown variable '%s' to the left of = in function definition >-cr-(if links are named, remember to use link names instead of parent names)",
-        Copy(p, name).c_str());
+    Fail<2459>(Copy(p, name).c_str());
 }
 
 // The parameters up to and with ")".  `pending`: a name has been read and a separator must follow.
@@ -417,9 +398,9 @@ void ParseParameters(Parser& p, const std::vector<EqnVariable>& candidates, bool
         Stand(p);
         if (Take(p, ')')) return;
         if (pending) {
-            if (IsNameStart(p.Peek())) Fail(2027, "missing comma");
+            if (IsNameStart(p.Peek())) Fail<2027>();
             if (p.AtEnd()) FailPunctuation(p);
-            if (strchr(separators, p.Peek()) == nullptr) Fail(2028, "unexpected punctuation '%c'", p.Peek());
+            if (strchr(separators, p.Peek()) == nullptr) Fail<2028>(p.Peek());
             const bool bar = p.Peek() == '|';
             ++p.at;
             separators = ",";
@@ -454,37 +435,34 @@ void ParseHead(Parser& p, const std::vector<EqnVariable>& candidates)
     const auto check_output = [&](Slice name) {
         *p.place = name.at;
         const std::string_view word = p.text.substr(name.at, name.length);
-        if (word != output.name && (p.eqn.probabilistic || word != "f"))
-            Fail(2460, "'%s' is not the correct name for the output variable", Copy(p, name).c_str());
+        if (word != output.name && (p.eqn.probabilistic || word != "f")) Fail<2460>(Copy(p, name).c_str());
     };
     Slice name = ReadName(p);
     if (!p.eqn.probabilistic) check_output(name);
     Stand(p);
-    if (!Take(p, '(')) Fail(2026, "missing open parenthesis in function declaration");
+    if (!Take(p, '(')) Fail<2026>();
     if (p.eqn.probabilistic) {
         name = ReadName(p);
         check_output(name);
     }
     ParseParameters(p, candidates, p.eqn.probabilistic);
     Stand(p);
-    if (!Take(p, '=')) Fail(2031, "missing '=' in function definition");
+    if (!Take(p, '=')) Fail<2031>();
     Stand(p);
-    if (p.AtEnd()) Fail(2494, "missing equation after '=' symbol in function definition");
+    if (p.AtEnd()) Fail<2494>();
 }
 
 void CheckSize(std::string_view text, int* place)
 {
     *place = 0;
-    if (text.size() > kMaxEqnText)
-        Fail(6402, "equation is too long (%lld characters, but at most %d are allowed)",
-             static_cast<long long>(text.size()), kMaxEqnText);
+    if (text.size() > kMaxEqnText) Fail<6402>(static_cast<long long>(text.size()), kMaxEqnText);
 }
 
 void ParseBody(Parser& p)
 {
     p.eqn.root = ParseExpr(p, nullptr, {});
     Stand(p);
-    if (!p.AtEnd()) Fail(2033, "character '%s' unexpected", CharHere(p).c_str());
+    if (!p.AtEnd()) Fail<2033>(CharHere(p).c_str());
     CheckEquation(p.eqn, p.place);
 }
 
