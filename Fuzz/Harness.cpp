@@ -282,18 +282,4 @@ bool CheckNetBytes(std::string_view bytes, const char* name, const char* passwor
     return true;
 }
 
-uint8_t Bytes::Byte()
-{
-    if (rest_.empty()) return 0;
-    const auto byte = static_cast<uint8_t>(rest_[0]);
-    rest_.remove_prefix(1);
-    return byte;
-}
-
-uint32_t Bytes::Number(uint32_t below)
-{
-    const uint32_t high = Byte();
-    return (high << 8 | Byte()) % below;
-}
-
 }  // namespace fuzz

@@ -11,6 +11,7 @@
 #include <string>
 #include <string_view>
 
+#include "Support/Bytes.h"
 #include "Talora.h"
 
 namespace fuzz {
@@ -71,17 +72,6 @@ std::string WriteNetTo(const net_bn* net, const char* name, const char* password
 // and written again; a refused one left a record.  @return whether it was accepted
 bool CheckNetBytes(std::string_view bytes, const char* name, const char* password = nullptr);
 
-// Numbers and texts taken off the front of an input, zeros where it has ended.
-class Bytes {
-public:
-    Bytes(const uint8_t* data, size_t size) : rest_(reinterpret_cast<const char*>(data), size) {}
-    uint8_t Byte();
-    uint32_t Number(uint32_t below);  // two bytes
-    std::string_view Rest() const { return rest_; }
-    bool AtEnd() const { return rest_.empty(); }
-
-private:
-    std::string_view rest_;
-};
+using talora::Bytes;
 
 }  // namespace fuzz

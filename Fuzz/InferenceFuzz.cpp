@@ -101,27 +101,25 @@ struct Answers {
     std::vector<double> configurations;  // those that are possible, the most probable first
 };
 
-double WeightedProb(const RandomModel& model, const Weights& weights, const std::vector<int>& state)
+talora::Findings FindingsOf(const Weights& weights)
 {
-    double product = talora::JointProb(model, talora::Findings(model.size()), state);
-    for (size_t v = 0; v < weights.size(); ++v) product *= weights[v][size_t(state[v])];
-    return product;
+    talora::Findings findings(int(weights.size()));
+    for (size_t v = 0; v < weights.size(); ++v)
+        findings.likelihood[v].assign(weights[v].begin(), weights[v].end());
+    return findings;
 }
 
 Answers Enumerate(const RandomModel& model, const Weights& weights)
 {
     Answers answers;
     for (const auto& node : weights) answers.beliefs.emplace_back(node.size());
-    std::vector<int> state(weights.size());
-    for (;;) {
-        const double product = WeightedProb(model, weights, state);
-        answers.total += product;
-        if (product > 0) answers.configurations.push_back(product);
-        for (size_t v = 0; v < state.size(); ++v) answers.beliefs[v][size_t(state[v])] += product;
-        int v = model.size() - 1;
-        while (v >= 0 && ++state[size_t(v)] == model.NumStates(v)) state[size_t(v--)] = 0;
-        if (v < 0) break;
-    }
+    talora::ForEachConfiguration(model, FindingsOf(weights),
+                                 [&](const std::vector<int>& state, double product) {
+                                     answers.total += product;
+                                     answers.configurations.push_back(product);
+                                     for (size_t v = 0; v < state.size(); ++v)
+                                         answers.beliefs[v][size_t(state[v])] += product;
+                                 });
     std::sort(answers.configurations.begin(), answers.configurations.end(), std::greater<>());
     return answers;
 }
@@ -173,7 +171,8 @@ void CompareConfiguration(const Case& c, const Answers& answers, int nth)
     Check(IsLogOf(log_prob, expected), "a most probable configuration is as probable as enumeration says");
     for (size_t v = 0; v < setting.size(); ++v)
         Check(setting[v] >= 0 && setting[v] < c.model.NumStates(int(v)), "a configuration has states");
-    Check(IsLogOf(log_prob, WeightedProb(c.model, c.weights, setting)), "a configuration is as it is said");
+    Check(IsLogOf(log_prob, talora::JointProb(c.model, FindingsOf(c.weights), setting)),
+          "a configuration is as it is said");
 }
 
 void Compare(const Case& c)

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <limits>
 #include <random>
 #include <vector>
 
@@ -100,7 +101,55 @@ inline double EntryProb(const float* row, int n, int state)
         if (row[s] == ImpossibleProb()) return 0;
         row[s] == MissingProb() ? void(++missing) : void(known += double(row[s]));
     }
-    return row[state] == MissingProb() ? std::max(0.0, 1 - known) / missing : double(row[state]);
+    if (row[state] == MissingProb()) return std::max(0.0, 1 - known) / missing;
+    return std::abs(row[state]) < std::numeric_limits<float>::min() ? 0 : double(row[state]);
+}
+
+inline double LocalProb(const RandomModel& model, const Findings& findings, const std::vector<int>& state,
+                        int v)
+{
+    const int s = state[size_t(v)], n = model.NumStates(v);
+    if (findings.positive[size_t(v)] >= 0 && findings.positive[size_t(v)] != s) return 0;
+    int64_t row = 0;
+    for (int p : model.graph.variables[size_t(v)].parents) row = row * model.NumStates(p) + state[size_t(p)];
+    const std::vector<float>& table = model.tables[size_t(v)];
+    const double prob = EntryProb(table.empty() ? nullptr : table.data() + row * n, n, s);
+    const std::vector<float>& likelihood = findings.likelihood[size_t(v)];
+    return likelihood.empty() ? prob : prob * double(likelihood[size_t(s)]);
+}
+
+inline double JointProb(const RandomModel& model, const Findings& findings, const std::vector<int>& state)
+{
+    double product = 1;
+    for (int v = 0; v < model.size() && product > 0; ++v) product *= LocalProb(model, findings, state, v);
+    return product;
+}
+
+// Calls visit (state, product) for each configuration that the model and the findings leave possible.
+// Parents take their states before their children, so what is impossible is cut off at once.
+template <class Visit>
+void ForEachConfiguration(const RandomModel& model, const Findings& findings, Visit&& visit)
+{
+    std::vector<int> order;
+    std::vector<char> is_listed(size_t(model.size()));
+    while (int(order.size()) < model.size())
+        for (int v = 0; v < model.size(); ++v) {
+            const std::vector<int>& parents = model.graph.variables[size_t(v)].parents;
+            if (is_listed[size_t(v)] ||
+                !std::all_of(parents.begin(), parents.end(), [&](int p) { return is_listed[size_t(p)]; }))
+                continue;
+            is_listed[size_t(v)] = 1;
+            order.push_back(v);
+        }
+    std::vector<int> state(order.size());
+    const auto go_on = [&](const auto& self, size_t k, double product) -> void {
+        if (k == order.size()) return visit(state, product);
+        int& s = state[size_t(order[k])];
+        for (s = 0; s < model.NumStates(order[k]); ++s)
+            if (const double prob = LocalProb(model, findings, state, order[k]); prob > 0)
+                self(self, k + 1, product * prob);
+    };
+    go_on(go_on, 0, 1);
 }
 
 struct Enumeration {
@@ -108,36 +157,14 @@ struct Enumeration {
     std::vector<std::vector<double>> beliefs;
 };
 
-inline double JointProb(const RandomModel& model, const Findings& findings, const std::vector<int>& state)
-{
-    double product = 1;
-    for (int v = 0; v < model.size() && product > 0; ++v) {
-        const int s = state[size_t(v)], n = model.NumStates(v);
-        if (findings.positive[size_t(v)] >= 0 && findings.positive[size_t(v)] != s) return 0;
-        if (!findings.likelihood[size_t(v)].empty())
-            product *= double(findings.likelihood[size_t(v)][size_t(s)]);
-        int64_t row = 0;
-        for (int p : model.graph.variables[size_t(v)].parents)
-            row = row * model.NumStates(p) + state[size_t(p)];
-        const std::vector<float>& table = model.tables[size_t(v)];
-        product *= EntryProb(table.empty() ? nullptr : table.data() + row * n, n, s);
-    }
-    return product;
-}
-
 inline Enumeration Enumerate(const RandomModel& model, const Findings& findings)
 {
     Enumeration result;
     for (int v = 0; v < model.size(); ++v) result.beliefs.emplace_back(size_t(model.NumStates(v)));
-    std::vector<int> state(size_t(model.size()));
-    for (;;) {
-        const double p = JointProb(model, findings, state);
-        result.total += p;
-        for (int v = 0; v < model.size(); ++v) result.beliefs[size_t(v)][size_t(state[size_t(v)])] += p;
-        int v = model.size() - 1;
-        while (v >= 0 && ++state[size_t(v)] == model.NumStates(v)) state[size_t(v--)] = 0;
-        if (v < 0) break;
-    }
+    ForEachConfiguration(model, findings, [&](const std::vector<int>& state, double product) {
+        result.total += product;
+        for (size_t v = 0; v < state.size(); ++v) result.beliefs[v][size_t(state[v])] += product;
+    });
     for (auto& belief : result.beliefs)
         for (double& b : belief) b /= result.total;
     return result;

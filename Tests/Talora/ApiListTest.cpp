@@ -5,15 +5,14 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <regex>
 #include <set>
 #include <string>
-#include <tuple>
-#include <type_traits>
 #include <utility>
-#include <vector>
 
 #include "Basic/FloatMode.h"
+#include "Support/ApiCalls.h"
 #include "Support/TestEnviron.h"
 #include "VarVal/DbManager.h"
 
@@ -29,170 +28,92 @@ TEST(ApiListTest, HeaderAndListHaveTheSameFunctions)
     std::string text((std::istreambuf_iterator<char>(header)), {});
     text = std::regex_replace(text, std::regex("/\\*[^*]*\\*+([^/*][^*]*\\*+)*/"), "");
     std::set<std::string> declared, listed;
+    for (const talora::ApiFunction& function : talora::ApiFunctions()) listed.insert(function.name);
     const std::regex declaration("TALORA_API[^;(]*[ *]([A-Za-z0-9]+_(bn|vx|cs)) *\\(");
     for (std::sregex_iterator at(text.begin(), text.end(), declaration), end; at != end; ++at)
         declared.insert((*at)[1]);
-#define TALORA_FUNCTION(name, automation, arguments) listed.insert(#name);
-#include "Talora/ApiFunctions.inc"
-#undef TALORA_FUNCTION
     EXPECT_GT(declared.size(), 200u);
     EXPECT_EQ(declared, listed) << "add a row to Src/Talora/ApiFunctions.inc";
 }
 
 enum class Wrong { kNull, kDeleted, kForeign, kNone };
 
-// Live objects, deleted ones, and bytes that were never a handle.
-struct Handles {
-    explicit Handles(environ_vx* e) : env(e)
+// Live objects, deleted ones, and bytes that were never a handle, each by its letter in the list of
+// functions. As arguments: the first handle of a call is a wrong one, and the rest is plain.
+struct Handles : talora::ArgumentMaker {
+    explicit Handles(environ_vx* env)
     {
-        net = NewNet_bn("net", env);
-        node = NewNode_bn("node", 2, net);
-        list = NewNodeList2_bn(0, net);
-        stream = NewMemoryStream_vx("m", env, nullptr);
-        report = NewError_vx(env, 1, NOTICE_SEVERITY, "notice");
-        generator = NewRandomGenerator_vx("1", env, nullptr);
-        nodelist_bn* one = NewNodeList2_bn(1, net);
+        net_bn* const net = NewNet_bn("net", env);
+        node_bn* const node = NewNode_bn("node", 2, net);
+        nodelist_bn* const list = NewNodeList2_bn(0, net);
+        nodelist_bn* const one = NewNodeList2_bn(1, net);
         SetNthNode_bn(one, 0, node);
-        cases = NewCaseset_cs("c", env);
-        manager = talora::NewDbManager(*env, nullptr);
-        learner = NewLearner_bn(1, env);
-        tester = NewNetTester_bn(one, list, -1);
-        sensv = NewSensvToFinding_bn(node, list, 1);
-        gone_env = NewTaloraEnviron_vx(nullptr, nullptr);
+        environ_vx* const gone_env = NewTaloraEnviron_vx(nullptr, nullptr);
         CloseTalora_bn(gone_env, nullptr);
-        gone_net = NewNet_bn("gone", env);
-        DeleteNet_bn(gone_net);
-        gone_node = NewNode_bn("gone", 2, net);
-        DeleteNode_bn(gone_node);
-        gone_list = NewNodeList2_bn(0, net);
-        DeleteNodeList_bn(gone_list);
-        gone_stream = NewMemoryStream_vx("m", env, nullptr);
-        DeleteStream_vx(gone_stream);
-        gone_report = NewError_vx(env, 1, NOTICE_SEVERITY, "gone");
-        ClearError_vx(gone_report);
-        gone_generator = NewRandomGenerator_vx("1", env, nullptr);
-        DeleteRandomGen_vx(gone_generator);
-        gone_cases = NewCaseset_cs("c", env);
-        DeleteCaseset_cs(gone_cases);
-        gone_manager = talora::NewDbManager(*env, nullptr);
-        talora::DeleteDbManager(gone_manager);
-        gone_learner = NewLearner_bn(1, env);
-        DeleteLearner_bn(gone_learner);
-        gone_tester = NewNetTester_bn(one, list, -1);
-        DeleteNetTester_bn(gone_tester);
-        gone_sensv = NewSensvToFinding_bn(node, list, 1);
-        DeleteSensvToFinding_bn(gone_sensv);
+        live = {{'e', env}, {'N', net}, {'n', node}, {'l', list}};
+        gone['e'] = gone_env;
+        Make(
+            'N', [&] { return NewNet_bn("gone", env); }, DeleteNet_bn);
+        Make(
+            'n', [&] { return NewNode_bn("gone", 2, net); }, DeleteNode_bn);
+        Make(
+            'l', [&] { return NewNodeList2_bn(0, net); }, DeleteNodeList_bn);
+        Make(
+            's', [&] { return NewMemoryStream_vx("m", env, nullptr); }, DeleteStream_vx);
+        Make(
+            'r', [&] { return NewError_vx(env, 1, NOTICE_SEVERITY, "notice"); }, ClearError_vx);
+        Make(
+            'g', [&] { return NewRandomGenerator_vx("1", env, nullptr); }, DeleteRandomGen_vx);
+        Make(
+            'c', [&] { return NewCaseset_cs("c", env); }, DeleteCaseset_cs);
+        Make(
+            'b', [&] { return talora::NewDbManager(*env, nullptr); }, talora::DeleteDbManager);
+        Make(
+            'L', [&] { return NewLearner_bn(1, env); }, DeleteLearner_bn);
+        Make(
+            'T', [&] { return NewNetTester_bn(one, list, -1); }, DeleteNetTester_bn);
+        Make(
+            'S', [&] { return NewSensvToFinding_bn(node, list, 1); }, DeleteSensvToFinding_bn);
     }
 
-    environ_vx *env, *gone_env;
-    net_bn *net, *gone_net;
-    node_bn *node, *gone_node;
-    nodelist_bn *list, *gone_list;
-    stream_vx *stream, *gone_stream;
-    report_vx *report, *gone_report;
-    randgen_vx *generator, *gone_generator;
-    caseset_cs *cases, *gone_cases;
-    dbmgr_cs *manager, *gone_manager;
-    learner_bn *learner, *gone_learner;
-    tester_bn *tester, *gone_tester;
-    sensv_bn *sensv, *gone_sensv;
+    // One that is deleted and, where there is none yet, one that lives.
+    template <class New, class Delete>
+    void Make(char letter, New make, Delete erase)
+    {
+        if (!live.count(letter)) live[letter] = make();
+        auto* const handle = make();
+        gone[letter] = handle;
+        erase(handle);
+    }
+
+    talora::Returned Call(const talora::ApiFunction& function, Wrong with)
+    {
+        wrong = with;
+        is_first = true;
+        return function.call(*this);
+    }
+
+    void* Handle(char letter, size_t) override
+    {
+        if (!std::exchange(is_first, false) || wrong == Wrong::kNone) return live[letter];
+        return wrong == Wrong::kNull ? nullptr : wrong == Wrong::kDeleted ? gone[letter] : foreign;
+    }
+    const char* Text() override { return "x"; }
+    void* Array(talora::ArrayOf) override { return buffer; }
+    double Real() override { return 0; }
+    int64_t Integer(size_t, size_t) override { return 0; }
+    void Ready() override
+    {
+        if (mode) talora::WriteFloatControl(*mode);
+    }
+
+    std::map<char, void*> live, gone;
+    Wrong wrong = Wrong::kNone;
+    bool is_first = true;
+    const talora::FloatControl* mode = nullptr;  // in which functions are called, if it is given
     alignas(64) char foreign[1024] = "bytes of somebody else";
     alignas(64) char buffer[1024] = {};  // for what functions write
 };
-
-// The letter of a type in the list, and its live and deleted objects.
-template <class T>
-struct HandleOf {
-    static constexpr char kLetter = 0;
-};
-#define HANDLE(type, letter, member)                                                \
-    template <>                                                                     \
-    struct HandleOf<type> {                                                         \
-        static constexpr char kLetter = letter;                                     \
-        static type* Live(const Handles& handles) { return handles.member; }        \
-        static type* Gone(const Handles& handles) { return handles.gone_##member; } \
-    };
-HANDLE(environ_vx, 'e', env)
-HANDLE(net_bn, 'N', net)
-HANDLE(node_bn, 'n', node)
-HANDLE(nodelist_bn, 'l', list)
-HANDLE(stream_vx, 's', stream)
-HANDLE(report_vx, 'r', report)
-HANDLE(randgen_vx, 'g', generator)
-HANDLE(caseset_cs, 'c', cases)
-HANDLE(dbmgr_cs, 'b', manager)
-HANDLE(learner_bn, 'L', learner)
-HANDLE(tester_bn, 'T', tester)
-HANDLE(sensv_bn, 'S', sensv)
-#undef HANDLE
-
-template <class A>
-char LetterOf()
-{
-    if constexpr (std::is_pointer_v<A>) {
-        using T = std::remove_cv_t<std::remove_pointer_t<A>>;
-        if (HandleOf<T>::kLetter) return HandleOf<T>::kLetter;
-        if (std::is_function_v<T>) return 'h';
-        return std::is_same_v<A, const char*> ? 't' : 'p';
-    } else {
-        return std::is_floating_point_v<A> ? 'd' : 'i';
-    }
-}
-
-// An argument of the type; the first handle is a wrong one.
-template <class A>
-A Argument(Handles& handles, Wrong wrong, bool& is_first)
-{
-    if constexpr (std::is_pointer_v<A>) {
-        using T = std::remove_cv_t<std::remove_pointer_t<A>>;
-        if constexpr (HandleOf<T>::kLetter != 0) {
-            if (!std::exchange(is_first, false) || wrong == Wrong::kNone) return HandleOf<T>::Live(handles);
-            if (wrong == Wrong::kNull) return nullptr;
-            return wrong == Wrong::kDeleted ? HandleOf<T>::Gone(handles)
-                                            : reinterpret_cast<A>(handles.foreign);
-        } else if constexpr (std::is_same_v<A, const char*>) {
-            return "x";
-        } else if constexpr (std::is_function_v<T>) {
-            return nullptr;
-        } else {
-            return reinterpret_cast<A>(handles.buffer);
-        }
-    } else {
-        return A(0);
-    }
-}
-
-// Calls a function with a wrong first handle; a failure value of another kind than 0 or below is told.
-template <class R, class... A>
-void CallWrong(R (*function)(A...), [[maybe_unused]] Handles& handles, [[maybe_unused]] Wrong wrong)
-{
-    [[maybe_unused]] bool is_first = true;
-    std::tuple<A...> arguments{Argument<A>(handles, wrong, is_first)...};  // in order
-    if constexpr (std::is_void_v<R>)
-        std::apply(function, arguments);
-    else if constexpr (std::is_pointer_v<R>)
-        EXPECT_EQ(std::apply(function, arguments), nullptr);
-    else if constexpr (std::is_unsigned_v<R>)
-        EXPECT_LE(std::make_signed_t<R>(std::apply(function, arguments)), 0);
-    else
-        EXPECT_LE(double(std::apply(function, arguments)), 0.0);
-}
-
-// Calls a function in a floating-point mode; whoever made the arguments does not see it.
-template <class R, class... A>
-void CallWith(R (*function)(A...), [[maybe_unused]] Handles& handles, [[maybe_unused]] Wrong wrong,
-              [[maybe_unused]] bool& is_first, talora::FloatControl mode)
-{
-    std::tuple<A...> arguments{Argument<A>(handles, wrong, is_first)...};
-    talora::WriteFloatControl(mode);
-    std::apply(function, arguments);
-}
-
-template <class R, class... A>
-std::string ArgumentsOf(R (*)(A...))
-{
-    return {LetterOf<A>()...};
-}
 
 // The error that a wrong first handle gives, 0 for none.
 int ExpectedError(const std::string& function, char letter, Wrong wrong)
@@ -247,26 +168,28 @@ TEST(ApiListTest, WrongHandlesAreRecognised)
     Handles handles(env);
     const checking_vx level = ArgumentChecking_vx(CHECK_HANDLES, env);
     const talora::FloatControl mode = talora::ReadFloatControl();
-    const auto check = [&](const char* name, const std::string& arguments, auto function) {
-        SCOPED_TRACE(name);
-        EXPECT_EQ(ArgumentsOf(function), arguments);
+    for (const talora::ApiFunction& function : talora::ApiFunctions()) {
+        SCOPED_TRACE(function.name);
+        const std::string arguments = function.arguments;
+        EXPECT_EQ(function.types, arguments);
         const size_t first = arguments.find_first_of("eNnlsrgcbLTS");
-        if (first == std::string::npos || IsExempt(name)) return;
+        if (first == std::string::npos || IsExempt(function.name)) continue;
         for (const Wrong wrong : {Wrong::kNull, Wrong::kDeleted, Wrong::kForeign}) {
-            const bool has_default = arguments[first] == 'e' || std::string(name).starts_with("DrawRandom");
+            const bool has_default =
+                arguments[first] == 'e' || std::string(function.name).starts_with("DrawRandom");
             if (wrong == Wrong::kNull && has_default) continue;
-            CallWrong(function, handles, wrong);
+            const talora::Returned returned = handles.Call(function, wrong);
+            EXPECT_EQ(returned.pointer, nullptr);
+            EXPECT_LE(returned.number, 0);
             const report_vx* error = GetError_vx(env, ERROR_SEVERITY, 0, nullptr);
-            EXPECT_EQ(error ? -ErrorNumber_vx(error) : 0, ExpectedError(name, arguments[first], wrong))
+            EXPECT_EQ(error ? -ErrorNumber_vx(error) : 0,
+                      ExpectedError(function.name, arguments[first], wrong))
                 << int(wrong);
             while ((error = GetError_vx(env, ERROR_SEVERITY, 0, nullptr)))
                 ClearError_vx(const_cast<report_vx*>(error));
         }
         EXPECT_EQ(talora::ReadFloatControl(), mode);
-    };
-#define TALORA_FUNCTION(name, automation, arguments) check(#name, arguments, &name);
-#include "Talora/ApiFunctions.inc"
-#undef TALORA_FUNCTION
+    }
     ArgumentChecking_vx(level, env);
 }
 
@@ -280,29 +203,26 @@ TEST(ApiListTest, FloatingPointModeIsAsBefore)
     const talora::FloatControl odd = (usual | 0x4000 | 0x8000 | 0x0020) & ~0x0200u;
     // The life of environments is tested elsewhere.
     static const std::set<std::string> left_out = {"NewTaloraEnviron_vx", "InitTalora2_bn", "CloseTalora_bn"};
-    const auto check = [&](const char* name, auto function) {
-        SCOPED_TRACE(name);
-        if (left_out.count(name)) return;
+    TestEnviron outer;
+    const checking_vx level = ArgumentChecking_vx(CHECK_QUERY, outer);
+    const int repeat_mode = GetRepeatMode_vx(outer);
+    for (const talora::ApiFunction& function : talora::ApiFunctions()) {
+        SCOPED_TRACE(function.name);
+        if (left_out.count(function.name)) continue;
         for (const Wrong wrong : {Wrong::kNone, Wrong::kNull}) {
             environ_vx* const env = NewTaloraEnviron_vx("mode", nullptr);
             InitTalora2_bn(env, nullptr);
             {
                 Handles handles(env);
-                bool is_first = true;
-                CallWith(function, handles, wrong, is_first, odd);
+                handles.mode = &odd;
+                handles.Call(function, wrong);
                 EXPECT_EQ(talora::ReadFloatControl(), odd) << (wrong == Wrong::kNone ? "done" : "refused");
                 talora::WriteFloatControl(usual);
             }
             ClearErrors_vx(nullptr, INTERNAL_SEVERITY);
             CloseTalora_bn(env, nullptr);
         }
-    };
-    TestEnviron outer;
-    const checking_vx level = ArgumentChecking_vx(CHECK_QUERY, outer);
-    const int repeat_mode = GetRepeatMode_vx(outer);
-#define TALORA_FUNCTION(name, automation, arguments) check(#name, &name);
-#include "Talora/ApiFunctions.inc"
-#undef TALORA_FUNCTION
+    }
     SetRepeatMode_vx(outer, repeat_mode);
     ArgumentChecking_vx(level, outer);
     ClearErrors_vx(nullptr, INTERNAL_SEVERITY);

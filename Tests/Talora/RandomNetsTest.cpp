@@ -63,53 +63,15 @@ Finding DrawFinding(std::mt19937& random, const RandomModel& model, int node)
     return finding;
 }
 
-std::vector<double> WeightsOf(const Finding& finding, int num_states)
+std::vector<float> WeightsOf(const Finding& finding, int num_states)
 {
-    std::vector<double> weights(size_t(num_states), finding.kind == Finding::kNegative ? 1 : 0);
-    if (finding.kind == Finding::kLikelihood) return {finding.weights.begin(), finding.weights.end()};
+    if (finding.kind == Finding::kLikelihood) return finding.weights;
+    std::vector<float> weights(size_t(num_states), finding.kind == Finding::kNegative ? 1 : 0);
     weights[size_t(finding.state)] = finding.kind == Finding::kPositive ? 1 : 0;
     return weights;
 }
 
 // ---- Enumeration ----
-
-// The joint distribution, the last node varying fastest.
-std::vector<double> JointOf(const RandomModel& model)
-{
-    std::vector<double> joint;
-    std::vector<int> state(size_t(model.size()));
-    const talora::Findings none(model.size());
-    for (;;) {
-        joint.push_back(talora::JointProb(model, none, state));
-        int v = model.size() - 1;
-        while (v >= 0 && ++state[size_t(v)] == model.NumStates(v)) state[size_t(v--)] = 0;
-        if (v < 0) return joint;
-    }
-}
-
-// Beliefs times the total, from the joint distribution and one weight per node and state.
-double Enumerate(const RandomModel& model, const std::vector<double>& joint,
-                 const std::vector<std::vector<double>>& weights, std::vector<std::vector<double>>& beliefs)
-{
-    const size_t size = size_t(model.size());
-    beliefs.clear();
-    for (int v = 0; v < model.size(); ++v) beliefs.emplace_back(size_t(model.NumStates(v)));
-    std::vector<size_t> state(size);
-    std::vector<double> product(size + 1, 1);  // of the weights of the nodes before
-    double total = 0;
-    size_t from = 0;
-    for (double cell : joint) {
-        for (size_t v = from; v < size; ++v) product[v + 1] = product[v] * weights[v][state[v]];
-        cell *= product[size];
-        total += cell;
-        if (cell != 0)
-            for (size_t v = 0; v < size; ++v) beliefs[v][state[v]] += cell;
-        from = size;
-        while (from > 0 && ++state[from - 1] == beliefs[from - 1].size()) state[--from] = 0;
-        from = from > 0 ? from - 1 : 0;
-    }
-    return total;
-}
 
 struct Largest {
     double belief = 0, log_prob = 0;
@@ -117,29 +79,26 @@ struct Largest {
 };
 
 // Enters findings into random nodes; what contradicts the node itself is refused and changes nothing.
-std::vector<std::vector<double>> EnterRandom(std::mt19937& random, const RandomModel& model,
-                                             const std::vector<node_bn*>& nodes, TestEnviron& env)
+talora::Findings EnterRandom(std::mt19937& random, const RandomModel& model,
+                             const std::vector<node_bn*>& nodes, TestEnviron& env)
 {
-    std::vector<std::vector<double>> weights;
-    for (int v = 0; v < model.size(); ++v) weights.emplace_back(size_t(model.NumStates(v)), 1);
+    talora::Findings entered(model.size());
     for (int left = int(random() % unsigned(model.size() + 1)); left > 0; --left) {
         const Finding finding = DrawFinding(random, model, int(random() % unsigned(model.size())));
-        std::vector<double> product = WeightsOf(finding, model.NumStates(finding.node));
-        std::vector<double>& before = weights[size_t(finding.node)];
-        for (size_t s = 0; s < product.size(); ++s) product[s] *= before[s];
+        std::vector<float> product = WeightsOf(finding, model.NumStates(finding.node));
+        std::vector<float>& before = entered.likelihood[size_t(finding.node)];
+        for (size_t s = 0; s < before.size(); ++s) product[s] *= before[s];
         Enter(nodes[size_t(finding.node)], finding);
         if (env.Taken() == 0) before = product;
         // else refused: the two do not go together, or one was entered already
     }
-    return weights;
+    return entered;
 }
 
-void ExpectEnumerated(const RandomModel& model, const std::vector<double>& joint,
-                      const std::vector<std::vector<double>>& weights, const std::vector<node_bn*>& nodes,
-                      TestEnviron& env, Largest& largest)
+void ExpectEnumerated(const RandomModel& model, const talora::Findings& findings,
+                      const std::vector<node_bn*>& nodes, TestEnviron& env, Largest& largest)
 {
-    std::vector<std::vector<double>> beliefs;
-    const double total = Enumerate(model, joint, weights, beliefs);
+    const auto [total, beliefs] = talora::Enumerate(model, findings);
     const double log_prob = LogFindingsProbability_bn(GetNodeNet_bn(nodes[0]));
     // Without findings nothing is asked, whatever configurations are impossible.
     const bool is_asked = std::any_of(nodes.begin(), nodes.end(), HasNodeFinding_bn);
@@ -159,7 +118,7 @@ void ExpectEnumerated(const RandomModel& model, const std::vector<double>& joint
         const float* const found = GetNodeBeliefs_bn(nodes[size_t(v)]);
         ASSERT_NE(found, nullptr) << env.Taken() << " " << env.Message();
         for (int s = 0; s < model.NumStates(v); ++s) {
-            const double error = std::fabs(double(found[s]) - beliefs[size_t(v)][size_t(s)] / total);
+            const double error = std::fabs(double(found[s]) - beliefs[size_t(v)][size_t(s)]);
             largest.belief = std::max(largest.belief, error);
             EXPECT_LT(error, kTolerance) << "node " << v << " state " << s;
         }
@@ -190,16 +149,12 @@ TEST(RandomNetsTest, EqualEnumeration)
         const std::vector<node_bn*> nodes = BuildNet(net, model);
         CompileNet_bn(net);
         ASSERT_EQ(env.Taken(), 0) << env.Message();
-        const std::vector<double> joint = JointOf(model);
         for (int set = 0; set < 6; ++set) {
             SCOPED_TRACE(set);
             RetractNetFindings_bn(net);
-            std::vector<std::vector<double>> weights;
-            if (set == 0)
-                for (int v = 0; v < model.size(); ++v) weights.emplace_back(size_t(model.NumStates(v)), 1);
-            else
-                weights = EnterRandom(random, model, nodes, env);
-            ExpectEnumerated(model, joint, weights, nodes, env, largest);
+            talora::Findings findings(model.size());
+            if (set > 0) findings = EnterRandom(random, model, nodes, env);
+            ExpectEnumerated(model, findings, nodes, env, largest);
         }
         DeleteNet_bn(net);
     }

@@ -20,19 +20,14 @@ std::vector<double> RankedValues(const RandomModel& model, const Findings& findi
                                  const std::vector<int>& ranked)
 {
     std::map<std::vector<int>, double> best;
-    std::vector<int> state(size_t(model.size()));
-    for (;;) {
+    ForEachConfiguration(model, findings, [&](const std::vector<int>& state, double product) {
         std::vector<int> setting;
         for (int v : ranked) setting.push_back(state[size_t(v)]);
         double& value = best[setting];
-        value = std::max(value, JointProb(model, findings, state));
-        int v = model.size() - 1;
-        while (v >= 0 && ++state[size_t(v)] == model.NumStates(v)) state[size_t(v--)] = 0;
-        if (v < 0) break;
-    }
+        value = std::max(value, product);
+    });
     std::vector<double> values;
-    for (const auto& [setting, value] : best)
-        if (value > 0) values.push_back(value);
+    for (const auto& [setting, value] : best) values.push_back(value);
     std::sort(values.rbegin(), values.rend());
     return values;
 }
