@@ -51,6 +51,45 @@ inline FloatControl ReadFloatControl()
 inline void WriteFloatControl(FloatControl) {}
 #endif
 
+// Whether the processor flushed a result to 0 since it was last asked.  It keeps such a flag anyway, so
+// noticing costs nothing per number.  Where there is no flag the answer is always that it may have.
+class UnderflowWatch {
+public:
+#if defined(__SSE2__)
+    static constexpr bool kIsExact = true;
+    static bool Seen()
+    {
+        asm volatile("" ::: "memory");  // what was computed before is computed by now
+        const unsigned status = _mm_getcsr();
+        if ((status & kUnderflow) == 0) return false;
+        _mm_setcsr(status & ~kUnderflow);
+        return true;
+    }
+
+private:
+    static constexpr unsigned kUnderflow = 0x10;
+#elif defined(__aarch64__)
+    static constexpr bool kIsExact = true;
+    static bool Seen()
+    {
+        unsigned long status;
+        asm volatile("mrs %0, fpsr" : "=r"(status) : : "memory");
+        if ((status & kUnderflow) == 0) return false;
+        asm volatile("msr fpsr, %0" : : "r"(status & ~kUnderflow));
+        return true;
+    }
+
+private:
+    static constexpr unsigned long kUnderflow = 0x8;
+#else
+    static constexpr bool kIsExact = false;
+    static bool Seen()
+    {
+        return true;
+    }
+#endif
+};
+
 // The library's mode while it lives.  The outermost one of a thread remembers the caller's mode.
 class DenormalsOff {
 public:

@@ -16,21 +16,34 @@ namespace talora {
 namespace {
 
 constexpr int64_t kPollEntries = 1 << 20;  // between two looks at the halt flag
-constexpr int kWeakExponent = -60;         // a largest entry below 2 to this: products may have underflowed
-constexpr int kBoostExponent = 80;         // then they are formed again, larger by 2 to this
+constexpr int kWeakExponent = -60;        // a largest entry below 2 to this, where products were flushed to 0
+constexpr int kBoostExponent = 80;        // then they are formed again, larger by 2 to this
+constexpr double kLeastFloat = 0x1p-126;  // smaller results are flushed to 0
+constexpr double kSafeDistance =
+    0x1p30;                           // beside an entry that times larger than its terms, they are nothing
+constexpr int kLeastExponent = -125;  // of a float that is not flushed, as std::frexp has it
 
 }  // namespace
 
 // ---- Sweeps. ----
 
+void Propagation::Engine::AddFactor(const Table& t)
+{
+    factor_entries.push_back(t.entries);
+    factor_tables.push_back(&t);
+    has_wide_factor |= !t.wide.empty();
+}
+
 void Propagation::Engine::CollectFactors(int clique, bool with_mate)
 {
     factor_entries.clear();
+    factor_tables.clear();
+    has_wide_factor = false;
     for (int p : potentials_of[clique])
-        if (potentials[size_t(p)].count > 1) factor_entries.push_back(potentials[size_t(p)].entries);
-    if (with_mate && !is_scalar[size_t(clique)]) factor_entries.push_back(down[size_t(clique)].entries);
+        if (potentials[size_t(p)].count > 1) AddFactor(potentials[size_t(p)]);
+    if (with_mate && !is_scalar[size_t(clique)]) AddFactor(down[size_t(clique)]);
     for (int child : tree->children[clique])
-        if (!is_scalar[size_t(child)]) factor_entries.push_back(up[size_t(child)].entries);
+        if (!is_scalar[size_t(child)]) AddFactor(up[size_t(child)]);
 }
 
 bool Propagation::Engine::IsHaltedNow(const SweepPlan& plan)
@@ -62,26 +75,55 @@ double Propagation::Engine::FractionDone(double share) const
     return std::clamp((is_rising ? total - before : total + before) / (2 * total), 0.0, 1.0);
 }
 
-bool Propagation::Engine::RunScaled(const SweepPlan& plan, bool all_wanted)
+bool Propagation::Engine::RunScaled(const SweepPlan& plan, SweepKind kind, int clique, bool all_wanted,
+                                    std::span<const int> variables)
 {
     if (IsHaltedNow(plan)) return false;
-    const std::span<const char> asked = all_wanted ? std::span<const char>() : std::span<const char>(wanted);
-    if (!RunSweep(plan, factor_entries, asked, 1, scratch, maximise)) return false;
     exponents.resize(size_t(plan.num_outputs));
-    bool weak = false;
-    for (size_t o = 0; o < exponents.size(); ++o) {
-        if (!all_wanted && !wanted[o]) continue;
-        exponents[o] = ScaleByExponent(scratch.output[o], plan.outputs[o].size);
-        weak |= exponents[o] < kWeakExponent;
-    }
-    return !weak || plan.num_factors < 2 || RunBoosted(plan, all_wanted);
+    wide_results.clear();
+    kept_from.clear();
+    if (!RunInFloats(plan, all_wanted)) return false;
+    if (kept_from.empty()) return true;
+    return RunBoosted(plan) && RunWide(plan, kind, clique, variables);
 }
 
-bool Propagation::Engine::RunBoosted(const SweepPlan& plan, bool all_wanted)
+// Outputs in which what was flushed may matter get a limit in kept_from.
+bool Propagation::Engine::RunInFloats(const SweepPlan& plan, bool all_wanted)
+{
+    const std::span<const char> asked = all_wanted ? std::span<const char>() : std::span<const char>(wanted);
+    UnderflowWatch::Seen();  // what came before is of no concern
+    if (!RunSweep(plan, factor_entries, asked, 1, scratch, maximise)) return false;
+    for (size_t o = 0; o < exponents.size(); ++o)
+        if (IsWanted(o, all_wanted)) exponents[o] = ScaleByExponent(scratch.output[o], plan.outputs[o].size);
+    const bool may_have_lost = UnderflowWatch::Seen() && !ProductsFitFloats();
+    if (!may_have_lost && !has_wide_factor) return true;
+    kept_from.assign(size_t(plan.num_outputs), 0);
+    for (size_t o = 0; o < exponents.size(); ++o)
+        if (IsWanted(o, all_wanted)) kept_from[o] = kLeastFloat;
+    return true;
+}
+
+// The processor's flag also tells of entries that stand behind those of a table.
+bool Propagation::Engine::ProductsFitFloats() const
+{
+    double least = 1;
+    for (size_t f = 0; f < factor_entries.size(); ++f) {
+        float least_here = 1;
+        for (int64_t i = 0; i < factor_tables[f]->count; ++i) {
+            const float entry = factor_entries[f][i];
+            least_here = std::min(least_here, entry > 0 ? entry : 1.0f);
+        }
+        least *= double(least_here);
+    }
+    return least > 2 * kLeastFloat;
+}
+
+bool Propagation::Engine::RunBoosted(const SweepPlan& plan)
 {
     std::vector<char> weak(size_t(plan.num_outputs));
-    for (size_t o = 0; o < weak.size(); ++o)
-        weak[o] = (all_wanted || wanted[o]) && exponents[o] < kWeakExponent;
+    for (size_t o = 0; o < weak.size(); ++o) weak[o] = kept_from[o] > 0 && exponents[o] < kWeakExponent;
+    if (plan.num_factors < 2 || has_wide_factor || std::find(weak.begin(), weak.end(), 1) == weak.end())
+        return true;
     if (!RunSweep(plan, factor_entries, weak, std::ldexp(1.0f, kBoostExponent), scratch, maximise))
         return false;
     for (size_t o = 0; o < weak.size(); ++o) {
@@ -89,13 +131,114 @@ bool Propagation::Engine::RunBoosted(const SweepPlan& plan, bool all_wanted)
         exponents[o] = ScaleByExponent(scratch.output[o], plan.outputs[o].size);
         if (exponents[o] != kVanished) exponents[o] -= kBoostExponent;
     }
+    const bool has_lost = UnderflowWatch::Seen();
+    for (size_t o = 0; o < weak.size(); ++o)
+        if (weak[o]) kept_from[o] = has_lost ? std::ldexp(kLeastFloat, -kBoostExponent) : 0;
     return true;
 }
 
-int64_t Propagation::Engine::TakeScale(float* entries, int64_t count, int exponent)
+bool Propagation::Engine::RunWide(const SweepPlan& plan, SweepKind kind, int clique,
+                                  std::span<const int> variables)
+{
+    DescribeSweep(kind, clique, variables);
+    std::vector<WideFactor> factors;
+    for (size_t f = 0; f < factor_scopes.size(); ++f)
+        factors.push_back({factor_scopes[f].axes, factor_entries[f],
+                           factor_tables[f]->wide.empty() ? nullptr : factor_tables[f]->wide.data()});
+    wide_results.resize(output_scopes.size());
+    std::vector<std::vector<char>> possible;
+    if (!FindPossible(plan, possible)) return false;
+    double num_entries = 1;
+    for (int size : sizes) num_entries *= size;
+    for (size_t o = 0; o < output_scopes.size(); ++o) {
+        if (kept_from[o] == 0) continue;
+        // 1. The entries that what was lost may be more than a thousand-millionth of.
+        const std::span<float> entries(scratch.output[o], size_t(plan.outputs[o].size));
+        const int exponent = exponents[o] == kVanished ? 0 : exponents[o];
+        const double terms = num_entries / double(entries.size());
+        const double safe = std::ldexp(kept_from[o] * terms * kSafeDistance, -exponent);
+        std::vector<char>& asked = possible[o];
+        for (size_t i = 0; i < entries.size(); ++i) asked[i] = asked[i] && !(double(entries[i]) > safe);
+        if (std::find(asked.begin(), asked.end(), 1) == asked.end()) continue;
+        // 2. What they really are.
+        const WideOutput output = {output_scopes[o].axes, output_scopes[o].excluded, kept_from[o], asked};
+        if (!RunWideSweep(
+                sizes, factors, output, maximise, [this] { return GoesOn(0); }, wide_sums))
+            return false;
+        for (size_t i = 0; i < entries.size(); ++i)
+            if (!asked[i]) wide_sums.entries[i] = MakeWide(double(entries[i]), exponent);
+        // 3. Whether the floats stay depends on these numbers alone, so the results do too.
+        if (wide_sums.lost || !FitFloats(wide_sums.entries))
+            exponents[o] = TakeWide(wide_sums.entries, entries.data(), wide_results[o]);
+    }
+    return true;
+}
+
+// An entry is possible if some product in it is not 0.  The largest product of sixteenth roots tells, which
+// leaves the range of floats only where sixteen times as many factors do.
+bool Propagation::Engine::FindPossible(const SweepPlan& plan, std::vector<std::vector<char>>& possible)
+{
+    std::vector<char> concerned;
+    possible.clear();
+    for (size_t o = 0; o < kept_from.size(); ++o) {
+        concerned.push_back(kept_from[o] > 0);
+        possible.emplace_back(size_t(concerned[o] ? plan.outputs[o].size : 0), char(1));
+    }
+    std::vector<TableVector<float>> roots;
+    std::vector<const float*> root_entries;
+    int64_t least_exponent = 0;  // of a product
+    for (const Table* t : factor_tables) {
+        TableVector<float>& root = roots.emplace_back(size_t(t->count) + kSweepPadding);
+        int64_t least_here = 0;
+        for (int64_t i = 0; i < t->count; ++i) {
+            if (t->wide.empty()) {
+                root[size_t(i)] = std::sqrt(std::sqrt(std::sqrt(std::sqrt(t->entries[i]))));
+                continue;
+            }
+            const WideNumber& entry = t->wide[size_t(i)];
+            if (!entry.IsZero()) root[size_t(i)] = float(std::exp2(double(entry.exponent) / 16));
+            least_here = std::min(least_here, entry.exponent);
+        }
+        least_exponent += std::min(least_here, int64_t{kLeastExponent});
+        root_entries.push_back(root.data());
+    }
+    if (least_exponent < 16 * kLeastExponent) return true;
+    SweepScratch own;
+    own.go_on = scratch.go_on;
+    if (!RunSweep(plan, root_entries, concerned, 1, own, true)) return false;
+    for (size_t o = 0; o < possible.size(); ++o)
+        for (size_t i = 0; i < possible[o].size(); ++i) possible[o][i] = own.output[o][i] > 0;
+    return true;
+}
+
+bool Propagation::Engine::FitFloats(std::span<const WideNumber> numbers)
+{
+    const int64_t largest = std::max_element(numbers.begin(), numbers.end())->exponent;
+    return std::all_of(numbers.begin(), numbers.end(), [&](const WideNumber& number) {
+        return number.IsZero() || number.exponent - largest >= kLeastExponent;
+    });
+}
+
+int Propagation::Engine::TakeWide(std::span<const WideNumber> numbers, float* entries,
+                                  std::vector<WideNumber>& wide)
+{
+    wide.clear();
+    const WideNumber largest = *std::max_element(numbers.begin(), numbers.end());
+    for (size_t i = 0; i < numbers.size(); ++i) entries[i] = float(ScaledDown(numbers[i], largest.exponent));
+    if (largest.IsZero()) return kVanished;
+    if (!FitFloats(numbers)) {
+        wide.assign(numbers.begin(), numbers.end());
+        for (WideNumber& number : wide)
+            if (!number.IsZero()) number.exponent -= largest.exponent;
+    }
+    return int(largest.exponent);
+}
+
+int64_t Propagation::Engine::TakeScale(float* entries, int64_t count, int exponent, bool is_wide)
 {
     if (exponent == kVanished) return 0;
     const int64_t log_scale = exponent * kLogUnits;
+    if (is_wide) return log_scale;  // more than one entry
     int64_t last = count - 1;
     while (entries[last] == 0) --last;
     for (int64_t i = 0; i < last; ++i)
@@ -111,13 +254,17 @@ bool Propagation::Engine::Store(Message& message, const SweepPlan& plan, int out
 {
     const int64_t count = plan.outputs[size_t(output)].size;
     float* entries = scratch.output[size_t(output)];
-    const int64_t log_scale = TakeScale(entries, count, exponents[size_t(output)]);
+    const bool is_wide = !wide_results.empty() && !wide_results[size_t(output)].empty();
+    const int64_t log_scale = TakeScale(entries, count, exponents[size_t(output)], is_wide);
     const bool same = message.computed >= 0 && message.count == count &&
+                      (is_wide ? message.wide == wide_results[size_t(output)] : message.wide.empty()) &&
                       std::memcmp(message.entries, entries, size_t(count) * sizeof(float)) == 0;
     if (!same) {
         message.computed = -1;
         Resize(message, count);
         std::memcpy(message.entries, entries, size_t(count) * sizeof(float));
+        message.wide.clear();
+        if (is_wide) message.wide = std::move(wide_results[size_t(output)]);
     }
     message.log_scale = log_scale;
     message.computed = now;
@@ -137,7 +284,7 @@ UpdateStatus Propagation::Engine::SendUp(int clique)
     if (filled != UpdateStatus::kUpdated) return filled;
     const SweepPlan& plan = UpPlan(clique);
     CollectFactors(clique, false);
-    if (!RunScaled(plan, true)) return UpdateStatus::kHalted;
+    if (!RunScaled(plan, SweepKind::kUp, clique, true)) return UpdateStatus::kHalted;
     if (exponents[0] == kVanished) return Vanish(clique);
     total_log_scale -= up[size_t(clique)].log_scale;
     const bool is_new = Store(up[size_t(clique)], plan, 0);
@@ -160,7 +307,7 @@ UpdateStatus Propagation::Engine::SendDown(int clique, int only)
     if (filled != UpdateStatus::kUpdated) return filled;
     const SweepPlan& plan = DownPlan(clique);
     CollectFactors(clique, true);
-    if (!RunScaled(plan, num_wanted == wanted.size())) return UpdateStatus::kHalted;
+    if (!RunScaled(plan, SweepKind::kDown, clique, num_wanted == wanted.size())) return UpdateStatus::kHalted;
     size_t k = 0;
     for (int child : tree->children[clique]) {
         if (is_scalar[size_t(child)]) continue;
@@ -178,12 +325,10 @@ UpdateStatus Propagation::Engine::SendScaleDown(int child)
     const int clique = tree->mate[size_t(child)];
     const UpdateStatus filled = FillPotentials(clique);
     if (filled != UpdateStatus::kUpdated) return filled;
-    DescribeClique(clique);
-    DescribeFactors(clique, true);
-    output_scopes.emplace_back();
+    DescribeSweep(SweepKind::kScaleDown, clique);
     const SweepPlan& plan = *plans.Find(sizes, factor_scopes, output_scopes);
     CollectFactors(clique, true);
-    if (!RunScaled(plan, true)) return UpdateStatus::kHalted;
+    if (!RunScaled(plan, SweepKind::kScaleDown, clique, true)) return UpdateStatus::kHalted;
     if (exponents[0] == kVanished) return Vanish(clique);
     Store(down[size_t(child)], plan, 0);
     return UpdateStatus::kUpdated;
@@ -289,9 +434,21 @@ UpdateStatus Propagation::Engine::MeasureSeparator(int separator)
 {
     const Message &a = up[size_t(separator)], &b = down[size_t(separator)];
     double total = 0;
-    for (int64_t i = 0; i < a.count; ++i) total = Join(total, double(a.entries[i]) * double(b.entries[i]));
+    int64_t log_scale = LogScaleAtTarget() + a.log_scale;
+    if (a.wide.empty() && b.wide.empty()) {
+        for (int64_t i = 0; i < a.count; ++i)
+            total = Join(total, double(a.entries[i]) * double(b.entries[i]));
+    } else {
+        WideNumber wide_total;
+        for (int64_t i = 0; i < a.count; ++i) {
+            const WideNumber term = EntryOf(a, i) * EntryOf(b, i);
+            wide_total = maximise ? std::max(wide_total, term) : wide_total + term;
+        }
+        total = wide_total.fraction;
+        log_scale += wide_total.exponent * kLogUnits;
+    }
     if (!(total > 0)) return Vanish(separator);
-    log_prob = LogOf(total, LogScaleAtTarget() + a.log_scale);
+    log_prob = LogOf(total, log_scale);
     return UpdateStatus::kUpdated;
 }
 
@@ -306,7 +463,7 @@ UpdateStatus Propagation::Engine::UpdatePrivate(int clique)
     if (filled != UpdateStatus::kUpdated) return filled;
     const SweepPlan& plan = PrivatePlan(clique);
     CollectFactors(clique, true);
-    if (!RunScaled(plan, true)) return UpdateStatus::kHalted;
+    if (!RunScaled(plan, SweepKind::kPrivate, clique, true)) return UpdateStatus::kHalted;
     const int total = plan.num_outputs - 1;
     if (exponents[size_t(total)] == kVanished) return Vanish(clique);
     std::vector<float>& beliefs = private_beliefs[size_t(clique)];
@@ -331,14 +488,21 @@ void Propagation::Engine::ReadPrivate(int variable, float* belief)
     Normalize(belief, NumStates(variable));
 }
 
-void Propagation::Engine::ReadFromSeparator(int variable, int separator, float* belief)
+int64_t Propagation::Engine::StrideIn(int variable, int separator) const
 {
-    const Message &a = up[size_t(separator)], &b = down[size_t(separator)];
     int64_t stride = 0;
     for (int v : tree->separators[separator]) {
         if (v == variable) stride = 1;
         if (v != variable && IsFree(v)) stride *= NumStates(v);
     }
+    return stride;
+}
+
+void Propagation::Engine::ReadFromSeparator(int variable, int separator, float* belief)
+{
+    const Message &a = up[size_t(separator)], &b = down[size_t(separator)];
+    if (!a.wide.empty() || !b.wide.empty()) return ReadWide(variable, separator, belief);
+    const int64_t stride = StrideIn(variable, separator);
     const int num_states = NumStates(variable);
     sums.assign(size_t(num_states), 0);
     for (int64_t i = 0; i < a.count;)
@@ -348,6 +512,22 @@ void Propagation::Engine::ReadFromSeparator(int variable, int separator, float* 
     double total = 0;
     for (double sum : sums) total = Join(total, sum);
     for (int s = 0; s < num_states; ++s) belief[s] = float(sums[size_t(s)] / total);
+}
+
+void Propagation::Engine::ReadWide(int variable, int separator, float* belief)
+{
+    const Message &a = up[size_t(separator)], &b = down[size_t(separator)];
+    const int64_t stride = StrideIn(variable, separator);
+    const int num_states = NumStates(variable);
+    std::vector<WideNumber> wide_beliefs(static_cast<size_t>(num_states));
+    for (int64_t i = 0; i < a.count; ++i) {
+        const WideNumber term = EntryOf(a, i) * EntryOf(b, i);
+        WideNumber& sum = wide_beliefs[size_t(i / stride % num_states)];
+        sum = maximise ? std::max(sum, term) : sum + term;
+    }
+    std::vector<WideNumber> unused;
+    TakeWide(wide_beliefs, belief, unused);
+    Normalize(belief, num_states);
 }
 
 void Propagation::Engine::Normalize(float* entries, int64_t count) const
@@ -390,13 +570,12 @@ bool Propagation::Engine::JointBelief(std::span<const int> variables, float* joi
     const int clique = SmallestCliqueWith(variables);
     if (clique < 0) return false;
     if (FillPotentials(clique) != UpdateStatus::kUpdated) return false;
-    DescribeClique(clique);
-    DescribeFactors(clique, true);
-    output_scopes.push_back(ScopeOf(variables));
+    DescribeSweep(SweepKind::kJoint, clique, variables);
     const uint64_t axes = output_scopes[0].axes;
     const SweepPlan& plan = *plans.Find(sizes, factor_scopes, output_scopes);
     CollectFactors(clique, true);
-    if (!RunScaled(plan, true) || exponents[0] == kVanished) return false;
+    if (!RunScaled(plan, SweepKind::kJoint, clique, true, variables) || exponents[0] == kVanished)
+        return false;
     Normalize(scratch.output[0], plan.outputs[0].size);
     SpreadJoint(variables, axes, joint);
     return true;
@@ -461,13 +640,7 @@ void Propagation::SetPositive(int variable, int state)
 
 void Propagation::SetLikelihood(int variable, const float* likelihood)
 {
-    std::vector<float>& current = engine_->likelihoods[size_t(variable)];
-    if (likelihood == nullptr && current.empty()) return;
-    std::vector<float> weights;
-    if (likelihood != nullptr) weights.assign(likelihood, likelihood + engine_->NumStates(variable));
-    if (weights == current) return;
-    current = std::move(weights);
-    engine_->TouchPotentials(variable, true);
+    engine_->SetLikelihood(variable, likelihood);
 }
 
 void Propagation::TableChanged(int variable)

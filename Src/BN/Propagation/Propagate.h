@@ -13,6 +13,10 @@
 // add up beside them, so thousands of findings do not underflow, and a finding that only changes
 // how probable all findings are sends nothing.
 //
+// The fast sweeps are in single precision.  Where one flushes a product to 0 that is not 0, the processor
+// notes it; the entries for which that may matter are formed again in doubles or wide numbers (WideSweep.h),
+// and what floats cannot hold is kept so.  No findings that are possible come out as impossible.
+//
 // A variable with a positive finding is left out of every potential and message: the tables shrink,
 // and nothing passes it.  In small trees zeros take its place, which is quicker there.
 //
@@ -22,7 +26,7 @@
 //
 // The graph and the tree must outlive the Propagation.  One thread at a time.  Memory is counted;
 // std::bad_alloc or a halt leaves the object as valid as before: the next update goes on from there.
-// Entries below 1.2e-38 count as 0, because updates run with denormals off.
+// Entries of the model below 1.2e-38 count as 0, because updates run with denormals off.
 //
 // Shafer & Shenoy (1990), Probability propagation; Jensen, Lauritzen & Olesen (1990), Bayesian
 // updating in causal probabilistic networks by local computations.

@@ -8,6 +8,7 @@
 
 #include "BN/Propagation/PotTable0.h"
 #include "Basic/Error.h"
+#include "Basic/FloatMode.h"
 #include "Basic/Memory.h"
 
 // Vectors are only passed to functions that are compiled into their caller.
@@ -20,7 +21,6 @@ namespace {
 constexpr int kGroup = BatchPropagation::kCases;
 constexpr int kLongSum = 256;             // entries that are summed in single precision
 constexpr int kWeakest = -60;             // exponent of the largest entry
-constexpr float kLeastFloat = 1.2e-38f;   // smaller ones count as 0
 constexpr double kMostEntries = 1 << 16;  // of cliques and separators; places fit 16 bits
 
 using Group = float __attribute__((vector_size(4 * kGroup)));
@@ -127,6 +127,7 @@ struct Clique {
     bool needs_entries = false;  // the final ones, on the way down
     bool needs_above = false;    // the sum onto the separator with all that is known
     bool is_stale = true;        // the potential
+    bool is_lossy = false;       // a product in it was flushed to 0
 };
 
 struct BeliefSource {
@@ -166,6 +167,8 @@ struct BatchPropagation::Engine {
     // Of the last run.
     int num_cases = 0;
     GroupBits exponents{}, weak{};
+    bool is_checking = false;           // each product is looked at, by case
+    std::vector<Group> before_scaling;  // only then
     std::vector<char> is_known;         // per variable: in some case
     std::vector<double> belief_totals;  // per belief and case
     std::vector<GroupFactor> factors;
@@ -334,6 +337,7 @@ struct BatchPropagation::Engine {
         Clique& clique = cliques[size_t(i)];
         float* entries = potentials.data() + clique.potential;
         std::fill_n(entries, clique.size, 1.0f);
+        clique.is_lossy = false;
         const std::vector<int> cut(graph->variables.size(), -1);
         std::vector<int> rank(graph->variables.size(), 0);
         for (size_t k = 0; k < tree->members[i].size(); ++k) rank[size_t(tree->members[i][k])] = int(k);
@@ -343,7 +347,11 @@ struct BatchPropagation::Engine {
             std::vector<float> factor(size_t(SizeOf(scope)));
             WriteFamily(request, factor.data());
             const std::vector<uint16_t> places = PlacesIn(tree->members[i], scope);
-            for (int e = 0; e < clique.size; ++e) entries[e] *= factor[places[size_t(e)]];
+            for (int e = 0; e < clique.size; ++e) {
+                const float one = factor[places[size_t(e)]];
+                clique.is_lossy |= entries[e] * one == 0 && entries[e] != 0 && one != 0;
+                entries[e] *= one;
+            }
         }
         clique.is_stale = false;
     }
@@ -372,12 +380,73 @@ struct BatchPropagation::Engine {
         const int num_states = StatesOf(variable);
         if (!is_known[size_t(variable)]) std::fill_n(table_of, num_states, Group{} + 1.0f);
         is_known[size_t(variable)] = 1;
-        for (int s = 0; s < num_states; ++s) table_of[s][k] *= weights[s];
+        const float largest = *std::max_element(weights, weights + num_states);
+        int exponent = 0;
+        std::frexp(largest, &exponent);
+        exponents[k] += exponent;
+        for (int s = 0; s < num_states; ++s) {
+            const float before = table_of[s][k], weight = std::ldexp(weights[s], -exponent);
+            table_of[s][k] = before * weight;
+            if (before * weight == 0 && before != 0 && weights[s] != 0) weak[k] = -1;
+        }
+    }
+
+    // ---- Looking for cases in which a product was flushed. ----
+
+    static GroupBits IsPositive(const Group& group) { return group > 0; }
+
+    void CheckProduct(const Clique& clique)
+    {
+        if (!is_checking) return;
+        const Group* entries = groups[clique.entries];
+        for (int e = 0; e < clique.size; ++e) {
+            if (potentials[size_t(clique.potential + e)] == 0) continue;
+            GroupBits is_lost = entries[e] == 0;
+            for (const GroupFactor& factor : factors) is_lost &= IsPositive(factor.table[factor.at[e]]);
+            weak |= is_lost;
+        }
+    }
+
+    void ScaleCases(int64_t place, int size, GroupBits* scales, GroupBits* weak_cases)
+    {
+        Group* entries = groups[place];
+        if (is_checking) before_scaling.assign(entries, entries + size);
+        kernels.scale_cases(entries, size, scales, weak_cases);
+        for (int e = 0; is_checking && e < size; ++e)
+            weak |= (entries[e] == 0) & IsPositive(before_scaling[size_t(e)]);
+    }
+
+    // The entries times the quotients of what the mate knows and what it was sent.
+    void MultiplyQuotients(const Clique& clique)
+    {
+        Group *quotient = groups[clique.quotient], *entries = groups[clique.entries];
+        const Group *above = groups[clique.above], *sent = groups[clique.up];
+        kernels.quotients(quotient, above, sent, clique.separator.size);
+        const GroupFactor factor{quotient, maps.data() + clique.separator.at};
+        if (is_checking) {
+            for (int e = 0; e < clique.separator.size; ++e)
+                weak |= (quotient[e] == 0) & IsPositive(above[e]) & IsPositive(sent[e]);
+            for (int e = 0; e < clique.size; ++e) {
+                const Group& other = quotient[factor.at[e]];
+                weak |= (entries[e] * other == 0) & IsPositive(entries[e]) & IsPositive(other);
+            }
+        }
+        kernels.multiply(entries, clique.size, factor);
     }
 
     void Run(std::span<const CaseFindings> cases)
     {
         num_cases = int(cases.size());
+        UnderflowWatch::Seen();  // what came before is of no concern
+        is_checking = false;
+        RunOnce(cases);
+        if (!UnderflowWatch::Seen()) return;
+        is_checking = true;
+        RunOnce(cases);
+    }
+
+    void RunOnce(std::span<const CaseFindings> cases)
+    {
         exponents = weak = GroupBits{};
         EnterFindings(cases);
         for (size_t i = cliques.size(); i-- > 0;) Collect(int(i));
@@ -397,15 +466,17 @@ struct BatchPropagation::Engine {
         Group* entries = groups[clique.entries];
         kernels.product(entries, potentials.data() + clique.potential, clique.size, factors.data(),
                         int(factors.size()));
+        CheckProduct(clique);
+        if (clique.is_lossy) weak = ~GroupBits{};
         if (i == 0) {
             kernels.sum_onto(groups[total], 1, entries, Identity(clique.size), clique.size);
-            kernels.scale_cases(groups[total], 1, &exponents, &weak);
+            ScaleCases(total, 1, &exponents, &weak);
             return;
         }
         Group* up = groups[clique.up];
         kernels.sum_onto(up, clique.separator.size, entries, maps.data() + clique.separator.from,
                          clique.size / clique.separator.size);
-        kernels.scale_cases(up, clique.separator.size, &exponents, &weak);
+        ScaleCases(clique.up, clique.separator.size, &exponents, &weak);
     }
 
     void Distribute(int i)
@@ -417,12 +488,8 @@ struct BatchPropagation::Engine {
             GroupBits ignored{}, ignored_weak{};
             kernels.sum_onto(groups[clique.above], clique.separator.size, groups[mate.entries],
                              maps.data() + clique.mates_separator.from, mate.size / clique.separator.size);
-            kernels.scale_cases(groups[clique.above], clique.separator.size, &ignored, &ignored_weak);
-            if (!clique.needs_entries) return;
-            kernels.quotients(groups[clique.quotient], groups[clique.above], groups[clique.up],
-                              clique.separator.size);
-            const GroupFactor factor{groups[clique.quotient], maps.data() + clique.separator.at};
-            kernels.multiply(groups[clique.entries], clique.size, factor);
+            ScaleCases(clique.above, clique.separator.size, &ignored, &ignored_weak);
+            if (clique.needs_entries) MultiplyQuotients(clique);
         }
     }
 

@@ -10,8 +10,10 @@
 // that was sent up.  Each run starts from the potentials, so the division does not drift.  Only the cliques
 // that what is wanted needs are visited on the way down.
 //
-// Messages are scaled by powers of two per case.  A case in which a product comes close to the limits of
-// single precision, or vanishes, is reported as weak: its results must be had from Propagation.
+// Messages are scaled by powers of two per case.  A case in which a product of factors that are not 0 was
+// flushed to 0, or in which everything vanishes, is reported as weak: its results must be had from
+// Propagation. Whether something was flushed the processor notes by itself; only then the run is repeated to
+// find the cases.
 //
 // Cases do not influence each other: a case gets the same bits whichever others run with it.
 // Run with denormals off (Basic/FloatMode.h).

@@ -15,6 +15,7 @@
 #include "BN/Propagation/PropagateParts.h"
 #include "BN/Propagation/Sweep.h"
 #include "BN/Propagation/TreeHubs.h"
+#include "BN/Propagation/WideSweep.h"
 #include "Basic/Memory.h"
 
 namespace talora {
@@ -30,6 +31,8 @@ struct Propagation::Engine {
         int64_t capacity = 0;
         int64_t log_scale = 0;  // what the last scaling took out: its logarithm to base 2, x kLogUnits
         int large = -1;         // own storage, for tables not in the arena
+        // All entries, where some are not 0 but beyond the range of floats; otherwise empty.
+        std::vector<WideNumber> wide;
     };
 
     struct Message : Table {
@@ -43,7 +46,18 @@ struct Propagation::Engine {
         float* base = nullptr;
         int64_t base_log_scale = 0;
         bool base_is_stale = true;
+        bool base_is_lossy = false;  // a product may have been flushed to 0
     };
+
+    // Weights of states as they were given, and scaled so that the largest is in [0.5, 1).
+    struct Likelihood {
+        std::vector<float> given, scaled;  // empty: none
+        int exponent = 0;                  // given = scaled x 2^exponent
+        bool is_lossy = false;             // but for some that floats cannot hold
+    };
+
+    // What a sweep over a clique is for.
+    enum class SweepKind { kUp, kDown, kScaleDown, kPrivate, kJoint };
 
     const ModelGraph* graph;
     HubTree hubs;
@@ -52,9 +66,9 @@ struct Propagation::Engine {
     bool maximise = false;
 
     // What is known.
-    std::vector<int> positive;                    // per variable
-    std::vector<int> cut;                         // per variable: positive, or -1 if it always stays
-    std::vector<std::vector<float>> likelihoods;  // per variable, empty: none
+    std::vector<int> positive;            // per variable
+    std::vector<int> cut;                 // per variable: positive, or -1 if it always stays
+    std::vector<Likelihood> likelihoods;  // per variable
 
     // Fixed with the tree.
     std::vector<char> always_stays;     // per variable: its tables keep their form when it is observed
@@ -104,8 +118,13 @@ struct Propagation::Engine {
     // Working memory.
     SweepScratch scratch;
     std::vector<int> exponents;
-    std::vector<float> weak_results;
     std::vector<const float*> factor_entries;
+    std::vector<const Table*> factor_tables;
+    bool has_wide_factor = false;
+    std::vector<std::vector<WideNumber>> wide_results;  // per output, empty where floats do
+    // Per output of a sweep: smaller products may have been flushed; 0: none.  Empty: in no output.
+    std::vector<double> kept_from;
+    WideSums wide_sums;
     std::vector<SweepScope> factor_scopes, output_scopes;
     std::vector<int> sizes, axis_of;
     std::vector<char> wanted;
@@ -165,6 +184,9 @@ struct Propagation::Engine {
 
     // Tables of a single entry are left out: that entry is always 1.
     void DescribeFactors(int clique, bool with_mate);
+    // The joint is over `variables`.
+    void DescribeSweep(SweepKind kind, int clique, std::span<const int> variables = {});
+    void DescribeDownOutputs(int clique);
     const SweepPlan& UpPlan(int clique);
     const SweepPlan& DownPlan(int clique);
     const SweepPlan& PrivatePlan(int clique);
@@ -173,18 +195,36 @@ struct Propagation::Engine {
 
     // The tables in the order of DescribeFactors.
     void CollectFactors(int clique, bool with_mate);
+    void AddFactor(const Table& t);
     bool IsHaltedNow(const SweepPlan& plan);
     bool GoesOn(double share);  // within the clique
     double FractionDone(double share) const;
 
-    // Runs a plan and scales what comes out.  Where all of an output is tiny, products may have
-    // underflowed on the way: it is formed again with all of them larger.  False: halted.
-    bool RunScaled(const SweepPlan& plan, bool all_wanted);
-    bool RunBoosted(const SweepPlan& plan, bool all_wanted);
+    // Runs a plan and scales what comes out.  1: in floats.  2: where products were flushed and all of an
+    // output is tiny, again with all products larger.  3: the entries so small that what was flushed may
+    // matter, in doubles or wide numbers; what floats cannot hold then stands in wide_results.
+    // False: halted.
+    bool RunScaled(const SweepPlan& plan, SweepKind kind, int clique, bool all_wanted,
+                   std::span<const int> variables = {});
+    bool RunInFloats(const SweepPlan& plan, bool all_wanted);
+    bool RunBoosted(const SweepPlan& plan);
+    bool RunWide(const SweepPlan& plan, SweepKind kind, int clique, std::span<const int> variables);
+    bool IsWanted(size_t output, bool all_wanted) const { return all_wanted || wanted[output] != 0; }
+    bool ProductsFitFloats() const;
+    bool FindPossible(const SweepPlan& plan, std::vector<std::vector<char>>& possible);
+    static bool FitFloats(std::span<const WideNumber> numbers);
+
+    // Takes wide numbers in place of the floats of a table; what floats cannot hold stays in `wide`.  Returns
+    // the exponent as ScaleByExponent does.
+    static int TakeWide(std::span<const WideNumber> numbers, float* entries, std::vector<WideNumber>& wide);
+    static WideNumber EntryOf(const Table& t, int64_t i)
+    {
+        return t.wide.empty() ? MakeWide(double(t.entries[i])) : t.wide[size_t(i)];
+    }
 
     // Where all lies in a single entry, that becomes 1, and its value goes into the scale with the
     // exponent: a message that only tells how probable something is then always looks the same.
-    static int64_t TakeScale(float* entries, int64_t count, int exponent);
+    static int64_t TakeScale(float* entries, int64_t count, int exponent, bool is_wide);
 
     // ---- Potentials. ----
 
@@ -192,12 +232,19 @@ struct Propagation::Engine {
 
     // Weights of a variable's states from its findings, empty if there are none.
     std::span<const float> WeightsOf(int variable);
+    // What its findings multiply all entries by, as a logarithm.
+    int64_t LogScaleOfWeights(int variable) const;
     FamilyRequest RequestFor(int variable, bool with_findings);
+    void SetLikelihood(int variable, const float* likelihood);
 
     // False: halted.
     bool Fill(int p);
     bool FillBase(int p);
     void MultiplyWeights(int p, int variable);
+    // Fills it anew in wide numbers if the floats lost what is not 0; the exponent of the entries.  False:
+    // halted.
+    bool RepairRange(int p, int64_t* log_scale);
+    std::vector<WideNumber> WideWeights(int variable) const;
 
     // The product of the families' tables as the findings leave them, or without findings.
     bool FillFromModel(int p, bool with_findings, float* entries);
@@ -261,6 +308,8 @@ struct Propagation::Engine {
     UpdateStatus UpdatePrivate(int clique);
     void ReadPrivate(int variable, float* belief);
     void ReadFromSeparator(int variable, int separator, float* belief);
+    int64_t StrideIn(int variable, int separator) const;
+    void ReadWide(int variable, int separator, float* belief);
     void Normalize(float* entries, int64_t count) const;
     void Belief(int variable, float* belief);
     int SmallestCliqueWith(std::span<const int> variables) const;

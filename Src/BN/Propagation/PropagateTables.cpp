@@ -2,6 +2,7 @@
 #include <new>
 
 #include "BN/Propagation/PropagateEngine.h"
+#include "Basic/FloatMode.h"
 
 namespace talora {
 
@@ -294,13 +295,46 @@ void Propagation::Engine::DescribeFactors(int clique, bool with_mate)
     for (int child : tree->children[clique]) add(tree->separators[child]);
 }
 
+void Propagation::Engine::DescribeDownOutputs(int clique)
+{
+    for (int child : tree->children[clique]) {
+        output_scopes.push_back(ScopeOf(tree->separators[child]));
+        if (output_scopes.back().axes == 0) output_scopes.pop_back();
+    }
+    const int first = int(factor_scopes.size() - output_scopes.size());
+    for (size_t o = 0; o < output_scopes.size(); ++o) output_scopes[o].excluded = first + int(o);
+}
+
+void Propagation::Engine::DescribeSweep(SweepKind kind, int clique, std::span<const int> variables)
+{
+    DescribeClique(clique);
+    DescribeFactors(clique, kind != SweepKind::kUp);
+    switch (kind) {
+        case SweepKind::kUp:
+            output_scopes.push_back(ScopeOf(tree->separators[clique]));
+            break;
+        case SweepKind::kDown:
+            DescribeDownOutputs(clique);
+            break;
+        case SweepKind::kScaleDown:
+            output_scopes.emplace_back();
+            break;
+        case SweepKind::kPrivate:
+            for (int v : private_variables[clique])
+                if (IsFree(v)) output_scopes.push_back(ScopeOf({&v, 1}));
+            output_scopes.emplace_back();  // the total
+            break;
+        case SweepKind::kJoint:
+            output_scopes.push_back(ScopeOf(variables));
+            break;
+    }
+}
+
 const SweepPlan& Propagation::Engine::UpPlan(int clique)
 {
     const SweepPlan*& plan = up_plans[size_t(clique)];
     if (plan == nullptr) {
-        DescribeClique(clique);
-        DescribeFactors(clique, false);
-        output_scopes.push_back(ScopeOf(tree->separators[clique]));
+        DescribeSweep(SweepKind::kUp, clique);
         plan = plans.Find(sizes, factor_scopes, output_scopes);
     }
     return *plan;
@@ -310,15 +344,7 @@ const SweepPlan& Propagation::Engine::DownPlan(int clique)
 {
     const SweepPlan*& plan = down_plans[size_t(clique)];
     if (plan == nullptr) {
-        DescribeClique(clique);
-        DescribeFactors(clique, true);
-        std::span<const int> children = tree->children[clique];
-        for (size_t k = 0; k < children.size(); ++k) {
-            output_scopes.push_back(ScopeOf(tree->separators[children[k]]));
-            if (output_scopes.back().axes == 0) output_scopes.pop_back();
-        }
-        const int first = int(factor_scopes.size() - output_scopes.size());
-        for (size_t o = 0; o < output_scopes.size(); ++o) output_scopes[o].excluded = first + int(o);
+        DescribeSweep(SweepKind::kDown, clique);
         plan = plans.Find(sizes, factor_scopes, output_scopes);
     }
     return *plan;
@@ -328,11 +354,7 @@ const SweepPlan& Propagation::Engine::PrivatePlan(int clique)
 {
     const SweepPlan*& plan = private_plans[size_t(clique)];
     if (plan == nullptr) {
-        DescribeClique(clique);
-        DescribeFactors(clique, true);
-        for (int v : private_variables[clique])
-            if (IsFree(v)) output_scopes.push_back(ScopeOf({&v, 1}));
-        output_scopes.emplace_back();  // the total
+        DescribeSweep(SweepKind::kPrivate, clique);
         plan = plans.Find(sizes, factor_scopes, output_scopes);
     }
     return *plan;
@@ -354,12 +376,37 @@ UpdateStatus Propagation::Engine::FillPotentials(int clique)
 
 std::span<const float> Propagation::Engine::WeightsOf(int variable)
 {
-    const std::vector<float>& likelihood = likelihoods[size_t(variable)];
+    const std::vector<float>& likelihood = likelihoods[size_t(variable)].scaled;
     const int state = positive[size_t(variable)];
     if (state < 0 || !always_stays[size_t(variable)]) return likelihood;
     weights.assign(size_t(NumStates(variable)), 0);
     weights[size_t(state)] = likelihood.empty() ? 1 : likelihood[size_t(state)];
     return weights;
+}
+
+int64_t Propagation::Engine::LogScaleOfWeights(int variable) const
+{
+    return likelihoods[size_t(variable)].exponent * kLogUnits;
+}
+
+void Propagation::Engine::SetLikelihood(int variable, const float* likelihood)
+{
+    Likelihood& current = likelihoods[size_t(variable)];
+    if (likelihood == nullptr && current.given.empty()) return;
+    Likelihood next;
+    if (likelihood != nullptr) {
+        next.given.assign(likelihood, likelihood + NumStates(variable));
+        if (next.given == current.given) return;
+        next.scaled = next.given;
+        next.scaled.resize(next.given.size() + kSweepPadding);
+        const int exponent = ScaleByExponent(next.scaled.data(), int64_t(next.given.size()));
+        next.scaled.resize(next.given.size());
+        next.exponent = exponent == kVanished ? 0 : exponent;
+        for (size_t s = 0; s < next.given.size(); ++s)
+            next.is_lossy |= next.scaled[s] == 0 && next.given[s] != 0;
+    }
+    current = std::move(next);
+    TouchPotentials(variable, true);
 }
 
 FamilyRequest Propagation::Engine::RequestFor(int variable, bool with_findings)
@@ -375,19 +422,27 @@ bool Propagation::Engine::Fill(int p)
     for (int v : potential_scope[p])
         if (IsFree(v)) count *= NumStates(v);
     Resize(potential, count);
+    potential.wide.clear();
+    bool is_lossy = false;
+    UnderflowWatch::Seen();  // what came before is of no concern
     int64_t log_scale = 0;
     if (potential.base != nullptr) {
         if (!FillBase(p)) return false;
         std::copy_n(potential.base, count, potential.entries);
         log_scale = potential.base_log_scale;
+        is_lossy = potential.base_is_lossy;
         for (int variable : families[p]) MultiplyWeights(p, variable);
     } else if (!FillFromModel(p, true, potential.entries)) {
         return false;
     }
     const int exponent = ScaleByExponent(potential.entries, count);
-    total_log_scale -= potential.log_scale;
-    potential.log_scale = log_scale + TakeScale(potential.entries, count, exponent);
-    total_log_scale += potential.log_scale;
+    is_lossy |= UnderflowWatch::Seen();
+    for (int variable : families[p]) is_lossy |= likelihoods[size_t(variable)].is_lossy;
+    log_scale += TakeScale(potential.entries, count, exponent, false);
+    for (int variable : families[p]) log_scale += LogScaleOfWeights(variable);
+    if (is_lossy && !RepairRange(p, &log_scale)) return false;
+    total_log_scale += log_scale - potential.log_scale;
+    potential.log_scale = log_scale;
     return true;
 }
 
@@ -398,7 +453,63 @@ bool Propagation::Engine::FillBase(int p)
     if (!FillFromModel(p, false, potential.base)) return false;
     const int exponent = ScaleByExponent(potential.base, potential.count);
     potential.base_log_scale = exponent == kVanished ? 0 : exponent * kLogUnits;
+    potential.base_is_lossy = UnderflowWatch::Seen();
     potential.base_is_stale = false;
+    return true;
+}
+
+std::vector<WideNumber> Propagation::Engine::WideWeights(int variable) const
+{
+    const Likelihood& likelihood = likelihoods[size_t(variable)];
+    const int state = positive[size_t(variable)];
+    std::vector<WideNumber> numbers;
+    if (likelihood.given.empty() && state < 0) return numbers;
+    for (int s = 0; s < NumStates(variable); ++s) {
+        if (!IsFree(variable) && NumStates(variable) > 1 && s != state) continue;  // cut down to its state
+        WideNumber number =
+            likelihood.given.empty() ? MakeWide(1) : MakeWide(double(likelihood.given[size_t(s)]));
+        if (state >= 0 && s != state) number = {};
+        numbers.push_back(number);
+    }
+    return numbers;
+}
+
+bool Propagation::Engine::RepairRange(int p, int64_t* log_scale)
+{
+    // 1. The tables of the families without findings, and the weights of the states beside them.
+    DescribeClique(potentials[size_t(p)].clique);
+    const uint64_t axes = ScopeOf(potential_scope[p]).axes;
+    std::vector<int> axis_sizes;
+    for (uint64_t rest = axes; rest != 0; rest &= rest - 1)
+        axis_sizes.push_back(sizes[size_t(std::countr_zero(rest))]);
+    std::vector<std::vector<float>> tables;
+    std::vector<std::vector<WideNumber>> weight_tables;
+    std::vector<WideFactor> factors;
+    for (int variable : families[p]) {
+        const FamilyRequest request = RequestFor(variable, false);
+        int64_t count = 1;
+        for (int v : FamilyScope(request)) count *= NumStates(v);
+        WriteFamily(request, tables.emplace_back(size_t(count)).data());
+        const uint64_t own = ScopeOf({&variable, 1}).axes;
+        const uint64_t scope = own | ScopeOf(graph->variables[size_t(variable)].parents).axes;
+        factors.push_back({Compress(scope, axes), tables.back().data(), nullptr});
+        weight_tables.push_back(WideWeights(variable));
+        if (!weight_tables.back().empty())
+            factors.push_back({Compress(own, axes), nullptr, weight_tables.back().data()});
+    }
+    // 2. Their product, entry by entry.
+    const WideOutput output = {axis_sizes.empty() ? 0 : (uint64_t{2} << (axis_sizes.size() - 1)) - 1, -1, 0};
+    if (!RunWideSweep(
+            axis_sizes, factors, output, false, [this] { return GoesOn(0); }, wide_sums))
+        return false;
+    // 3. Floats either kept an entry or made 0 of it.
+    ModelPotential& potential = potentials[size_t(p)];
+    bool is_lost = false;
+    for (int64_t i = 0; i < potential.count; ++i)
+        is_lost |= potential.entries[i] == 0 && !wide_sums.entries[size_t(i)].IsZero();
+    if (!is_lost) return true;
+    const int exponent = TakeWide(wide_sums.entries, potential.entries, potential.wide);
+    *log_scale = TakeScale(potential.entries, potential.count, exponent, !potential.wide.empty());
     return true;
 }
 

@@ -124,7 +124,6 @@ void CutTable(const ModelGraph& graph, const RelevantPart& part, int v, const Mo
     const int whole = part.original[size_t(v)];
     const int num_states = std::max(1, graph.variables[size_t(whole)].num_states);
     const int state = findings.positive[size_t(whole)];
-    const float* likelihood = findings.likelihoods[size_t(whole)];
     // Rows of the whole table that are kept, in order: an odometer over the parents that are not observed.
     const std::span<const int> parents = TableParents(graph, whole);
     std::vector<int> at(parents.size());
@@ -141,8 +140,6 @@ void CutTable(const ModelGraph& graph, const RelevantPart& part, int v, const Mo
         for (size_t k = 0; k < parents.size(); ++k)
             row = row * graph.variables[size_t(parents[k])].num_states + at[k];
         ReadRow(table == nullptr ? nullptr : table + row * num_states, num_states, probs.data());
-        if (likelihood != nullptr)
-            for (int s = 0; s < num_states; ++s) probs[size_t(s)] *= likelihood[s];
         if (state >= 0)
             cut.push_back(probs[size_t(state)]);
         else

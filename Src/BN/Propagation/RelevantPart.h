@@ -42,8 +42,8 @@ struct RelevantPart {
 RelevantPart FindRelevantPart(const ModelGraph& graph, std::span<const int> targets,
                               const ModelFindings& findings, bool whole);
 
-// The table of variable v of the part, cut down to the findings: its parents in part.graph first, own states
-// last.  `table` is that of the whole model, null for uniform.
+// The table of variable v of the part, cut down to the positive findings: its parents in part.graph first,
+// own states last.  Weights are not in it.  `table` is that of the whole model, null for uniform.
 void CutTable(const ModelGraph& graph, const RelevantPart& part, int v, const ModelFindings& findings,
               const float* table, std::vector<float>& cut);
 

@@ -168,16 +168,26 @@ struct TargetedQuery::Engine {
         CutTable(*graph, p.part, v, findings, table(whole), p.tables[size_t(v)]);
     }
 
-    // Tables that a finding with another state, or a likelihood, has a part in.
+    // The weights of what is observed too are one factor.
+    void EnterLikelihoods(Prepared& p, const ModelFindings& findings) const
+    {
+        for (int v = 0; v < int(p.part.original.size()); ++v) {
+            const size_t whole = size_t(p.part.original[size_t(v)]);
+            const float* likelihood = findings.likelihoods[whole];
+            if (likelihood != nullptr && findings.positive[whole] >= 0)
+                likelihood += findings.positive[whole];
+            if (!graph->variables[whole].is_decision) p.propagation->SetLikelihood(v, likelihood);
+        }
+    }
+
+    // Tables that a finding with another state has a part in.
     void RefillChanged(Prepared& p, const ModelFindings& findings) const
     {
         for (int v = 0; v < int(p.part.original.size()); ++v) {
             const int whole = p.part.original[size_t(v)];
             const auto changed = [&](int u) { return findings.positive[size_t(u)] != p.positive[size_t(u)]; };
             const auto& parents = graph->variables[size_t(whole)].parents;
-            if (!changed(whole) && findings.likelihoods[size_t(whole)] == nullptr &&
-                std::none_of(parents.begin(), parents.end(), changed))
-                continue;
+            if (!changed(whole) && std::none_of(parents.begin(), parents.end(), changed)) continue;
             Refill(p, v, findings);
             if (!graph->variables[size_t(whole)].is_decision) p.propagation->TableChanged(v);
         }
@@ -188,6 +198,7 @@ struct TargetedQuery::Engine {
                      Progress* progress)
     {
         Prepared& p = Prepare(targets, findings, whole);
+        EnterLikelihoods(p, findings);
         observed.clear();
         for (int target : targets) observed.push_back(findings.positive[size_t(target)]);
         asked.assign(targets.begin(), targets.end());
