@@ -86,7 +86,7 @@ typedef int errseverity_vx;
 
 enum {
     MEMORY_CONDITION = 0x08,    /**< memory was out */
-    ABORTED_CONDITION = 0x20,   /**< stopped by the person or a handler */
+    ABORTED_CONDITION = 0x20,   /**< stopped by the user or a handler */
     FRONT_END_CONDITION = 0x40, /**< added with NewError_vx */
     FILE_CONDITION = 0x80,      /**< about the contents of a file */
     FINDING_CONDITION = 0x200   /**< findings contradict one another or the model */
@@ -161,7 +161,7 @@ TALORA_API double GetMemoryUsage_vx(environ_vx* env);
  *  @return the mode before the call */
 TALORA_API int ControlConcurrency_vx(environ_vx* env, const char* command, const char* value);
 
-/** A pointer of the caller's own, kept with the environment and never looked at. */
+/** A pointer of the caller's own, kept with the environment; the library never reads through it. */
 TALORA_API void SetEnvironUserData_vx(environ_vx* env, void* data);
 TALORA_API void* GetEnvironUserData_vx(environ_vx* env);
 
@@ -177,8 +177,8 @@ TALORA_API void PrintToMessagesWindow_vx(environ_vx* env, const char* text);
 TALORA_API void SetLanguage_vx(environ_vx* env, const char* language);
 TALORA_API const char* GetLanguage_vx(environ_vx* env);
 
-/** Whose words messages use: "programming" (the default), "interface", "automation" or "managed".
- *  Holds for records raised from now on. */
+/** The terms that messages use: those of "programming" (the default), "interface", "automation" or
+ *  "managed".  Applies to records raised from now on. */
 TALORA_API void SetMessageFlavor_vx(environ_vx* env, const char* flavor);
 TALORA_API const char* GetMessageFlavor_vx(environ_vx* env);
 
@@ -186,7 +186,7 @@ TALORA_API const char* GetMessageFlavor_vx(environ_vx* env);
  *  but an empty one is refused. */
 TALORA_API int ExecuteScript_vx(environ_vx* env, const char* script);
 
-/** What the person at the keyboard may do, as a level 1 to 4 kept for the front end; -1 to query.
+/** What the user of the front end may do, as a level 1 to 4 kept for it; -1 to query.
  *  @return the level before the call.  Error 5530: another value. */
 TALORA_API int UserAllowed_vx(environ_vx* env, int setting);
 
@@ -210,7 +210,7 @@ typedef bool_vx (*progress_handler_vx)(environ_vx* env, const char* title, doubl
  *  @return how it was shown, 0 to 3, or -4 to abort the operation */
 typedef int (*message_handler_vx)(environ_vx* env, const char* text, const report_vx* report, void* data);
 
-/** Asks the person for the password of a file.
+/** Asks the user for the password of a file.
  *  @param password  receives it, ending with a zero byte; cleared by the library once it is used
  *  @param size      bytes that there is room for, the zero byte included (4096)
  *  @return whether one was given */
@@ -219,7 +219,7 @@ typedef bool_vx (*password_handler_vx)(environ_vx* env, const char* question, ch
 
 /** Handlers that a front end sets; NULL removes one. They may call the interface, but not to change or
  *  delete what the function that called them is working on (5682).  Where another thread's handler waits
- *  for what this thread holds, a handler's call can fail rather than wait for ever (5681, 5683). */
+ *  for what this thread holds, a handler's call can fail rather than wait forever (5681, 5683). */
 TALORA_API void SetQuestionHandler_vx(environ_vx* env, question_handler_vx handler, void* data);
 TALORA_API void SetProgressHandler_vx(environ_vx* env, progress_handler_vx handler, void* data);
 TALORA_API void SetMessageHandler_vx(environ_vx* env, message_handler_vx handler, void* data);
@@ -430,7 +430,7 @@ TALORA_API const char* GetNodeRelation_bn(const node_bn* node);
 /** The node's equation text, "" if it has none. */
 TALORA_API const char* GetNodeEquation_bn(const node_bn* node);
 
-/** Writes a label for people: the title, or the name when there is no title.
+/** Writes a label for display: the title, or the name when there is no title.
  *  @param options    "multi_line" keeps line breaks, which otherwise become blanks
  *  @param label      buffer, cut on a character boundary and ended with a zero
  *  @param max_chars  its size in bytes, 0 to ask for the length only
@@ -582,11 +582,11 @@ typedef enum {
 } undogroup_vx;
 
 /** Sets how much of a net's history is kept, and so turns undoing on, or off when both limits are 0. Turning
- * it off discards the history; lower limits discard the oldest steps at once.  A new net has both limits 0.
- *  @param count_limit   steps kept at most; -1 leaves it as it is.  0 beside a memory limit keeps the last
- * one.
- *  @param memory_limit  bytes that they may take; -1 leaves it as it is.  0 beside a count limit sets no
- * limit of memory.  The last step is kept even if it alone takes more.
+ *  it off discards the history; lower limits discard the oldest steps at once.  A new net has both limits 0.
+ *  @param count_limit   steps kept at most; -1 leaves it as it is.  With 0 and a memory limit the last step
+ *                       is kept.
+ *  @param memory_limit  bytes that they may take; -1 leaves it as it is.  With 0 and a count limit memory is
+ *                       not limited.  The last step is kept even if it alone takes more.
  *  @param options       must be NULL or empty */
 TALORA_API void SetNetNumUndos_bn(net_bn* net, int count_limit, double memory_limit, const char* options);
 /** @param memory_limit  receives the memory limit; may be NULL.  @return the count limit */
@@ -600,8 +600,8 @@ TALORA_API bool_vx GetNetUndoing_bn(const net_bn* net);
  *  @param to_when  must be -1
  *  @return whether there was one */
 TALORA_API bool_vx UndoNetLastOper_vx(net_bn* net, double to_when);
-/** Redoes the step undone last; called again, the one after it. A new step ends what can be redone. As above.
- */
+/** Redoes the step undone last; called again, the one after it. A new step discards those that could be
+ *  redone. Otherwise as above. */
 TALORA_API bool_vx RedoNetOper_vx(net_bn* net, double to_when);
 /** What undoing would undo ("add link Smoking -> Cancer"): 0 the next step, 1 the one before ...; NULL
  *  beyond the oldest. Belongs to the net, valid until it changes. */
@@ -612,7 +612,7 @@ TALORA_API const char* GetNetNthRedo_bn(const net_bn* net, int index);
 TALORA_API double GetNetUndoMemory_bn(const net_bn* net);
 
 /** Begins a group: what is done until the matching close is one step. Groups may be nested; the outermost
- * counts. While undoing is off, opening and closing do nothing.
+ *  counts. While undoing is off, opening and closing do nothing.
  *  @param description  of the step; NULL or "" takes that of the first operation in it */
 TALORA_API void OpenNetUndoGroup_bn(net_bn* net, const char* description);
 TALORA_API void CloseNetUndoGroup_bn(net_bn* net);
@@ -640,8 +640,8 @@ TALORA_API bool_vx IsNetCompiled_bn(const net_bn* net);
 TALORA_API void SetNetElimOrder_bn(net_bn* net, const nodelist_bn* order);
 /** The stored order, belonging to the net; NULL if none. */
 TALORA_API const nodelist_bn* GetNetElimOrder_bn(const net_bn* net);
-/** The sum over the stored order's steps of the table sizes, as the search counts it; undefined without one.
- */
+/** The sum over the steps of the stored order of the table sizes, as the search counts it; undefined without
+ *  a stored order. */
 TALORA_API double GetNetElimCost_bn(const net_bn* net);
 
 /** Table entries of the junction tree under the current findings, cliques and separators.
@@ -699,13 +699,13 @@ TALORA_API const prob_bn* GetNodeBeliefs_bn(node_bn* node);
 /** The beliefs of a few nodes under the findings entered, without compiling the net: only the part of the net
  *  that matters for them is looked at, which is far quicker for few nodes of a large net.  Nodes below all
  *  that is known, and nodes that the findings cut off, take no part.  What was worked out is kept for the
- * next question with the same nodes and the same nodes observed, whatever their states.
+ *  next question with the same nodes and the same nodes observed, whatever their states.
  *  @param nodes            nature or decision nodes with states (6880), of one net
  *  @param log_probability  receives the natural logarithm of the probability of all findings, which may need
- * a larger part of the net; NULL: not asked, and a contradiction among findings that do not matter for the
- * nodes goes unnoticed
- *  @return the entries of one node after another; belongs to the net, valid until asked again or until the
- *  net is changed or compiled.  NULL after an error (3305: the findings contradict one another) */
+ *                          a larger part of the net; NULL: not asked, and a contradiction among findings that
+ *                          do not matter for the nodes goes unnoticed
+ *  @return the entries of one node after another; belongs to the net, valid until the next query or until the
+ *          net is changed or compiled.  NULL after an error (3305: the findings contradict one another) */
 TALORA_API const prob_bn* QueryBeliefs_bn(const nodelist_bn* nodes, double* log_probability);
 
 /** The mean of the node's numeric value under its beliefs: state values, or midpoints of intervals.
@@ -718,12 +718,13 @@ TALORA_API double GetNodeStateValue_bn(const node_bn* node, state_bn state);
  *  beliefs are updated (3305, or an error that names the table), or once there is a finding. */
 TALORA_API double FindingsProbability_bn(net_bn* net);
 /** Its natural logarithm, which does not underflow: minus infinity (the system's) where it is 0, and 0
- * without findings. */
+ *  without findings. */
 TALORA_API double LogFindingsProbability_bn(net_bn* net);
 /** Whether the beliefs are up to date; does not update. */
 TALORA_API bool_vx IsBeliefUpdated_bn(const node_bn* node);
-/** Brings all beliefs up to date now.  A long update tells the progress handler (title "Operation in progress
- *  ...") and stops on its word or on the halt flag (6013); the next one goes on from there. */
+/** Brings all beliefs up to date now.  A long update reports to the progress handler (title "Operation in
+ *  progress ...") and stops when the handler or the halt flag asks for it (6013); the next one goes on from
+ *  there. */
 TALORA_API void UpdateNetBeliefs_bn(net_bn* net);
 
 /* ---------------------------------------------------------------------------------------------
@@ -738,10 +739,10 @@ TALORA_API stream_vx* NewMemoryStream_vx(const char* name, environ_vx* env, cons
 /** Frees a stream and its contents, never the file. NULL does nothing. */
 TALORA_API void DeleteStream_vx(stream_vx* stream);
 /** Password for encrypting what is written to the stream and decrypting what is read from it; NULL removes
- *  it.  Only binary net files (.tala) are encrypted, and of these all but the head that a person can read
- *  (time, sizes, comment of the net): with a text file it is not used, and writing one warns
- *  (6854).  The word "simple" stands for a key that every copy of the library knows: it keeps off those who
- *  only look into the file, and protects nothing.  The password is copied, and wiped when it goes.
+ *  it.  Only binary net files (.tala) are encrypted, and of these all but the head in plain text (time,
+ *  sizes, comment of the net): with a text file it is not used, and writing one warns (6854).  The password
+ *  "simple" stands for a key that is built into the library: it hides the contents from a casual reader and
+ *  protects nothing.  The password is copied, and wiped from memory when it is removed.
  *  Error 5172: empty. */
 TALORA_API void SetStreamEncryption_vx(stream_vx* stream, const char* password);
 /** The same under the name of the object interfaces. */
@@ -755,12 +756,12 @@ TALORA_API void SetStreamContents_vx(stream_vx* stream, const void* buffer, int6
 TALORA_API const char* GetStreamContents_vx(const stream_vx* stream, int64_t* length);
 TALORA_API const char* GetStreamName_vx(const stream_vx* stream);
 /** Writes the bytes of one stream into another, as they are; a file is replaced as a whole or not at all.
- * With this a program saves a text of its own as safely as a net is saved.  Errors are those of reading and
- * writing files; the target then has what it had. */
+ *  With this a program saves a text of its own as safely as a net is saved.  Errors are those of reading and
+ *  writing files; the target then has what it had. */
 TALORA_API void CopyStream_vx(const stream_vx* source, stream_vx* target);
 
 /** Reads a net from a text file or a binary one, whichever the contents are; the password of an encrypted
- *  file comes from the stream or from the person (SetPasswordHandler_vx).
+ *  file comes from the stream or from the user (SetPasswordHandler_vx).
  *  @param control  NO_VISUAL_INFO, NO_WINDOW, MINIMIZED_WINDOW or REGULAR_WINDOW
  *  @return the new net; NULL with error records if the file cannot be read as a net.  Warnings name what
  *          was skipped. */
@@ -816,8 +817,8 @@ TALORA_API state_bn GetNodeMostProbableState_bn(const node_bn* node);
  *  Cost: about one update and (number of nodes) small updates for each configuration. */
 TALORA_API double MostProbableConfig_bn(net_bn* net, state_bn* setting, int nth);
 
-/** The same for some nodes of a net: different settings of these nodes are told apart, the other nodes take
- *  the states that make the whole most probable (they are maximised, not summed over).
+/** The same for some nodes of a net: two configurations count as different if these nodes differ; the other
+ *  nodes take the states that make the whole most probable (they are maximised, not summed over).
  *  @param setting  one state for each node of the list */
 TALORA_API double MostProbableSetting_bn(const nodelist_bn* nodes, state_bn* setting, int nth);
 
@@ -885,7 +886,7 @@ TALORA_API uint32_t DrawRandomInteger_vx(randgen_vx* generator);
 TALORA_API double DrawRandomUniform_vx(randgen_vx* generator);
 
 /** Whether seeding "from the clock" counts from 0 instead, and binary files that are not encrypted do not
- *  tell when they were written, so that whole runs can be repeated. */
+ *  store when they were written, so that whole runs can be repeated. */
 TALORA_API void SetReproducibleRandom_vx(environ_vx* env, bool_vx reproducible);
 TALORA_API bool_vx GetReproducibleRandom_vx(environ_vx* env);
 
@@ -896,12 +897,12 @@ TALORA_API randgen_vx* GetNetRandomGen_bn(const net_bn* net);
 
 /** Ways of drawing a random case.
  *
- *  FORWARD_SAMPLING        nodes are drawn parents first, from tables and equations; a case that contradicts
- *                          the findings is drawn again
- *  TREE_SAMPLING  drawn down the compiled junction tree: exact under any findings, nothing is
- *                          rejected; asks to compile the net if it is not compiled
- *  AUTO_SAMPLING        forward where there are no findings, or a node without states is asked for;
- *                          else down the junction tree */
+ *  FORWARD_SAMPLING  nodes are drawn parents first, from tables and equations; a case that contradicts the
+ *                    findings is drawn again
+ *  TREE_SAMPLING     drawn down the compiled junction tree: exact under any findings, nothing is rejected;
+ *                    asks to compile the net if it is not compiled
+ *  AUTO_SAMPLING     forward where there are no findings, or a node without states is asked for; else down
+ *                    the junction tree */
 enum { AUTO_SAMPLING = 0, FORWARD_SAMPLING = 1, TREE_SAMPLING = 2 };
 
 /** Draws a random case from the distribution of a net given its findings, and enters it as findings.
@@ -913,7 +914,7 @@ enum { AUTO_SAMPLING = 0, FORWARD_SAMPLING = 1, TREE_SAMPLING = 2 };
  *  Findings that are there when it is called are conditions on the case, also those of the listed nodes: call
  *  RetractNetFindings_bn before the next independent case.  Each listed node gets the state it drew, and its
  *  value if it was drawn as a number; utility nodes take no finding.  Draws come from the net's generator,
- * else the environment's.  Undoable.
+ *  else the environment's.  Undoable.
  *
  *  On a failure (6660: a directed cycle, a delay, a missing table, findings that contradict one another or
  *  every case drawn, ...; 6672 method; 6673 maxtries) nothing is entered.
@@ -945,8 +946,8 @@ TALORA_API double WriteEveryCase_bn(const nodelist_bn* nodes, stream_vx* file);
 /** Asks the functions that set the characters of case files for the one in force. */
 #define QUERY_CASE_CHAR (-1)
 
-/** Nodes that a case file has and the net has not: not added; added if the person says so; added, with a
- *  notice; added without a word. */
+/** What to do about nodes that a case file has and the net lacks: do not add them; ask whether to add them;
+ *  add them with a notice; add them without one. */
 enum { DONT_ADD_NEW, QUERY_ADD_NEW, PRINT_AND_ADD_NEW, QUIETLY_ADD_NEW };
 
 /** Positions of cases in a file are bytes from its beginning; these stand for the first case, for the one
@@ -973,7 +974,7 @@ TALORA_API void AddFileToCaseset_cs(caseset_cs* cases, const stream_vx* file, do
 /** Connects to a database through ODBC.
  *
  *  @param connection  "DSN=..." or "Driver=...;..." as the driver manager takes it.  Passwords in it never
- * get into a message; it is wiped from memory when the manager goes
+ *                     get into a message; it is wiped from memory when the manager goes
  *  @param options     NULL or ""
  *  @return the manager, to be deleted by the caller (or with the environment); NULL after an error: 6690 with
  *          the driver's reason, 6694 where the library was built without ODBC */
@@ -991,9 +992,9 @@ TALORA_API void DeleteDatabaseManager_cs(dbmgr_cs* manager); /**< disconnects; N
  *  @param options       NULL or ""
  *
  *  Columns IDnum and NumCases of the tables, where there are any, are identification and frequency of the
- * case. NULL is a missing value.  The query runs now, once; its rows are kept in a case file that the set
- * removes with itself, and column_names, tables and condition go to the database as they are: never put text
- * from elsewhere in them. */
+ *  case. NULL is a missing value.  The query runs now, once; its rows are kept in a case file that the set
+ *  removes with itself, and column_names, tables and condition go to the database as they are: never put text
+ *  from elsewhere in them. */
 TALORA_API void AddDBCasesToCaseset_cs(caseset_cs* cases, dbmgr_cs* manager, double degree,
                                        const nodelist_bn* nodes, const char* column_names, const char* tables,
                                        const char* condition, const char* options);
@@ -1087,9 +1088,9 @@ TALORA_API double SetLearnerMaxTol_bn(learner_bn* learner, double tol);
 TALORA_API double GetLearnerMaxTol_bn(const learner_bn* learner);
 
 /** Gives a learner random numbers, from which iterative methods take starting tables for nodes that have none
- *  and hang together with a node that no case tells anything of.  Without a generator (NULL) such tables
- * start uniform, and a hidden node then learns nothing.  The generator stays the caller's; it must be of the
- * same environment (6598). */
+ *  and are linked to a node that no case has a value for.  Without a generator (NULL) such tables start
+ *  uniform, and a hidden node then learns nothing.  The generator stays the caller's; it must be of the same
+ *  environment (6598). */
 TALORA_API void SetLearnerRandomGen_bn(learner_bn* learner, randgen_vx* generator);
 TALORA_API randgen_vx* GetLearnerRandomGen_bn(const learner_bn* learner);
 
@@ -1099,19 +1100,19 @@ TALORA_API randgen_vx* GetLearnerRandomGen_bn(const learner_bn* learner);
  *                 without states, are left alone
  *  @param degree  0 or more (6599): each case counts so many times, besides its own weight
  *
- *  Counting takes cases that tell a node and all its parents.  The iterative methods take every case as a
- *  whole; they start from the tables that there are, uniform ones where there are none.  Experience that
- *  nodes have counts as cases seen before.  Tables, experience: see Docs/learning.md.  Findings in the net
- *  play no part.  An iterative method compiles the net if it is not compiled.  Halting keeps what was learned
- *  until then.  Undoable.  After an error (6586, 6587: nothing to be learned; 6592: an impossible
- *  case; reading errors) the nodes have the tables they had. */
+ *  Counting takes cases with values for a node and all its parents.  The iterative methods take every case
+ *  as a whole; they start from the present tables, or from uniform ones.  Experience that nodes have counts
+ *  as cases seen before; Docs/learning.md defines the results.  Findings in the net play no part.  An
+ *  iterative method compiles the net if it is not compiled.  Halting keeps what was learned until then.
+ *  Undoable.  After an error (6586, 6587: nothing to be learned; 6592: an impossible case; reading errors)
+ *  the nodes have the tables they had. */
 TALORA_API void LearnCPTs_bn(learner_bn* learner, const nodelist_bn* nodes, const caseset_cs* cases,
                              double degree);
 
 /** Cases that were read in the learning done last, 0 before the first. */
 TALORA_API int64_t GetLearnerNumCases_bn(const learner_bn* learner);
 
-/** How many iterations of the learning done last can be asked about; 0 for counting. */
+/** How many iterations of the learning done last are on record; 0 for counting. */
 TALORA_API int GetLearnerNumIterations_bn(const learner_bn* learner);
 
 /** Minus the log likelihood of the cases when an iteration began; the last one is that of the tables learned.
@@ -1121,9 +1122,9 @@ TALORA_API int GetLearnerNumIterations_bn(const learner_bn* learner);
  *  @return the undefined number after an error */
 TALORA_API double GetLearnerIteration_bn(const learner_bn* learner, int iteration, double* change);
 
-/** Counts the findings of the net as one case for these nodes; degree tells how many times, and a negative
- * one takes such cases back (6584 when there were fewer). A node learns when it and all its parents have a
- * finding.  A likelihood finding counts for every state, in proportion to its weights.  Undoable. */
+/** Counts the findings of the net as one case for these nodes, degree times; a negative degree takes such
+ *  cases back (6584 when there were fewer).  A node learns when it and all its parents have a finding.  A
+ *  likelihood finding counts for every state, in proportion to its weights.  Undoable. */
 TALORA_API void ReviseCPTsByFindings_bn(const nodelist_bn* nodes, double degree);
 
 /** The same for every case of a case file; errors 6585 to 6587 too. */
@@ -1171,29 +1172,31 @@ enum {
 typedef int testbins_bn;
 
 /** Chooses the bins for a node before the first case (6742).  The scheme is FINE_TEST_BINS until then.
- *  @param edges      for GIVEN_TEST_BINS: rising, from 0 to 1 (6741), which may be left out; else not looked
- * at
+ *  @param edges      for GIVEN_TEST_BINS: rising, from 0 to 1 (6741), which may be left out; ignored for the
+ *                    other schemes
  *  @param num_edges  at most 10000 (6740), given (6778) */
 TALORA_API void SetTestBins_bn(tester_bn* tester, const node_bn* node, testbins_bn scheme,
                                const double* edges, int num_edges);
 TALORA_API testbins_bn GetTestBinScheme_bn(const tester_bn* tester, const node_bn* node);
 TALORA_API int GetTestNumBins_bn(const tester_bn* tester, const node_bn* node);
-/** Where a bin begins and ends. @return the lower edge; in the fine scheme the first bin is 0 alone, the last
- * 1 */
+/** Where a bin begins and ends. In the fine scheme the first bin is 0 alone, the last is 1 alone.
+ *  @param upper  receives the upper edge; may be NULL
+ *  @return the lower edge */
 TALORA_API double GetTestBinEdges_bn(const tester_bn* tester, const node_bn* node, int bin, double* upper);
 
-/* The functions below tell what was found for one node under test.  They fail for a node that is not under
+/* The functions below return the results for one node under test.  They fail for a node that is not under
  * test (6732), was deleted (6737) or has other states by now (6738).  Averages are over the weight of the
- * cases that tell the node's state, and undefined without any.  What is infinite is GetInfinityDbl_vx. */
+ * cases that have a state for the node, and undefined without any.  An infinite result is returned as
+ * GetInfinityDbl_vx. */
 
-/** Weight of the cases that told the node's state.
+/** Weight of the cases that had a state for the node.
  *  @param all         if not NULL, gets the weight of all cases that were read
  *  @param impossible  if not NULL, gets the weight of those left out because they are impossible */
 TALORA_API double GetTestNumCases_bn(const tester_bn* tester, const node_bn* node, double* all,
                                      double* impossible);
 
-/** Share of cases in which the state with the highest belief (the first of several) was not the actual one.
- */
+/** Share of cases in which the state with the highest belief (the first of several) was not the actual
+ *  state. */
 TALORA_API double GetTestErrorRate_bn(const tester_bn* tester, const node_bn* node);
 /** Average of -ln b[a], b[a] being the belief in the actual state; infinite once one was 0. */
 TALORA_API double GetTestLogLoss_bn(const tester_bn* tester, const node_bn* node);
@@ -1226,7 +1229,7 @@ TALORA_API double GetTestSurprise_bn(const tester_bn* tester, const node_bn* nod
  *                  predictive_value (positive_predictive_value, precision), negative_predictive_value,
  *                  false_negative_rate (miss_rate), false_discovery_rate, fall_out, accuracy, error_rate:
  *                  shares; Gini_score, area_under_ROC (AUROC), ROC_curve_dips (1 or 0), which do not depend
- * on the cutoff (6744 for others)
+ *                  on the cutoff (6744 for others)
  *  @param cutoff   undefined: positive means that the state was the one predicted; 0 to 1 (6746): that the
  *                  belief in it was at least so high, rounded down to the edge of a bin
  *  @return undefined where there is nothing to divide by */
@@ -1234,16 +1237,18 @@ TALORA_API double GetTestStateMeasure_bn(const tester_bn* tester, const node_bn*
                                          const char* measure, double cutoff);
 
 /** A point of the curve of the share of positives that are found against the share of others mistaken for
- * them, from (0, 0), where nothing counts as positive, to (1, 1).  There are GetTestNumBins_bn + 1 points.
- *  @param cutoff, false_positive_rate, true_positive_rate  get the point's, each may be NULL; a belief from
- * cutoff on counts as positive, which is infinite at the first point
+ *  them, from (0, 0), where nothing counts as positive, to (1, 1).  There are GetTestNumBins_bn + 1 points.
+ *  @param cutoff               receives the cutoff, from which on a belief counts as positive; infinite at
+ *                              the first point
+ *  @param false_positive_rate  receives the share of the others mistaken for positives
+ *  @param true_positive_rate   receives the share of positives found.  Each pointer may be NULL.
  *  @return false after the last point, and always unless there are cases of both kinds */
 TALORA_API bool_vx GetTestRocPoint_bn(const tester_bn* tester, const node_bn* node, state_bn state, int point,
                                       double* cutoff, double* false_positive_rate,
                                       double* true_positive_rate);
 
-/** A measure of the test of real values: for cases that tell the value of a discretised nature node, its
- * error against the expected value.
+/** A measure of the test of real values: for cases with a value for a discretised nature node, its error
+ *  against the expected value.
  *  @param measure  cases (weight); mean_absolute_error, max_absolute_error, rms_error; mean_relative_error,
  *                  max_relative_error (of the actual value); mean_deviations, max_deviations (in standard
  *                  deviations of the belief); within_1_deviation, from_1_to_2_deviations,
@@ -1251,20 +1256,20 @@ TALORA_API bool_vx GetTestRocPoint_bn(const tester_bn* tester, const node_bn* no
 TALORA_API double GetTestRealMeasure_bn(const tester_bn* tester, const node_bn* node, const char* measure);
 
 /** All figures as text.  A question is asked before printing a confusion matrix of more than 30 states.
- *  A user field `target_state` of the node names the state whose quality of test is told; without one that is
- *  only told of nodes with two states, for the first (warning 6749 if it names no state).
+ *  A user field `target_state` of the node names the state whose quality of test is reported (warning 6749 if
+ *  it names no state); without the field that is done for nodes with two states only, for the first.
  *  @param node  NULL for all nodes under test
  *  @return text that belongs to the tester, valid until the next report */
 TALORA_API const char* ReportNetTest_bn(const tester_bn* tester, const node_bn* node);
 
 /** Writes the cases of a set with the beliefs that they give rise to.  Streamed: memory does not grow with
- * the number of cases, and those with equal findings are propagated once.  Findings that the net has now play
- * no part and are not changed; the net is compiled if need be.
+ *  the number of cases, and those with equal findings are propagated once.  Findings that the net has now
+ *  play no part and are not changed; the net is compiled if need be.
  *  @param nodes    whose beliefs are written: of one net (6752 none, 6753 different nets, 6754 without
- * beliefs, 6180 twice)
+ *                  beliefs, 6180 twice)
  *  @param output   a case file, the cases as they were read with a column "P(NODE=STATE)" for each state; or
- * see options.  After an error or a halt (6758) it is as it was.  All files of the set must have the same
- * columns (6755) unless JSON is written.
+ *                  see options.  After an error or a halt (6758) it is as it was.  All files of the set must
+ *                  have the same columns (6755) unless JSON is written.
  *  @param options  words with commas between, or NULL.  "jsonl": each case is a JSON object on a line, with
  *                  "case" (its number in the set), "id", "weight", "log_probability" of its findings and
  *                  "beliefs" by node and state.  "whole": what a case says of the nodes themselves is entered
@@ -1289,7 +1294,7 @@ enum {
     RANGE_SENSV = 512     /* smallest and largest of those changes */
 };
 
-/** A measurer of how much findings at the varying nodes would be expected to tell of the query node.
+/** A measurer of how much findings at the varying nodes are expected to change the beliefs of the query node.
  *  @param varying    nodes of the same net, copied; the query node may be among them
  *  @param what_find  which measures, BELIEF_SENSV and so on
  *  The caller deletes it, or it goes with the net.  The first question to it finds all measures, compiling
@@ -1345,12 +1350,12 @@ TALORA_API void SetSensvRealBounds_bn(sensv_bn* sensv, double lower, double uppe
 /** The bounds back; each pointer may be NULL. */
 TALORA_API void GetSensvRealBounds_bn(const sensv_bn* sensv, double* lower, double* upper);
 
-/** How findings at one varying node change the beliefs and the mean of the query node, for people.
+/** How findings at one varying node change the beliefs and the mean of the query node, as text.
  *  Where the real value has an infinite end and no bound, the question handler is asked for one; without an
  *  answer the figures of the real value are left out.
  *  @return text that stays until the next report of this measurer */
 TALORA_API const char* ReportSensvToNode_bn(sensv_bn* sensv, const node_bn* varying);
-/** One row for each varying node, those that tell most first; otherwise likewise. */
+/** One row for each varying node, the most informative first; otherwise as above. */
 TALORA_API const char* ReportSensvToAll_bn(sensv_bn* sensv);
 /** The same as a table in HTML, to be put into a page. */
 TALORA_API const char* ReportSensvHtml_bn(sensv_bn* sensv);

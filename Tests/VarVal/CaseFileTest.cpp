@@ -4,9 +4,9 @@
 #include <filesystem>
 #include <fstream>
 
-#include "Support/TestNet.h"
 #include "BN/Files/BnParse.h"
 #include "Basic/Text.h"
+#include "Support/TestNet.h"
 #include "VarVal/CaseFindings.h"
 #include "VarVal/Caseset.h"
 

@@ -6,8 +6,8 @@
 #include <fstream>
 #include <limits>
 
-#include "Support/TestNet.h"
 #include "Basic/Stream.h"
+#include "Support/TestNet.h"
 #include "VarVal/Caseset.h"
 
 namespace talora {

@@ -6,10 +6,10 @@
 #include <string>
 #include <vector>
 
-#include "Support/TestEnviron.h"
 #include "BN/Learning/LR_GradientAscent.h"
 #include "BN/Learning/LearnData.h"
 #include "BN/Learning/LrnCPTs.h"
+#include "Support/TestEnviron.h"
 
 namespace {
 
