@@ -28,9 +28,19 @@ bool Checks()
     return CheckingLevel() >= CHECK_HANDLES;
 }
 
-bool IsRemote(const environ_vx* env)
+// Fails with the message if the environment's objects live elsewhere; 0: kinds that work remotely too.
+template <int message>
+void CheckNotRemote([[maybe_unused]] const environ_vx* env)
 {
-    return env != nullptr && env->remote;
+    if constexpr (message != 0) {
+        if (env != nullptr && env->remote) Fail<message>();
+    }
+}
+
+// Validation mends counts that are kept beside the net, hence the cast.
+void ValidateNetOf(const net_bn* net)
+{
+    if (net != nullptr) ValidateNet(const_cast<net_bn&>(*net));
 }
 
 // A deleted object whose slot has not been used again.
@@ -68,93 +78,25 @@ bool NeedsMemory(const char* function)
 
 // ---- Handles ----
 
-void CheckHandle(const environ_vx* env)
-{
-    if (!Checks()) return;
-    if (env == nullptr) Fail<5107>();
-    if (!IsLive(env, ENVIRON_TYPE)) Fail<5146>();
-}
-
-void CheckHandle(const net_bn* net)
-{
-    if (!Checks()) return;
-    if (net == nullptr) Fail<5104>();
-    if (!IsUsable(net, NET_TYPE)) Fail<5143>();
-    if (IsRemote(net->env)) Fail<5153>();
-}
-
-void CheckHandle(const node_bn* node)
-{
-    if (!Checks()) return;
-    if (node == nullptr) Fail<5105>();
-    if (WasDeleted(node, NODE_TYPE)) Fail<5184>();
-    if (!IsUsable(node, NODE_TYPE)) Fail<5144>();
-    if (IsRemote(node->net->env)) Fail<5154>();
-}
-
-void CheckHandle(const nodelist_bn* list)
-{
-    if (!Checks()) return;
-    if (list == nullptr) Fail<5106>();
-    if (!IsLive(list, NODELIST_TYPE)) Fail<5145>();
-}
-
-void CheckHandle(const stream_vx* stream)
-{
-    if (!Checks()) return;
-    if (stream == nullptr) Fail<5108>();
-    if (!IsUsable(stream, STREAM_TYPE)) Fail<5147>();
-    if (IsRemote(stream->env)) Fail<5156>();
-}
-
-void CheckHandle(const report_vx* report)
-{
-    if (!Checks()) return;
-    if (report == nullptr) Fail<5109>();
-    if (!IsLive(report, ERRLOG_TYPE)) Fail<5148>();
-}
-
-void CheckHandle(const randgen_vx* generator)
-{
-    if (!Checks()) return;
-    if (generator == nullptr) Fail<6419>();
-    if (!IsUsable(generator, RANDGEN_TYPE)) Fail<6420>();
-}
-
-void CheckHandle(const caseset_cs* cases)
-{
-    if (!Checks()) return;
-    if (cases == nullptr) Fail<6500>();
-    if (!IsUsable(cases, CASESET_TYPE)) Fail<6501>();
-}
-
-void CheckHandle(const dbmgr_cs* manager)
-{
-    if (!Checks()) return;
-    if (manager == nullptr) Fail<6720>();
-    if (!IsUsable(manager, DBMGR_TYPE)) Fail<6721>();
-}
-
-void CheckHandle(const learner_bn* learner)
-{
-    if (!Checks()) return;
-    if (learner == nullptr) Fail<6580>();
-    if (!IsUsable(learner, LEARNER_TYPE)) Fail<6581>();
-}
-
-void CheckHandle(const tester_bn* tester)
-{
-    if (!Checks()) return;
-    if (tester == nullptr) Fail<6730>();
-    if (!IsUsable(tester, TESTER_TYPE)) Fail<6731>();
-}
-
-void CheckHandle(const sensv_bn* sensv)
-{
-    if (!Checks()) return;
-    if (sensv == nullptr) Fail<6780>();
-    if (!IsUsable(sensv, SENSV_TYPE)) Fail<6781>();
-}
+#define TALORA_HANDLE(type, kind, letter, of_a_net, alive, null, deleted, damaged, remote, environment, net) \
+    void CheckHandle(const type* object)                                                                     \
+    {                                                                                                        \
+        if (!Checks()) return;                                                                               \
+        if (object == nullptr) Fail<null>();                                                                 \
+        if (deleted != damaged && WasDeleted(object, kind)) Fail<deleted>();                                 \
+        if (!alive(object, kind)) Fail<damaged>();                                                           \
+        CheckNotRemote<remote>(environment);                                                                 \
+    }                                                                                                        \
+    void ValidateHandle([[maybe_unused]] const type* object)                                                 \
+    {                                                                                                        \
+        ValidateNetOf(net);                                                                                  \
+    }                                                                                                        \
+    environ_vx* EnvironOf(const type* object)                                                                \
+    {                                                                                                        \
+        return alive(object, kind) ? const_cast<environ_vx*>(environment) : nullptr;                         \
+    }
+#include "Talora/HandleKinds.inc"
+#undef TALORA_HANDLE
 
 void CheckEnviron(const environ_vx* env)
 {
@@ -207,81 +149,6 @@ net_bn& NetOfAll(const nodelist_bn* list)
     for (const node_bn* node : list->nodes)
         if (node->net != first->net) Fail<6881>(first->name.c_str(), node->name.c_str());
     return *first->net;
-}
-
-void ValidateHandle(const environ_vx*) {}
-void ValidateHandle(const net_bn* net)
-{
-    ValidateNet(const_cast<net_bn&>(*net));
-}
-void ValidateHandle(const node_bn* node)
-{
-    ValidateNet(*node->net);
-}
-void ValidateHandle(const nodelist_bn*) {}
-void ValidateHandle(const stream_vx*) {}
-void ValidateHandle(const report_vx*) {}
-void ValidateHandle(const randgen_vx*) {}
-void ValidateHandle(const caseset_cs*) {}
-void ValidateHandle(const dbmgr_cs*) {}
-void ValidateHandle(const learner_bn*) {}
-void ValidateHandle(const tester_bn* tester)
-{
-    ValidateNet(*tester->net);
-}
-void ValidateHandle(const sensv_bn* sensv)
-{
-    ValidateNet(*sensv->net);
-}
-
-environ_vx* EnvironOf(const environ_vx* env)
-{
-    return IsLive(env, ENVIRON_TYPE) ? const_cast<environ_vx*>(env) : nullptr;
-}
-environ_vx* EnvironOf(const net_bn* net)
-{
-    return IsUsable(net, NET_TYPE) ? net->env : nullptr;
-}
-environ_vx* EnvironOf(const node_bn* node)
-{
-    return IsUsable(node, NODE_TYPE) ? node->net->env : nullptr;
-}
-environ_vx* EnvironOf(const nodelist_bn* list)
-{
-    return IsLive(list, NODELIST_TYPE) ? list->env : nullptr;
-}
-environ_vx* EnvironOf(const stream_vx* stream)
-{
-    return IsUsable(stream, STREAM_TYPE) ? stream->env : nullptr;
-}
-environ_vx* EnvironOf(const report_vx* report)
-{
-    return IsLive(report, ERRLOG_TYPE) ? report->env : nullptr;
-}
-environ_vx* EnvironOf(const randgen_vx* generator)
-{
-    return IsUsable(generator, RANDGEN_TYPE) ? generator->env : nullptr;
-}
-
-environ_vx* EnvironOf(const caseset_cs* cases)
-{
-    return IsUsable(cases, CASESET_TYPE) ? cases->env : nullptr;
-}
-environ_vx* EnvironOf(const dbmgr_cs* manager)
-{
-    return IsUsable(manager, DBMGR_TYPE) ? manager->env : nullptr;
-}
-environ_vx* EnvironOf(const learner_bn* learner)
-{
-    return IsUsable(learner, LEARNER_TYPE) ? learner->env : nullptr;
-}
-environ_vx* EnvironOf(const tester_bn* tester)
-{
-    return IsUsable(tester, TESTER_TYPE) ? tester->net->env : nullptr;
-}
-environ_vx* EnvironOf(const sensv_bn* sensv)
-{
-    return IsUsable(sensv, SENSV_TYPE) ? sensv->net->env : nullptr;
 }
 
 // ---- Other arguments ----

@@ -33,19 +33,30 @@
 
 namespace talora {
 
-// ---- Handles.  Each fails with the stated error from checking level 2 on. ----
-void CheckHandle(const environ_vx* env);
-void CheckHandle(const net_bn* net);
-void CheckHandle(const node_bn* node);
-void CheckHandle(const nodelist_bn* list);  // the list alone: it may hold NULL entries
-void CheckHandle(const stream_vx* stream);
-void CheckHandle(const report_vx* report);
-void CheckHandle(const randgen_vx* generator);
-void CheckHandle(const caseset_cs* cases);
-void CheckHandle(const dbmgr_cs* manager);
-void CheckHandle(const learner_bn* learner);
-void CheckHandle(const tester_bn* tester);
-void CheckHandle(const sensv_bn* sensv);
+// ---- Handles.  HandleKinds.inc has a row for each kind. ----
+
+template <class H>
+struct HandleTraits {
+    static constexpr HandleKind kKind = DELETED_TYPE;
+    static constexpr char kLetter = 0;  // as in ApiFunctions.inc; 0 for what is no handle
+    static constexpr bool kIsOfNet = false;
+};
+
+// CheckHandle     fails with a message of the row from checking level 2 on; a list may hold NULL entries
+// ValidateHandle  full consistency of the object's net, run at level 4
+// EnvironOf       the environment an object belongs to; null if the handle is null, deleted or damaged
+#define TALORA_HANDLE(type, kind, letter, of_a_net, alive, null, deleted, damaged, remote, environment, net) \
+    void CheckHandle(const type* object);                                                                    \
+    void ValidateHandle(const type* object);                                                                 \
+    environ_vx* EnvironOf(const type* object);                                                               \
+    template <>                                                                                              \
+    struct HandleTraits<type> {                                                                              \
+        static constexpr HandleKind kKind = kind;                                                            \
+        static constexpr char kLetter = letter;                                                              \
+        static constexpr bool kIsOfNet = of_a_net;                                                           \
+    };
+#include "Talora/HandleKinds.inc"
+#undef TALORA_HANDLE
 
 // An environment passed, or the default one.  Checked at every level, as there is no working without.
 void CheckEnviron(const environ_vx* env);
@@ -61,67 +72,12 @@ net_bn& NetOfAll(const nodelist_bn* list);
 bool IsAtWork(const net_bn& net);
 [[noreturn]] void FailAtWork();
 
-// Full consistency of the object, run at level 4.
-void ValidateHandle(const environ_vx* env);
-void ValidateHandle(const net_bn* net);
-void ValidateHandle(const node_bn* node);
-void ValidateHandle(const nodelist_bn* list);
-void ValidateHandle(const stream_vx* stream);
-void ValidateHandle(const report_vx* report);
-void ValidateHandle(const randgen_vx* generator);
-void ValidateHandle(const caseset_cs* cases);
-void ValidateHandle(const dbmgr_cs* manager);
-void ValidateHandle(const learner_bn* learner);
-void ValidateHandle(const tester_bn* tester);
-void ValidateHandle(const sensv_bn* sensv);
-
-// The environment an object belongs to; null if the handle is null, deleted or damaged.
-environ_vx* EnvironOf(const environ_vx* env);
-environ_vx* EnvironOf(const net_bn* net);
-environ_vx* EnvironOf(const node_bn* node);
-environ_vx* EnvironOf(const nodelist_bn* list);
-environ_vx* EnvironOf(const stream_vx* stream);
-environ_vx* EnvironOf(const report_vx* report);
-environ_vx* EnvironOf(const randgen_vx* generator);
-environ_vx* EnvironOf(const caseset_cs* cases);
-environ_vx* EnvironOf(const dbmgr_cs* manager);
-environ_vx* EnvironOf(const learner_bn* learner);
-environ_vx* EnvironOf(const tester_bn* tester);
-environ_vx* EnvironOf(const sensv_bn* sensv);
-
-template <class H>
-inline constexpr HandleKind kKindOf = DELETED_TYPE;
-template <>
-inline constexpr HandleKind kKindOf<environ_vx> = ENVIRON_TYPE;
-template <>
-inline constexpr HandleKind kKindOf<net_bn> = NET_TYPE;
-template <>
-inline constexpr HandleKind kKindOf<node_bn> = NODE_TYPE;
-template <>
-inline constexpr HandleKind kKindOf<nodelist_bn> = NODELIST_TYPE;
-template <>
-inline constexpr HandleKind kKindOf<stream_vx> = STREAM_TYPE;
-template <>
-inline constexpr HandleKind kKindOf<report_vx> = ERRLOG_TYPE;
-template <>
-inline constexpr HandleKind kKindOf<randgen_vx> = RANDGEN_TYPE;
-template <>
-inline constexpr HandleKind kKindOf<caseset_cs> = CASESET_TYPE;
-template <>
-inline constexpr HandleKind kKindOf<dbmgr_cs> = DBMGR_TYPE;
-template <>
-inline constexpr HandleKind kKindOf<learner_bn> = LEARNER_TYPE;
-template <>
-inline constexpr HandleKind kKindOf<tester_bn> = TESTER_TYPE;
-template <>
-inline constexpr HandleKind kKindOf<sensv_bn> = SENSV_TYPE;
-
 // The lock kept with a handle's object or net; null for bad handles, environments, reports and callers'
 // lists, each of which is for one thread at a time.
 template <class H>
 RecursiveLock* LockOf(const H* handle)
 {
-    if (!IsLive(handle, kKindOf<std::remove_const_t<H>>)) return nullptr;
+    if (!IsLive(handle, HandleTraits<std::remove_const_t<H>>::kKind)) return nullptr;
     return reinterpret_cast<const HandleHeader*>(handle)->Lock();
 }
 
@@ -161,21 +117,9 @@ H* HandleIn(const With<H, Used...>& with)
     return with.handle;
 }
 
-// A net or an object of one: functions on others take the process-wide lock too.
-template <class H>
-constexpr bool kIsOfNet = false;
-template <>
-inline constexpr bool kIsOfNet<net_bn> = true;
-template <>
-inline constexpr bool kIsOfNet<node_bn> = true;
-template <>
-inline constexpr bool kIsOfNet<nodelist_bn> = true;
-template <>
-inline constexpr bool kIsOfNet<tester_bn> = true;
-template <>
-inline constexpr bool kIsOfNet<sensv_bn> = true;
+// Whether functions on the handle do without the process-wide lock.
 template <class Pointer>
-constexpr bool kHasNet = kIsOfNet<std::remove_cv_t<std::remove_pointer_t<Pointer>>>;
+constexpr bool kHasNet = HandleTraits<std::remove_cv_t<std::remove_pointer_t<Pointer>>>::kIsOfNet;
 
 // ---- Other arguments ----
 

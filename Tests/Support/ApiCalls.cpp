@@ -6,37 +6,14 @@
 #include <type_traits>
 
 #include "Talora.h"
+#include "Talora/APICheck.h"
 
 namespace talora {
 
 namespace {
 
 template <class T>
-constexpr char kLetter = 0;
-template <>
-constexpr char kLetter<environ_vx> = 'e';
-template <>
-constexpr char kLetter<net_bn> = 'N';
-template <>
-constexpr char kLetter<node_bn> = 'n';
-template <>
-constexpr char kLetter<nodelist_bn> = 'l';
-template <>
-constexpr char kLetter<stream_vx> = 's';
-template <>
-constexpr char kLetter<report_vx> = 'r';
-template <>
-constexpr char kLetter<randgen_vx> = 'g';
-template <>
-constexpr char kLetter<caseset_cs> = 'c';
-template <>
-constexpr char kLetter<dbmgr_cs> = 'b';
-template <>
-constexpr char kLetter<learner_bn> = 'L';
-template <>
-constexpr char kLetter<tester_bn> = 'T';
-template <>
-constexpr char kLetter<sensv_bn> = 'S';
+constexpr char kLetter = HandleTraits<T>::kLetter;
 
 template <class A>
 char LetterOf()

@@ -155,7 +155,7 @@ const double kReals[] = {0,
                          std::numeric_limits<double>::infinity(),
                          std::numeric_limits<double>::quiet_NaN()};
 
-alignas(64) char foreign_bytes[1024] = "bytes of somebody else";
+alignas(64) char foreign_bytes[1024] = "bytes of another program";
 
 // ---- One input ----
 

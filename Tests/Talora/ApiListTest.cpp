@@ -111,7 +111,7 @@ struct Handles : talora::ArgumentMaker {
     Wrong wrong = Wrong::kNone;
     bool is_first = true;
     const talora::FloatControl* mode = nullptr;  // in which functions are called, if it is given
-    alignas(64) char foreign[1024] = "bytes of somebody else";
+    alignas(64) char foreign[1024] = "bytes of another program";
     alignas(64) char buffer[1024] = {};  // for what functions write
 };
 
@@ -123,31 +123,13 @@ int ExpectedError(const std::string& function, char letter, Wrong wrong)
         "DeleteCaseset_cs",       "DeleteLearner_bn",  "DeleteDatabaseManager_cs", "DeleteNetTester_bn",
         "DeleteSensvToFinding_bn"};
     if (wrong == Wrong::kNull && accept_null.count(function)) return 0;
-    switch (letter) {
-        case 'N':
-            return wrong == Wrong::kNull ? 5104 : 5143;
-        case 'n':
-            return wrong == Wrong::kNull ? 5105 : wrong == Wrong::kDeleted ? 5184 : 5144;
-        case 'l':
-            return wrong == Wrong::kNull ? 5106 : 5145;
-        case 's':
-            return wrong == Wrong::kNull ? 5108 : 5147;
-        case 'r':
-            return wrong == Wrong::kNull ? 5109 : 5148;
-        case 'g':
-            return wrong == Wrong::kNull ? 6419 : 6420;
-        case 'c':
-            return wrong == Wrong::kNull ? 6500 : 6501;
-        case 'b':
-            return wrong == Wrong::kNull ? 6720 : 6721;
-        case 'L':
-            return wrong == Wrong::kNull ? 6580 : 6581;
-        case 'T':
-            return wrong == Wrong::kNull ? 6730 : 6731;
-        case 'S':
-            return wrong == Wrong::kNull ? 6780 : 6781;
-    }
-    return wrong == Wrong::kNull ? 0 : 5146;
+    if (wrong == Wrong::kNull && letter == 'e') return 0;
+#define TALORA_HANDLE(type, kind, kind_letter, of_a_net, alive, null, deleted, damaged, ...) \
+    if (letter == (kind_letter))                                                             \
+        return wrong == Wrong::kNull ? (null) : wrong == Wrong::kDeleted ? (deleted) : (damaged);
+#include "Talora/HandleKinds.inc"
+#undef TALORA_HANDLE
+    return 0;
 }
 
 // Functions on an environment that do not go through its check: its life, reading records of it, and the
@@ -196,7 +178,7 @@ TEST(ApiListTest, WrongHandlesAreRecognised)
 #if defined(__SSE2__)
 
 // Upwards rounding, denormals flushed, divisions by zero that trap, an inexact result noted: the library
-// minds none of it, and leaves it as it was.
+// works the same and leaves the mode as it was.
 TEST(ApiListTest, FloatingPointModeIsAsBefore)
 {
     const talora::FloatControl usual = talora::ReadFloatControl();
