@@ -76,7 +76,7 @@ void Deliver(const std::vector<Report>& reports);
 
 struct Net;
 
-// How a handler of the engine finds its way to the Python function that somebody has set.
+// How a handler of the engine finds the Python function that was set for it.
 struct App : std::enable_shared_from_this<App> {
     environ_vx* env = nullptr;
     std::shared_mutex in_use;  // held shared by every call, and alone while the environment closes

@@ -78,8 +78,8 @@ struct environ_vx {
     std::vector<learner_bn*> learners;
 
     talora::RandomState random = talora::SeededState(0);  // the default generator, under RandomLock
-    std::atomic<bool> reproducible{
-        false};  // seeds from the clock become a mere count; files tell no time of writing
+    // Seeds from the clock become a mere count; files hold no time of writing.
+    std::atomic<bool> reproducible{false};
 
     std::string name;
     bool remote = false;
@@ -87,7 +87,7 @@ struct environ_vx {
     std::atomic<bool> check_findings{false};
     std::atomic<char> case_delimiter{'\t'};     // of case files that are written: comma, blank or tab
     std::atomic<char> missing_char{'*'};        // of case files; 0 for none
-    std::atomic<bool> always_try_large{false};  // the person wants large tables tried without being asked
+    std::atomic<bool> always_try_large{false};  // the user wants large tables tried without a question
     int user_allowed = 4;
     talora::WindowPosition window;
     std::atomic<bool> halt{false};
@@ -123,7 +123,7 @@ int AskQuestion(const char* question, const char* answers, const char* deflt);
 // Shows a text in the messages window of the current environment's front end; lost without a handler.
 void PrintMessage(const std::string& text);
 
-// Asks the front end for a password; none without a handler, or when the person gives none.
+// Asks the front end for a password; none without a handler, or when the user gives none.
 Secret AskPassword(const char* question);
 
 }  // namespace talora

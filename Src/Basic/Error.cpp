@@ -141,19 +141,6 @@ ErrorGroup::~ErrorGroup()
     if (next) next->previous = previous;
 }
 
-// Formats under the "C" locale whatever the program has set; cut on a character boundary.
-void FormatMessage(char (&buffer)[kMessageBytes], const char* format, va_list values)
-{
-    static const locale_t c_locale = newlocale(LC_ALL_MASK, "C", locale_t(0));
-    const locale_t callers = c_locale ? uselocale(c_locale) : locale_t(0);
-    char text[kMessageBytes + 4];  // one character more than fits, to see where the last one begins
-    if (vsnprintf(text, sizeof text, format, values) < 0) text[0] = '\0';
-    if (callers) uselocale(callers);
-    const size_t length = CutLength(text, kMessageBytes - 1);
-    memcpy(buffer, text, length);
-    buffer[length] = '\0';
-}
-
 std::string PlaceSuffix(const FilePlace& place)
 {
     std::string suffix;
@@ -347,12 +334,11 @@ bool CountWarning(int number, bool* last)
 
 std::string Phrase(const char* format, ...)
 {
-    char buffer[kMessageBytes];
     va_list values;
     va_start(values, format);
-    FormatMessage(buffer, ExpandMarkup(format).c_str(), values);
+    std::string text = FormatV(ExpandMarkup(format).c_str(), values);
     va_end(values);
-    return buffer;
+    return text;
 }
 
 std::atomic<void (*)(int number)> message_watcher{nullptr};
@@ -378,7 +364,7 @@ report_vx* ReportV(const ReportArgs& args, const char* format, va_list values)
         if (args.severity == WARNING_SEV && !CountWarning(args.number, &last)) return Group().newest;
         char wording[2 * kMessageBytes], buffer[kMessageBytes];
         ExpandMarkupInto(CurrentFlavor(), format, wording, sizeof wording);
-        FormatMessage(buffer, wording, values);
+        FormatInto(buffer, sizeof buffer, wording, values);
         std::string message =
             (last ? "More warnings of the form: " : "") + std::string(buffer) + PlaceSuffix(args.place);
         TellOfDropping();
@@ -424,7 +410,7 @@ void FailOutOfMemoryV(const char* format, va_list values)
     ExpandMarkupInto(CurrentFlavor(), format, wording + sizeof kStart - 1,
                      sizeof wording - sizeof kStart + 1);
     OutOfMemory out;
-    FormatMessage(out.message, wording, values);
+    FormatInto(out.message, sizeof out.message, wording, values);
     throw out;
 }
 
@@ -522,10 +508,8 @@ std::string PrintReport(report_vx& report, int verbosity)
     static constexpr const char* kFix[NUM_STATUS_ERR] = {"doesn't need fixing", "was fixed",
                                                          "was patched",         "was covered up",
                                                          "still remains",       "can't be fixed"};
-    char start[80];
-    snprintf(start, sizeof start, "%s %5d - t %u", SeverityWord(report.severity), -report.number,
-             report.thread_id);
-    std::string text = start;
+    std::string text =
+        Format("%s %5d - t %u", SeverityWord(report.severity), -report.number, report.thread_id);
     if (verbosity >= 1 && !report.file.empty()) {
         text += " in file '" + report.file + "'";
         if (report.position != kNoPosition) text += ", position " + std::to_string(report.position);
@@ -534,8 +518,8 @@ std::string PrintReport(report_vx& report, int verbosity)
     if (report.function && *report.function) text += FunctionNameIn(CurrentFlavor(), report.function) + ": ";
     text += std::string(MessageOf(report)) + ".";
     if (verbosity >= 2) {
-        snprintf(start, sizeof start, "  reason 0x%x, ", report.conditions);
-        text += start + std::string(kDisplay[report.disposition]) + ", " + kFix[report.fix];
+        text += Format("  reason 0x%x, ", report.conditions) + std::string(kDisplay[report.disposition]) +
+                ", " + kFix[report.fix];
     }
     if (verbosity >= 4 && report.first_sub) {
         text += "\n--- Sub Errors ------------------\n";

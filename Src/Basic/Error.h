@@ -5,8 +5,8 @@
 // function, which returns its preset failure value.  Warn and Notice add a record and return.
 // Numbers are written positive here and stored negative.
 //
-// Messages are written in a markup: ">-Bnet" stands for a term that each front end words its
-// own way, ">-cr-" for a line break.  The markup is expanded in the format, before the arguments
+// Messages are written in a markup: ">-Bnet" stands for a term that each front end calls by its
+// own name, ">-cr-" for a line break.  The markup is expanded in the format, before the arguments
 // go in, so text that comes from a file never acts as markup.
 //
 // Records belong to the thread that raised them and live until they are cleared or the thread
@@ -21,9 +21,7 @@
 
 #include "Basic/FormatCheck.h"
 #include "Basic/Handle.h"
-
-#define TALORA_PRINTF(format_index, first_argument) \
-    __attribute__((format(printf, format_index, first_argument)))
+#include "Basic/Text.h"
 
 struct environ_vx;
 
@@ -87,8 +85,8 @@ report_vx* ReportOutOfMemory(const char* message) noexcept;
 [[noreturn]] void FailOutOfMemory(const char* format, ...) TALORA_PRINTF(1, 2);
 [[noreturn]] void FailOutOfMemoryV(const char* format, va_list values);
 
-// Told the number of every message of the library that is raised, positive; null in programs.  The tests find
-// out with it which messages they raise.
+// Called with the number of every message of the library that is raised, positive; null in programs.  The
+// tests use it to record which messages they raise.
 extern std::atomic<void (*)(int number)> message_watcher;
 
 // The text of a record, in the preallocated one too.
@@ -123,7 +121,7 @@ struct MessageRow;
 #undef TALORA_MESSAGE
 #undef TALORA_MESSAGE_FORM
 
-// Adds the record; what it says besides number, severity and text is taken from `more`.
+// Adds the record; number, severity and text are those of the row, everything else is taken from `more`.
 template <int number, int form = 0, class... Args>
 report_vx* RaiseWith(ReportArgs more, Args... values)
 {

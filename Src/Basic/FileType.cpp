@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "Basic/Text.h"
+
 namespace talora {
 
 namespace {
@@ -17,11 +19,6 @@ constexpr struct {
     {"cas", "CASE"},
 };
 
-char Lower(char c)
-{
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
 }  // namespace
 
 std::string FileTypeByContents(std::string_view bytes)
@@ -36,10 +33,8 @@ std::string FileTypeByName(std::string_view name)
 {
     const size_t dot = name.rfind('.');
     if (dot == std::string_view::npos) return kNoFileType;
-    std::string extension(name.substr(dot + 1));
-    std::transform(extension.begin(), extension.end(), extension.begin(), Lower);
     for (const auto& row : kTypes)
-        if (extension == row.extension) return row.type;
+        if (EqualNoCase(name.substr(dot + 1), row.extension)) return row.type;
     return kNoFileType;
 }
 

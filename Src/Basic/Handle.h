@@ -1,4 +1,4 @@
-// Handles: how the library tells a live object from a deleted or foreign one.
+// Handles: how the library distinguishes a live object from a deleted or foreign one.
 //
 // Every object that a caller holds begins with a HandleHeader whose low 12 bits give its kind.
 // Records live in slabs that are never given back, so that reading the header of a deleted object
@@ -90,7 +90,7 @@ bool IsLive(const T* object, HandleKind kind)
 }
 
 // For a handle within a record that was released, like a node's list of parents: it was set to DELETED_TYPE,
-// and callers may still look at it.
+// and callers may still read it.
 inline void KeepReadable(const HandleHeader& header)
 {
     TALORA_UNPOISON(&header, sizeof header);

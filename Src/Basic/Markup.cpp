@@ -6,6 +6,7 @@
 
 #include "Basic/Error.h"
 #include "Basic/MultiThread.h"
+#include "Basic/Text.h"
 
 namespace talora {
 
@@ -78,11 +79,6 @@ constexpr TermDef kTerms[] = {
 
 constinit std::atomic<FunctionTranslator> translator{nullptr};
 
-bool IsTermChar(char c)
-{
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
-}
-
 // The binding for managed languages words types as programs do, but its booleans are "bool".
 const char* WordsOf(const TermDef& def, Flavor flavor)
 {
@@ -99,7 +95,7 @@ void Expand(Flavor flavor, std::string_view text, Append append)
         append(text.substr(at, mark - at));
         if (mark == text.size()) return;
         size_t end = mark + 2;
-        while (end < text.size() && IsTermChar(text[end])) ++end;
+        while (end < text.size() && IsNameChar(text[end])) ++end;
         const std::string_view term = text.substr(mark + 2, end - mark - 2);
         if (!term.empty()) append(TermIn(flavor, term));
         at = !term.empty() && end < text.size() && text[end] == '-' ? end + 1 : end;

@@ -8,7 +8,7 @@
 
 namespace talora {
 
-// A marked term in the words of a flavour; the term itself where it has no entry.
+// What a flavour calls a marked term; the term itself where it has no entry.
 std::string_view TermIn(Flavor flavor, std::string_view term);
 
 // Replaces ">-term" by its words; a "-" that ends the term is dropped (">-node-s", ">-cr-").

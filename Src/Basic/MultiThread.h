@@ -43,7 +43,7 @@ private:
 
 RecursiveLock& ProcessLock();                     // of the whole library
 RecursiveLock* NewObjectLock();                   // from a pool; throws std::bad_alloc
-void ReleaseObjectLock(RecursiveLock*) noexcept;  // back to the pool, usable for ever
+void ReleaseObjectLock(RecursiveLock*) noexcept;  // back to the pool; the lock stays usable
 
 // The locks of the objects that one call works on.  They are entered together or not at all: while a
 // call waits for one of them it holds none of the others, so calls that are not made in a handler never
@@ -87,7 +87,7 @@ struct ThreadState {
     environ_vx* env = nullptr;       // environment of the call
     int depth = 0;                   // calls under way, more than 1 through callbacks
     bool failed = false;             // a record of severity "error" or more was raised in this call
-    bool aborted = false;            // the person asked to abort the operation, when a report was shown
+    bool aborted = false;            // the user asked to abort the operation, when a report was shown
     bool has_warned = false;         // warnings of this call have been counted
     int repeat_mode = 2;
     CallLocks* locks = nullptr;  // of the call

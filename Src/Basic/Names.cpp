@@ -1,31 +1,12 @@
 #include "Basic/Names.h"
 
-#include <cctype>
-#include <cstdio>
+#include <algorithm>
 
 #include "Basic/Text.h"
 
 namespace talora {
 
 namespace {
-
-// The C locale's classes, whatever locale the program runs in.
-bool IsLetter(char c)
-{
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
-}
-bool IsNameChar(char c)
-{
-    return IsLetter(c) || (c >= '0' && c <= '9') || c == '_';
-}
-
-template <class... Args>
-std::string Formatted(const char* format, Args... args)
-{
-    char buffer[112];
-    snprintf(buffer, sizeof buffer, format, args...);
-    return buffer;
-}
 
 // The fault of the first character that may not stand in a name; "" if all may.
 std::string BadCharacter(const std::string& name)
@@ -37,9 +18,9 @@ std::string BadCharacter(const std::string& name)
         if (c == '\t') return start + "a tab";
         if (c == '\r') return start + "a 'return' character";
         if (c == '\n') return start + "a 'new-line' character";
-        if (c > ' ' && c < 127) return start + Formatted("the illegal character '%c'", c);
+        if (c > ' ' && c < 127) return start + Format("the illegal character '%c'", c);
         return start +
-               Formatted("an illegal character (ascii code %u)", unsigned(static_cast<unsigned char>(c)));
+               Format("an illegal character (ascii code %u)", unsigned(static_cast<unsigned char>(c)));
     }
     return "";
 }
@@ -52,8 +33,8 @@ std::string NonAsciiCharacter(const char* wide)
         const unsigned unit =
             static_cast<unsigned char>(wide[2 + 2 * i]) | static_cast<unsigned char>(wide[3 + 2 * i]) << 8;
         if (unit >= 128)
-            return Formatted("contains a non-ascii character (%s char is U+%04X)",
-                             Ordinal(int64_t(i) + 1).c_str(), unit);
+            return Format("contains a non-ascii character (%s char is U+%04X)",
+                          Ordinal(int64_t(i) + 1).c_str(), unit);
     }
     return "";
 }
@@ -76,6 +57,12 @@ uint32_t CheckName(const char* name, bool allow_star, std::string* reason)
     return problems | NAME_BAD_CHAR;
 }
 
+bool IsLegalName(std::string_view name)
+{
+    return !name.empty() && name.size() <= size_t{kMaxNameLength} && !IsDigit(name[0]) &&
+           std::all_of(name.begin(), name.end(), IsNameChar);
+}
+
 uint32_t CheckNarrowName(std::string_view name, bool allow_star, std::string* reason)
 {
     uint32_t problems = 0;
@@ -89,18 +76,17 @@ uint32_t CheckNarrowName(std::string_view name, bool allow_star, std::string* re
         return problems;
     }
     if (text == "*") {
-        if (!allow_star)
-            found(NAME_IS_STAR, Formatted("'%.30s' contains the illegal character '%c'", "*", '*'));
+        if (!allow_star) found(NAME_IS_STAR, Format("'%.30s' contains the illegal character '%c'", "*", '*'));
         return problems;
     }
     if (text.size() > size_t{kMaxNameLength})
-        found(NAME_TOO_LONG, Formatted("'%.31s...' is too long (%zu characters, maximum is %d)", text.c_str(),
-                                       text.size(), kMaxNameLength));
+        found(NAME_TOO_LONG, Format("'%.31s...' is too long (%zu characters, maximum is %d)", text.c_str(),
+                                    text.size(), kMaxNameLength));
     const std::string fault = BadCharacter(text);
     if (!fault.empty()) found(NAME_BAD_CHAR, fault);
     if (!IsLetter(text[0]) && text[0] != '_')
         found(NAME_BAD_FIRST,
-              Formatted("'%.30s' starts with non-alphabetic character '%c'", text.c_str(), text[0]));
+              Format("'%.30s' starts with non-alphabetic character '%c'", text.c_str(), text[0]));
     return problems;
 }
 
@@ -117,16 +103,11 @@ std::string RepairName(std::string_view name)
 
 std::vector<std::string> SplitNames(std::string_view list)
 {
-    const auto trimmed = [](std::string_view text) {
-        const size_t first = text.find_first_not_of(" \t\r\n");
-        if (first == std::string_view::npos) return std::string_view();
-        return text.substr(first, text.find_last_not_of(" \t\r\n") - first + 1);
-    };
     std::vector<std::string> names;
-    if (trimmed(list).empty()) return names;
+    if (Trimmed(list).empty()) return names;
     for (size_t at = 0; at <= list.size();) {
         const size_t comma = std::min(list.find(',', at), list.size());
-        names.emplace_back(trimmed(list.substr(at, comma - at)));
+        names.emplace_back(Trimmed(list.substr(at, comma - at)));
         at = comma + 1;
     }
     return names;

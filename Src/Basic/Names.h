@@ -28,6 +28,9 @@ uint32_t CheckName(const char* name, bool allow_star, std::string* reason);
 // the end of it, is an illegal character there.
 uint32_t CheckNarrowName(std::string_view name, bool allow_star, std::string* reason);
 
+// The same without a reason, for readers of many names; "*" is not legal.
+bool IsLegalName(std::string_view name);
+
 // The name made legal: illegal characters become "_", it is cut to 30, a bad first character becomes "x".
 std::string RepairName(std::string_view name);
 

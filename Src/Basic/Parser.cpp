@@ -4,10 +4,10 @@
 #include <array>
 #include <bit>
 #include <charconv>
-#include <cstdio>
 #include <cstring>
 
 #include "Basic/Memory.h"
+#include "Basic/Text.h"
 
 namespace talora {
 
@@ -32,11 +32,6 @@ constexpr auto kClasses = MakeClasses();
 uint8_t ClassOf(char c)
 {
     return kClasses[static_cast<uint8_t>(c)];
-}
-
-bool IsDigit(char c)
-{
-    return c >= '0' && c <= '9';
 }
 
 bool StartsComment(const char* at)
@@ -279,9 +274,7 @@ void AppendQuoted(std::string& out, std::string_view text)
         } else if (c == '\r') {
             out += "\\r";
         } else if (byte < 0x20 || byte == 0x7F) {
-            char escape[8];
-            std::snprintf(escape, sizeof escape, "\\x%02X", byte);
-            out += escape;
+            out += Format("\\x%02X", byte);
         } else {
             out += c;
         }

@@ -28,7 +28,7 @@ private:
     bool shown_ = false;
 };
 
-// Whether the current environment's halt flag is set, or the person asked to abort when a report was
+// Whether the current environment's halt flag is set, or the user asked to abort when a report was
 // shown in this call.  Safe to call in inner loops.
 bool IsHalted();
 

@@ -81,7 +81,7 @@ std::string DescribeState(const RandomState& state);
 // The lock of the environments' own generators; taken last, and for short.
 RecursiveLock& RandomLock();
 
-// Holds that lock while it lives; null for a generator that is nobody else's.
+// Holds that lock while it lives; null for a generator that no other thread can use.
 class RandomScope {
 public:
     explicit RandomScope(RecursiveLock* lock);

@@ -7,9 +7,9 @@
 #include <atomic>
 #include <cerrno>
 #include <climits>
-#include <cstdio>
 
 #include "Basic/Error.h"
+#include "Basic/Text.h"
 
 namespace talora {
 
@@ -112,9 +112,8 @@ void SafeFile::OpenTemporary(bool keep_private)
     const size_t slash = target_.rfind('/');
     const std::string base = slash == std::string::npos ? target_ : target_.substr(slash + 1);
     for (int i = 0; i < kMaxTemporaryNames && file_ < 0; ++i) {
-        char suffix[48];
-        std::snprintf(suffix, sizeof suffix, ".%lx-%x.tmp", static_cast<unsigned long>(::getpid()),
-                      counter.fetch_add(1));
+        const std::string suffix =
+            Format(".%lx-%x.tmp", static_cast<unsigned long>(::getpid()), counter.fetch_add(1));
         temporary_ = folder + "/." + base.substr(0, 200) + suffix;
         file_ = file_ops.open(temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC,
                               keep_private ? 0600 : 0666);

@@ -36,7 +36,7 @@ private:
     std::string& text_;
 };
 
-// A text that somebody may or may not have given.  There is one copy of it, in memory taken once.
+// A text that may or may not have been given.  There is one copy of it, in memory taken once.
 class Secret {
 public:
     Secret() = default;

@@ -1,7 +1,11 @@
 #include "Basic/Text.h"
 
+#include <locale.h>
+
+#include <algorithm>
 #include <charconv>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 
 namespace talora {
@@ -57,7 +61,47 @@ uint32_t NextCode(std::string_view text, size_t& at)
     return code > 0x10FFFF || code < kLeast[more] || is_surrogate ? 0xFFFD : code;
 }
 
+// Sets the "C" locale for the calling thread while it lives.
+class CLocale {
+public:
+    CLocale() : callers_(Shared() ? uselocale(Shared()) : locale_t(0)) {}
+    ~CLocale()
+    {
+        if (callers_) uselocale(callers_);
+    }
+    CLocale(const CLocale&) = delete;
+    CLocale& operator=(const CLocale&) = delete;
+
+private:
+    static locale_t Shared()
+    {
+        static const locale_t locale = newlocale(LC_ALL_MASK, "C", locale_t(0));
+        return locale;
+    }
+    locale_t callers_;
+};
+
 }  // namespace
+
+bool EqualNoCase(std::string_view a, std::string_view b)
+{
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                      [](char x, char y) { return Lower(x) == Lower(y); });
+}
+
+std::string LowerText(std::string_view text)
+{
+    std::string lower(text);
+    std::transform(lower.begin(), lower.end(), lower.begin(), Lower);
+    return lower;
+}
+
+std::string_view Trimmed(std::string_view text)
+{
+    const size_t first = text.find_first_not_of(" \t\r\n");
+    if (first == std::string_view::npos) return {};
+    return text.substr(first, text.find_last_not_of(" \t\r\n") - first + 1);
+}
 
 bool IsWide(const char* text)
 {
@@ -137,6 +181,46 @@ size_t CutLength(std::string_view text, size_t max_bytes)
     size_t length = max_bytes;
     while (length > 0 && IsContinuation(text[length])) --length;
     return length;
+}
+
+std::string Format(const char* format, ...)
+{
+    va_list values;
+    va_start(values, format);
+    std::string text = FormatV(format, values);
+    va_end(values);
+    return text;
+}
+
+std::string FormatV(const char* format, va_list values)
+{
+    const CLocale locale;
+    va_list again;
+    va_copy(again, values);
+    char start[256];  // enough for most
+    const int length = vsnprintf(start, sizeof start, format, values);
+    std::string text(start, length < 0 ? 0 : std::min(size_t(length), sizeof start - 1));
+    if (length >= int(sizeof start)) {
+        text.resize(size_t(length));
+        vsnprintf(text.data(), text.size() + 1, format, again);
+    }
+    va_end(again);
+    return text;
+}
+
+void FormatInto(char* buffer, size_t size, const char* format, va_list values)
+{
+    const CLocale locale;
+    const int length = vsnprintf(buffer, size, format, values);
+    if (length < 0) buffer[0] = '\0';
+    if (length < int(size)) return;
+    // The last character may have been cut: it stays if as many bytes of it are there as its first one says.
+    size_t last = size - 1;
+    while (last > 0 && IsContinuation(buffer[last - 1])) --last;
+    if (last == 0) return;
+    const unsigned char lead = static_cast<unsigned char>(buffer[--last]);
+    const size_t bytes = lead < 0xC0 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+    if (last + bytes > size - 1) buffer[last] = '\0';
 }
 
 std::string Ordinal(int64_t number)

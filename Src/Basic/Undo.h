@@ -42,7 +42,7 @@ constexpr int kNumUndoCodes = 32;
 
 struct UndoStep {
     uint64_t stamp = 0;  // grows with each step
-    std::string text;    // for people, "add link Smoking -> Cancer"
+    std::string text;    // for the user, "add link Smoking -> Cancer"
     std::vector<std::unique_ptr<UndoRecord>> records;
     size_t bytes = 0;
 

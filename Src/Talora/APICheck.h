@@ -149,8 +149,8 @@ public:
     EntryFrame(const EntryFrame&) = delete;
     EntryFrame& operator=(const EntryFrame&) = delete;
 
-    // Found under the lock: the handle may be on its way out.  What goes wrong with an object that is dead is
-    // told to the default environment, which another thread may be closing.
+    // Found under the lock, as another thread may be deleting the object.  Errors about a dead object go to
+    // the default environment, which another thread may be closing.
     template <class H>
     void UseEnviron(const H* handle) noexcept
     {
@@ -239,7 +239,7 @@ R CallApi(const char* function, First first, R failure, Body&& body) noexcept
     EntryFrame frame(function, !kHasNet<decltype(handle)>, first);
     frame.UseEnviron(handle);
     return RunFramed(frame, failure, [&]() -> R {
-        // Without checking, nothing is said of a NULL handle; but neither is it followed.
+        // Without checking, a NULL handle is not reported; but neither is it followed.
         if (handle == nullptr && CheckingLevel() < CHECK_HANDLES) return failure;
         CheckHandle(handle);
         if (CheckingLevel() >= CHECK_OBJECTS) ValidateHandle(handle);

@@ -4,6 +4,7 @@
 
 #include "BN/Model/BnBasicOps1.h"
 #include "BN/Model/BnEdit.h"
+#include "BN/Model/EnumWords.h"
 #include "Basic/Text.h"
 #include "Talora/APICheck.h"
 #include "Talora/ApiFields.h"
@@ -12,14 +13,14 @@ using namespace talora;
 
 namespace {
 
-// The value of an enumeration from its word, as written in files.
-template <class Enum, class WordOf>
-Enum EnumArgument(const char* argument, const char* word, int count, WordOf&& word_of)
+// The value of a word passed: only the words that are written are taken.
+template <size_t kCount>
+int EnumArgument(const char* argument, const char* word, const EnumWord (&words)[kCount])
 {
     const std::string text = NarrowText(word);
-    for (int value = 0; value < count; ++value)
-        if (text == word_of(Enum(value))) return Enum(value);
-    Fail<6204>(argument, text.c_str());
+    const EnumWord* const found = FindWord(words, text);
+    if (found == nullptr || text != WordFor(words, found->value)) Fail<6204>(argument, text.c_str());
+    return found->value;
 }
 
 }  // namespace
@@ -184,7 +185,7 @@ nodetype_bn GetNodeType_bn(const node_bn* node)
 void SetNodeMeasure_bn(node_bn* node, const char* measure)
 {
     CallApi(__func__, node, [&] {
-        Change(*node, node->measure, EnumArgument<Measure>("measure", measure, 6, MeasureWord), NO_EFFECT,
+        Change(*node, node->measure, Measure(EnumArgument("measure", measure, kMeasureWords)), NO_EFFECT,
                "change measure");
     });
 }
@@ -192,21 +193,21 @@ void SetNodeMeasure_bn(node_bn* node, const char* measure)
 const char* GetNodeMeasure_bn(const node_bn* node)
 {
     return CallApi(__func__, node, static_cast<const char*>(nullptr),
-                   [&] { return MeasureWord(node->measure); });
+                   [&] { return WordFor(kMeasureWords, int(node->measure)); });
 }
 
 void SetNodeRelation_bn(node_bn* node, const char* relation)
 {
     CallApi(__func__, node, [&] {
-        Change(*node, node->relation, EnumArgument<Relation>("relation", relation, 4, RelationWord),
-               NO_EFFECT, "change relation");
+        Change(*node, node->relation, Relation(EnumArgument("relation", relation, kRelationWords)), NO_EFFECT,
+               "change relation");
     });
 }
 
 const char* GetNodeRelation_bn(const node_bn* node)
 {
     return CallApi(__func__, node, static_cast<const char*>(nullptr),
-                   [&] { return RelationWord(node->relation); });
+                   [&] { return WordFor(kRelationWords, int(node->relation)); });
 }
 
 const char* GetNodeEquation_bn(const node_bn* node)

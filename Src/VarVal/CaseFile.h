@@ -4,7 +4,7 @@
 // file is.  Lines given out are views into the block and hold until the next one is asked for; at least
 // kLinePadding bytes behind their end may be read (and mean nothing), so that vector code need not care.
 //
-// A file whose first lines tell the columns of a database query counts its lines from behind that block.
+// A file whose first lines give the columns of a database query counts its lines from behind that block.
 #pragma once
 
 #include <cstdint>
@@ -118,7 +118,7 @@ class CaseFileReader {
 public:
     // Opens the file, looks at its beginning and reads the line of column names.
     // @param default_delimiter  where the header line has but one column
-    // @param warn  whether to tell of what is odd about the file as a whole
+    // @param warn  whether to warn of what is odd about the file as a whole
     CaseFileReader(const CaseBytes& bytes, char default_delimiter, bool warn,
                    size_t block_bytes = kCaseBlockBytes);
 

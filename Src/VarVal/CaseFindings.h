@@ -32,7 +32,7 @@ FoundCase ReadFindings(Stream& file, Net& net, std::vector<Node*> nodes, int64_t
 // The position of the case of that number, from 1; -1 if there are fewer.
 int64_t FindCase(const Stream& file, int64_t number);
 
-// Makes a node for each of these columns of a case file.  All its cases are looked at: words become states,
+// Makes a node for each of these columns of a case file.  All its cases are read: words become states,
 // in the order in which they come up; small whole numbers become states without names; other numbers make a
 // continuous node.  Columns whose name is no legal name are left out with a warning.
 std::vector<Node*> AddNodesOfColumns(Net& net, const CaseSource& source, const std::vector<int>& columns);

@@ -2,14 +2,13 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdarg>
-#include <cstdio>
 
 #include "BN/Model/BnBasicOps1.h"
 #include "BN/Model/BnEdit.h"
 #include "Basic/Error.h"
 #include "Basic/Names.h"
 #include "Basic/Parser.h"
+#include "Basic/Text.h"
 
 namespace talora {
 
@@ -18,35 +17,13 @@ namespace {
 // A state number far beyond those there are is taken for a mistake, not for that many states to be added.
 constexpr int kMostStatesAdded = 1000;
 
-std::string Format(const char* format, ...) TALORA_PRINTF(1, 2);
-std::string Format(const char* format, ...)
-{
-    char text[kMessageBytes];
-    va_list values;
-    va_start(values, format);
-    vsnprintf(text, sizeof text, format, values);
-    va_end(values);
-    return text;
-}
-
-char Lower(char c)
-{
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
-bool IsSameWord(std::string_view a, std::string_view b)
-{
-    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                      [](char x, char y) { return Lower(x) == Lower(y); });
-}
-
 // By name, then by name without regard to case, then by title.
 int FindStateWord(const Node& node, std::string_view text)
 {
     int state = FindState(node, text);
     const int num_texts = static_cast<int>(node.states.texts.size());
     for (int i = 0; state < 0 && i < num_texts; ++i)
-        if (!StateName(node, i).empty() && IsSameWord(StateName(node, i), text)) state = i;
+        if (!StateName(node, i).empty() && EqualNoCase(StateName(node, i), text)) state = i;
     for (int i = 0; state < 0 && i < num_texts; ++i)
         if (!StateTitle(node, i).empty() && StateTitle(node, i) == text) state = i;
     return state;

@@ -8,8 +8,8 @@
 // states have levels it is a level; what matches none is the number of a state as long as levels and numbers
 // of states cannot be taken for each other.
 //
-// An entry that fits nothing is put to the person, or the default answer ("Skip All") is taken; answers may
-// change the net.  Answers that are for all hold as long as the CaseValues does.
+// About an entry that fits nothing the user is asked, or the default answer ("Skip All") is taken; answers
+// may change the net.  Answers that are for all hold as long as the CaseValues does.
 #pragma once
 
 #include <array>
@@ -38,20 +38,20 @@ struct CaseEntry {
     std::vector<float> weights;
 };
 
-// The person answered "Halt"; whoever reads turns it into a failure that tells how far it came.
+// The user answered "Halt"; the reader turns it into a failure that reports how far it came.
 struct HaltedReading {};
 
 class CaseValues {
 public:
     explicit CaseValues(const environ_vx& env) : missing_(env.missing_char) {}
 
-    // What an entry says about a node.
-    // @param place  told when something about the entry has to be said; filled in by the caller
+    // What an entry means for a node.
+    // @param place  named in messages about the entry; filled in by the caller
     CaseEntry Read(Node& node, std::string_view text, const CasePlace& place);
 
     // How often the net was changed (states added, bounds expanded).
     int Changes() const { return changes_; }
-    // From now on misfits are skipped without a word: all has been asked.
+    // From now on misfits are skipped without a message: all questions have been asked.
     void BeQuiet() { quiet_ = true; }
     // A case with a misfit is left out whole; only the messages differ here.
     void SkipWholeCases(bool skip) { skips_cases_ = skip; }

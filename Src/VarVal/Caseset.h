@@ -69,8 +69,8 @@ struct CaseBlock {
 
 // Reads all cases of a case set for some nodes of one net.  Nodes without a column are never known.
 //
-// When somebody can answer questions, making a reader goes through all cases once and asks what has to be
-// asked; answers may add states or expand bounds.  So make the reader before sizing anything by the numbers
+// Where a question handler is set, making a reader goes through all cases once and asks every question they
+// raise; answers may add states or expand bounds.  So make the reader before sizing anything by the numbers
 // of states: from then on reading does not change the net.
 class CaseReader {
 public:
@@ -81,7 +81,7 @@ public:
     CaseReader& operator=(const CaseReader&) = delete;
 
     // Takes up to some thousands of cases, never of two sources.  False at the end of the last source.
-    // Values that do not fit are dealt with as the person or the defaults say.
+    // Values that do not fit are handled as the user or the defaults decide.
     bool Next(CaseBlock& block);
 
     // From the first case again; the answers to questions asked before still hold.

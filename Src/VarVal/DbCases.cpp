@@ -26,19 +26,6 @@ constexpr size_t kMostStates = 1000;  // of a node made from the values of a col
 constexpr size_t kMostLevels = 50;    // more different whole numbers than this are a quantity
 constexpr size_t kTextBlock = 1 << 16;
 
-bool SameWord(std::string_view a, std::string_view b)
-{
-    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                      [](unsigned char x, unsigned char y) { return std::tolower(x) == std::tolower(y); });
-}
-
-std::string Trimmed(std::string_view text)
-{
-    const size_t begin = text.find_first_not_of(" \t\r\n");
-    if (begin == std::string_view::npos) return "";
-    return std::string(text.substr(begin, text.find_last_not_of(" \t\r\n") + 1 - begin));
-}
-
 // Splits at commas that stand outside of brackets and quotes.
 std::vector<std::string> SplitColumns(std::string_view list)
 {
@@ -57,7 +44,7 @@ std::vector<std::string> SplitColumns(std::string_view list)
         if (c == '(') ++depth;
         if (c == ')') --depth;
         if (i == list.size() || (c == ',' && depth == 0)) {
-            columns.push_back(Trimmed(list.substr(begin, i - begin)));
+            columns.emplace_back(Trimmed(list.substr(begin, i - begin)));
             begin = i + 1;
         }
     }
@@ -82,13 +69,13 @@ std::vector<DbColumn> TableColumns(DbConnection& connection, const DbSelection& 
 const DbColumn* FindColumn(const std::vector<DbColumn>& columns, std::string_view name)
 {
     for (const DbColumn& column : columns)
-        if (SameWord(column.name, name)) return &column;
+        if (EqualNoCase(column.name, name)) return &column;
     return nullptr;
 }
 
 bool IsSpecial(std::string_view name)
 {
-    return SameWord(name, kIdColumn) || SameWord(name, kFreqColumn);
+    return EqualNoCase(name, kIdColumn) || EqualNoCase(name, kFreqColumn);
 }
 
 // A line break, or a zero byte, would end the line of the case.

@@ -1,10 +1,10 @@
 #include "VarVal/Odbc.h"
 
 #include <algorithm>
-#include <cctype>
 
 #include "Basic/Error.h"
 #include "Basic/Secret.h"
+#include "Basic/Text.h"
 
 #ifdef TALORA_ODBC
 #include <sql.h>
@@ -18,13 +18,6 @@ namespace {
 // Words before secrets in connection texts.
 constexpr std::string_view kSecretWords[] = {"pwd", "password", "passwd", "token", "secret", "accesstoken"};
 constexpr std::string_view kHidden = "***";
-
-std::string Lower(std::string_view text)
-{
-    std::string lower(text);
-    for (char& c : lower) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return lower;
-}
 
 // In place as far as it goes; what the text has held is wiped when it moves.
 void ReplaceAll(std::string& text, std::string_view what)
@@ -46,7 +39,7 @@ std::vector<std::string_view> SecretsIn(std::string_view connection_text)
     while (at < connection_text.size()) {
         const size_t equals = connection_text.find('=', at);
         if (equals == std::string_view::npos) break;
-        std::string key = Lower(connection_text.substr(at, equals - at));
+        std::string key = LowerText(connection_text.substr(at, equals - at));
         std::erase_if(key, [](char c) { return c == ' ' || c == ';' || c == '_'; });
         const bool braced = equals + 1 < connection_text.size() && connection_text[equals + 1] == '{';
         size_t end = connection_text.find(braced ? '}' : ';', equals);
@@ -68,7 +61,7 @@ std::string WithoutSecrets(std::string text, std::string_view connection_text)
     for (const std::string_view secret : SecretsIn(connection_text)) ReplaceAll(text, secret);
     // A driver may have put it in another form: what stands behind such a word goes in any case.
     for (const std::string_view word : {"pwd=", "password=", "passwd="})
-        for (size_t at = 0; (at = Lower(text).find(word, at)) != std::string::npos;) {
+        for (size_t at = 0; (at = LowerText(text).find(word, at)) != std::string::npos;) {
             at += word.size();
             const size_t end = std::min(text.find_first_of(";\n", at), text.size());
             text.replace(at, end - at, kHidden);

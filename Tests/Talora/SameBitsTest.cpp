@@ -121,6 +121,10 @@ std::string FilesAndReports(environ_vx* env)
     WriteNetFindings_bn(GetNetNodes2_bn(net, nullptr), stream, 3, 1.5);
     all += ContentsOf(stream);
     all += ReportJunctionTree_bn(net);
+    sensv_bn* const sensv = NewSensvToFinding_bn(nodes[0], GetNetNodes2_bn(net, nullptr), 0x31F);
+    all += ReportSensvToAll_bn(sensv);
+    SetNetMostProbable_bn(net, 1);
+    all += ReportMostProbable_bn(net);
     char number[64];
     snprintf(number, sizeof number, "%a", CalcFormula_bn(env, "1.5 + 0.25", nullptr, nullptr, 0, nullptr));
     all += std::string(number).substr(0, 3);  // without what the locale may put there

@@ -1,4 +1,4 @@
-// Telling where in an equation a mistake is.
+// Showing where in an equation a mistake is.
 #pragma once
 
 #include <string>

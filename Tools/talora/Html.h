@@ -33,7 +33,7 @@ std::string FigureMarkup(const std::string& drawing, std::string_view title, std
 
 class Page {
 public:
-    // heading names the subject, kind what is told of it.
+    // heading names the subject, kind what the page is about it: "Test", "Sensitivity".
     Page(std::string_view heading, std::string_view kind);
 
     void Section(std::string_view heading);

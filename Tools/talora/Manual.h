@@ -10,7 +10,7 @@
 
 namespace command {
 
-// An option or argument, as a person is told of it.
+// An option or argument as the help and the manual describe it.
 struct OptionText {
     std::vector<std::string> names;  // "-f", "--finding"; of an argument its one name
     std::string value;               // what stands for the value, "" for a flag

@@ -1,4 +1,4 @@
-// Passwords of encrypted files: from the file that --password-file names, or from the person at the terminal.
+// Passwords of encrypted files: from the file that --password-file names, or from the user at the terminal.
 #pragma once
 
 #include "talora/Session.h"

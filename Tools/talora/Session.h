@@ -1,7 +1,7 @@
-// One run of the command: the library's environment, what is said to the user, and the answer.
+// One run of the command: the library's environment, messages to the user, and the result.
 //
 // main owns the only session.  Commands add fields to the document (shown with --json) and print
-// text for people (shown without); whatever fails throws CommandFailed or WrongUsage, and Finish
+// plain text (shown without); whatever fails throws CommandFailed or WrongUsage, and Finish
 // turns records, texts and document into output and exit status.
 #pragma once
 
@@ -53,17 +53,17 @@ public:
     // Throws CommandFailed when the library has recorded an error since the last AcceptErrors, or
     // when the user has interrupted.
     void Check();
-    // What went wrong so far is told but does not make the command fail.
+    // Errors so far are reported but do not make the command fail.
     void AcceptErrors();
 
     // A field of the JSON document.
     Json& Field(const char* name);
-    // Text for people, printed at once; nothing with --json.
+    // Plain text, printed at once; nothing with --json.
     void Print(std::string_view text);
     // Bytes for standard output whatever the options are.
     void PrintRaw(std::string_view bytes);
 
-    // Tells everything that is left to tell.  failure is the text of a failure of the command's own.
+    // Prints the document and every record not yet shown.  failure: the text of an error of the command's own.
     int Finish(ExitStatus status, const std::string& failure);
 
 private:

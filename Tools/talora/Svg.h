@@ -1,7 +1,7 @@
 // Drawings for reports, written as inline SVG: lines, bars, dots, texts, and the charts made of them.
 //
-// A drawing is a text that goes into a page as it stands.  It has a title and a description for those
-// who cannot see it, names of style classes in place of colours, and no text that leaves its view box:
+// A drawing is a text that goes into a page unchanged.  It has a title and a description for readers who
+// cannot see it, names of style classes in place of colours, and no text that leaves its view box:
 // what is too long ends in an ellipsis, and the whole appears when pointing at it.  Numbers never depend
 // on the locale.  One unit of a drawing is about a pixel where it is shown at its natural width.
 #pragma once
@@ -16,7 +16,7 @@ namespace command {
 // hold, or what turns text around, is shown as \xNN.
 std::string EscapeMarkup(std::string_view text);
 
-// A number for people, to this many digits; "infinite", or "undefined".
+// A number to this many digits; "infinite", or "undefined".
 std::string Digits(double value, int digits = 4);
 
 struct Point {

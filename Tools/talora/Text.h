@@ -1,4 +1,4 @@
-// Text for people: what is safe to send to a terminal, bars, numbers, columns.
+// Text for the terminal: what is safe to print there, bars, numbers, columns.
 #pragma once
 
 #include <string>
@@ -26,7 +26,7 @@ std::string Bar(double fraction, int width);
 // Columns of the terminal on standard output, 80 when it is not one.
 int TerminalColumns();
 
-// Six digits for people; "undefined" for the library's undefined number.
+// Six digits; "undefined" for the library's undefined number.
 std::string Number(double value);
 
 // The shortest text that reads back to the same single-precision value.

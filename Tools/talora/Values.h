@@ -15,7 +15,7 @@ Json LevelsOrNull(const node_bn* node);
 // A single-precision number in as few digits as read back to the same value.
 Json Probability(prob_bn value);
 
-// The words of net files: NATURE, DISCRETE and so on.
+// Kind and type as net files write them: NATURE, DISCRETE and so on.
 const char* KindWord(const node_bn* node);
 const char* TypeWord(const node_bn* node);
 

@@ -2,7 +2,7 @@
 // counts out.  Learning, testing and scoring work through this.
 //
 // It has tables of its own, so the findings and beliefs of the net are neither used nor changed.  The net
-// must stay compiled and keep its structure meanwhile; its tables may change if it is told.
+// must stay compiled and keep its structure meanwhile; its tables may change if the run is notified.
 // One thread at a time.  Results are those of exact propagation of each case alone, to the bit the same on
 // every run.
 #pragma once
@@ -19,7 +19,7 @@ namespace talora {
 
 // Small trees take sixteen cases at a time (PropagateBatch.h).  In other trees, where just beliefs are
 // wanted, a case is answered from the part of the model that matters (TargetedQuery.h) if it leaves little
-// open, if it tells of the same variables as the one before, or if the tree is huge.  Otherwise, and for
+// open, if it sets the same variables as the one before, or if the tree is huge.  Otherwise, and for
 // cases that are too improbable to go by the sixteen, each case goes on from the findings of the one before,
 // so that only what differs is propagated.
 class CaseInference {

@@ -406,9 +406,7 @@ std::string BytesText(double bytes)
     const char* const units[] = {"bytes", "KB", "MB", "GB", "TB", "PB"};
     size_t unit = 0;
     for (; bytes >= 1024 && unit + 1 < std::size(units); ++unit) bytes /= 1024;
-    char text[64];
-    snprintf(text, sizeof text, "%.3g %s of memory", bytes, units[unit]);
-    return text;
+    return Format("%.3g %s of memory", bytes, units[unit]);
 }
 
 [[noreturn]] void FailTooLarge(const Node& node)

@@ -1,7 +1,7 @@
 // Equations of nodes, and tables made from them.
 //
-// This is where nodes and equations meet: it tells the equation (Misc/Equations/EqnParse.h) what it has to
-// know of the node and its parents.  Of this folder only EqnToTable looks into Misc, and Misc knows
+// This is where nodes and equations meet: it describes the node and its parents to the equation
+// (Misc/Equations/EqnParse.h).  Among the rooms of nets only this one includes Misc/Equations, which knows
 // nothing of nodes.
 //
 // A table is built beside the node and put in its place when it is done, so a failure changes

@@ -45,16 +45,6 @@ void CheckFormatVersion(int version, const FilePlace& place)
 
 }  // namespace
 
-bool IsLegalName(std::string_view name)
-{
-    const auto is_letter = [](char c) {
-        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_';
-    };
-    if (name.empty() || name.size() > size_t{kMaxNameLength} || !is_letter(name[0])) return false;
-    return std::all_of(name.begin(), name.end(),
-                       [&](char c) { return is_letter(c) || (c >= '0' && c <= '9'); });
-}
-
 int NetFileVersion(std::string_view text)
 {
     if (FileTypeByContents(text) != "DNET") return kNoVersion;

@@ -40,7 +40,7 @@ struct ReadNetOptions {
 // The net that the stream holds; its caller owns it.  Polls the halt flag every megabyte or so.
 Net* ReadNet(const Stream& stream, const ReadNetOptions& options);
 
-// The format version in the header line of a text; 0 if it tells none.  kNoVersion: it is no text net file.
+// The format version in the header line of a text; 0 if it gives none.  kNoVersion: it is no text net file.
 constexpr int kNoVersion = INT32_MIN;
 int NetFileVersion(std::string_view text);
 
@@ -146,7 +146,5 @@ inline Tokenizer& NodeReader::Text()
 {
     return reader.text;
 }
-
-bool IsLegalName(std::string_view name);
 
 }  // namespace talora

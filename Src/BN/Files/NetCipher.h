@@ -2,7 +2,7 @@
 //
 // One slow derivation (PBKDF2 with HMAC-SHA-256, RFC 8018) turns the password and a random salt into a
 // 32-byte key, from which HMAC with a label makes the keys for cipher and MAC, and the key check: 16 bytes
-// that tell a wrong password before the contents are gone through, and that tie a file to its password.
+// by which a wrong password is recognised before the contents are read, and which tie a file to its password.
 // Everything in front of the encrypted bytes is authenticated with them, and nothing is decrypted before
 // the tag has been found right.
 //

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <cstring>
 #include <new>
 #include <numeric>
@@ -22,9 +21,8 @@ namespace talora {
 
 namespace {
 
-constexpr double kMaxTableBytes = 2e9;         // more and exact inference is refused
 constexpr int kSamplesToRebuild = 1000;        // per row of a table that has to be sampled
-constexpr double kQuestionTableBytes = 256e6;  // more and the person is asked
+constexpr double kQuestionTableBytes = 256e6;  // more and the user is asked
 
 [[noreturn]] void FailHalted(const Net& net)
 {
@@ -366,9 +364,7 @@ std::string JunctionTreeReport(const Net& net)
             if (joined.size() > 1) joined += ' ';
             joined += std::to_string(other);
         }
-        char start[64];
-        snprintf(start, sizeof start, "%6d  ", clique);
-        report += start;
+        report += Format("%6d  ", clique);
         report += joined + "]";
         const std::string size = FormatReal15(compiled.tree.clique_sizes[clique]);
         const size_t used = joined.size() + 1 + size.size();

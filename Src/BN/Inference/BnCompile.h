@@ -13,7 +13,7 @@ double ElimOrderCost(Net& net);
 
 // ---- Compiling ----
 
-// Numbers the nodes that take part and tells who is whose parent, after checking that this can be done.
+// Numbers the nodes that take part and lists their parents, after checking that the net can be compiled.
 void DescribeModel(const Net& net, CompiledNet& compiled);
 
 void CompileNet(Net& net);

@@ -19,9 +19,6 @@ namespace talora {
 
 namespace {
 
-// More than this and exact inference is refused unless findings shrink the tables.
-constexpr double kMaxTableBytes = 2e9;
-
 int VariableOf(const Node& node)
 {
     const CompiledNet* compiled = node.net->compiled.get();

@@ -19,7 +19,10 @@
 
 namespace talora {
 
-// What a progress handler is told of a long update.
+// Tables of more bytes than this are refused unless findings shrink them.
+constexpr double kMaxTableBytes = 2e9;
+
+// The title that a progress handler gets for a long update.
 constexpr const char* kUpdateTitle = "Operation in progress ...";
 
 // Tables that are not stored in the form in which propagation reads them, by variable.
@@ -46,7 +49,8 @@ struct CompiledNet {
 // Fails unless an update came to its end.
 void CheckUpdated(const Net& net, UpdateStatus status);
 
-// The state of a constant node: its finding, else what its table says for sure; -1 if neither tells.
+// The state of a constant node: its finding, else the state to which its table gives probability 1; -1 if
+// there is neither.
 int ConstantState(const Node& node);
 
 // The CPT of a variable in the form in which propagation reads it: parents in the tree only.  Constant

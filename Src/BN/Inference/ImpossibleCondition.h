@@ -2,7 +2,7 @@
 //
 // A row of a table may say that its parent condition cannot occur: a row of impossible entries or of zeros,
 // or an impossible state of a function table.  Inference takes such a row as probability 0.  When the
-// findings leave no probability at all, this tells whether that is why: whether the findings would be
+// findings leave no probability at all, this finds out whether that is why: whether the findings would be
 // possible if those rows were ordinary ones.
 #pragma once
 

@@ -1,7 +1,6 @@
 #include "BN/Inference/MostProbable.h"
 
 #include <algorithm>
-#include <cstdio>
 
 #include "BN/Inference/BnCompile.h"
 #include "BN/Inference/BnQuery.h"
@@ -9,6 +8,7 @@
 #include "BN/Model/BnProbs.h"
 #include "Basic/Error.h"
 #include "Basic/Progress.h"
+#include "Basic/Text.h"
 
 namespace talora {
 
@@ -153,10 +153,8 @@ std::string ReportMostProbable(Net& net)
         return "The most probable configuration is one for which an \"impossible\" (x) probability was declared.\n";
     if (product.has_missing)
         return "The most probable configuration is one for which not all probabilities were defined.\n";
-    char text[128];
-    snprintf(text, sizeof text, "The probability of the most probable configuration is %g %%.\n",
-             product.probability * 100);
-    return text;
+    return Format("The probability of the most probable configuration is %g %%.\n",
+                  product.probability * 100);
 }
 
 double FindConfiguration(Net& net, const std::vector<Node*>* nodes, int nth, state_bn* setting)

@@ -19,14 +19,14 @@ void SetMostProbable(Net& net, bool most_probable);
 // Fails as switching it on does.
 void CheckMostProbable(const Net& net);
 
-// Stores in each node its state in the most probable configuration, or UNDEF_STATE, and says how probable the
-// configuration is.  Nothing is said where some node has no such state.  For a net in that mode.
+// Stores in each node its state in the most probable configuration, or UNDEF_STATE, and returns a line on how
+// probable the configuration is, empty where some node has no such state.  For a net in that mode.
 std::string ReportMostProbable(Net& net);
 
 // What a net keeps of the last search, so that asking for the next best goes on from there.
 struct ConfigSearch {
     uint64_t update_count = 0;  // of the net when the search began
-    std::vector<Node*> nodes;   // whose settings are told apart, empty for all
+    std::vector<Node*> nodes;   // whose settings make configurations different, empty for all
     CompiledNet model;          // numbers and tables
     JunctionTree tree;
     ModelFindings findings;

@@ -1,10 +1,9 @@
-// The cases of an iterative learning job: read once, then asked again and again how probable they are and
-// what they are expected to count for the learned families, under tables that change.
+// The cases of an iterative learning job: read once, then evaluated in every iteration for their probability
+// and their expected counts in the learned families, under tables that change.
 //
-// Cases that tell every node are only counted: their likelihood and their counts come from the counts.  Of
-// the others the families that are told whole are counted too, and what is left is propagated, equal cases
-// once.  Different cases are kept packed, a byte per node; when they need more than a bound, they are read
-// anew each time instead.
+// Complete cases are only counted: their likelihood and their counts come from the counts.  Of the others
+// the complete families are counted too, and what is left is propagated, equal cases once.  Different cases
+// are kept packed, a byte per node; when they need more than a bound, they are read anew each time instead.
 //
 // The net's own tables and findings are neither used up nor changed: the tables that are learned are handed
 // in.  The net is compiled.
@@ -38,7 +37,7 @@ public:
     bool IsKept() const;  // the cases, rather than read anew
 
     // The tables to start with: those of the nodes, uniform where there are none.  With a generator, families
-    // with a node that no case tells anything of start a little off uniform, since all its states would stay
+    // with a node that no case has a value for start a little off uniform, since all its states would stay
     // alike otherwise.
     TableSet StartTables(randgen_vx* generator) const;
     // Counts that the experience of the nodes stands for, by family.

@@ -11,6 +11,7 @@
 #include "BN/Model/BnProbs.h"
 #include "Basic/Error.h"
 #include "Basic/Progress.h"
+#include "Basic/Text.h"
 
 namespace talora {
 
@@ -441,11 +442,8 @@ int64_t LearnByCounting(std::span<Node* const> nodes, const Caseset& cases, doub
             num_cases += block.num_cases;
             const double fraction = reader.Fraction();
             if (progress.Step(fraction) || fraction >= 1) continue;
-            char text[120];
-            snprintf(text, sizeof text,
-                     "Only %d cases were incorporated before action was halted (%2.0f%%).\n",
-                     int(std::min<int64_t>(num_cases, INT32_MAX)), 100 * fraction);
-            PrintMessage(text);
+            PrintMessage(Format("Only %d cases were incorporated before action was halted (%2.0f%%).\n",
+                                int(std::min<int64_t>(num_cases, INT32_MAX)), 100 * fraction));
             Notice<6588>(static_cast<long long>(num_cases));
             break;
         }

@@ -2,18 +2,18 @@
 // learned, and counting complete cases of a family.
 //
 // The counts of a row of a table are its probabilities times its experience; a node without experience has
-// none.  Counting adds to the counts the weight of each case that tells the state of the node and of all
+// none.  Counting adds to the counts the weight of each case with a state for the node and for each of
 // its parents, and makes table and experience from them again: a row without counts is uniform with
 // experience 0.  Counts that a table of single precision explains as whole numbers are taken as whole, so
 // what was learned from cases can be unlearned exactly.
 //
-// A case that tells every member of a family, but some only by weights (a likelihood finding), counts for
+// A case that has every member of a family, but some only by weights (a likelihood finding), counts for
 // all configurations that it leaves possible, shared out in proportion to the products of the weights.  That
 // does not depend on the table, so it can be unlearned too.
 //
 // Counting with minimum dependence takes num_states further cases for each row, spread like the marginal
 // counts of the node, so rows with few cases lean towards the marginal and dependence has to be earned.
-// The experience tells the cases alone.
+// The experience counts the cases alone.
 //
 // Nothing is changed before all counts are known: what fails leaves the net as it was.
 //
@@ -51,7 +51,7 @@ struct LearnedFamily {
 // The nodes among these whose tables can be learned: nature nodes with states whose parents all have
 // states, each once.
 std::vector<Node*> LearnableNodes(std::span<Node* const> nodes);
-// The nodes that cases have to tell: these and their parents, each once.  A parent that is a constant with
+// The nodes that a case needs values for: these and their parents, each once.  A parent that is constant with
 // a known state is left out: its state is part of the family's base.
 std::vector<Node*> FamilyMembers(std::span<Node* const> learned);
 // @param members  nodes with their columns: all that FamilyMembers gives
@@ -72,7 +72,7 @@ void StoreTables(std::vector<LearnedTables> learned, const char* what);
 
 // ---- Counting complete cases ----
 
-// Counts the cases of blocks that tell all members of a family.
+// Counts the cases of blocks that have all members of a family.
 class FamilyCounter {
 public:
     explicit FamilyCounter(const LearnedFamily& family);

@@ -4,7 +4,7 @@
 // primitives, which do not fail half way: a failed operation leaves the net as it was.  Each
 // primitive exchanges a part of a record with a new value and then brings what depends on it
 // into step (name index, children lists, junction tree, beliefs).  A change to the value that is
-// there already does nothing.  `what` says for people what the operation does ("rename node").
+// there already does nothing.  `what` describes the operation for the user ("rename node").
 //
 // When undo is on, each primitive makes a record first and lets it do the change (see BnUndo.h); when that
 // fails for lack of memory, nothing has changed.  What a call of the interface did before is then taken

@@ -1,11 +1,11 @@
 #include "BN/Model/BnUndo.h"
 
 #include <cstdarg>
-#include <cstdio>
 
 #include "BN/Model/BnEdit.h"
 #include "BN/Model/BnNotices.h"
 #include "Basic/Environ.h"
+#include "Basic/Text.h"
 
 namespace talora {
 
@@ -188,7 +188,7 @@ void DescribeStep(Net& net, const char* format, ...)
     char text[256];
     va_list values;
     va_start(values, format);
-    vsnprintf(text, sizeof text, format, values);
+    FormatInto(text, sizeof text, format, values);
     va_end(values);
     net.undo->SetText(text);
 }

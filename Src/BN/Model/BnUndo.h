@@ -28,8 +28,8 @@ inline bool IsRecording(const Net& net)
     return net.undo != nullptr && net.undo->IsRecording();
 }
 
-// Says for people what the running operation does ("rename node A to B").  The first text of a step
-// stays; costs nothing when undo is off.
+// Describes the running operation for the user ("rename node A to B").  The first text of a step stays;
+// costs nothing when undo is off.
 void DescribeStep(Net& net, const char* format, ...) TALORA_PRINTF(2, 3);
 
 // While it lives, changes are results of the last step rather than steps of their own: an order that is

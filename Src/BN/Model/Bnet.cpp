@@ -123,37 +123,11 @@ int StateOfValue(const Node& node, double value)
     return UNDEF_STATE;
 }
 
-const char* KindWord(int kind)
-{
-    static constexpr const char* kWords[] = {"UNKNOWN_KIND", "NATURE",       "CONSTANT", "DECISION",
-                                             "UTILITY",      "DISCONNECTED", "ADVERSARY"};
-    return kind >= 0 && kind < NUM_NODE_KINDS ? kWords[kind] : kWords[0];
-}
-
 const char* KindTerm(int kind)
 {
     static constexpr const char* kTerms[] = {"documentation", "nature",       "constant", "decision",
                                              "utility",       "disconnected", "adversary"};
     return kind >= 0 && kind < NUM_NODE_KINDS ? kTerms[kind] : kTerms[0];
-}
-
-const char* TypeWord(VarType type)
-{
-    static constexpr const char* kWords[] = {"UNKNOWN_DISCRETE", "CONTINUOUS", "DISCRETE"};
-    return kWords[int(type)];
-}
-
-const char* MeasureWord(Measure measure)
-{
-    static constexpr const char* kWords[] = {"UNKNOWN_MEASURE", "NOMINAL",  "PROXIMAL",
-                                             "ORDINAL",         "INTERVAL", "RATIO"};
-    return kWords[int(measure)];
-}
-
-const char* RelationWord(Relation relation)
-{
-    static constexpr const char* kWords[] = {"INVERTABLE", "DETERMIN", "CHANCE", "UNKNOWN_CHANCE"};
-    return kWords[int(relation)];
 }
 
 // ---- Looking up ----

@@ -97,7 +97,7 @@ struct NodeStates {
     bool operator==(const NodeStates&) const = default;
 };
 
-// Texts kept with a net or a node for people and files.
+// Texts that describe a net or a node; kept in its files.
 struct Description {
     std::string title, comment, author, who_changed;
     uint32_t when_changed = 0;
@@ -243,11 +243,7 @@ double StateValue(const Node& node, int state);
 // The state whose interval or level holds a value; UNDEF_STATE if none does.
 int StateOfValue(const Node& node, double value);
 
-const char* KindWord(int kind);      // "NATURE", ...
-const char* KindTerm(int kind);      // for people: "nature", "decision", ...
-const char* TypeWord(VarType type);  // "DISCRETE", ...
-const char* MeasureWord(Measure measure);
-const char* RelationWord(Relation relation);
+const char* KindTerm(int kind);  // for messages: "nature", "decision", ...
 
 Node* FindNode(const Net& net, std::string_view name);  // null if none
 const NodeSet* FindNodeSet(const Net& net, std::string_view name);

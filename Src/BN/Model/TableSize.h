@@ -7,7 +7,7 @@ namespace talora {
 constexpr double kMaxTableSize = 1.7976931348623156e305;
 
 // The size of a table of `running` entries after a variable with `count` states joins it.  A
-// variable without states empties the table for good.
+// variable without states makes the size 0, and it stays 0.
 inline double MultiplySize(double running, int count)
 {
     if (count <= 0) return 0.0;

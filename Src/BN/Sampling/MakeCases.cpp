@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <climits>
 #include <cmath>
-#include <cstdio>
 #include <numeric>
 #include <optional>
 
@@ -13,6 +12,7 @@
 #include "BN/Sampling/SampleTree.h"
 #include "Basic/Error.h"
 #include "Basic/Progress.h"
+#include "Basic/Text.h"
 #include "VarVal/CaseWrite.h"
 
 namespace talora {
@@ -359,12 +359,10 @@ bool CaseLister::Next()
 void AskAboutLength(double num_lines)
 {
     if (num_lines <= kLinesBeforeAsking) return;
-    char question[200];
-    snprintf(
-        question, sizeof question,
+    const std::string question = Format(
         "Do you want to make an exhaustive case file, \nlisting every possible case and its exact frequency of occurance? \n(it would be %g lines long)",
         num_lines);
-    if (AskQuestion(question, "Yes,No", "Yes") != 0) FailWith<6670>(ABORTED_CND);
+    if (AskQuestion(question.c_str(), "Yes,No", "Yes") != 0) FailWith<6670>(ABORTED_CND);
 }
 
 }  // namespace

@@ -51,7 +51,7 @@ public:
     CaseSampler(const CaseSampler&) = delete;
     CaseSampler& operator=(const CaseSampler&) = delete;
 
-    // Draws the next case.  Fails when max_tries were all rejected, or the person gives up.
+    // Draws the next case.  Fails when max_tries were all rejected, or the user stops it.
     void Draw(const RandomSource& random);
 
     // What the i-th listed node drew: a state or UNDEF_STATE, and a real value or the undefined number.

@@ -10,7 +10,7 @@
 
 namespace talora {
 
-// Compiles the net if it is not compiled and the person agrees, and brings its beliefs up to date.
+// Compiles the net if it is not compiled and the user agrees, and brings its beliefs up to date.
 void PrepareTree(Net& net);
 
 // Holds, for each clique, the distribution of the members that the cliques nearer to the root do not have,

@@ -1,4 +1,4 @@
-// Sensitivity to findings: how much a finding at each of some nodes would be expected to tell of a query
+// Sensitivity to findings: how much a finding at each of some nodes is expected to change beliefs in a query
 // node.
 //
 // A measurer belongs to its net and is deleted with it.  The first question computes, for each state of the
@@ -25,8 +25,8 @@
 struct sensv_bn {
     talora::HandleHeader header;
     net_bn* net = nullptr;
-    node_bn* query = nullptr;  // null when it has been deleted for good
-    nodelist_bn varying;       // the caller's list as it was, null for nodes deleted for good
+    node_bn* query = nullptr;  // null when it was deleted and cannot come back
+    nodelist_bn varying;       // the caller's list as it was, null for nodes that cannot come back
     int what_find = 0;         // flags BELIEF_SENSV ...
     // What stands for infinite ends of the query node's intervals; undefined for nothing.
     double lower_bound = talora::UndefDbl(), upper_bound = talora::UndefDbl();
@@ -37,7 +37,7 @@ struct sensv_bn {
     double entropy = talora::UndefDbl();
     double belief_variance = talora::UndefDbl();
     // Of each varying node, P (t | s), one row per state of the query node (not used where that state is
-    // impossible); empty for a node whose findings tell nothing.
+    // impossible); empty for a node whose findings change no belief.
     std::vector<talora::TableVector<float>> given;
     std::unordered_map<const node_bn*, int> place;  // in varying
 

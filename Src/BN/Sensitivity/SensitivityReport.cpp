@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 
 #include "Basic/Environ.h"
 #include "Basic/Error.h"
@@ -21,27 +20,15 @@ enum class Style { VALUE, PERCENT, BITS };
 std::string Figure(double value, Style style)
 {
     if (IsUndef(value)) return "undef";
-    char text[64];
     switch (style) {
         case Style::VALUE:
-            snprintf(text, sizeof text, "%.4g", value);
-            break;
+            return Format("%.4g", value);
         case Style::PERCENT:
-            snprintf(text, sizeof text, "%.3g", value);
-            break;
+            return Format("%.3g", value);
         case Style::BITS:
-            snprintf(text, sizeof text, "%.5f", value);
             break;
     }
-    return text;
-}
-
-template <class... Args>
-std::string Format(const char* format, const Args&... args)
-{
-    std::string text(size_t(snprintf(nullptr, 0, format, args...)), '\0');
-    snprintf(text.data(), text.size() + 1, format, args...);
-    return text;
+    return Format("%.5f", value);
 }
 
 double PercentOf(double value, double whole)

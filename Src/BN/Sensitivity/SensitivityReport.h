@@ -14,7 +14,7 @@ namespace talora {
 
 // How findings at one node change each belief and the mean of the query node, and the summary measures.
 std::string PairReport(Sensv& sensv, const Node& varying);
-// A row for each varying node, those that tell most first.
+// A row for each varying node, the most informative first.
 std::string AllNodesReport(Sensv& sensv);
 // The same rows as a <table class="sensitivity">; cells have the class "text" or "number", the row of the
 // query node "query".

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
-#include <cstdarg>
 
 #include "Basic/Text.h"
 
@@ -22,17 +21,6 @@ constexpr int kFineCutoffs[] = {0,   1,   2,   5,   10,  20,  50,  100, 200, 300
                                 600, 700, 800, 900, 950, 980, 990, 995, 998, 999, 1000};
 
 // ---- Pieces of text ----
-
-// For texts and whole numbers; reals go through the functions below, which know no locale.
-TALORA_PRINTF(1, 2) std::string Text(const char* format, ...)
-{
-    char buffer[256];
-    va_list values;
-    va_start(values, format);
-    vsnprintf(buffer, sizeof buffer, format, values);
-    va_end(values);
-    return buffer;
-}
 
 std::string Real(double value, std::chars_format form, int digits)
 {
@@ -99,7 +87,7 @@ std::string ConfusionMatrix(const NodeTest& test)
     const int n = test.record.num_states;
     if (n > kLargeMatrix) {
         const std::string question =
-            Text("Print large %d x %d confusion matrix for '%s'?", n, n, test.node->name.c_str());
+            Format("Print large %d x %d confusion matrix for '%s'?", n, n, test.node->name.c_str());
         if (AskQuestion(question.c_str(), "Yes,No", "Yes") == 1) return "";
     }
     const std::string word = "Predicted";
@@ -107,13 +95,13 @@ std::string ConfusionMatrix(const NodeTest& test)
     const size_t dots = width > word.size() ? width - word.size() : 0;
     std::string text =
         "\nConfusion:\n  " + std::string(dots / 2, '.') + word + std::string(dots - dots / 2, '.') + "\n";
-    for (int state = 0; state < n; ++state) text += Text("  %6.6s", StateWord(*test.node, state).c_str());
+    for (int state = 0; state < n; ++state) text += Format("  %6.6s", StateWord(*test.node, state).c_str());
     text += "    Actual\n";
     for (int state = 0; state < n; ++state) text += "  ------";
     text += "    ------\n";
     for (int actual = 0; actual < n; ++actual) {
         for (int predicted = 0; predicted < n; ++predicted)
-            text += Text("  %6lld", Whole(test.record.Confusion(actual, predicted)));
+            text += Format("  %6lld", Whole(test.record.Confusion(actual, predicted)));
         text += "    " + StateWord(*test.node, actual) + "\n";
     }
     return text;
@@ -214,7 +202,7 @@ std::string SurpriseRow(const std::string& name, const LimitSums& limited, const
     std::string text = name;
     for (size_t limit = 0; limit < limited.size(); ++limit) {
         const std::string cell = " " + Right(Fixed(Percent(surprised[limit], limited[limit]), 2), 6) +
-                                 Text(" (%lld/%lld)", Whole(surprised[limit]), Whole(limited[limit]));
+                                 Format(" (%lld/%lld)", Whole(surprised[limit]), Whole(limited[limit]));
         text += limit + 1 < limited.size() ? Left(cell, kSurpriseWidth) : cell;
     }
     return text + "\n";

@@ -1,4 +1,4 @@
-// The report of a net test, as text for people.
+// The report of a net test, as text.
 #pragma once
 
 #include <string>
@@ -7,7 +7,7 @@
 
 namespace talora {
 
-// Every figure of one node under test.  Asks the person before printing a very large confusion matrix,
+// Every figure of one node under test.  Asks the user before printing a very large confusion matrix,
 // and warns of a user field `target_state` that names no state.
 std::string TestReport(const NodeTest& test);
 

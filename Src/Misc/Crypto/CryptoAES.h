@@ -2,7 +2,7 @@
 // bytes.
 //
 // Where the processor has instructions for it they are used.  Elsewhere the S-box is computed as a circuit on
-// the bits of 32 blocks at once: there are no look-ups at secret addresses, so the time tells nothing of key
+// the bits of 32 blocks at once: there are no look-ups at secret addresses, so the time shows nothing of key
 // and contents.
 #pragma once
 

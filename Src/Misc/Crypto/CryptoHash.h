@@ -61,7 +61,7 @@ private:
 bool DerivePbkdf2(ByteSpan password, ByteSpan salt, uint32_t iterations, std::span<uint8_t> key,
                   const std::function<bool()>& keep_on, Instructions instructions = Instructions::PORTABLE);
 
-// Whether two texts of the same length are equal, in a time that does not tell where they differ.
+// Whether two texts of the same length are equal, in a time that does not depend on where they differ.
 bool IsEqualSecretly(ByteSpan a, ByteSpan b);
 
 // Random bytes from the operating system.  @return false if it has none; then bytes are not to be used

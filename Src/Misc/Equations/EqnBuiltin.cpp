@@ -4,7 +4,8 @@
 #include <boost/math/policies/policy.hpp>
 #include <boost/math/special_functions/gamma.hpp>
 #include <cstdarg>
-#include <cstdio>
+
+#include "Basic/Text.h"
 
 namespace talora {
 
@@ -13,7 +14,7 @@ double EqnReason::Set(const char* format, ...)
     const std::string plain = ExpandMarkup(format);
     va_list values;
     va_start(values, format);
-    vsnprintf(text, sizeof text, plain.c_str(), values);
+    FormatInto(text, sizeof text, plain.c_str(), values);
     va_end(values);
     return kUndefinedEqn;
 }

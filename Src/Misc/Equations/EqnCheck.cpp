@@ -30,13 +30,6 @@ struct Checker {
     const EqnVariable& Variable(const Expr& expr) const { return eqn.variables[expr.variable]; }
 };
 
-bool EqualNoCase(std::string_view a, std::string_view b)
-{
-    const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; };
-    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                      [&](char x, char y) { return lower(x) == lower(y); });
-}
-
 std::string Word(const Checker& c, Slice slice)
 {
     return std::string(c.eqn.Text({slice.at, std::min(slice.length, 200)}));

@@ -32,17 +32,9 @@ struct Need {
     int argument = 0;
 };
 
-bool IsDigit(char c)
-{
-    return c >= '0' && c <= '9';
-}
 bool IsNameStart(char c)
 {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_';
-}
-bool IsNameChar(char c)
-{
-    return IsNameStart(c) || IsDigit(c);
+    return IsLetter(c) || c == '_';
 }
 
 void SkipBlanks(Parser& p)

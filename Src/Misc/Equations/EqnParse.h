@@ -3,13 +3,13 @@
 //   x (a, b) = expression          the value of x, given its parents
 //   P (x | a, b) = expression      the probability of each value of x
 //
-// An equation stands for itself: it knows its variables by what the caller tells of them (nodes are
-// no business of this folder) and keeps a copy of its text.  Expressions are records in one vector,
+// An equation is self-contained: it knows its variables by the caller's description of them (this folder
+// knows no nodes) and keeps a copy of its text.  Expressions are records in one vector,
 // arguments of a call are a run of indices in another; the root is the last thing made, and a tree
 // is at most kMaxEqnDepth deep, so walking one may recurse.
 //
 // Parsing settles the syntax, checking (EqnCheck.h) then finds what the names mean and gives types.
-// Each fails with a record and tells where in the text.
+// Each fails with a record that gives the place in the text.
 #pragma once
 
 #include <string>

@@ -123,7 +123,7 @@ struct FunctionDef {
     EqnOp op;
     IntervalRoutine interval;  // distributions with a cumulative function
     EqnSection section;
-    const char* parameters;  // for people: "x, mean, sd"
+    const char* parameters;  // for messages and the docs: "x, mean, sd"
     const char* meaning;
     const char* example;   // an expression without variables
     double example_value;  // what it gives

@@ -62,8 +62,8 @@ EQN_ROUTINE(NoisyMaxTable);
 EQN_ROUTINE(NoisySumTable);
 EQN_INTERVAL(NoisySumTable);
 
-// A cause of a noisy table reaches its routine as one number that also tells how many states, and
-// so how many lists of probabilities, follow.
+// A cause of a noisy table reaches its routine as one number that also holds the number of states, and so of
+// the lists of probabilities that follow.
 constexpr int kCauseStates = 65536;
 inline double PackCause(int state, int num_states)
 {
