@@ -6,6 +6,7 @@
 
 #include "BN/Files/BnParse.h"
 #include "BN/Model/BnEdit.h"
+#include "Basic/Names.h"
 
 namespace talora {
 
