@@ -205,7 +205,7 @@ void BindMaking(AppClass& cls)
     cls.def("ReadBNet", ReadNet, "source"_a, "control"_a = int(NO_WINDOW), "password"_a = py::none(),
             "Reads a net from a file.\n\n"
             "source: a path, bytes with the contents of a file, or a Streamer; text (.dne) and binary\n"
-            "(.tala) files are told apart by what is in them.\n"
+            "(.tala) files are recognised by their contents.\n"
             "password: of an encrypted file.\n"
             "What had to be skipped is given as warnings (TaloraWarning) with file and line.");
     cls.def("GetBNet", GetNet, "which"_a,
@@ -222,7 +222,7 @@ void BindMaking(AppClass& cls)
         "NewMemoryStream",
         [](const AppPtr& app, const OptionalText& name) { return NewMemoryStream(app, name); },
         "name"_a = py::none(),
-        "A Streamer whose contents live in memory. The end of its name tells the type when it is written.");
+        "A Streamer whose contents live in memory. Its name's extension gives the type when it is written.");
     cls.def("CalcFormula", CalcFormula, "formula"_a, "values"_a = std::map<std::string, double>(),
             "The value of a formula in the language of equations; nan where it is undefined.\n\n"
             "values: numbers for the names in it, for example {\"x\": 2.5}.");
@@ -270,7 +270,7 @@ void BindLimits(AppClass& cls)
         "UserControl",
         [](const AppPtr& app) { return Run(app, [&] { return UserAllowed_vx(app->env, -1); }); },
         [](const AppPtr& app, int level) { Run(app, [&] { UserAllowed_vx(app->env, level); }); },
-        "What the person at the keyboard may do, 1 to 4, kept for a front end.");
+        "What the user of a front end may do, 1 to 4, kept for the front end.");
 }
 
 // A text setting with its getter and setter.

@@ -35,7 +35,7 @@ auto RunCases(const CasesetPtr& cases, Body&& body, Length length = SHORT_JOB)
 
 // ---- Frames: columns of numbers or of coded words, written as the text of a case file ----
 
-// An entry as it stands between commas.
+// An entry as it is written between commas.
 std::string Quoted(const std::string& entry)
 {
     if (entry.find_first_of("\r\n") != std::string::npos)

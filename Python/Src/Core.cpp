@@ -148,7 +148,7 @@ InterruptScope::InterruptScope(environ_vx* env, bool enabled)
     sigaction(SIGINT, nullptr, &present);
     const bool is_pythons = !(present.sa_flags & SA_SIGINFO) && present.sa_handler != SIG_DFL &&
                             present.sa_handler != SIG_IGN && present.sa_handler != OnInterrupt;
-    if (!is_pythons || GetHaltFlag_vx(env)) {  // a halt flag that somebody has set stays
+    if (!is_pythons || GetHaltFlag_vx(env)) {  // a halt flag that was set on purpose stays
         enabled_ = false;
         return;
     }

@@ -196,12 +196,12 @@ void BindFigures(TesterClass& cls)
         [](const TesterPtr& self, const py::object& which) {
             return RunTest(self, which, [](tester_bn* test, node_bn* node) {
                 double all = 0, impossible = 0;
-                const double told = GetTestNumCases_bn(test, node, &all, &impossible);
-                return std::make_tuple(told, all, impossible);
+                const double known = GetTestNumCases_bn(test, node, &all, &impossible);
+                return std::make_tuple(known, all, impossible);
             });
         },
         "node"_a = py::none(),
-        "Weights of cases: (those that told the node's state, all, those left out because they are impossible).");
+        "Weights of cases: (those with a state of the node, all, those left out because they are impossible).");
     cls.def(
         "Confusion", Confusion, "node"_a = py::none(),
         "Weights of cases by actual (rows) and predicted state (columns): shape (states, states), float64.");
@@ -266,7 +266,7 @@ void BindNetTester(py::module_& module)
         module, "NetTester",
         "Shows cases to a net without what they say of the nodes under test, and compares.\n\n"
         "nodes: under test, of one net; unobserved: further nodes whose findings are never entered.\n"
-        "Where one node is under test, the functions need not be told which.");
+        "Where only one node is under test, the functions need no node argument.");
     cls.def(py::init(&MakeTester), "nodes"_a, "unobserved"_a = py::none());
     cls.def(
         "TestWithCaseset", TestWithCases, "cases"_a,

@@ -102,7 +102,7 @@ py::object NthUserField(const NetPtr& net, int index)
 void BindProperties(NetClass& cls)
 {
     DefText(cls, "Name", GetNetName_bn, SetNetName_bn, "The name of the net.");
-    DefText(cls, "Title", GetNetTitle_bn, SetNetTitle_bn, "A title for people.");
+    DefText(cls, "Title", GetNetTitle_bn, SetNetTitle_bn, "A title for display.");
     DefText(cls, "Comment", GetNetComment_bn, SetNetComment_bn, "A comment of any length.");
     DefText(cls, "Author", GetNetAuthor_bn, SetNetAuthor_bn, "Who made the net.");
     cls.def_property(

@@ -83,7 +83,7 @@ py::object NthUserField(const Node& self, int index)
 void BindProperties(NodeClass& cls)
 {
     DefText(cls, "Name", GetNodeName_bn, SetNodeName_bn, "The name of the node, unique in its net.");
-    DefText(cls, "Title", GetNodeTitle_bn, SetNodeTitle_bn, "A title for people.");
+    DefText(cls, "Title", GetNodeTitle_bn, SetNodeTitle_bn, "A title for display.");
     DefText(cls, "Comment", GetNodeComment_bn, SetNodeComment_bn, "A comment of any length.");
     DefText(cls, "Units", GetNodeUnits_bn, SetNodeUnits_bn, "The units of a continuous node.");
     DefText(cls, "Author", GetNodeAuthor_bn, SetNodeAuthor_bn, "Who made the node.");
@@ -219,7 +219,7 @@ void BindStates(NodeClass& cls)
             });
         },
         "state"_a, "options"_a = py::none(),
-        "A label of a state for people: title, name, interval, or '#' and its number.");
+        "A label of a state for display: title, name, interval, or '#' and its number.");
     cls.def(
         "GetState",
         [](const Node& self, const Text& name) {

@@ -1,4 +1,4 @@
-// Sensitivity: how much findings elsewhere would tell of a node.
+// Sensitivity: how much findings elsewhere are expected to change the beliefs of a node.
 #include <tuple>
 
 #include "Core.h"
@@ -151,7 +151,7 @@ void BindSensitivity(py::module_& module)
 {
     MeasurerClass cls(
         module, "Sensitivity",
-        "Measures how much findings at varying nodes would be expected to tell of a query node.\n\n"
+        "Measures how much findings at varying nodes are expected to change the beliefs of a query node.\n\n"
         "varying: nodes of the same net, all of them unless said otherwise.\n"
         "what_find: BELIEF_SENSV and so on, added up; all unless said otherwise.\n"
         "The first question finds all measures; they hold until beliefs change.");
@@ -190,7 +190,7 @@ void BindSensitivity(py::module_& module)
         [](const MeasurerPtr& self) {
             return RunMeasurer(self, [](sensv_bn* sensv) { return Text(ReportSensvToAll_bn(sensv)); });
         },
-        "A row for each varying node, those that tell most first.");
+        "A row for each varying node, the most informative first.");
     cls.def(
         "ReportHtml",
         [](const MeasurerPtr& self) {

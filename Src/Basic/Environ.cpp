@@ -1,3 +1,4 @@
+// Environments: the list of those that are open, and what they ask of their front end.
 #include "Basic/Environ.h"
 
 #include <string.h>
@@ -33,6 +34,7 @@ std::atomic<environ_vx*> default_environ{nullptr};  // the last of `open`; read 
 
 }  // namespace
 
+// Makes an environment and makes it the default one.
 environ_vx* NewEnviron()
 {
     Environs& all = All();
@@ -45,17 +47,21 @@ environ_vx* NewEnviron()
     return env;
 }
 
+// The default passes to the environment made before. A record that calls still use is only marked as deleted;
+// the last UnpinEnviron releases it.
 void ReleaseEnviron(environ_vx* env) noexcept
 {
     Environs& all = All();
     std::lock_guard guard(all.mutex);
     all.open.erase(std::remove(all.open.begin(), all.open.end(), env), all.open.end());
     default_environ.store(all.open.empty() ? nullptr : all.open.back());
+    // Pins are counted under the same mutex, so none can be taken in between.
     if (env->num_pins == 0) return all.pool.Release(env);
     env->header.SetTag(ENVIRON_TYPE | kDeletedFlag);
     env->is_closed = true;
 }
 
+// A pin keeps the record readable for a call although another thread closes the environment meanwhile.
 environ_vx* PinEnviron(const environ_vx* env) noexcept
 {
     Environs& all = All();
@@ -80,7 +86,7 @@ void UnpinEnviron(environ_vx* env) noexcept
     Environs& all = All();
     std::lock_guard guard(all.mutex);
     if (--env->num_pins > 0 || !env->is_closed) return;
-    ClearReportsOf(env);  // what the calls have told since
+    ClearReportsOf(env);  // those that the calls have made since
     all.pool.Release(env);
 }
 
@@ -100,6 +106,7 @@ void SetCheckingLevel(int level)
 
 int AskQuestion(const char* question, const char* answers, const char* deflt)
 {
+    // 1. Count the answers and find the default among them.
     // Position of the default among the answers, and how many there are.
     const std::string_view wanted = deflt;
     int num_answers = 0, default_answer = 0;
@@ -135,6 +142,7 @@ Secret AskPassword(const char* question)
     if (env == nullptr) return {};
     const auto handler = env->password_handler.Get();
     if (handler.function == nullptr) return {};
+    // The buffer is wiped below whatever the handler returns; the caller's copy is wiped when it goes.
     char buffer[kPasswordBuffer] = "";
     bool given = false;
     {

@@ -1,3 +1,4 @@
+// The list of records of each thread, how records are made and shown, and failures that unwind to the frame.
 #include "Basic/Error.h"
 
 #include <locale.h>
@@ -70,6 +71,7 @@ ErrorGroup& Group()
     return group;
 }
 
+// The list is linked both ways: a record in the middle goes when an environment closes.
 void Unlink(ErrorGroup& group, report_vx* record)
 {
     (record->newer ? record->newer->older : group.newest) = record->older;
@@ -89,6 +91,7 @@ void LinkNewest(ErrorGroup& group, report_vx* record)
     if (record->severity < ERROR_SEV) ++group.num_droppable;
 }
 
+// Gives a record and its sub-errors back. The preallocated record stays, marked as deleted.
 void Free(ErrorGroup& group, report_vx* record) noexcept
 {
     if (record == &group.memory_record) {
@@ -104,6 +107,7 @@ void Free(ErrorGroup& group, report_vx* record) noexcept
     Records().Release(record);
 }
 
+// Takes a record out of the list of its thread or of its parent. An empty list begins counting anew.
 void Remove(ErrorGroup& group, report_vx* record) noexcept
 {
     if (report_vx* parent = record->parent) {
@@ -141,6 +145,7 @@ ErrorGroup::~ErrorGroup()
     if (next) next->previous = previous;
 }
 
+// What ends a message about the contents of a file: line, file, context.
 std::string PlaceSuffix(const FilePlace& place)
 {
     std::string suffix;
@@ -150,8 +155,8 @@ std::string PlaceSuffix(const FilePlace& place)
     return suffix;
 }
 
-// The record for "out of memory", moved to the front of the list.  It stands for the worst that it had to
-// tell.
+// The record for "out of memory", moved to the front of the list.  It keeps the highest severity that it was
+// used with.
 report_vx* UseMemoryRecord(const char* text, Severity severity) noexcept
 {
     ErrorGroup& group = Group();
@@ -188,6 +193,8 @@ void DropOldest(ErrorGroup& group) noexcept
     Remove(group, victim && victim->severity < ERROR_SEV ? victim : group.oldest);
 }
 
+// A record with the function, environment and thread of the running call; not yet in a list. Sub-errors hang
+// on the outermost record, so they form one level.
 report_vx* NewRecord(const ReportArgs& args, std::string message)
 {
     const ThreadState& thread = ThisThread();
@@ -217,6 +224,7 @@ report_vx* NewRecord(const ReportArgs& args, std::string message)
     return record;
 }
 
+// Sub-errors go behind those that the parent has; others become the newest of the thread's list.
 void Enlist(report_vx* record)
 {
     ErrorGroup& group = Group();
@@ -237,6 +245,7 @@ void TellWatcher(int number)
         watcher(number < 0 ? -number : number);
 }
 
+// Adds the one record which reports that records are dropped, when the list first becomes full.
 void TellOfDropping()
 {
     ErrorGroup& group = Group();
@@ -282,6 +291,8 @@ std::string TextToShow(const report_vx& record)
     return prefix + MessageOf(record);
 }
 
+// Hands a record to the message handler, as often as the report limit allows, and keeps what it returns: how
+// the record was shown, or -4 for the user's wish to abort.
 void Show(report_vx* record)
 {
     environ_vx* env = record->env;
@@ -307,6 +318,7 @@ void Show(report_vx* record)
     if (result > record->disposition && result < NUM_DISPLAY_ERR) record->disposition = Disposition(result);
 }
 
+// Showing may allocate; failing at that must not fail the call a second time.
 report_vx* ShowMemoryRecord(const char* message, Severity severity) noexcept
 {
     report_vx* record = UseMemoryRecord(message, severity);
@@ -355,18 +367,23 @@ const char* SeverityWord(Severity severity)
     return kWords[severity];
 }
 
+// The one way by which a record comes to be.
 report_vx* ReportV(const ReportArgs& args, const char* format, va_list values)
 {
     if (args.severity >= ERROR_SEV) ThisThread().failed = true;
     if ((args.conditions & FROM_FRONT_END_CND) == 0) TellWatcher(args.number);
     try {
+        // 1. Warnings are counted: after kMaxRepeatedWarnings of one number in one call, one more says "More
+        // ...".
         bool last = false;
         if (args.severity == WARNING_SEV && !CountWarning(args.number, &last)) return Group().newest;
+        // 2. Markup first, arguments after it, so that no argument acts as markup.
         char wording[2 * kMessageBytes], buffer[kMessageBytes];
         ExpandMarkupInto(CurrentFlavor(), format, wording, sizeof wording);
         FormatInto(buffer, sizeof buffer, wording, values);
         std::string message =
             (last ? "More warnings of the form: " : "") + std::string(buffer) + PlaceSuffix(args.place);
+        // 3. Into the list, then to the handler, which may clear it again.
         TellOfDropping();
         report_vx* record = NewRecord(args, std::move(message));
         Enlist(record);
@@ -374,7 +391,7 @@ report_vx* ReportV(const ReportArgs& args, const char* format, va_list values)
         return record;
     } catch (const std::bad_alloc&) {
         if (args.severity >= ERROR_SEV) return ReportOutOfMemory("not enough memory to report an error");
-        // Nothing has failed but the telling, so the call goes on.
+        // Only the report has failed, so the call goes on.
         return ShowMemoryRecord("not enough memory to report a warning or notice", WARNING_SEV);
     }
 }
@@ -402,6 +419,7 @@ void FailOutOfMemory(const char* format, ...)
     va_end(values);
 }
 
+// The text is composed in the exception itself, as there may be no memory for a string.
 void FailOutOfMemoryV(const char* format, va_list values)
 {
     static constexpr char kStart[] = "not enough memory ";
@@ -421,6 +439,7 @@ report_vx* ReportOutOfMemory(const char* message) noexcept
     return ShowMemoryRecord(message, ERROR_SEV);
 }
 
+// Records without an environment are found from every one.
 report_vx* FindReport(const environ_vx* env, Severity least, int number, const report_vx* after)
 {
     ErrorGroup& group = Group();
@@ -435,6 +454,7 @@ report_vx* FindReport(const environ_vx* env, Severity least, int number, const r
     return nullptr;
 }
 
+// The count of records that may be dropped follows, except for sub-errors, which are in no list.
 void SetSeverity(report_vx& report, Severity severity) noexcept
 {
     ErrorGroup& group = Group();
@@ -463,6 +483,7 @@ void ClearReports(const environ_vx* env, Severity most) noexcept
     }
 }
 
+// An environment that closes takes its records along from the lists of all threads.
 void ClearReportsOf(const environ_vx* env) noexcept
 {
     std::lock_guard guard(ListMutex());
@@ -481,6 +502,7 @@ int CountReports()
     return group.count;
 }
 
+// Called with every call: the flag saves the look into thread-local storage where nothing was counted.
 void ForgetWarningCounts() noexcept
 {
     if (!ThisThread().has_warned) return;
@@ -488,6 +510,7 @@ void ForgetWarningCounts() noexcept
     Group().warnings.clear();
 }
 
+// Flags of the record, or implied by its number.
 bool HasCondition(const report_vx& report, uint32_t condition)
 {
     // Numbers whose records are inconsistencies of findings by definition.
@@ -500,6 +523,7 @@ bool HasCondition(const report_vx& report, uint32_t condition)
                std::end(kInconsistencies);
 }
 
+// Each level of verbosity adds: 1 file and position, 2 conditions and fate, 3 an empty line, 4 sub-errors.
 std::string PrintReport(report_vx& report, int verbosity)
 {
     static constexpr const char* kDisplay[NUM_DISPLAY_ERR] = {

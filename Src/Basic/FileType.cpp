@@ -1,3 +1,4 @@
+// Types of files: by the mark in their first bytes, and by the extension of their name.
 #include "Basic/FileType.h"
 
 #include <algorithm>
@@ -13,6 +14,7 @@ constexpr size_t kCodeLength = 4;
 constexpr struct {
     std::string_view extension;
     const char* type;
+    // The type is the code behind the mark that begins a file.
 } kTypes[] = {
     {"dne", "DNET"},
     {"tala", "TALA"},

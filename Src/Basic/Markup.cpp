@@ -1,3 +1,4 @@
+// Terms of messages in the words of each front end, and the expansion of markup in formats.
 #include "Basic/Markup.h"
 
 #include <algorithm>
@@ -77,6 +78,7 @@ constexpr TermDef kTerms[] = {
     // clang-format on
 };
 
+// Names of functions are in a higher room (Lexicon.cpp), which sets this when the library is loaded.
 constinit std::atomic<FunctionTranslator> translator{nullptr};
 
 // The binding for managed languages words types as programs do, but its booleans are "bool".
@@ -104,6 +106,7 @@ void Expand(Flavor flavor, std::string_view text, Append append)
 
 }  // namespace
 
+// A row of the table, else the name of a function, else the term itself.
 std::string_view TermIn(Flavor flavor, std::string_view term)
 {
     for (const TermDef& def : kTerms) {
@@ -123,6 +126,7 @@ std::string ExpandMarkupIn(Flavor flavor, std::string_view text)
     return expanded;
 }
 
+// Allocates nothing: it also words the message that memory is out.
 void ExpandMarkupInto(Flavor flavor, std::string_view text, char* buffer, size_t size)
 {
     size_t length = 0;
@@ -144,6 +148,7 @@ std::string FunctionNameIn(Flavor flavor, const char* function)
     return std::string(TermIn(flavor, function));
 }
 
+// Outside of any environment messages are for programmers.
 Flavor CurrentFlavor()
 {
     const environ_vx* env = ThisThread().env;

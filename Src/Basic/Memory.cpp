@@ -1,3 +1,4 @@
+// The count of the bytes that tables and lists take, and its limit.
 #include "Basic/Memory.h"
 
 #include <unistd.h>
@@ -42,6 +43,7 @@ double MemoryAvailable()
     return std::max(0.0, MemoryLimit() - double(MemoryInUse()));
 }
 
+// Counts first and takes back on excess, so that threads at the same time cannot pass the limit together.
 void TakeMemory(size_t bytes)
 {
     const int64_t after = in_use.fetch_add(int64_t(bytes), std::memory_order_relaxed) + int64_t(bytes);
@@ -55,6 +57,7 @@ void ReturnMemory(size_t bytes) noexcept
     in_use.fetch_sub(int64_t(bytes), std::memory_order_relaxed);
 }
 
+// A look ahead for a message that names the work; whether there really is memory shows when it is taken.
 void CheckMemory(double bytes, const char* format, ...)
 {
     if (bytes <= MemoryAvailable()) return;

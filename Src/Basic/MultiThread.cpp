@@ -1,3 +1,4 @@
+// Locks of objects and of calls, the concurrency mode, and what each thread keeps.
 #include "Basic/MultiThread.h"
 
 #include <algorithm>
@@ -102,8 +103,8 @@ bool RecursiveLock::TryEnter()
 {
     const uint32_t self = ThreadNumber();
     if (owner_.load(std::memory_order_relaxed) != self) {
-        uint32_t nobody = 0;
-        if (!owner_.compare_exchange_strong(nobody, self, std::memory_order_acquire)) return false;
+        uint32_t no_owner = 0;
+        if (!owner_.compare_exchange_strong(no_owner, self, std::memory_order_acquire)) return false;
     }
     ++depth_;
     return true;
@@ -114,6 +115,7 @@ bool RecursiveLock::Enter()
     return TryEnter() || Wait(ThreadNumber());
 }
 
+// Enters the list of waiting threads, unless waiting would close a circle, and sleeps until the owner leaves.
 bool RecursiveLock::Wait(uint32_t self)
 {
     WaitingThreads& waiting = Waiting();
@@ -141,6 +143,8 @@ void RecursiveLock::Leave()
 {
     if (--depth_ > 0) return;
     owner_.store(0);
+    // Both stores are sequentially consistent: a waiter has either raised the count before this is read, or
+    // sees owner 0.
     if (waiters_.load() > 0) owner_.notify_one();
 }
 
@@ -172,12 +176,14 @@ bool CallLocks::Has(const RecursiveLock* lock) const
     return std::find(used_, used_ + num_used_, lock) != used_ + num_used_;
 }
 
+// Whether the call or one of those around it has the lock.
 bool CallLocks::IsUsed(const CallLocks* call, const RecursiveLock* lock)
 {
     while (call != nullptr && !call->Has(lock)) call = call->callers;
     return call != nullptr;
 }
 
+// By mode: none, those of the objects, or the one of the library.
 bool CallLocks::Enter()
 {
     const ConcurrencyMode current = Concurrency();
@@ -213,6 +219,7 @@ void CallLocks::Leave()
     while (num_entered_ > 0) entered_[--num_entered_]->Leave();
 }
 
+// The lock of an object that the call itself has made: no other thread knows it yet, so it is free.
 void CallLocks::Adopt(RecursiveLock* lock)
 {
     if (Has(lock) || num_used_ == kMost) return;
@@ -245,6 +252,7 @@ void LeaveLibrary()
     if (is_changing.load()) calls_inside.notify_all();
 }
 
+// Waits until no call is inside, with new calls held back at their entry.
 void ChangeConcurrency(ConcurrencyMode wanted)
 {
     static std::mutex one_at_a_time;

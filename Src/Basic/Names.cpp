@@ -1,3 +1,4 @@
+// The rule for names: what is wrong with one, one made legal, lists of them.
 #include "Basic/Names.h"
 
 #include <algorithm>
@@ -41,6 +42,7 @@ std::string NonAsciiCharacter(const char* wide)
 
 }  // namespace
 
+// For wide names length and characters are judged in 16-bit units, as the caller counts them.
 uint32_t CheckName(const char* name, bool allow_star, std::string* reason)
 {
     if (name == nullptr) {
@@ -63,6 +65,7 @@ bool IsLegalName(std::string_view name)
            std::all_of(name.begin(), name.end(), IsNameChar);
 }
 
+// All problems are collected as bits; the reason is the first one's.
 uint32_t CheckNarrowName(std::string_view name, bool allow_star, std::string* reason)
 {
     uint32_t problems = 0;

@@ -1,3 +1,5 @@
+// The tokenizer of text net files: blanks, comments, words, quoted strings, numbers, and places for
+// messages.
 #include "Basic/Parser.h"
 
 #include <algorithm>
@@ -15,6 +17,7 @@ namespace {
 
 constexpr size_t kLineBlock = 512;
 
+// One look-up per character: words are runs of WORD_CHAR, and a zero byte ends the text or stands in it.
 enum CharClass : uint8_t { WORD_CHAR, BLANK_CHAR, PUNCTUATION_CHAR, SLASH_CHAR, ZERO_CHAR };
 
 constexpr std::array<uint8_t, 256> MakeClasses()
@@ -56,7 +59,7 @@ constexpr float kFloatTens[] = {1e0f, 1e1f, 1e2f, 1e3f, 1e4f, 1e5f, 1e6f, 1e7f, 
 constexpr double kDoubleTens[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
                                   1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
 
-// The float nearest to digits / 10^decimals, where that can be told cheaply; false otherwise.
+// The float nearest to digits / 10^decimals, where that can be computed cheaply; false otherwise.
 // Short numbers are one exact division.  Longer ones are divided in double; rounding that again to
 // float could only go wrong when the quotient lies within an ulp of the middle of two floats.
 bool TryDivide(uint64_t digits, int decimals, float& value)
@@ -83,6 +86,8 @@ bool IsTiny(std::string_view text)
     return text.find('.') < digit;
 }
 
+// from_chars, with what the format allows besides (a plus sign) and without what it does not (words); a
+// number too small to hold is 0.
 template <class T>
 bool ParseNumber(std::string_view text, T& value)
 {
@@ -107,6 +112,7 @@ Tokenizer::Tokenizer(std::string_view text, const char* file)
 
 // ---- Places ----
 
+// Counts line breaks; sums per block of the text are kept, so that many messages cost one pass.
 int64_t Tokenizer::LineOf(size_t at)
 {
     const auto count = [this](size_t from, size_t to) {
@@ -135,6 +141,7 @@ FilePlace Tokenizer::PlaceOf(size_t at)
 
 // ---- Tokens ----
 
+// Comments count as blanks.
 void Tokenizer::SkipBlanks()
 {
     for (;;) {
@@ -144,6 +151,7 @@ void Tokenizer::SkipBlanks()
     }
 }
 
+// Three forms: to the end of the line, C's, and one that nests.
 void Tokenizer::SkipComment()
 {
     const char* const start = at_;
@@ -184,6 +192,7 @@ std::string_view Tokenizer::ReadWord()
     return word;
 }
 
+// What stands at the place of an error, at most 40 bytes of it.
 std::string Tokenizer::PeekText()
 {
     SkipBlanks();
@@ -237,6 +246,7 @@ int AppendEscape(std::string& out, const char* at)
 
 }  // namespace
 
+// Line ends inside are kept as one line feed each; escapes are replaced.
 std::string Tokenizer::ReadQuoted()
 {
     std::string out;
@@ -293,8 +303,11 @@ bool ParseFloat(std::string_view text, float& value)
     return ParseNumber(text, value);
 }
 
+// Raises the error that fits: a character beyond ASCII (with its code), a malformed number, or no number at
+// all.
 void Tokenizer::FailNumber(std::string_view word)
 {
+    // 1. The first character beyond ASCII, decoded as far as its bytes go.
     for (size_t i = 0; i < word.size(); ++i) {
         const auto lead = static_cast<unsigned char>(word[i]);
         if (lead < 0x80) continue;
@@ -307,6 +320,7 @@ void Tokenizer::FailNumber(std::string_view word)
             code = code << 6 | (static_cast<unsigned char>(word[i]) & 0x3F);
         FailAt<2677>(Place(), code);
     }
+    // 2. Else what stands there.
     const std::string shown(word.empty() ? PeekText() : std::string(word.substr(0, 40)));
     const char first = shown.empty() ? ' ' : shown[0];
     if (IsDigit(first) || first == '+' || first == '-' || first == '.') FailAt<4001>(Place(), shown.c_str());
@@ -336,6 +350,8 @@ int64_t Tokenizer::ReadInteger()
     return value;
 }
 
+// Tables are millions of numbers of few digits: these are taken digit by digit and divided once; the rest go
+// through from_chars.
 bool Tokenizer::TryReadFloat(float& value)
 {
     SkipBlanks();
@@ -378,6 +394,7 @@ const char* StringEnd(const char* at, const char* end)
 
 }  // namespace
 
+// For fields that are not known: up to the semicolon or brace that ends the statement.
 void Tokenizer::SkipValue()
 {
     // Only the depth is kept: brackets of one kind may close those of another in what is skipped.
@@ -402,6 +419,7 @@ void Tokenizer::SkipValue()
     }
 }
 
+// Braces are counted outside of strings and comments; the block is read later by its own reader.
 std::string_view Tokenizer::ReadBody(const char* what)
 {
     const size_t start = At();

@@ -1,3 +1,4 @@
+// Reports to the progress handler, at most ten a second, and requests to stop.
 #include "Basic/Progress.h"
 
 #include "Basic/Environ.h"
@@ -23,6 +24,7 @@ Progress::Progress(const char* title) : title_(title)
     if (HasHandler()) next_ = std::chrono::steady_clock::now() + kBetweenReports;
 }
 
+// A handler that was called learns that the operation has ended.
 Progress::~Progress()
 {
     environ_vx* env = ThisThread().env;
@@ -33,6 +35,7 @@ Progress::~Progress()
     handler.function(env, title_, -1, handler.data);
 }
 
+// Once halted it stays halted, also when the flag is withdrawn meanwhile.
 bool Progress::Step(double fraction)
 {
     if (halted_ || IsHalted()) return !(halted_ = true);

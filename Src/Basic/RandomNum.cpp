@@ -1,3 +1,4 @@
+// Random generators as objects: seeds, their state as text, their lock.
 #include "Basic/RandomNum.h"
 
 #include <algorithm>
@@ -35,6 +36,7 @@ int64_t ParseSeed(const char* text)
     return seed;
 }
 
+// Seeds from the clock are counted on top of it, so that two in the same second differ.
 RandomState NewState(int64_t seed, bool reproducible)
 {
     if (seed == kClockSeed)

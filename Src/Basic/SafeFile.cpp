@@ -1,3 +1,4 @@
+// Files written beside their target and renamed when complete, and files read as bytes.
 #include "Basic/SafeFile.h"
 
 #include <fcntl.h>
@@ -53,6 +54,7 @@ std::string FollowLinks(std::string path)
     return "";
 }
 
+// The system may write less than asked, or be interrupted.
 void WriteFully(int file, std::string_view bytes, bool& failed)
 {
     while (!bytes.empty() && !failed) {
@@ -78,7 +80,7 @@ int OpenFile(const std::string& path, int flags)
     return file;
 }
 
-// False if closing told of an error.  A call that was interrupted has closed the file all the same.
+// False if closing reported an error.  A call that was interrupted has closed the file all the same.
 bool CloseFile(int file)
 {
     return file_ops.close(file) == 0 || errno == EINTR;
@@ -86,6 +88,8 @@ bool CloseFile(int file)
 
 }  // namespace
 
+// Opens the temporary file, with the mode and owner of the file it is to replace. What is no regular file (a
+// pipe, a terminal) is written in place.
 SafeFile::SafeFile(std::string path, bool keep_private) : path_(std::move(path)), target_(FollowLinks(path_))
 {
     if (target_.empty()) FailOpening(path_);
@@ -105,6 +109,7 @@ SafeFile::SafeFile(std::string path, bool keep_private) : path_(std::move(path))
     if (::fchmod(file_, old.st_mode & (owned ? 07777 : 0777)) != 0) FailWriting();
 }
 
+// O_EXCL: a file or link that is there already, perhaps laid by another user, is never followed.
 void SafeFile::OpenTemporary(bool keep_private)
 {
     static std::atomic<unsigned> counter{0};
@@ -146,6 +151,7 @@ void SafeFile::Write(std::string_view bytes)
     if (failed) FailWriting();
 }
 
+// Sync, close, rename, sync the folder: after each step the target has either its old or its new contents.
 void SafeFile::Commit()
 {
     // A failed sync is never tried again: the system may have dropped the data and forgotten it.

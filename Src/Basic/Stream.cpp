@@ -1,3 +1,4 @@
+// Streams: files on disk and contents in memory, read and written as bytes.
 #include "Basic/Stream.h"
 
 #include <algorithm>
@@ -57,6 +58,7 @@ void DeleteStream(Stream* stream) noexcept
     Pool().ReleaseWithLock(stream);
 }
 
+// From the back, where taking one out of the list is cheap.
 void DeleteStreams(environ_vx& env) noexcept
 {
     while (!env.streams.empty()) DeleteStream(env.streams.back());
@@ -79,6 +81,7 @@ void SetContents(Stream& stream, std::string_view bytes)
     stream.next_case = 0;
 }
 
+// UTF-8 without zero bytes, by the ranges of the Unicode Standard's table of well-formed byte sequences.
 bool IsPlainText(std::string_view bytes)
 {
     size_t i = 0;
@@ -114,6 +117,7 @@ ByteSource::ByteSource(const Stream& stream)
 
 ByteSource::ByteSource(const std::string& path) : file_(std::make_unique<InputFile>(path)) {}
 
+// In small pieces for tests, which check that readers do not depend on where a block ends.
 ByteSource ByteSource::OfBytes(std::string_view bytes, size_t most_at_once)
 {
     ByteSource source;
@@ -144,6 +148,7 @@ int64_t ByteSource::SizeHint() const
     return file_ ? file_->SizeHint() : static_cast<int64_t>(rest_.size());
 }
 
+// The whole contents with a zero byte behind them: a view for memory, a copy for a file.
 StreamBytes::StreamBytes(const Stream& stream, bool binary)
 {
     if (stream.in_memory) {
@@ -181,6 +186,7 @@ void ByteSink::Write(std::string_view bytes)
         contents_.append(bytes);
 }
 
+// A memory stream gets its new contents only here, as a file does.
 void ByteSink::Commit()
 {
     if (file_) {

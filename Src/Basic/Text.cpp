@@ -1,3 +1,5 @@
+// Conversion between narrow and wide text, formatting, and numbers as text, all without the program's
+// locale.
 #include "Basic/Text.h"
 
 #include <locale.h>
@@ -14,6 +16,7 @@ namespace {
 
 constexpr char kWideMark[] = "\xFF\xFE";
 
+// Byte by byte, as wide text of callers may stand at an odd address.
 uint16_t UnitAt(const char* wide, size_t index)
 {
     const auto byte = [wide](size_t at) { return static_cast<unsigned char>(wide[at]); };
@@ -192,6 +195,7 @@ std::string Format(const char* format, ...)
     return text;
 }
 
+// One pass for texts that fit the buffer on the stack, a second one for longer ones.
 std::string FormatV(const char* format, va_list values)
 {
     const CLocale locale;

@@ -1,3 +1,4 @@
+// The history of a net: a ring of steps, its limits, groups of steps, undoing and redoing.
 #include "Basic/Undo.h"
 
 #include <algorithm>
@@ -15,6 +16,7 @@ constexpr size_t kFirstCapacity = 16;
 // Of all threads together: a group may be filled by several of them in turn.
 std::atomic<uint64_t> last_sequence{0};
 
+// Lists in which the running calls of this thread have recorded something, the innermost call's first.
 thread_local UndoList* first_open = nullptr;
 
 }  // namespace
@@ -28,6 +30,7 @@ size_t UndoStep::CountBytes() const noexcept
     return total;
 }
 
+// Backwards, as each record restores what was there before it was done.
 void UndoStep::Undo() noexcept
 {
     for (auto record = records.rbegin(); record != records.rend(); ++record) (*record)->Undo();
@@ -40,6 +43,8 @@ void UndoStep::Redo() noexcept
 
 // ---- The ring ----
 
+// Doubles the slots, in order from the oldest. Their number is a power of two, so that indices wrap by a
+// mask.
 void UndoRing::Reserve()
 {
     if (size_ < slots_.size()) return;
@@ -78,6 +83,7 @@ void UndoList::CheckIdle() const
     if ((has_open_ && group_ == NO_UNDO_GROUP) || is_undoing_) Fail<6306>();
 }
 
+// Both 0 turns recording off; else it is on, and lower limits take effect at once.
 void UndoList::SetLimits(int count, double memory)
 {
     CheckIdle();
@@ -143,6 +149,7 @@ void UndoList::DiscardNewest() noexcept
 
 // ---- Recording ----
 
+// Takes the room for the step now, so that ending it cannot fail.
 void UndoList::Open()
 {
     if (has_open_) return;
@@ -151,6 +158,7 @@ void UndoList::Open()
     committed_ = 0;
 }
 
+// The entry frame finds the list and ends the step when the call returns.
 void UndoList::Enlist() noexcept
 {
     if (is_listed_) return;
@@ -175,6 +183,8 @@ void UndoList::SetText(std::string text)
     if (open_.text.empty()) open_.text = std::move(text);
 }
 
+// Every change comes through here: recorded first, done afterwards, so that memory runs out before anything
+// changes.
 void UndoList::Do(std::unique_ptr<UndoRecord> record, std::string text)
 {
     record->sequence = ++last_sequence;
@@ -203,6 +213,7 @@ void UndoList::Commit() noexcept
     if (has_open_) committed_ = last_sequence;
 }
 
+// Takes back what was recorded after a mark, but never what was committed.
 void UndoList::RollBack(uint64_t mark) noexcept
 {
     mark = std::max(mark, committed_);
@@ -224,6 +235,7 @@ void UndoList::EndStep() noexcept
     if (!step.records.empty()) Keep(std::move(step));
 }
 
+// A new step discards those that could be redone, then makes room for itself within the limits.
 void UndoList::Keep(UndoStep&& step) noexcept
 {
     while (redo_position_ < ring_.size()) DiscardNewest();
@@ -248,6 +260,7 @@ void UndoList::OpenGroup(std::string text)
     ++group_depth_;
 }
 
+// Of an aborted group only what was still done after aborting is left to be taken back.
 void UndoList::CloseGroup()
 {
     if (group_depth_ == 0) Fail<6302>();
@@ -270,6 +283,7 @@ void UndoList::AbortGroup()
 
 // ---- Walking ----
 
+// Undoing and redoing wait for open groups, and refuse a step with a record that no code stands for.
 void UndoList::CheckCanWalk(const UndoStep* step) const
 {
     if (group_ == OPEN_UNDO_GROUP) Fail<6304>();
@@ -280,6 +294,7 @@ void UndoList::CheckCanWalk(const UndoStep* step) const
         if (record->Code() <= 0 || record->Code() >= kNumUndoCodes) Fail<6307>(record->Code());
 }
 
+// The records may grow or shrink when they exchange values, so the step's bytes are counted anew.
 bool UndoList::Undo()
 {
     UndoStep* step = redo_position_ > 0 ? &ring_[redo_position_ - 1] : nullptr;
@@ -327,6 +342,7 @@ uint64_t CallMark() noexcept
     return last_sequence.load(std::memory_order_relaxed);
 }
 
+// A call that fails takes back what it has done, in all nets that it changed.
 void RollBackCall(uint64_t mark) noexcept
 {
     for (UndoList* list = first_open; list != nullptr; list = list->next_open_) list->RollBack(mark);

@@ -206,7 +206,7 @@ void EntryFrame::UseLock(RecursiveLock* lock, bool changes) noexcept
     is_at_work_ |= CallLocks::IsUsed(ThisThread().locks, lock);
 }
 
-// Of more than two different nets, two will do: no function works on them, and both may be told of.
+// Of more than two different nets, two will do: no function works on them, and the error names two nodes.
 void EntryFrame::Use(const EntriesOf& entries) noexcept
 {
     if (!IsLive(entries.list, NODELIST_TYPE)) return;

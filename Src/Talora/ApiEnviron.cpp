@@ -28,7 +28,7 @@ void CopyMessage(char* buffer, std::string_view text)
 }
 
 // Runs the body of a function that makes, initialises or closes an environment: no ready environment is
-// needed, and a failure is told in the caller's buffer too.
+// needed, and a failure is reported in the caller's buffer too.
 template <class R, class Body>
 R CallLifeCycle(const char* function, environ_vx* env, char* mesg, R failure, Body&& body) noexcept
 {

@@ -140,7 +140,7 @@ private:
     // Findings that contradict one another still have a probability, 0, so it comes first.
     static void AddProbability(Session& session, net_bn* net)
     {
-        // The logarithm first: it tells a contradiction from a probability too small for a double.
+        // The logarithm first: it distinguishes a contradiction from a probability too small for a double.
         const double log_probability = LogFindingsProbability_bn(net);
         session.Field("probability_of_findings") = nullptr;
         session.Field("log_probability_of_findings") = RealOrNull(log_probability);

@@ -433,7 +433,7 @@ std::string FishCompletion(const std::vector<CommandText>& commands)
 void PrintNames(Session& session, const std::string& path, const std::string& node_name)
 {
     session.options.quiet = true;
-    SetPasswordHandler_vx(session.env, nullptr, nullptr);  // nobody is to be asked in the midst of a line
+    SetPasswordHandler_vx(session.env, nullptr, nullptr);  // no questions in the midst of a line
     net_bn* net = ReadNet(session, path);
     if (node_name.empty()) {
         for (const std::string& name : NodeNames(GetNetNodes2_bn(net, nullptr))) session.Print(name + "\n");

@@ -79,7 +79,7 @@ public:
         if (prior_ > 0) SetPrior(nodes, prior_);
         session.Check();
         const learner_bn* learner = LearnFrom(session, ToList(net, nodes), cases);
-        Tell(session, learner);
+        Report(session, learner);
         WriteNet(session, net, out_);
     }
 
@@ -101,7 +101,7 @@ private:
         return learner;
     }
 
-    void Tell(Session& session, const learner_bn* learner) const
+    void Report(Session& session, const learner_bn* learner) const
     {
         Json& iterations = session.Field("iterations") = Json::array();
         const int count = GetLearnerNumIterations_bn(learner);

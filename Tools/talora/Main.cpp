@@ -44,7 +44,7 @@ constexpr CommandDef kCommands[] = {
      "  talora mpe Examples/chest-clinic.dne -f Dyspnoea=Yes --nth 1     the next best\n"
      "  talora mpe net.dne --node LungCancer --node Bronchitis           of these two only",
      "configuration (by node: state), nth, probability, log_probability."},
-    {"sensitivity", "Shows which further findings would tell most about a node", MakeSensitivity,
+    {"sensitivity", "Shows which further findings would be most informative about a node", MakeSensitivity,
      "  talora sensitivity Examples/chest-clinic.dne --query LungCancer\n"
      "  talora sensitivity Examples/chest-clinic.dne --query LungCancer --vary XRay -f Smoker=Yes --report",
      "query, entropy, belief_variance, rows (a list: node, mutual_info, variance_of_beliefs, "
@@ -97,7 +97,7 @@ constexpr const char* kExamples =
     "  talora beliefs Examples/chest-clinic.dne -f Dyspnoea=Yes  after a finding\n"
     "  talora beliefs Examples/chest-clinic.dne --json           for programs\n"
     "\n"
-    "talora COMMAND --help tells more.  '-' as a file name is standard input or output.\n"
+    "See talora COMMAND --help for details.  '-' as a file name is standard input or output.\n"
     "Exit status: 0 done, 1 failed, 2 wrong usage.";
 
 constexpr size_t kHelpColumn = 36;
@@ -154,7 +154,7 @@ std::string VersionText(environ_vx* env)
     return version;
 }
 
-// What the build and the completion scripts of shells ask for; not told of in the help.
+// What the build and the completion scripts of shells ask for; not listed in the help.
 //   --manual FOLDER       writes manual pages, completion scripts and the reference of the commands
 //   --names NET [NODE]    prints the names of the nodes of a net, or of the states of a node
 bool AnswerScripts(Session& session, const CLI::App& app, int argc, char** argv)

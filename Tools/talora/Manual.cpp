@@ -10,7 +10,7 @@ namespace command {
 
 namespace {
 
-// "WORD:{counting,em}" as the parser tells it: the words that are allowed.
+// "WORD:{counting,em}" as the parser describes it: the words that are allowed.
 std::vector<std::string> WordsOf(const std::string& type)
 {
     std::vector<std::string> words;

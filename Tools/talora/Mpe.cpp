@@ -24,7 +24,7 @@ public:
         app.add_option("--nth", nth_, "Which one: 0 the most probable, 1 the next ...")
             ->check(CLI::Range(0, INT_MAX))
             ->type_name("K");
-        app.add_option("--node", node_names_, "Tell settings of these nodes apart; may be repeated")
+        app.add_option("--node", node_names_, "Rank the settings of these nodes only; may be repeated")
             ->allow_extra_args(false)
             ->type_name("NODE");
         html_.Define(app);

@@ -46,7 +46,7 @@ public:
     {
         if (write(file_, text, strlen(text)) < 0) return;  // then it is not seen
     }
-    // One line, without its end.  False when the person interrupts or ends the input.
+    // One line, without its end.  False when the user interrupts or ends the input.
     bool ReadLine(environ_vx* env, char* line, size_t size) const
     {
         size_t length = 0;
@@ -63,7 +63,7 @@ public:
     }
 
 private:
-    // False once the person has interrupted.  An interrupt just before the wait does not end it, so the flag
+    // False once the user has interrupted.  An interrupt just before the wait does not end it, so the flag
     // is looked at now and then.
     bool WaitForInput(environ_vx* env) const
     {

@@ -1,4 +1,4 @@
-// talora sensitivity: which further findings would tell most about a node.
+// talora sensitivity: which further findings would be most informative about a node.
 #include <algorithm>
 #include <cmath>
 #include <nlohmann/json.hpp>

@@ -72,7 +72,7 @@ std::string InformationBars(sensv_bn* sensv, const std::vector<node_bn*>& varyin
     const size_t all = rows.size();
     rows.resize(std::min(all, kMostBars));
     return FigureMarkup(
-        BarChart("Mutual information", "A bar for each varying node, those that tell most first", rows),
+        BarChart("Mutual information", "A bar for each varying node, the most informative first", rows),
         "Mutual information",
         Omitted(rows.size(), all) + "How much of the entropy, " + Digits(entropy) +
             " bit, a finding at the node is expected to take away.");
@@ -116,7 +116,7 @@ Page SensitivityPage(sensv_bn* sensv, const net_bn* net, const std::vector<node_
     if (beliefs == nullptr) return page;
     const std::vector<state_bn> states = StatesToShow(query, beliefs);
 
-    page.Section("Where a further finding would tell most");
+    page.Section("Where a further finding would be most informative");
     page.Figures({BeliefBars(query, beliefs, states), InformationBars(sensv, others)});
     page.Section("How far a further finding can move each belief");
     page.Paragraph(

@@ -40,7 +40,7 @@ constexpr MeasureDef kRealFigures[] = {{"cases", "Cases with a value"},
                                        {"from_2_to_3_deviations", "Cases from 2 to 3 deviations"},
                                        {"above_3_deviations", "Cases above 3 deviations"}};
 
-// A number for a table: nothing where there is nothing to tell.
+// A number for a table; empty where there is none.
 std::string Shown(double value)
 {
     return value == GetUndefDbl_vx() ? "–" : Digits(value);
@@ -251,7 +251,7 @@ void AddNode(Page& page, const tester_bn* tester, const node_bn* node)
     const int num_states = GetNodeNumberStates_bn(node);
     page.Section(NameAndTitle(GetNodeName_bn(node), GetNodeTitle_bn(node)));
     if (!(GetTestNumCases_bn(tester, node, nullptr, nullptr) > 0)) {
-        page.Paragraph("No case told the state of this node.");
+        page.Paragraph("No case has a state for this node.");
         return;
     }
     const std::vector<state_bn> states = StatesWithCurves(tester, node);

@@ -1,3 +1,4 @@
+// Beliefs of some nodes for every case of a block, equal cases propagated once.
 #include "BN/CaseRuns/CaseBeliefs.h"
 
 #include <algorithm>
@@ -14,6 +15,7 @@ constexpr size_t kCacheBytes = size_t(64) << 20;  // beyond that it begins afres
 constexpr int32_t kFree = -1;
 constexpr size_t kFirstSlots = 1024;
 
+// Multiplication with folding of the high half: keys that differ in one state spread over all slots.
 uint64_t HashOf(std::span<const int32_t> key)
 {
     uint64_t hash = 0x9E3779B97F4A7C15;
@@ -61,6 +63,8 @@ struct CaseBeliefs::Engine {
     void Run();
 };
 
+// 1. The columns that are entered. 2. Where each asked node's belief stands among those of an entry. 3. The
+// inference, for which the net is compiled if need be.
 CaseBeliefs::CaseBeliefs(Net& net, std::span<Node* const> asked, std::span<Node* const> read,
                          std::vector<char> enters)
     : engine_(new Engine)
@@ -126,6 +130,7 @@ int32_t CaseBeliefs::Engine::NewEntry(std::span<const int32_t> key)
     return entry;
 }
 
+// Puts an entry into the next run, and runs when that is full.
 void CaseBeliefs::Engine::Wait(int32_t entry, std::span<const int32_t> key,
                                std::span<const CaseLikelihood> likelihoods)
 {
@@ -142,6 +147,7 @@ void CaseBeliefs::Engine::Wait(int32_t entry, std::span<const int32_t> key,
     if (int(waiting.size()) == inference->Width()) Run();
 }
 
+// Propagates the waiting entries together and keeps their results. Impossible ones keep a belief of zeros.
 void CaseBeliefs::Engine::Run()
 {
     std::vector<CaseFindings> run(waiting.size());
@@ -165,9 +171,11 @@ bool CaseBeliefs::Compute(const CaseBlock& block)
 {
     Engine& e = *engine_;
     const size_t entry_bytes = e.columns.size() * sizeof(int32_t) + e.start.back() * sizeof(float) + 16;
+    // 1. A cache that is full, or whose last block was left in the middle, begins afresh.
     if (!e.is_complete || e.NumEntries() * entry_bytes > kCacheBytes) e.Clear();
     e.is_complete = false;
     e.entry_of.assign(size_t(block.num_cases), kFree);
+    // 2. Each row gets its entry: the one of an equal row, or a new one that waits for the next run.
     std::vector<int32_t> key(e.columns.size());
     auto likelihood = block.likelihoods.begin();
     for (int row = 0; row < block.num_cases; ++row) {
@@ -195,6 +203,7 @@ bool CaseBeliefs::Compute(const CaseBlock& block)
         }
         if (e.waiting.empty() && IsHalted()) return false;
     }
+    // 3. The rest is run although there is room for more.
     if (!e.waiting.empty()) e.Run();
     return e.is_complete = true;
 }

@@ -1,3 +1,5 @@
+// The probability, beliefs and family counts of cases: sixteen at a time, or one by one where trees are
+// large.
 #include "BN/CaseRuns/CaseInference.h"
 
 #include <algorithm>
@@ -29,6 +31,8 @@ struct Family {
     std::vector<int64_t> places;  // by configuration of the members; only if cut
 };
 
+// Walks over the node and its parents from the last, with two strides: that of the node's table, and that of
+// the table without parents whose state is fixed.
 std::vector<int64_t> PlacesInTable(const CompiledNet& compiled, const Node& node, int64_t size)
 {
     std::vector<int64_t> places(size_t(size), 0);
@@ -48,6 +52,7 @@ std::vector<int64_t> PlacesInTable(const CompiledNet& compiled, const Node& node
     return places;
 }
 
+// The members, and for nodes with fixed parents the way into the node's table.
 Family FamilyOf(const CompiledNet& compiled, int variable)
 {
     const Node& node = *compiled.nodes[size_t(variable)];
@@ -98,7 +103,7 @@ struct CaseInference::Engine {
     std::unique_ptr<BatchPropagation> batch;   // null where the tree is too large
     std::unique_ptr<Propagation> propagation;  // null until it is needed
     std::unique_ptr<TargetedQuery> query;      // null until it is needed
-    std::vector<char> observed;                // by variable: whether the last case told it
+    std::vector<char> observed;                // by variable: whether the last case had it
     std::vector<int> targets;                  // of the query: beliefs wanted, then open members of families
     std::vector<int32_t> entered;              // the states that the propagation has
     std::vector<int> softened;                 // variables that have weights in it
@@ -106,6 +111,7 @@ struct CaseInference::Engine {
     size_t num_singles = 0;
     int num_cases = 0;
 
+    // Lays out the numbers that a case is kept by: the beliefs wanted, then the families wanted.
     Engine(Net& of, const CaseResults& asked) : net(of), compiled(*of.compiled), wanted(asked)
     {
         num_variables = int(compiled.nodes.size());
@@ -128,6 +134,8 @@ struct CaseInference::Engine {
                 compiled.propagation_graph, compiled.tree, [this](int v) { return Table(v); }, wanted);
     }
 
+    // The table of a variable as propagation reads it: the net's, or the one given in its place, with fixed
+    // parents cut out.
     const float* Table(int variable)
     {
         const float* const used = tables_used[size_t(variable)];
@@ -142,6 +150,7 @@ struct CaseInference::Engine {
         return cut.data();
     }
 
+    // Every engine that has been made reads the table again.
     void TableChanged(int variable)
     {
         made.erase(variable);
@@ -150,6 +159,8 @@ struct CaseInference::Engine {
         if (query) query->TableChanged(variable);
     }
 
+    // The batch first; cases that it cannot hold in single precision, or all where there is none, by
+    // themselves.
     void Run(std::span<const CaseFindings> cases)
     {
         const DenormalsOff mode;
@@ -196,6 +207,8 @@ struct CaseInference::Engine {
         return is_as_before || num_open <= num_variables / kFewOpen || compiled.tree.total_size > kHugeTree;
     }
 
+    // 1. The case as findings. 2. The targets: beliefs wanted, then the members of families that are not
+    // observed, each once. 3. The query.
     UpdateStatus AskPart(const CaseFindings& findings)
     {
         if (!query)
@@ -242,6 +255,7 @@ struct CaseInference::Engine {
         return Update();
     }
 
+    // Only what differs from the case before is entered, so that messages which still hold are kept.
     void Enter(const CaseFindings& findings)
     {
         for (int v : softened) propagation->SetLikelihood(v, nullptr);
@@ -286,6 +300,8 @@ struct CaseInference::Engine {
         return found != end && found->k == k ? &*found : nullptr;
     }
 
+    // Adds weight times P (family | case) of every case: those of the batch in one pass, the single ones
+    // after them.
     void AddFamilyCounts(int variable, std::span<const double> weights, double* counts) const
     {
         const Family& family = families[size_t(family_index[size_t(variable)])];

@@ -1,3 +1,4 @@
+// Writes the cases of a set with the beliefs that they give rise to, as columns or as lines of JSON.
 #include "BN/CaseRuns/CaseScores.h"
 
 #include <charconv>
@@ -14,6 +15,7 @@ namespace talora {
 
 namespace {
 
+// Nodes of one net, each once, each with beliefs.
 void CheckScoredNodes(const std::vector<Node*>& nodes)
 {
     if (nodes.empty()) Fail<6752>();
@@ -25,6 +27,7 @@ void CheckScoredNodes(const std::vector<Node*>& nodes)
     }
 }
 
+// The shortest digits that read back to the same number, whatever the locale.
 template <class Number>
 void AppendNumber(std::string& text, Number value)
 {
@@ -39,6 +42,7 @@ public:
         : env_(*nodes[0]->net->env), nodes_(nodes), sink_(sink), signs_(SignsOf(env_))
     {}
 
+    // The header is written once, from the first source; the others must have the same columns.
     void BeginSource(const CaseSource& source)
     {
         lines_.emplace(source, env_.case_delimiter, false);
@@ -68,6 +72,7 @@ public:
     }
 
 private:
+    // The columns as they were, then one for each state of each node.
     void WriteHeader(const CaseFileHeader& header)
     {
         signs_.delimiter = header.delimiter;
@@ -165,6 +170,7 @@ private:
     int64_t num_cases_ = 0;
 };
 
+// One warning per case; the list of records cuts repeats short.
 void WarnOfImpossible(const Net& net, const CaseReader& reader, const CaseBlock& block,
                       const CaseBeliefs& beliefs)
 {
@@ -173,6 +179,7 @@ void WarnOfImpossible(const Net& net, const CaseReader& reader, const CaseBlock&
 }
 
 template <class Writer>
+// Block by block, so that memory does not grow with the number of cases.
 double WriteCases(CaseReader& reader, CaseBeliefs& beliefs, const Net& net, Writer& writer)
 {
     Progress progress("Finding beliefs of cases");
@@ -197,6 +204,8 @@ double WriteCaseBeliefs(const Caseset& cases, const std::vector<Node*>& nodes, S
 {
     CheckScoredNodes(nodes);
     Net& net = *nodes[0]->net;
+    // 1. What the cases say of the nodes themselves is read, for their columns, but entered only if asked
+    // for.
     const std::unordered_set<const Node*> own(nodes.begin(), nodes.end());
     std::vector<Node*> read;
     std::vector<char> enters;
@@ -205,6 +214,7 @@ double WriteCaseBeliefs(const Caseset& cases, const std::vector<Node*>& nodes, S
         read.push_back(node);
         enters.push_back(options.whole_cases || own.count(node) == 0);
     }
+    // 2. The output is a file only when it is complete: a failure or a halt leaves the old one.
     CaseReader reader(cases, read);
     CaseBeliefs beliefs(net, nodes, read, enters);
     ByteSink sink(output);

@@ -1,3 +1,4 @@
+// Tables from equations: exact, integrated over intervals, or sampled.
 #include "BN/Equations/EqnToTable.h"
 
 #include <algorithm>
@@ -37,6 +38,7 @@ struct Interval {
     double low, high;
 };
 
+// The library's infinities and undefined number as those of IEEE 754, with which equations are evaluated.
 double ToIeee(double value)
 {
     if (IsUndef(value)) return kUndefinedEqn;
@@ -50,6 +52,7 @@ double FromIeee(double value)
     return std::isinf(value) ? std::copysign(InfinityDbl(), value) : value;
 }
 
+// A node as equations see it: states, their names, levels.
 EqnVariable MakeVariable(const Node& node, const std::string& name)
 {
     EqnVariable variable;
@@ -107,6 +110,7 @@ double TailScale(const std::vector<double>& thresholds, int state)
     return width > 0 && std::isfinite(width) ? width : 1;
 }
 
+// Uniform between finite ends, else an exponential tail with the width of the neighbour as its scale.
 IntervalDraw MakeDraw(const std::vector<double>& thresholds, int state)
 {
     const Interval bounds = BoundsOf(thresholds, state);
@@ -119,6 +123,7 @@ IntervalDraw MakeDraw(const std::vector<double>& thresholds, int state)
     return {IntervalDraw::BOTH, 0, 1};
 }
 
+// By inversion: u is above 0, so its logarithm is finite.
 double Draw(const IntervalDraw& draw, RandomState& random)
 {
     const double u = NextPositive(random);
@@ -174,6 +179,7 @@ int StateOfResult(const Builder& b, double value)
 {
     const EqnVariable& output = b.Output();
     const char* const name = b.node.name.c_str();
+    // 1. Into intervals.
     if (!output.discrete) {
         const int interval = FindInterval(output.levels, value);
         if (interval < 0)
@@ -181,8 +187,10 @@ int StateOfResult(const Builder& b, double value)
                        *std::max_element(output.levels.begin(), output.levels.end()), InputText(b).c_str());
         return interval;
     }
+    // 2. Into states that the equation names, true or false, or stands for by their levels.
     if (b.eqn.result == EqnResult::TRUTH) return StateOfTruth(output, value != 0);
     if (b.eqn.result == EqnResult::AS_STATE) return NearestLevel(output, value);
+    // 3. Numbers: a level, or else the number of a state.
     const bool by_level = b.eqn.result == EqnResult::NUMBER && !output.levels.empty();
     if (by_level)
         for (int state = 0; state < output.num_states; ++state)
@@ -194,6 +202,7 @@ int StateOfResult(const Builder& b, double value)
     return static_cast<int>(value);
 }
 
+// A tiny negative probability comes from rounding and counts as 0.
 double CheckProb(const Builder& b, double prob, int state)
 {
     if (prob < 0 && prob >= kSmallestNegative) return 0;
@@ -244,6 +253,8 @@ void IntegrateRow(Builder& b, double* row)
     }
 }
 
+// Of a continuous node the density at a drawn point, times the width of the interval: its mean over samples
+// is the integral.
 double ProbOfState(Builder& b, int state)
 {
     double width = 1;
@@ -263,14 +274,15 @@ void ExactRow(Builder& b, double* probs)
     for (int state = 0; state < NumStates(b.node); ++state) probs[state] = ProbOfState(b, state);
 }
 
-// Whether the samples of a row end here because the person has had enough: the row is then made of those that
-// there are.
+// Whether the samples of a row end here because a halt was requested: the row is then made of the samples
+// so far.
 bool EndsAt(int sample)
 {
     constexpr int kBetweenLooks = 1 << 14;
     return sample % kBetweenLooks == kBetweenLooks - 1 && IsHalted();
 }
 
+// Adds the probabilities of one sample after the other, until a cell is too large to grow.
 void SampleProbRow(Builder& b, float* row, std::vector<double>& probs)
 {
     const int num_states = NumStates(b.node);
@@ -319,6 +331,7 @@ void StartCounts(const Builder& b, int64_t row_index, float* row)
         row[state] = known ? static_cast<float>(row[state] * weight) : 0.0f;
 }
 
+// The one row that the parents' present states select, in the kind of table that was chosen.
 void FillRow(Builder& b, int64_t row_index, std::vector<double>& probs)
 {
     const RandomScope guard(b.sampled ? b.random_lock : nullptr);
@@ -351,7 +364,7 @@ void NextRow(Builder& b)
     }
 }
 
-// Fills rows until all are done or the person has had enough.  @return how many were filled
+// Fills rows until all are done or a halt is requested.  @return how many were filled
 int64_t FillRows(Builder& b, int64_t num_rows)
 {
     const std::string title = ExpandMarkup("generating >-CPTable for node '") + b.node.name + "'";
@@ -367,6 +380,7 @@ int64_t FillRows(Builder& b, int64_t num_rows)
 
 // ---- Preparation ----
 
+// Continuous nodes take part by their intervals, so they need some.
 void CheckThresholds(const Builder& b)
 {
     for (const Link& link : b.node.links)
@@ -376,6 +390,7 @@ void CheckThresholds(const Builder& b)
         Fail<2313>(b.node.name.c_str());
 }
 
+// Anything that is drawn makes the table a sampled one.
 void PrepareDraws(Builder& b)
 {
     b.draws.resize(b.eqn.variables.size());
@@ -390,6 +405,8 @@ void PrepareDraws(Builder& b)
     }
 }
 
+// A probabilistic equation gives probabilities. A deterministic one gives values of a continuous node if
+// there is one value per row, states where nothing is drawn, and else counts.
 void ChooseTarget(Builder& b)
 {
     if (!b.sampled) b.num_samples = 1;
@@ -414,7 +431,7 @@ std::string BytesText(double bytes)
     FailWith<6407>(OUT_OF_MEMORY_CND, node.name.c_str());
 }
 
-// The person decides about a table that does not fit into the memory limit.
+// The user decides about a table that does not fit into the memory limit.
 void AskForMemory(const Node& node, double bytes)
 {
     if (bytes <= MemoryAvailable() || node.net->env->always_try_large) return;
@@ -425,6 +442,7 @@ void AskForMemory(const Node& node, double bytes)
     if (answer == 2) FailTooLarge(node);
 }
 
+// A CPT is limited as every CPT is; tables of states and values by their rows.
 void CheckTableSize(const Builder& b)
 {
     if (b.target != Target::PROBS) {
@@ -450,6 +468,7 @@ void StartTable(TableVector<T>& table, const TableVector<T>& present, bool add, 
         table.assign(static_cast<size_t>(entries), empty);
 }
 
+// What is to be added to may be a function table, which is then taken as a CPT.
 void AllocateTable(Builder& b, bool add)
 {
     const double num_rows = NumRows(b.node);
@@ -472,6 +491,8 @@ void AllocateTable(Builder& b, bool add)
 
 // ---- Finishing a CPT ----
 
+// Samples that found nothing are no statement, so there the row is uniform; an exact equation that gives
+// zeros is one, so the user is asked, once per run if the answer is for all.
 ZeroRowChoice ChooseForZeroRows(const Builder& b)
 {
     if (b.node.links.empty()) return UNIFORM_ROWS;
@@ -542,6 +563,7 @@ void TellOfUniformRows(const Builder& b, int64_t num_uniform, int64_t num_rows)
     Raise<3810>(b.node.name.c_str(), why);
 }
 
+// Parses and compiles the equation and takes all room that evaluating it needs.
 Builder MakeBuilder(Node& node, int num_samples)
 {
     Equation eqn = NodeEquation(node);

@@ -1,3 +1,4 @@
+// Random cases: choice of the method, cases as findings and as files, and files of every case.
 #include "BN/Sampling/MakeCases.h"
 
 #include <algorithm>
@@ -19,11 +20,12 @@ namespace talora {
 
 namespace {
 
-// When the person is asked whether to go on: this many tries of which so many were in vain.
+// When the user is asked whether to go on: after this many tries, this share of which was rejected.
 constexpr int64_t kTriesBeforeAsking = 1000;
 constexpr double kManyRejected = 0.9;
 constexpr double kLinesBeforeAsking = 1e6;
 
+// Findings of decisions and constants fix their state and reject nothing.
 bool HasRelevantFindings(const Net& net)
 {
     return std::any_of(net.nodes.nodes.begin(), net.nodes.nodes.end(), [](const Node* node) {
@@ -41,6 +43,7 @@ int ChooseMethod(std::span<Node* const> nodes)
     return TREE_SAMPLING;
 }
 
+// Every failure on the way becomes one number, with the reason as its text.
 [[noreturn]] void FailToSimulate(const Unwind& unwind)
 {
     const std::string reason = MessageOf(*unwind.record);
@@ -68,7 +71,7 @@ struct CaseSampler::Engine {
     void Reject(double tries_for_case);
 };
 
-// Counts a rejected case, and stops where nobody wants to wait any longer.
+// Counts a rejected case, and stops at the limit of tries, at a halt, or when the user cancels.
 void CaseSampler::Engine::Reject(double tries_for_case)
 {
     ++num_rejected;
@@ -82,6 +85,8 @@ void CaseSampler::Engine::Reject(double tries_for_case)
         FailWith<6671>(ABORTED_CND);
 }
 
+// Under a method that was chosen for the caller, rejection has no limit of its own: the halt flag and the
+// question end it.
 CaseSampler::CaseSampler(std::span<Node* const> nodes, const SamplingOptions& options)
     : engine_(std::make_unique<Engine>())
 {
@@ -103,6 +108,7 @@ CaseSampler::CaseSampler(std::span<Node* const> nodes, const SamplingOptions& op
 
 CaseSampler::~CaseSampler() = default;
 
+// The generator's lock is held for one try at a time, so other threads may draw between.
 void CaseSampler::Draw(const RandomSource& random)
 {
     Engine& e = *engine_;
@@ -159,6 +165,7 @@ void TellAcceptance(const CaseSampler& sampler, int64_t least_rejected)
     Notice<6674>(100 * accepted / static_cast<double>(sampler.NumTries()));
 }
 
+// Nodes of one net, each once, no notes.
 void CheckNodes(std::span<Node* const> nodes)
 {
     std::vector<char> listed;
@@ -173,6 +180,7 @@ void CheckNodes(std::span<Node* const> nodes)
 
 }  // namespace
 
+// Draws first and enters all findings afterwards: a failure leaves them as they were.
 void GenerateRandomCase(std::span<Node* const> nodes, int method, double max_tries)
 {
     CheckNodes(nodes);
@@ -308,6 +316,7 @@ CaseLister::~CaseLister()
         if (column.variable >= 0) propagation_.SetPositive(column.variable, column.fixed);
 }
 
+// Multiplies along the columns, so each line costs only what differs from the line before.
 void CaseLister::SetState(size_t i, int state)
 {
     Column& column = columns_[i];
@@ -339,6 +348,8 @@ void CaseLister::Enter(size_t i)
     SetState(i, column.fixed >= 0 ? column.fixed : 0);
 }
 
+// Like an odometer: the last column that can move on does so, those behind it begin again, each with beliefs
+// that hold under the new states before it.
 bool CaseLister::Next()
 {
     size_t i = 0;

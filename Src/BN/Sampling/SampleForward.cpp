@@ -1,3 +1,5 @@
+// Forward sampling: nodes drawn parents first, from tables and equations; cases against the findings
+// rejected.
 #include "BN/Sampling/SampleForward.h"
 
 #include <algorithm>
@@ -20,7 +22,7 @@ namespace talora {
 
 namespace {
 
-// Larger tables are read as they stand: few of their rows are ever needed.
+// Larger tables are not prepared: few of their rows are ever needed.
 constexpr double kMostPrepared = 4000000;
 constexpr int kLongestLinearSearch = 16;
 
@@ -87,6 +89,7 @@ void SumRow(const float* row, int num_states, float* probs, double* cumulative)
     std::fill(cumulative + last, cumulative + num_states, 1.0);
 }
 
+// The first state whose sum is above u; u is below 1, which is the last sum.
 int Search(const double* cumulative, int num_states, double u)
 {
     if (num_states > kLongestLinearSearch)
@@ -204,6 +207,7 @@ void ForwardSampler::Engine::PrepareEquation(Drawn& drawn)
     drawn.equation = std::move(parts);
 }
 
+// For many cases the rows of a table are summed up once, unless it is too large.
 void ForwardSampler::Engine::PrepareTable(Drawn& drawn, bool prepare_tables)
 {
     const Node& node = *drawn.node;
@@ -219,6 +223,8 @@ void ForwardSampler::Engine::PrepareTable(Drawn& drawn, bool prepare_tables)
         SumRow(drawn.probs + at, drawn.num_states, row_probs.data(), drawn.cumulative.data() + at);
 }
 
+// 1. Nodes that are not drawn, or have no table. 2. What the findings require. 3. Parents with their strides.
+// 4. Equation or table.
 void ForwardSampler::Engine::Prepare(Drawn& drawn, bool prepare_tables)
 {
     const Node& node = *drawn.node;
@@ -321,6 +327,8 @@ double ForwardSampler::Engine::InverseCumulative(Drawn& drawn, double u)
     return low;  // intervals are open above, so `low` is where a step of the function stands
 }
 
+// A deterministic equation is evaluated; of a distribution the parameters are, and its cumulative function is
+// inverted at a uniform number.
 double ForwardSampler::Engine::EquationValue(Drawn& drawn, RandomState& random)
 {
     EquationParts& parts = *drawn.equation;
@@ -364,6 +372,7 @@ bool ForwardSampler::Engine::DrawNode(size_t at, RandomState& random)
     return true;
 }
 
+// A likelihood accepts a state with its weight over the greatest one.
 bool ForwardSampler::Engine::Agrees(size_t at, RandomState& random) const
 {
     const Drawn& drawn = order[at];
@@ -393,6 +402,7 @@ ForwardSampler::ForwardSampler(std::span<Node* const> nodes, bool prepare_tables
 
 ForwardSampler::~ForwardSampler() = default;
 
+// A try ends at the first node that contradicts a finding.
 bool ForwardSampler::Try(RandomState& random)
 {
     Engine& e = *engine_;

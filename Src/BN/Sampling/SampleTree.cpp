@@ -1,3 +1,4 @@
+// Sampling down the compiled junction tree: exact under any findings, nothing rejected (Dawid 1992).
 #include "BN/Sampling/SampleTree.h"
 
 #include <algorithm>
@@ -43,6 +44,7 @@ void SumRows(const TableVector<float>& joint, int64_t row_size, TableVector<doub
 
 }  // namespace
 
+// Sampling needs the tree: the user is asked before a net that is not compiled is compiled.
 void PrepareTree(Net& net)
 {
     if (!net.compiled) {
@@ -53,6 +55,7 @@ void PrepareTree(Net& net)
     UpdateBeliefs(net);
 }
 
+// 1. Members already drawn in cliques nearer the root, and those drawn here.
 void TreeSampler::AddClique(const Net& net, int clique, std::vector<char>& known)
 {
     const CompiledNet& compiled = *net.compiled;
@@ -64,6 +67,7 @@ void TreeSampler::AddClique(const Net& net, int clique, std::vector<char>& known
         known[variable] = 1;
     }
     if (draw.fresh.empty()) return;
+    // 2. Strides: the drawn members are the row, the known ones select it.
     double size = 1;
     std::vector<int> variables;
     for (const auto* members : {&draw.given, &draw.fresh})
@@ -78,6 +82,7 @@ void TreeSampler::AddClique(const Net& net, int clique, std::vector<char>& known
     stride = 1;
     for (size_t i = draw.given.size(); i-- > 0; stride *= draw.given[i].num_states)
         draw.given[i].stride = stride;
+    // 3. The clique's joint probabilities, as cumulative sums per row.
     CheckMemory(size * (sizeof(double) + sizeof(float)), "to draw cases from >-net '%s'", net.name.c_str());
     TableVector<float> joint(static_cast<size_t>(size));
     draw.cumulative.resize(joint.size());
@@ -86,6 +91,7 @@ void TreeSampler::AddClique(const Net& net, int clique, std::vector<char>& known
     cliques_.push_back(std::move(draw));
 }
 
+// Nodes outside of the tree get a place behind its variables, with a state that is fixed.
 TreeSampler::TreeSampler(std::span<Node* const> nodes)
 {
     if (nodes.empty()) return;
@@ -109,6 +115,7 @@ TreeSampler::TreeSampler(std::span<Node* const> nodes)
         if (needed[clique]) AddClique(net, clique, known);
 }
 
+// From the root outwards: each clique draws its new members given those of the cliques before it.
 void TreeSampler::Draw(RandomState& random)
 {
     for (const CliqueDraw& clique : cliques_) {

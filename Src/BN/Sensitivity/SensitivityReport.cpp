@@ -212,7 +212,7 @@ std::string MeanRange(Sensv& sensv, const Node& varying)
 
 // ---- Tables ----
 
-// The varying nodes that there still are, the most telling first.
+// The varying nodes that there still are, the most informative first.
 std::vector<const Node*> NodesToShow(Sensv& sensv)
 {
     const MeasureDef* by = nullptr;

@@ -269,7 +269,7 @@ void ScoreBlock(TestRun& run, const CaseBlock& block, const CaseReader& reader, 
 void RunCases(TestRun& run, const Caseset& cases)
 {
     Progress progress("Testing net with cases");
-    CaseReader reader(cases, run.read);  // may ask the person, whose answer may be to add states
+    CaseReader reader(cases, run.read);  // may ask the user, whose answer may be to add states
     PrepareScores(run);
     CaseBeliefs beliefs(*run.tester->net, run.asked, run.read, run.enters);
     CaseBlock block;

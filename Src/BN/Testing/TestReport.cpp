@@ -10,7 +10,7 @@ namespace talora {
 
 namespace {
 
-constexpr int kLargeMatrix = 30;  // states; beyond that the person is asked
+constexpr int kLargeMatrix = 30;  // states; beyond that the user is asked
 constexpr size_t kRuleLength = 79;
 constexpr size_t kTitleLength = 30;
 constexpr size_t kSurpriseWidth = 18;  // of a column under "Times Surprised"
@@ -250,7 +250,7 @@ std::string SensitivityOfTest(const NodeTest& test)
 
 // ---- Quality of the test for one state ----
 
-// The state that the quality of the test is told of: the one that the node's user field names, else the
+// The state that the quality of the test is reported for: the one that the node's user field names, else the
 // first of two; -1 for none.
 int TargetState(const NodeTest& test)
 {

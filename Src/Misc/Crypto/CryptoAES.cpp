@@ -1,3 +1,4 @@
+// AES (FIPS 197): encryption of blocks, with the processor's instructions or as a circuit of bits.
 #include "Misc/Crypto/CryptoAES.h"
 
 #include <algorithm>
@@ -229,6 +230,7 @@ constexpr size_t Place(size_t r, size_t w, size_t i)
     return (i % 4 * 8 + w) * kAesBlock + i / 4 * 4 + r;
 }
 
+// From bytes to planes of bits; Store is the way back.
 void Load(const uint8_t* blocks, State& state)
 {
     for (size_t r = 0; r < 4; ++r) {
@@ -277,6 +279,7 @@ void MixColumns(State& state)
     }
 }
 
+// 5.1.4: a bit of the key, spread over all bits of a word, is XORed to the plane of that bit.
 void AddKey(State& state, const uint8_t* key)
 {
     for (size_t r = 0; r < 4; ++r) {
@@ -285,6 +288,7 @@ void AddKey(State& state, const uint8_t* key)
     }
 }
 
+// 5.1, on 32 blocks at once; the last batch is filled up with blocks that are not used.
 void EncryptPortably(const uint8_t* keys, size_t num_rounds, const uint8_t* in, uint8_t* out,
                      size_t num_blocks)
 {
@@ -353,6 +357,7 @@ void SubstituteWord(uint8_t* word)
 
 }  // namespace
 
+// All three or none, so that AES and the hash of GCM take the same way.
 bool HasCipherInstructions()
 {
 #ifdef TALORA_X86

@@ -1,3 +1,4 @@
+// Blowfish in counter mode (Schneier 1994), for sites that ask for it.
 #include "Misc/Crypto/CryptoBlowfish.h"
 
 #include <algorithm>
@@ -72,6 +73,8 @@ const Blowfish::Tables& Blowfish::Digits()
     return tables;
 }
 
+// The key schedule: the key, repeated, is XORed into the round keys, and then all tables are replaced, pair
+// by pair, by what encrypting a block of zeros again and again gives.
 Blowfish::Blowfish(ByteSpan key) : tables_(Digits())
 {
     static_assert(sizeof(Tables) == (kRounds + 2 + 4 * 256) * sizeof(uint32_t));
@@ -98,6 +101,7 @@ Blowfish::~Blowfish()
     Wipe(&tables_, sizeof tables_);
 }
 
+// Sixteen rounds of a Feistel network; the halves change places after each but the last.
 uint64_t Blowfish::Encrypt(uint64_t block) const
 {
     const auto& [p, s] = tables_;
@@ -110,6 +114,7 @@ uint64_t Blowfish::Encrypt(uint64_t block) const
     return uint64_t{right ^ p[kRounds + 1]} << 32 | (left ^ p[kRounds]);
 }
 
+// XORs with the encrypted numbers from `first` on: encryption and decryption alike.
 void Blowfish::Count(uint64_t first, ByteSpan in, uint8_t* out) const
 {
     for (size_t at = 0; at < in.size(); at += kBlowfishBlock, ++first) {

@@ -1,3 +1,4 @@
+// SHA-256 (FIPS 180-4), HMAC (RFC 2104), PBKDF2 (RFC 8018), random bytes of the system.
 #include "Misc/Crypto/CryptoHash.h"
 
 #include <fcntl.h>
@@ -171,6 +172,7 @@ Sha256::~Sha256()
 void Sha256::Add(ByteSpan bytes)
 {
     while (!bytes.empty()) {
+        // Whole blocks are taken from where they are; what is left waits in a buffer.
         const size_t waiting = bytes_ % kBlock;
         if (waiting == 0 && bytes.size() >= kBlock) {
             const size_t num_blocks = bytes.size() / kBlock;
@@ -187,6 +189,7 @@ void Sha256::Add(ByteSpan bytes)
     }
 }
 
+// 5.1.1: a bit 1, zeros up to 8 bytes before the end of a block, the length in bits.
 Sha256Digest Sha256::Finish()
 {
     constexpr size_t kLengthAt = kBlock - 8;
@@ -202,6 +205,7 @@ Sha256Digest Sha256::Finish()
     return digest;
 }
 
+// Both hashes are begun with the padded key; a key longer than a block is hashed first.
 HmacSha256::HmacSha256(ByteSpan key, Instructions instructions) : inner_(instructions), outer_(instructions)
 {
     std::array<uint8_t, kBlock> padded{};
@@ -229,6 +233,7 @@ Sha256Digest HmacSha256::Finish()
     return outer_.Finish();
 }
 
+// The inner loop of PBKDF2: the HMAC of a digest is two compressions, the padding being the same each time.
 void HmacSha256::Rehash(Sha256Digest& digest) const
 {
     // Behind the block of the padded key there is one with the digest, and the two have this many bits.
@@ -246,6 +251,8 @@ void HmacSha256::Rehash(Sha256Digest& digest) const
     Wipe(block, sizeof block);
 }
 
+// 5.2: each block of the key is the XOR of `iterations` HMACs, the first of salt and block number, each other
+// of the one before.
 bool DerivePbkdf2(ByteSpan password, ByteSpan salt, uint32_t iterations, std::span<uint8_t> key,
                   const std::function<bool()>& keep_on, Instructions instructions)
 {
@@ -276,6 +283,7 @@ bool DerivePbkdf2(ByteSpan password, ByteSpan salt, uint32_t iterations, std::sp
     return true;
 }
 
+// Looks at every byte whatever it finds; volatile, so that the compiler leaves it so.
 bool IsEqualSecretly(ByteSpan a, ByteSpan b)
 {
     if (a.size() != b.size()) return false;
@@ -284,6 +292,7 @@ bool IsEqualSecretly(ByteSpan a, ByteSpan b)
     return difference == 0;
 }
 
+// False rather than weak numbers where the system gives none.
 bool FillRandom(std::span<uint8_t> bytes)
 {
     int device = -1;  // for a kernel, or a sandbox, without the call

@@ -16,7 +16,7 @@ struct Parser {
     std::string_view text;
     int at = 0;
     int depth = 0;
-    int* place;  // where a failure is told about
+    int* place;  // receives the place of a failure
 
     bool AtEnd() const { return at >= static_cast<int>(text.size()); }
     char Peek(int ahead = 0) const
@@ -42,7 +42,7 @@ void SkipBlanks(Parser& p)
     while (!p.AtEnd() && (p.Peek() == ' ' || (p.Peek() >= '\t' && p.Peek() <= '\r'))) ++p.at;
 }
 
-// Moves past blanks and tells where a failure would be.
+// Moves past blanks and stores the place where a failure would be.
 void Stand(Parser& p)
 {
     SkipBlanks(p);
@@ -57,7 +57,7 @@ bool Take(Parser& p, char c)
     return true;
 }
 
-// A name at this place, empty if there is none.  One that is too long is read whole: it is nobody's.
+// A name at this place, empty if there is none.  One that is too long is read whole: nothing has that name.
 Slice ReadName(Parser& p)
 {
     SkipBlanks(p);
