@@ -1,3 +1,4 @@
+// The entry frame of interface functions: locks, handles, names and options, and failures as error records.
 #include "Talora/APICheck.h"
 
 #include <algorithm>
@@ -66,6 +67,7 @@ bool IsUsable(const T* object, HandleKind kind)
     return IsLive(object, kind) && IsLocked(LockOf(object));
 }
 
+// By the beginning of its name: what frees, reads or sets something is begun with no memory left too.
 bool NeedsMemory(const char* function)
 {
     static constexpr const char* kFrees[] = {"Delete",    "Close", "Clear", "Limit", "Retract",
@@ -98,6 +100,7 @@ bool NeedsMemory(const char* function)
 #include "Talora/HandleKinds.inc"
 #undef TALORA_HANDLE
 
+// Without an environment nothing can be done, so this is checked at every level.
 void CheckEnviron(const environ_vx* env)
 {
     if (env == nullptr) Fail<5626>();
@@ -132,6 +135,7 @@ void CheckListEntries(const nodelist_bn* list)
     }
 }
 
+// Looks at the calls around the present one only, as that one has just locked the net itself.
 bool IsAtWork(const net_bn& net)
 {
     const CallLocks* call = ThisThread().locks;
@@ -153,6 +157,7 @@ net_bn& NetOfAll(const nodelist_bn* list)
 
 // ---- Other arguments ----
 
+// The message names the argument where wide text makes the place of a character hard to see.
 std::string NameArgument(const char* name, const char* argument, bool allow_star)
 {
     if (name == nullptr) Fail<5114>();
@@ -176,6 +181,7 @@ void CheckNoOptions(const char* options)
     Fail<5627>(NarrowText(options).c_str());
 }
 
+// Words are separated by blanks, tabs or commas; the message for an unknown one lists those allowed.
 uint32_t OptionsArgument(const char* options, std::initializer_list<const char*> allowed)
 {
     const std::string text = NarrowText(options);
@@ -199,6 +205,7 @@ uint32_t OptionsArgument(const char* options, std::initializer_list<const char*>
 
 // ---- The frame ----
 
+// What a call around this one works on may be read, not changed.
 void EntryFrame::UseLock(RecursiveLock* lock, bool changes) noexcept
 {
     locks_.Add(lock);
@@ -220,20 +227,24 @@ void EntryFrame::Use(const EntriesOf& entries) noexcept
     }
 }
 
+// 1. What a call in a handler replaces is put back when it ends.
 void EntryFrame::Enter(const char* function) noexcept
 {
     ThreadState& thread = ThisThread();
     callers_function_ = thread.function;
     callers_env_ = thread.env;
     callers_failed_ = thread.failed;
+    // 2. The outermost call waits for a change of the concurrency mode, and begins counting warnings.
     if (thread.depth++ == 0) {
         EnterLibrary();
         thread.aborted = false;
         ForgetWarningCounts();
     }
+    // 3. Locks: all or none. A refusal is reported from inside the frame, by CheckLocks.
     is_refused_ = !locks_.Enter();
     locks_.callers = thread.locks;
     thread.locks = &locks_;
+    // 4. From here on, changes belong to this call.
     open_undo_ = OpenedByCalls();
     undo_mark_ = CallMark();
     thread.function = function;
@@ -250,6 +261,7 @@ EntryFrame::~EntryFrame()
     locks_.Leave();
     if (pinned_env_ != nullptr) UnpinEnviron(pinned_env_);
     if (--thread.depth == 0) LeaveLibrary();
+    // A function whose name begins so stays the current one, unless another call is around it.
     const bool stays = thread.function && strncmp(thread.function, "Callback", 8) == 0;
     if (!stays || callers_function_) thread.function = callers_function_;
     thread.env = callers_env_;
@@ -279,6 +291,7 @@ bool EntryFrame::Failed() const noexcept
     return ThisThread().failed;
 }
 
+// Every way to fail ends here as one record, with the changes of the call taken back.
 void EntryFrame::RecordException() noexcept
 {
     try {

@@ -12,6 +12,7 @@ using namespace talora;
 
 namespace {
 
+// A character as messages name it.
 const char* CharWord(int c)
 {
     switch (c) {

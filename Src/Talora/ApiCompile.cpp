@@ -14,6 +14,7 @@ void CheckClique(const CompiledNet& compiled, int clique)
         Fail<6050>(clique, compiled.tree.num_cliques() - 1);
 }
 
+// The lists that callers get are made when first asked for, and go with the tree.
 const NodeList& CliqueList(Net& net, int clique)
 {
     CompiledNet& compiled = *net.compiled;

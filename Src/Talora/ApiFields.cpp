@@ -15,6 +15,7 @@ void CheckFieldKind(int kind)
     if (kind != 0) Fail<6192>(kind);
 }
 
+// Few fields: a search along the list keeps their order.
 const UserField* FindField(const Description& text, std::string_view name)
 {
     for (const UserField& field : text.user_fields)
@@ -32,6 +33,7 @@ Description WithLastChange(const Description& text, const char* who, uint32_t wh
     return changed;
 }
 
+// The new list is made whole, so that undo exchanges one value.
 std::vector<UserField> WithUserField(const Description& text, const char* name, const void* value, int length,
                                      int kind)
 {
@@ -83,6 +85,7 @@ void NthUserField(const Description& text, int index, const char** name, const c
     if (length) *length = int(field.value.size());
 }
 
+// Returns the whole length, whatever fits, so that a caller can ask for it first.
 int WriteLabel(std::string text, const char* options, char* label, int max_chars)
 {
     const bool multi_line = OptionsArgument(options, {"multi_line"}) != 0;

@@ -73,6 +73,7 @@ state_bn GetNodeFinding_bn(const node_bn* node)
                    [&] { return node->finding.state < 0 ? int(UNDEF_STATE) : node->finding.state; });
 }
 
+// Computed into room that the node keeps, so that the pointer stays valid.
 const prob_bn* GetNodeLikelihood_bn(const node_bn* node)
 {
     return CallApi(__func__, node, static_cast<const prob_bn*>(nullptr), [&]() -> const prob_bn* {
@@ -125,6 +126,7 @@ double GetNodeStateValue_bn(const node_bn* node, state_bn state)
     });
 }
 
+// An impossible set of findings has left its record; as a probability it is 0, no failure value.
 double FindingsProbability_bn(net_bn* net)
 {
     return CallApi(__func__, net, -1.0, [&] {
@@ -148,6 +150,7 @@ void UpdateNetBeliefs_bn(net_bn* net)
     CallApi(__func__, net, [&] { UpdateBeliefs(*net); });
 }
 
+// A value between is reported and taken by its bit, as the interface defines.
 int SetNetAutoUpdate_bn(net_bn* net, int auto_update)
 {
     return CallApi(__func__, net, -1, [&] {

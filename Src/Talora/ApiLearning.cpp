@@ -126,6 +126,7 @@ void ReviseCPTsByFindings_bn(const nodelist_bn* nodes, double degree)
     });
 }
 
+// A case set of its own, on the stack, lets the file go the way of every other.
 void ReviseCPTsByCaseFile_bn(const nodelist_bn* nodes, const stream_vx* file, double degree)
 {
     CallApi2(__func__, With(nodes, EntriesOf(nodes)), file, [&] {

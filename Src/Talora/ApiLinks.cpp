@@ -52,6 +52,7 @@ void DeleteLink_bn(int parent_index, node_bn* child)
     CallApi(__func__, child, [&] { DeleteLink(*child, parent_index); });
 }
 
+// NULL is allowed here, so only one handle may be checked then.
 void SwitchNodeParent_bn(int parent_index, node_bn* child, node_bn* new_parent)
 {
     if (new_parent == nullptr)

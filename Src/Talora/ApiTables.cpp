@@ -15,6 +15,7 @@ const prob_bn* GetNodeProbs_bn(const node_bn* node, const state_bn* parent_state
                    [&] { return GetProbs(*node, parent_states); });
 }
 
+// The size is compared before anything is read from the caller's array.
 void SetNodeTable_bn(node_bn* node, const prob_bn* probs, int64_t num_entries)
 {
     CallApi(__func__, node, [&] {

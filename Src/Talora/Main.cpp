@@ -28,6 +28,7 @@ void AddLocks(const std::vector<T*>& objects, std::vector<RecursiveLock*>& locks
     for (const T* object : objects) locks.push_back(object->header.Lock());
 }
 
+// Lists have no locks of their own; testers and measurers have their net's.
 std::vector<RecursiveLock*> LocksOf(environ_vx& env)
 {
     std::vector<RecursiveLock*> locks;
@@ -90,6 +91,7 @@ EnvironLocks::~EnvironLocks()
     for (RecursiveLock* lock : held_) lock->Leave();
 }
 
+// What refers to others goes before them: nets and learners refer to generators.
 void CloseEnviron(environ_vx* env) noexcept
 {
     env->state = PARTIAL_ENV;

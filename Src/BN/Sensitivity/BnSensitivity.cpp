@@ -1,3 +1,4 @@
+// Sensitivity to findings: P (t | s) for every state of the query node, and the measures computed from it.
 #include "BN/Sensitivity/BnSensitivity.h"
 
 #include <algorithm>
@@ -41,7 +42,7 @@ const char* QueryName(const Sensv& sensv)
 
 // ---- Computing P (t | s) ----
 
-// Whether findings at the node can say anything about another node.
+// Whether findings at the node can change beliefs in another node.
 bool IsOpen(const Node* node)
 {
     return node != nullptr && IsLive(node, NODE_TYPE) && IsInTree(*node) && HasStates(*node) &&
@@ -67,6 +68,7 @@ std::vector<double> CurrentBeliefs(Node& query)
 
 using GivenTables = std::vector<TableVector<float>>;
 
+// The room for all tables is checked at once, before the first propagation.
 GivenTables MakeTables(const Sensv& sensv)
 {
     const int num_query = NumStates(*sensv.query);
@@ -128,6 +130,7 @@ void TryStates(const Sensv& sensv, std::vector<double>& beliefs, GivenTables& gi
     Normalize(beliefs);
 }
 
+// 1. Nothing counts as computed until all is.
 void Recompute(Sensv& sensv)
 {
     Net& net = *sensv.net;
@@ -135,11 +138,14 @@ void Recompute(Sensv& sensv)
     sensv.entropy = sensv.belief_variance = UndefDbl();
     if (net.most_probable) Fail<6795>(net.name.c_str());
     if (!net.compiled) CompileNet(net);
+    // 2. The beliefs as they are now, P (s).
     std::vector<double> beliefs = CurrentBeliefs(*sensv.query);
     const uint64_t count = net.update_count;
     GivenTables given = MakeTables(sensv);
     const bool has_tables =
         std::any_of(given.begin(), given.end(), [](auto& table) { return !table.empty(); });
+    // 3. Each state of the query node in turn as a finding gives the row P (t | s) of every varying node;
+    // then the beliefs are brought back.
     if (IsOpen(sensv.query) && has_tables) {
         TryStates(sensv, beliefs, given);
         UpdateBeliefs(net);
@@ -165,6 +171,7 @@ struct Joint {
     double Posterior(int s, int t) const { return Both(s, t) / varying[t]; }
 };
 
+// A finding at the query node itself leaves one state: the identity.
 Joint WithItself(const Sensv& sensv)
 {
     Joint joint;
@@ -271,6 +278,7 @@ double MeanOf(const std::vector<double>& probs, const std::vector<double>& value
     return std::inner_product(probs.begin(), probs.end(), values.begin(), 0.0);
 }
 
+// The mean after finding t is the sum of x (s) P (s | t).
 FindingEffect EffectOnMean(Sensv& sensv, const Node& varying)
 {
     Joint joint;
@@ -283,6 +291,7 @@ FindingEffect EffectOnMean(Sensv& sensv, const Node& varying)
     });
 }
 
+// Called when a node is deleted; its handle must not be followed again.
 void ForgetNode(Sensv& sensv, const Node* node) noexcept
 {
     if (sensv.query == node) sensv.query = nullptr;
@@ -295,6 +304,7 @@ void ForgetNode(Sensv& sensv, const Node* node) noexcept
 
 // ---- The record ----
 
+// The net keeps the measurer in its list, and reports nodes that go.
 Sensv* NewSensv(Node& query, const std::vector<Node*>& varying, int what_find)
 {
     Net& net = *query.net;
@@ -323,6 +333,7 @@ Sensv* NewSensv(Node& query, const std::vector<Node*>& varying, int what_find)
     return sensv;
 }
 
+// Callers may still hold the list of varying nodes, whose header has to stay readable.
 void DeleteSensv(Sensv* sensv) noexcept
 {
     Withdraw(*sensv->net, sensv);
@@ -331,6 +342,7 @@ void DeleteSensv(Sensv* sensv) noexcept
     KeepReadable(sensv->varying.header);
 }
 
+// Bounds stand for infinite ends, so they lie outside of all finite ones.
 void SetRealBounds(Sensv& sensv, double lower, double upper)
 {
     BringUpToDate(sensv);
@@ -366,6 +378,7 @@ void NeedBeliefVariance(const Sensv& sensv)
 
 }  // namespace
 
+// H (S) = - sum of p log2 p.
 double QueryEntropy(Sensv& sensv)
 {
     NeedEntropy(sensv);
@@ -378,6 +391,7 @@ double QueryEntropy(Sensv& sensv)
     return sensv.entropy;
 }
 
+// The sum over states of p (1 - p)^2.
 double QueryBeliefVariance(Sensv& sensv)
 {
     NeedBeliefVariance(sensv);
@@ -388,6 +402,7 @@ double QueryBeliefVariance(Sensv& sensv)
     return sensv.belief_variance;
 }
 
+// I (S; T) = sum of P (s, t) log2 (P (t | s) / P (t)) (Shannon 1948).
 double MutualInfo(Sensv& sensv, const Node& varying)
 {
     NeedEntropy(sensv);
@@ -401,6 +416,7 @@ double MutualInfo(Sensv& sensv, const Node& varying)
     return std::max(info, 0.0);
 }
 
+// The sum of P (s, t) (P (s | t) - P (s))^2.
 double BeliefVarianceReduction(Sensv& sensv, const Node& varying)
 {
     NeedBeliefVariance(sensv);
@@ -417,6 +433,7 @@ double BeliefVarianceReduction(Sensv& sensv, const Node& varying)
     return reduction;
 }
 
+// The greatest posterior over the smallest; infinite where some finding excludes the state.
 double SensitivityRatio(Sensv& sensv, const Node& varying, int state)
 {
     if (!Asks(sensv, RATIO_SENSV)) Fail<2522>(QueryName(sensv));

@@ -1,3 +1,4 @@
+// Reports of sensitivity: a pair of nodes, a table of all, and the table in HTML.
 #include "BN/Sensitivity/SensitivityReport.h"
 
 #include <algorithm>
@@ -43,6 +44,7 @@ double Less(double whole, double part)
 
 // ---- Bounds in place of infinite ends ----
 
+// Whether an interval of the node ends there, at plus or minus infinity.
 bool HasEnd(const Node& node, double end)
 {
     const std::vector<double>& levels = node.states.levels;
@@ -69,6 +71,7 @@ double ProposedBound(const Node& node, bool upper)
     return upper ? ends.back() + widest : ends.front() - widest;
 }
 
+// The proposal is one of the answers; without it the figures of the real value are left out.
 void AskBound(Sensv& sensv, bool upper)
 {
     double& bound = upper ? sensv.upper_bound : sensv.lower_bound;
@@ -178,6 +181,7 @@ unsigned PartsAsked(const Sensv& sensv)
     return parts;
 }
 
+// Only the parts that were asked for are defined.
 Range RangeOf(const FindingEffect& effect, double now, unsigned parts)
 {
     Range range;
@@ -274,6 +278,7 @@ constexpr double (*kRest)(const Measured&) = [](const Measured& m) { return Less
 constexpr double (*kRestPercent)(const Measured&) = [](const Measured& m) {
     return PercentOf(Less(m.whole, m.value), m.whole);
 };
+// Each is shown if its measure was asked for; the rest is what a finding leaves of the whole.
 constexpr FigureColumn kFigureColumns[] = {
     {"VarianceReduction", "Variance<br/> Reduction", REAL_ROW, kValue, Style::VALUE},
     {"VarianceReduction%", "% Variance<br/> Reduction", REAL_ROW, kPercent, Style::PERCENT},
@@ -300,6 +305,7 @@ std::string HtmlHeadings(const Sensv& sensv)
     return text + "</tr></thead>\n";
 }
 
+// The row of the query node itself is marked, as its figures are the wholes.
 std::string HtmlRow(Sensv& sensv, const Node& node)
 {
     std::string text = &node == sensv.query ? "<tr class=\"query\">" : "<tr>";
@@ -317,6 +323,7 @@ std::string HtmlRow(Sensv& sensv, const Node& node)
 
 }  // namespace
 
+// Ranges of the beliefs, range of the mean, then the measures with a line each.
 std::string PairReport(Sensv& sensv, const Node& varying)
 {
     Prepare(sensv);
@@ -335,6 +342,7 @@ std::string PairReport(Sensv& sensv, const Node& varying)
     return text + kRule;
 }
 
+// 1. Three lines of headings.
 std::string AllNodesReport(Sensv& sensv)
 {
     Prepare(sensv);
@@ -349,6 +357,7 @@ std::string AllNodesReport(Sensv& sensv)
         headings[1] += Format(" %-21s", measure.second_heading);
         headings[2] += Format(" %-11s %-9s", "----", "----");
     }
+    // 2. A line for each node.
     for (const std::string& heading : headings) text += heading + "\n";
     for (const Node* node : NodesToShow(sensv)) {
         text += Format("%-24.24s", node->name.c_str());

@@ -1,3 +1,5 @@
+// Net testers: which nodes are under test, running cases through the net, and scoring beliefs against the
+// truth.
 #include "BN/Testing/BnTestNet.h"
 
 #include <algorithm>
@@ -18,6 +20,7 @@ HandlePool<tester_bn, TESTER_TYPE>& Testers()
     return *pool;
 }
 
+// Confusion takes the square of the states, calibration states times bins.
 void CheckRecordMemory(const Node& node, const CalibrationBins& bins)
 {
     CheckMemory(RecordBytes(NumStates(node), bins.Count()), "to test >-node '%s', which has %d states",
@@ -35,6 +38,7 @@ void CheckTestNodes(const Net& net, const std::vector<Node*>& nodes)
     }
 }
 
+// The states are copied: the test holds for them and no others.
 NodeTest NewTest(Node& node)
 {
     return {&node, node.name, node.states, TestRecord(NumStates(node), FixedBins(FINE_BINS))};
@@ -42,6 +46,7 @@ NodeTest NewTest(Node& node)
 
 }  // namespace
 
+// All checks and copies come first, so that nothing can fail once the tester is in the net's list.
 Tester* NewTester(const std::vector<Node*>& test_nodes, const std::vector<Node*>& unobserved)
 {
     if (test_nodes.empty()) Fail<6734>();
@@ -70,6 +75,7 @@ void DeleteTester(Tester* tester) noexcept
     Testers().Release(tester);
 }
 
+// The cleared records are made before any is replaced, as memory may run out.
 void ClearTester(Tester& tester)
 {
     std::vector<NodeTest> tests = tester.tests;
@@ -128,6 +134,7 @@ NodeTest& TestOf(Tester& tester, const Node& node)
     return *found;
 }
 
+// A sum over cases as an average; undefined without any.
 double PerCase(double sum, double cases)
 {
     if (!(cases > 0)) return UndefDbl();
@@ -193,6 +200,7 @@ std::vector<double> StateValues(const Node& node)
     return values;
 }
 
+// The reader gets the nodes under test for the truth, and all others for their findings.
 TestRun PrepareRun(Tester& tester)
 {
     TestRun run;
@@ -223,6 +231,7 @@ void PrepareScores(TestRun& run)
     }
 }
 
+// Once per source: a node under test without a column is tested by none of its cases.
 void WarnOfMissingColumns(TestRun& run, const CaseReader& reader)
 {
     if (run.source == &reader.Source()) return;
@@ -231,6 +240,8 @@ void WarnOfMissingColumns(TestRun& run, const CaseReader& reader)
         if (!reader.HasColumn(int(i))) Warn<6748>(run.source->name.c_str(), run.read[i]->name.c_str());
 }
 
+// A known state is scored against the belief in it; a known number, of a node whose states stand for numbers,
+// against mean and deviation of the beliefs.
 void ScoreCase(TestRun& run, size_t at, std::span<const float> belief, int actual, double value,
                double weight)
 {
@@ -245,6 +256,7 @@ void ScoreCase(TestRun& run, size_t at, std::span<const float> belief, int actua
     ScoreReal(record.real, value, mean, std::sqrt(variance), weight);
 }
 
+// Impossible cases have no beliefs to score and are counted apart.
 void ScoreBlock(TestRun& run, const CaseBlock& block, const CaseReader& reader, const CaseBeliefs& beliefs)
 {
     Tester& tester = *run.tester;
@@ -285,6 +297,7 @@ void RunCases(TestRun& run, const Caseset& cases)
 
 void TestWithCaseset(Tester& tester, const Caseset& cases)
 {
+    // A halt keeps the cases done; any other failure puts everything back as it was before this set.
     TestRun run = PrepareRun(tester);
     std::vector<NodeTest> tests = tester.tests;
     const double cases_read = tester.cases_read, impossible_cases = tester.impossible_cases;

@@ -1,3 +1,4 @@
+// What a test counts for one node, and the figures made from it: scoring rules, calibration, ROC curves.
 #include "BN/Testing/TestRecord.h"
 
 #include <algorithm>
@@ -29,6 +30,7 @@ CalibrationBins FixedBins(BinScheme scheme)
     return {scheme, scheme == FINE_BINS ? std::vector<double>() : EdgesOf(scheme)};
 }
 
+// Fine bins by arithmetic, others by their edges; a belief at an edge belongs to the bin above.
 int CalibrationBins::BinOf(double belief) const
 {
     if (scheme == FINE_BINS) {
@@ -42,6 +44,7 @@ int CalibrationBins::BinOf(double belief) const
     return int(above - edges.begin()) - 1;
 }
 
+// Of the bin behind the last: infinite, so that as a cutoff it counts nothing as positive.
 double CalibrationBins::LowerEdge(int bin) const
 {
     if (bin >= Count()) return kInfinite;
@@ -80,6 +83,7 @@ int PredictedState(std::span<const float> belief)
 
 namespace {
 
+// The belief in one state: into its bin, and under each limit of surprise that it passes.
 void CountBelief(TestRecord& record, int state, float belief, bool is_actual, double weight)
 {
     const size_t cell = TestRecord::Cell(state, record.bins.BinOf(belief), record.bins.Count());
@@ -96,6 +100,8 @@ void CountBelief(TestRecord& record, int state, float belief, bool is_actual, do
 
 }  // namespace
 
+// Confusion and error rate by the predicted state; logarithmic, quadratic and spherical score by all beliefs
+// (Good 1952; Brier 1950).
 void ScoreState(TestRecord& record, std::span<const float> belief, int actual, double weight)
 {
     const int predicted = PredictedState(belief);
@@ -116,6 +122,7 @@ void ScoreState(TestRecord& record, std::span<const float> belief, int actual, d
     record.spherical_payoff += weight * truth / std::sqrt(sum_squares);
 }
 
+// 1. The error itself.
 void ScoreReal(RealErrors& real, double value, double mean, double std_dev, double weight)
 {
     const double error = std::fabs(value - mean);
@@ -123,6 +130,7 @@ void ScoreReal(RealErrors& real, double value, double mean, double std_dev, doub
     real.sum_absolute += weight * error;
     real.sum_squared += weight * error * error;
     real.max_absolute = std::max(real.max_absolute, error);
+    // 2. Relative to the value; infinite beside a value of 0.
     if (value == 0 && error != 0) {
         real.sum_relative = real.max_relative = kInfinite;
     } else if (value != 0) {
@@ -130,6 +138,7 @@ void ScoreReal(RealErrors& real, double value, double mean, double std_dev, doub
         real.sum_relative += weight * relative;
         real.max_relative = std::max(real.max_relative, relative);
     }
+    // 3. In standard deviations; infinite where the belief was certain and wrong.
     if (std_dev == 0 && error != 0) {
         real.sum_deviations = real.max_deviations = kInfinite;
         real.beyond[2] += weight;
@@ -143,11 +152,13 @@ void ScoreReal(RealErrors& real, double value, double mean, double std_dev, doub
 
 // ---- A state against all the others ----
 
+// a of a and b together.
 double Share(double a, double b)
 {
     return a + b != 0 ? a / (a + b) : UndefDbl();
 }
 
+// Positive: the state was the one predicted.
 Outcomes OutcomesOfPrediction(const TestRecord& record, int state)
 {
     Outcomes outcomes;
@@ -162,6 +173,7 @@ Outcomes OutcomesOfPrediction(const TestRecord& record, int state)
     return outcomes;
 }
 
+// Positive: the belief in the state was in this bin or a higher one.
 Outcomes OutcomesFromBin(const TestRecord& record, int state, int first_bin)
 {
     Outcomes outcomes;
@@ -173,6 +185,7 @@ Outcomes OutcomesFromBin(const TestRecord& record, int state, int first_bin)
     return outcomes;
 }
 
+// One point per cutoff, from the highest down: each adds the cases of one bin to the positives.
 std::vector<RocPoint> RocCurve(const TestRecord& record, int state)
 {
     const Outcomes total = OutcomesFromBin(record, state, 0);
@@ -190,6 +203,7 @@ std::vector<RocPoint> RocCurve(const TestRecord& record, int state)
     return curve;
 }
 
+// By trapezoids, which counts a pair of cases in the same bin as half right.
 double AreaUnder(std::span<const RocPoint> curve)
 {
     if (curve.empty()) return UndefDbl();

@@ -1,3 +1,4 @@
+// The report of a net test, part by part.
 #include "BN/Testing/TestReport.h"
 
 #include <algorithm>
@@ -71,6 +72,7 @@ double Percent(double part, double whole)
 
 // ---- The parts of the report, in their order ----
 
+// Name and title, without what could disturb the terminal.
 std::string Heading(const NodeTest& test)
 {
     const std::string& name = test.node->name;
@@ -82,6 +84,7 @@ std::string Heading(const NodeTest& test)
     return text + std::string(4 + name.size(), '-') + "\n";
 }
 
+// Rows: actual states; columns: predicted ones; whole numbers of cases.
 std::string ConfusionMatrix(const NodeTest& test)
 {
     const int n = test.record.num_states;
@@ -107,6 +110,7 @@ std::string ConfusionMatrix(const NodeTest& test)
     return text;
 }
 
+// Errors of the expected value; only for nodes whose cases gave numbers.
 std::string RealValues(const TestRecord& record)
 {
     const RealErrors& real = record.real;
@@ -174,6 +178,8 @@ std::string CalibrationRow(const std::string& name, const CalibrationBins& bins,
     return text + "\n";
 }
 
+// Of the cases in each bin of belief, the percentage in which the state was the actual one, by state and in
+// total.
 std::string Calibration(const NodeTest& test)
 {
     const TestRecord& record = test.record;
@@ -208,6 +214,7 @@ std::string SurpriseRow(const std::string& name, const LimitSums& limited, const
     return text + "\n";
 }
 
+// Strong beliefs that were wrong, by state and in total.
 std::string Surprises(const NodeTest& test)
 {
     std::string text =
@@ -266,6 +273,7 @@ int TargetState(const NodeTest& test)
     return usual;
 }
 
+// Sensitivity, specificity, predictive values and error rate at one cutoff, in percent.
 std::string QualityRow(const TestRecord& record, int state, int first_bin, double cutoff)
 {
     const Outcomes o = OutcomesFromBin(record, state, first_bin);
@@ -285,6 +293,7 @@ std::string QualityRow(const TestRecord& record, int state, int first_bin, doubl
     return text + "\n";
 }
 
+// A line for each cutoff, then Gini coefficient and area under the ROC curve.
 std::string QualityOfTest(const NodeTest& test)
 {
     const int state = TargetState(test);
@@ -310,6 +319,7 @@ std::string QualityOfTest(const NodeTest& test)
 
 }  // namespace
 
+// Parts without cases behind them are left out.
 std::string TestReport(const NodeTest& test)
 {
     const TestRecord& record = test.record;
