@@ -1,3 +1,4 @@
+// Options that name case files, and the set of cases read from them.
 #include "talora/CaseFiles.h"
 
 #include "talora/NetFile.h"

@@ -73,6 +73,7 @@ std::string Quoted(const std::string& text)
     return quoted + "'";
 }
 
+// The text with a mark of the template replaced.
 std::string With(std::string text, const char* mark, const std::string& replacement)
 {
     return text.replace(text.find(mark), strlen(mark), replacement);
@@ -181,6 +182,7 @@ _talora()
 complete -F _talora talora
 )SH";
 
+// A branch per option or argument, by command and name (or number).
 std::string BashKinds(const std::vector<CommandText>& commands, const CommandText& command)
 {
     std::string text;
@@ -365,6 +367,7 @@ std::string FishValue(const OptionText& option)
     return option.value.empty() ? "" : " -x";
 }
 
+// Arguments have no name; fish completes them from the same condition.
 std::string FishRow(const std::string& condition, const OptionText& option)
 {
     if (option.is_argument) {
@@ -381,6 +384,7 @@ std::string FishRow(const std::string& condition, const OptionText& option)
 
 }  // namespace
 
+// The template with its three lists filled in.
 std::string BashCompletion(const std::vector<CommandText>& commands)
 {
     std::string options, kinds, names;

@@ -1,3 +1,4 @@
+// Options that state findings, entered into a net.
 #include "talora/Findings.h"
 
 #include <charconv>
@@ -16,6 +17,7 @@ struct Assignment {
 };
 
 // Splits NODE=VALUE as given to an option.
+// At the first equals sign: names have none, values may.
 Assignment Split(const char* option, const std::string& text, const char* form)
 {
     const size_t equals = text.find('=');
@@ -24,6 +26,7 @@ Assignment Split(const char* option, const std::string& text, const char* form)
     return {text.substr(0, equals), text.substr(equals + 1)};
 }
 
+// Finite numbers, whatever the locale.
 template <typename Real>
 Real ParseReal(const char* option, std::string_view text)
 {

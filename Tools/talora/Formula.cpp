@@ -1,3 +1,4 @@
+// Showing where in an equation a mistake is: the text with a mark below the place.
 #include "talora/Formula.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// Pages in HTML that need nothing else: style, tables and drawings are in the file.
 #include "talora/Html.h"
 
 #include <algorithm>

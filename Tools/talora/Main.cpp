@@ -177,6 +177,7 @@ bool AnswerScripts(Session& session, const CLI::App& app, int argc, char** argv)
 // Parses and runs.  Help and version are answered by the parser with an exception of status 0.
 int RunArguments(Session& session, int argc, char** argv)
 {
+    // 1. The parser: options of all commands, then a subcommand for each row.
     CLI::App app("Talora answers questions from Bayesian belief networks.", "talora");
     app.set_version_flag("--version", VersionText(session.env));
     app.footer(kExamples);
@@ -195,6 +196,7 @@ int RunArguments(Session& session, int argc, char** argv)
         command->DefineOptions(*sub);
         sub->callback([&chosen, command] { chosen = command; });
     }
+    // 2. Requests that need no command.
     if (argc < 2) {
         fputs(app.help().c_str(), stderr);
         throw WrongUsage("a command is required");
@@ -213,11 +215,13 @@ int RunArguments(Session& session, int argc, char** argv)
     } catch (const CLI::ParseError& error) {
         throw WrongUsage(std::string(error.what()) + " (see talora --help)");
     }
+    // 3. The command itself.
     session.Begin();
     chosen->Run(session);
     return session.Finish(kDone, "");
 }
 
+// Every failure becomes a message and an exit status.
 int RunSession(Session& session, int argc, char** argv)
 {
     try {

@@ -1,3 +1,4 @@
+// What the parser knows of each command, for help, manual pages and completion.
 #include "talora/Manual.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// Nets, nodes and states by the names given on the command line.
 #include "talora/NetFile.h"
 
 #include <strings.h>

@@ -1,3 +1,4 @@
+// Passwords from a file or from the terminal, without echo.
 #include "talora/Password.h"
 
 #include <fcntl.h>

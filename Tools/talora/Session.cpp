@@ -1,3 +1,4 @@
+// One run of the command: starting the library, interrupts, progress, messages, and the result.
 #include "talora/Session.h"
 
 #include <signal.h>
@@ -64,6 +65,7 @@ struct ProgressBar {
     }
 };
 
+// Returns false after an interrupt, which ends the operation at this report.
 bool_vx ShowProgress(environ_vx*, const char* title, double fraction, void* data)
 {
     static_cast<ProgressBar*>(data)->Draw(title, fraction);
@@ -77,6 +79,7 @@ struct Message {
     bool is_error = false;
 };
 
+// Copied at once: the next call may change the list of records.
 Message FromRecord(const report_vx* record)
 {
     Message m;
@@ -112,6 +115,8 @@ Json ToJson(const Message& m)
     return json;
 }
 
+// Text of the library may come from files and is made safe for the terminal; place and file are added unless
+// the message has them.
 void PrintLine(Message m)
 {
     m.text.erase(m.text.find_last_not_of('\n') + 1);
@@ -144,6 +149,7 @@ Session::Session() : impl_(new Impl)
         impl_->start_failure = std::string("could not start: ") + reason;
 }
 
+// After this an interrupt ends the program at once: there is no environment left to halt.
 Session::~Session()
 {
     struct sigaction action = {};
@@ -167,6 +173,7 @@ void Session::Begin()
     if (impl_->progress.enabled) SetProgressHandler_vx(env, ShowProgress, &impl_->progress);
 }
 
+// The interrupt comes second, as a halted operation has reported why it ended.
 void Session::Check()
 {
     const report_vx* newest = GetError_vx(env, ERROR_SEVERITY, 0, nullptr);
@@ -195,6 +202,7 @@ void Session::PrintRaw(std::string_view bytes)
     fwrite(bytes.data(), 1, bytes.size(), stdout);
 }
 
+// 1. Collect what there is to report.
 int Session::Finish(ExitStatus status, const std::string& failure)
 {
     impl_->progress.Erase();
@@ -215,6 +223,7 @@ int Session::Finish(ExitStatus status, const std::string& failure)
         document.update(impl_->fields);
         PrintRaw(document.dump(2, ' ', false, Json::error_handler_t::replace) + "\n");
     }
+    // 2. A result that could not be written is a failure, whatever else happened.
     const bool written = fflush(stdout) == 0 && !ferror(stdout);
     for (const Message& m : messages)
         if (m.is_error || !options.quiet) PrintLine(m);

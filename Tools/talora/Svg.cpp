@@ -1,3 +1,4 @@
+// Elements of SVG, and the charts made of them.
 #include "talora/Svg.h"
 
 #include <Talora.h>

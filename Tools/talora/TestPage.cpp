@@ -40,7 +40,7 @@ constexpr MeasureDef kRealFigures[] = {{"cases", "Cases with a value"},
                                        {"from_2_to_3_deviations", "Cases from 2 to 3 deviations"},
                                        {"above_3_deviations", "Cases above 3 deviations"}};
 
-// A number for a table; empty where there is none.
+// A number for a table; a dash where there is none.
 std::string Shown(double value)
 {
     return value == GetUndefDbl_vx() ? "–" : Digits(value);
@@ -123,6 +123,7 @@ std::string RocFigure(const tester_bn* tester, const node_bn* node, const std::v
     return FigureMarkup(drawing, "ROC curves", Omitted(node, states) + "The diagonal is guessing.", legend);
 }
 
+// 1. Bins put together to tenths of belief.
 Curve CalibrationCurve(const tester_bn* tester, const node_bn* node, state_bn state)
 {
     double weights[kCalibrationGroups] = {}, hits[kCalibrationGroups] = {}, beliefs[kCalibrationGroups] = {};
@@ -246,6 +247,7 @@ std::string ScoreTable(const tester_bn* tester, const std::vector<node_bn*>& nod
     return TableMarkup("Scores", rows);
 }
 
+// Curves, then tables; what is too large for a page is left out and the page says so.
 void AddNode(Page& page, const tester_bn* tester, const node_bn* node)
 {
     const int num_states = GetNodeNumberStates_bn(node);

@@ -1,3 +1,4 @@
+// Text for the terminal: escapes for what is unsafe, widths, bars, numbers, columns.
 #include "talora/Text.h"
 
 #include <Talora.h>
@@ -69,6 +70,7 @@ std::string Format(const char* format, double value)
 
 }  // namespace
 
+// Characters that are safe stay; of all others each byte is written as an escape.
 std::string Printable(std::string_view text)
 {
     std::string out;
@@ -118,6 +120,7 @@ std::string PadLeft(std::string text, int width)
     return text;
 }
 
+// In eighths of a character where the terminal has blocks.
 std::string Bar(double fraction, int width)
 {
     static const bool has_blocks = LocaleHasUtf8();
@@ -155,6 +158,7 @@ std::string SystemReason()
     return std::generic_category().message(errno);
 }
 
+// 1. The width of each column. 2. Rows padded to it, without blanks at their end.
 std::string Columns::Text(size_t right_from) const
 {
     std::vector<int> widths;

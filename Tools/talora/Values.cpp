@@ -1,3 +1,4 @@
+// Values of the library as JSON and as text.
 #include "talora/Values.h"
 
 #include <charconv>

@@ -1,3 +1,4 @@
+// Operators and functions of the equation language, a routine each; undefined results are NaN.
 #include "Misc/Equations/EqnBuiltin.h"
 
 #include <algorithm>
@@ -9,6 +10,7 @@
 
 namespace talora {
 
+// Returns the undefined value, so that a routine can fail in one line.
 double EqnReason::Set(const char* format, ...)
 {
     const std::string plain = ExpandMarkup(format);
@@ -62,6 +64,7 @@ int NearestIndex(const double* a, int count)
     return best;
 }
 
+// The argument at an index that counts from `base`.
 double Select(const double* a, int count, int base)
 {
     if (count < 2 || std::isnan(a[0])) return kUndefinedEqn;
@@ -99,6 +102,7 @@ double Choose(double n, double k)
 
 }  // namespace
 
+// Of whole numbers, with the sign of the divisor.
 double Mod(double a, double b)
 {
     if (!IsWhole(a) || !IsWhole(b) || b == 0) return kUndefinedEqn;
@@ -106,6 +110,7 @@ double Mod(double a, double b)
     return rest != 0 && (rest < 0) != (b < 0) ? rest + b : rest + 0.0;
 }
 
+// By the ratio of the smaller to the larger; 0 agrees with 0 alone.
 bool AgreesWithin(double a, double b, double ratio)
 {
     if (a == 0 || b == 0) return a == b;

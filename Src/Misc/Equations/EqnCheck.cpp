@@ -1,3 +1,4 @@
+// The types of an equation: what names mean where they stand, how variables are read, whether arguments fit.
 #include "Misc/Equations/EqnCheck.h"
 
 #include <algorithm>
@@ -52,6 +53,7 @@ bool IsNumber(EqnType type)
     return type == INTEGER_EQN || type == REAL_EQN || type == NUMERIC_EQN;
 }
 
+// Discrete variables count by their levels, else by their state names, else by their state numbers.
 EqnType TypeOfVariable(const EqnVariable& variable)
 {
     if (!variable.discrete) return REAL_EQN;
@@ -83,12 +85,14 @@ int FindMap(const Checker& c, int variable_index, int purpose, Make make)
 }
 
 template <class Make>
+// The value is looked up in a list by the state, instead of being the state itself.
 void ReadThrough(const Checker& c, Expr& expr, int purpose, Make make)
 {
     expr.reading = Reading::MAPPED;
     expr.map = FindMap(c, expr.variable, purpose, make);
 }
 
+// As the level of the state; continuous variables are numbers as they are.
 void ReadAsNumber(const Checker& c, Expr& expr)
 {
     const EqnVariable& variable = c.Variable(expr);
@@ -304,6 +308,7 @@ bool IsConditional(const Expr& expr)
     return expr.kind == ExprKind::CALL && expr.function->form == IF_FORM;
 }
 
+// A truth value, a constant like `true` read as a state, a choice of two such, or a discrete variable.
 bool CanBeTruth(const Checker& c, int node)
 {
     const Expr& expr = c.At(node);
@@ -341,6 +346,7 @@ void WantTruth(const Checker& c, int node, int argument)
     ReadAsTruth(c, expr);
 }
 
+// Fails unless the argument is, or can be read as, a value of the type.
 void Want(const Checker& c, int node, int argument, EqnType wanted)
 {
     const Expr& expr = c.Child(node, argument);
@@ -385,6 +391,7 @@ void CheckEquality(const Checker& c, int node)
 }
 
 // Arguments from `first` on must be of one kind: truth values, states or numbers.  @return their type
+// 1. What kinds there are among the arguments.
 EqnType Unify(const Checker& c, int node, int first, int context)
 {
     const int count = c.At(node).num_children;
@@ -405,6 +412,7 @@ EqnType Unify(const Checker& c, int node, int first, int context)
     if (c.At(node).function->form == EQUALITY_FORM && variables == 2 && names == 2) state = true;
     for (int i = first; i < count; ++i) {
         const Expr& expr = c.Child(node, i);
+        // 2. Truth wins over states, states over numbers; what cannot be read so does not fit.
         const bool fits = truth ? CanBeTruth(c, c.ChildIndex(node, i)) : !state || CanBeState(c, expr);
         if (!fits) FailMixed(c, node, i, expr.type, truth ? BOOLEAN_EQN : STATE_EQN);
         if (sample == NONE_EQN) sample = expr.type;
@@ -414,6 +422,7 @@ EqnType Unify(const Checker& c, int node, int first, int context)
         return BOOLEAN_EQN;
     }
     if (!state) return whole ? INTEGER_EQN : REAL_EQN;
+    // 3. States are all brought into the numbering of one variable.
     const int reference = ReferenceOf(c, node, first, context);
     for (int i = first; i < count; ++i) ReadAsStateOf(c, c.ChildIndex(node, i), reference);
     return STATE_EQN;
@@ -488,6 +497,8 @@ void CheckNoisyList(NoisyTable& t, int count)
     if (!IsSum(t.def) && std::fabs(sum - 1) > kSumTolerance) Fail<2509>(t.def.name, sum);
 }
 
+// 1. The output and the number of its states (or of pairs). 2. The list of the leak. 3. For each cause the
+// variable and a list for each of its states.
 void CheckNoisyTable(const Checker& c, int node)
 {
     NoisyTable t{c, node, *c.At(node).function};
@@ -531,6 +542,7 @@ EqnType WantedType(const FunctionDef& def, int argument)
     return argument % 3 == 0 ? BOOLEAN_EQN : REAL_EQN;
 }
 
+// Functions whose arguments are of one kind are unified; the others have a type for each argument.
 void CheckArguments(const Checker& c, int node, int context)
 {
     const FunctionDef& def = *c.At(node).function;
@@ -582,6 +594,7 @@ int ContextOfArgument(const Checker& c, int node, int argument, int context)
     }
 }
 
+// Arguments first, as a call's type follows from theirs.
 void CheckNode(const Checker& c, int node, int context)
 {
     Expr& expr = c.At(node);
@@ -604,6 +617,7 @@ void CheckTruthOutput(const EqnVariable& output)
     if (TrueState(output) < 0) Warn<2462>(output.name.c_str());
 }
 
+// What the value of a deterministic equation stands for in its output.
 void CheckResult(const Checker& c)
 {
     Equation& eqn = c.eqn;
@@ -627,6 +641,7 @@ void CheckResult(const Checker& c)
 
 }  // namespace
 
+// By well-known pairs of names, in either order and case.
 int TrueState(const EqnVariable& variable)
 {
     if (!variable.discrete || variable.num_states != 2 || variable.state_names.size() != 2) return -1;
@@ -638,6 +653,7 @@ int TrueState(const EqnVariable& variable)
     return -1;
 }
 
+// Without such names state 1 is true, as the numbers 0 and 1 have it.
 int StateOfTruth(const EqnVariable& variable, bool truth)
 {
     const int true_state = TrueState(variable);

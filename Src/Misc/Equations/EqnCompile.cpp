@@ -1,3 +1,4 @@
+// Equations compiled to instructions for a stack machine, and the machine.
 #include "Misc/Equations/EqnCompile.h"
 
 #include "Misc/Equations/EqnBuiltin.h"
@@ -71,6 +72,7 @@ bool Fold(Compiler& c, int node, double& value)
 
 void CompileNode(Compiler& c, int node);
 
+// As it is, through a list by state, or as the number of its interval.
 void CompileVariable(Compiler& c, const Expr& expr)
 {
     if (expr.reading == Reading::AS_IS) return c.Emit(Make(PUSH_VARIABLE, 0, expr.variable));
@@ -92,6 +94,7 @@ void CompileRight(Compiler& c, EqnOp op, int node)
     c.Emit(Make(Code(op)));
 }
 
+// BRANCH: condition false goes to the third argument, undefined to the end; JUMP: over the third argument.
 void CompileConditional(Compiler& c, const Expr& call)
 {
     const int* const children = c.eqn.children.data() + call.first_child;
@@ -107,6 +110,8 @@ void CompileConditional(Compiler& c, const Expr& call)
     c.program.code[jump].index = static_cast<int32_t>(c.program.code.size());
 }
 
+// Operators with an instruction of their own take their operands one by one from the left; all else is
+// called.
 void CompileCall(Compiler& c, const Expr& call)
 {
     const EqnOp op = call.function->op;
@@ -133,6 +138,7 @@ void CompileNode(Compiler& c, int node)
     CompileCall(c, expr);
 }
 
+// A state that the list has no entry for is undefined.
 double Lookup(const std::vector<double>& map, double state)
 {
     return state >= 0 && state < static_cast<double>(map.size()) ? map[static_cast<size_t>(state)]
@@ -141,6 +147,7 @@ double Lookup(const std::vector<double>& map, double state)
 
 }  // namespace
 
+// The program is self-contained: lists and thresholds are copied.
 EqnProgram CompileEquation(const Equation& eqn)
 {
     EqnProgram program;
@@ -178,6 +185,7 @@ EqnProgram CompileEquation(const Equation& eqn)
         break;                      \
     }
 
+// The top of the stack is kept in a variable, not in memory.
 double Run(const EqnProgram& program, const double* values, double* stack, EqnReason& failure)
 {
     using namespace builtin;

@@ -1,3 +1,4 @@
+// Evaluation of an expression tree as it stands, and questions about trees and intervals.
 #include "Misc/Equations/EqnEval.h"
 
 #include <algorithm>
@@ -25,6 +26,7 @@ struct Evaluation {
 
 double EvaluateNode(const Evaluation& e, int node, double* stack);
 
+// Of a choice only the branch taken is evaluated. Other arguments all are, side by side on the stack.
 double EvaluateCall(const Evaluation& e, const Expr& call, double* stack)
 {
     const FunctionDef& def = *call.function;
@@ -105,6 +107,7 @@ bool Mentions(const Equation& eqn, int node, int variable)
     return false;
 }
 
+// P (x | ...) = Distribution (x, ...) with x in no other place: its integral over an interval is known.
 bool IsIntegrable(const Equation& eqn)
 {
     const Expr& root = eqn.Root();
@@ -133,6 +136,7 @@ int FindInterval(const std::vector<double>& thresholds, double value)
     return static_cast<int>(std::min<ptrdiff_t>(interval, static_cast<ptrdiff_t>(thresholds.size()) - 2));
 }
 
+// Of two at the same distance the lower one.
 int NearestLevel(const EqnVariable& variable, double value)
 {
     int best = -1;
@@ -147,6 +151,7 @@ int NearestLevel(const EqnVariable& variable, double value)
     return best;
 }
 
+// As it is, through its list, or as the number of the interval that holds it.
 double ReadVariable(const Equation& eqn, const Expr& expr, const double* values)
 {
     const double value = values[expr.variable];

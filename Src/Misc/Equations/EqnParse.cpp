@@ -1,3 +1,5 @@
+// The parser of equations: by precedence climbing, with the operators' strengths from the table of
+// functions.
 #include "Misc/Equations/EqnParse.h"
 
 #include <algorithm>
@@ -96,6 +98,7 @@ int AddExpr(Parser& p, Expr expr)
 }
 
 // Arguments that are calls of the same associative function give way to their own arguments.
+// a + (b + c) becomes one sum of three, so that long sums make flat trees.
 std::vector<int> Gather(const Equation& eqn, const FunctionDef& def, std::vector<int> args)
 {
     if (!(def.flags & ASSOCIATIVE_EQN)) return args;
@@ -116,6 +119,7 @@ std::vector<int> Gather(const Equation& eqn, const FunctionDef& def, std::vector
     return gathered;
 }
 
+// The depth is that of the deepest argument and one; walking a tree may recurse because it is bounded.
 int AddCall(Parser& p, const FunctionDef& def, const std::vector<int>& written, int position, bool infix)
 {
     const std::vector<int> args = Gather(p.eqn, def, written);
@@ -139,12 +143,14 @@ int AddCall(Parser& p, const FunctionDef& def, const std::vector<int>& written, 
 
 int ParseExpr(Parser& p, const FunctionDef* building, Need need);
 
+// Counts the nesting of the parser itself, which may be deeper than the tree that comes of it.
 void EnterLevel(Parser& p)
 {
     *p.place = p.at;
     CheckDepth(++p.depth);
 }
 
+// A minus directly before a digit belongs to the number.
 bool StartsNumber(const Parser& p)
 {
     const int sign = p.Peek() == '-' ? 1 : 0;
@@ -189,6 +195,8 @@ Slice ReadOwner(Parser& p)
 }
 
 // Behind "#": a state's number or name, or a variable.
+// 1. A number, which must be whole and without a unit. 2. Else a name, which is no call. 3. In either case
+// the variable that it is a state of.
 int ParseSharp(Parser& p)
 {
     Expr expr;
@@ -223,6 +231,7 @@ bool IsNoisyTable(const FunctionDef& def)
     return def.form == NOISY_TABLE_FORM;
 }
 
+// Too many arguments are reported before too few, each with what the function takes.
 void CheckCount(Parser& p, const FunctionDef& def, int count, int position)
 {
     *p.place = position;
@@ -253,6 +262,7 @@ std::vector<int> ParseArguments(Parser& p, const FunctionDef& def)
     }
 }
 
+// A name with an owner behind it, or without a parenthesis, is no call.
 int ParseNameOrCall(Parser& p)
 {
     Expr expr;
@@ -275,6 +285,7 @@ int ParseNameOrCall(Parser& p)
     return AddCall(p, *def, args, expr.position, false);
 }
 
+// Names what is missing: the argument of an operator where one waits for it, else an operand as such.
 [[noreturn]] void FailNoOperand(Parser& p, Need need)
 {
     const FunctionDef* here = FindBinaryOperator(p.Rest());
@@ -329,6 +340,7 @@ bool GoesOn(const FunctionDef& op, const FunctionDef* building)
     return &op == building && !(op.flags & LEFT_EQN);
 }
 
+// Groups to the right: a ? b : c ? d : e is a ? b : (c ? d : e).
 int ParseConditional(Parser& p, const FunctionDef& op, int condition, int position)
 {
     const int yes = ParseExpr(p, nullptr, {&op, 2});
@@ -418,6 +430,8 @@ bool IsProbabilisticHead(const Parser& start, const std::string& output)
     return p.text.substr(inner.at, inner.length) == "P";
 }
 
+// 1. "P (" or not, which decides how the rest is read. 2. The output, by its own name (or f). 3. The
+// parameters, each once, each one of the candidates. 4. The equals sign and something behind it.
 void ParseHead(Parser& p, const std::vector<EqnVariable>& candidates)
 {
     const EqnVariable& output = candidates.front();
@@ -450,6 +464,7 @@ void CheckSize(std::string_view text, int* place)
     if (text.size() > kMaxEqnText) Fail<6402>(static_cast<long long>(text.size()), kMaxEqnText);
 }
 
+// All of the text must be used up before types are checked.
 void ParseBody(Parser& p)
 {
     p.eqn.root = ParseExpr(p, nullptr, {});

@@ -1,3 +1,4 @@
+// Equations back to text, with the parentheses that they need and no others.
 #include "Misc/Equations/EqnPrint.h"
 
 #include "Basic/Text.h"
@@ -38,6 +39,7 @@ void PrintPrefix(Printer& p, const Expr& call)
     PrintIn(p, operand, operand.kind == ExprKind::NUMBER || IsInfix(operand));
 }
 
+// Only the condition can need parentheses: the other parts reach as far as they can.
 void PrintConditional(Printer& p, const Expr& call)
 {
     const int strength = call.function->strength;
@@ -115,6 +117,7 @@ void Print(Printer& p, const Expr& expr)
     PrintInfix(p, expr);
 }
 
+// Everything but the places in the text, for tests of printing and reading.
 bool SameExpr(const Equation& a, int x, const Equation& b, int y)
 {
     const Expr &e = a.exprs[x], &f = b.exprs[y];

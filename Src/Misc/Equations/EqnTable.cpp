@@ -1,3 +1,4 @@
+// The table of functions, constants and operators, looking them up, and the reference page made from it.
 #include "Misc/Equations/EqnTable.h"
 
 #include <algorithm>
@@ -233,6 +234,7 @@ const Row* FindRow(std::span<const Row> rows, std::string_view name)
     return found == index->end() ? nullptr : found->second;
 }
 
+// The longest symbol that the text begins with: "<=" before "<".
 const FunctionDef* FindOperator(std::string_view text, bool prefix)
 {
     const FunctionDef* best = nullptr;
@@ -284,6 +286,7 @@ std::string ExampleOf(const FunctionDef& def)
     return "`" + std::string(def.example) + "` is " + value;
 }
 
+// Sections in the order of the table, then constants and units.
 std::string MakeReference()
 {
     std::string page = kReferenceIntro;

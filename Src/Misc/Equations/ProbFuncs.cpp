@@ -1,3 +1,4 @@
+// Distributions of the equation language: density or probability, and probability of an interval.
 #include "Misc/Equations/ProbFuncs.h"
 
 #include <algorithm>
@@ -64,6 +65,7 @@ double XLogY(double x, double y)
 
 // ---- Continuous distributions: parameters, support, density, the two tails ----
 
+// Where the density is not 0, and whether the parameters are ones that the distribution has.
 struct Support {
     double low = -kInfinite, high = kInfinite;
     bool valid = true;
@@ -346,6 +348,7 @@ struct FDef : Support {
 };
 
 template <class Def>
+// a[0] is the value, the parameters follow.
 double ContinuousDensity(const double* a)
 {
     const Def def(a);
@@ -529,6 +532,7 @@ double DiscreteProb(const double* a)
 }
 
 template <class Def>
+// The whole numbers from `low` up to, but without, `high`.
 double DiscreteInterval(const double* a, double low, double high)
 {
     const Def def(a);

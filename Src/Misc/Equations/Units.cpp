@@ -1,3 +1,4 @@
+// Units that may stand behind a number, each with its factor.
 #include "Misc/Equations/Units.h"
 
 namespace talora {
