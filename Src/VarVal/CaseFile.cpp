@@ -1,3 +1,4 @@
+// Case files as lines of entries: their beginning, the line of column names, comments, splitting.
 #include "VarVal/CaseFile.h"
 
 #include <sys/stat.h>
@@ -35,6 +36,7 @@ std::string_view Trim(std::string_view text)
     return text;
 }
 
+// Opened anew by each reader, so that several can be at different places.
 ByteSource OpenBytes(const CaseBytes& bytes)
 {
     return bytes.in_memory ? ByteSource::OfBytes(bytes.contents, bytes.most_at_once) : ByteSource(bytes.name);
@@ -68,6 +70,7 @@ std::string_view FileType(std::string_view beginning, std::string_view& rest)
     return type;
 }
 
+// The number behind the type in the first line; other versions may read well enough, so they only warn.
 void CheckVersion(std::string_view rest, const std::string& file)
 {
     int version = 0;
@@ -79,6 +82,7 @@ void CheckVersion(std::string_view rest, const std::string& file)
         WarnAt<2082>(FilePlace{file.c_str()}, version < 0 ? "old" : "new", version);
 }
 
+// The block that FileHeader of DbCases.cpp writes, whose lines do not count.
 bool IsFromDatabase(std::string_view beginning)
 {
     const size_t end = beginning.find('\n');
@@ -117,6 +121,7 @@ int FindDelimiters(const char* text, size_t length, char first, char second, uin
 
 }  // namespace
 
+// For shares of the work done; 0 where the size cannot be known, as for pipes.
 int64_t SourceSize(const CaseBytes& bytes)
 {
     if (bytes.in_memory) return static_cast<int64_t>(bytes.contents.size());
@@ -124,6 +129,7 @@ int64_t SourceSize(const CaseBytes& bytes)
     return ::stat(bytes.name.c_str(), &info) == 0 && S_ISREG(info.st_mode) ? info.st_size : 0;
 }
 
+// Where the line number was not counted along the way the file is read up to there.
 std::string PlaceText(const CasePlace& place)
 {
     int64_t line = place.line > 0 ? place.line : LineAt(*place.bytes, place.position);
@@ -139,6 +145,7 @@ void FailWrongCount(int count, int wanted, const CasePlace& place)
     Fail<6524>(count, wanted, PlaceText(place).c_str());
 }
 
+// The entry of column NumCases: a number that is not negative.
 double ReadCaseWeight(std::string_view text, const CasePlace& place)
 {
     double weight = 0;
@@ -148,6 +155,7 @@ double ReadCaseWeight(std::string_view text, const CasePlace& place)
     return weight;
 }
 
+// The entry of column IDnum: a whole number, or -1 where it is missing.
 int64_t ReadCaseId(std::string_view text, char missing, const CasePlace& place)
 {
     if (text.empty() || text == "*" || (text.size() == 1 && text[0] == missing)) return -1;
@@ -174,6 +182,7 @@ static bool IsOneQuoted(std::string_view text)
     return false;
 }
 
+// The line of column names decides: comma, then tab, then blank.
 char ShownDelimiter(std::string_view text, char default_delimiter)
 {
     text = Trim(text);
@@ -182,6 +191,7 @@ char ShownDelimiter(std::string_view text, char default_delimiter)
     return text.find(' ') != std::string_view::npos ? ' ' : default_delimiter;
 }
 
+// A comment begins behind a blank or a delimiter, so "a//b" is an entry.
 size_t FindCaseComment(std::string_view text, char delimiter)
 {
     bool quoted = false;
@@ -199,6 +209,7 @@ int LineSplitter::Split(const CaseLine& line, int most)
     unquoted_ = false;
     if (delimiter_ == ',' && std::memchr(text.data(), '"', text.size()) != nullptr)
         return SplitQuoted(text, most);
+    // 1. Places of all delimiters, sixteen bytes at a time.
     text_ = text.data();
     const size_t room = std::min<size_t>(static_cast<size_t>(most) + 1, text.size() + 1);
     const bool by_blanks = delimiter_ == ' ';
@@ -209,6 +220,7 @@ int LineSplitter::Split(const CaseLine& line, int most)
                                places_.data(), static_cast<int>(most_places));
     count = std::min(count, static_cast<int>(most_places));
     if (spans_.size() < room + 1) spans_.resize(room + 1);
+    // 2. Entries between them: runs of blanks count once; with other delimiters blanks around an entry go.
     EntrySpan* out = spans_.data();
     uint32_t begin = 0;
     if (by_blanks) {
@@ -283,6 +295,7 @@ int64_t LineSplitter::Character(int index) const
 
 // ---- The file ----
 
+// A small file gets a block of its size.
 CaseFileReader::CaseFileReader(const CaseBytes& bytes, char default_delimiter, bool warn, size_t block_bytes)
     : source_(bytes), bytes_(OpenBytes(bytes))
 {
@@ -298,6 +311,7 @@ CaseFileReader::CaseFileReader(const CaseBytes& bytes, char default_delimiter, b
 bool CaseFileReader::Fill()
 {
     if (ended_) return false;
+    // 1. What is left moves to the front of the block.
     if (at_ > 0) {
         std::memmove(block_.data(), block_.data() + at_, end_ - at_);
         block_position_ += static_cast<int64_t>(at_);
@@ -305,6 +319,7 @@ bool CaseFileReader::Fill()
         slash_ = slash_ > at_ ? slash_ - at_ : 0;
         at_ = 0;
     }
+    // 2. A line longer than the block makes it grow, up to a limit.
     if (end_ + kLinePadding >= block_.size()) {
         if (end_ >= kLongestCaseLine)
             Fail<6503>(static_cast<long long>(lines_ + 1), Name().c_str(),
@@ -313,6 +328,7 @@ bool CaseFileReader::Fill()
                     static_cast<long long>(end_), Name().c_str());
         block_.resize(block_.size() * 2);
     }
+    // 3. A file that is shorter than it was when it was opened is being changed, which is an error.
     const size_t got = bytes_.Read(block_.data() + end_, block_.size() - kLinePadding - end_);
     end_ += got;
     ended_ = got == 0;
@@ -322,6 +338,7 @@ bool CaseFileReader::Fill()
     return !ended_;
 }
 
+// Wide text is refused, the mark of UTF-8 skipped; a file that states another type is no case file.
 void CaseFileReader::CheckBeginning(bool warn)
 {
     std::string_view beginning(block_.data(), std::min(end_, kBeginningBytes));

@@ -1,3 +1,4 @@
+// One case of a file as findings of a net, with nodes made for columns that the net lacks.
 #include "VarVal/CaseFindings.h"
 
 #include <algorithm>
@@ -146,7 +147,7 @@ bool IsWanted(const std::string& column, const std::string& file, AddMode mode)
     return AskQuestion(question.c_str(), "Yes,No", "No") == 0;
 }
 
-// Adds nodes for the columns that are none yet, as the mode has it; those left are told of.
+// Adds nodes for the columns that are none yet, as the mode has it; those left are reported.
 std::vector<Node*> AddMissingNodes(Stream& file, Net& net, const CaseFileHeader& header, AddMode mode)
 {
     std::vector<int> columns;
@@ -187,7 +188,7 @@ NodeFinding FindingOf(const Node& node, const CaseEntry& entry)
     return finding;
 }
 
-// Only a line can be gone to that begins where a case is said to begin.
+// A position is valid only if a line begins there.
 void CheckLineBegins(const Stream& file, int64_t position)
 {
     ByteSource bytes(file);

@@ -1,3 +1,5 @@
+// Reading the cases of a set in blocks: entries are looked up in a table per column, and understood only
+// once.
 #include "VarVal/CaseParse.h"
 
 #include <algorithm>
@@ -25,6 +27,7 @@ void EntryTable::Clear()
     texts_.clear();
 }
 
+// Half full at most, so that looking up an entry takes a probe or two.
 void EntryTable::Grow()
 {
     std::vector<Slot> old(slots_.size() * 2);
@@ -39,6 +42,7 @@ void EntryTable::Grow()
     }
 }
 
+// Texts of up to 16 bytes are their own key; of longer ones the rest is compared in `texts_`.
 void EntryTable::Insert(std::string_view text, int state)
 {
     std::string padded(text);
@@ -123,7 +127,7 @@ CaseReader::Engine::Engine(const Caseset& from, std::span<Node* const> wanted)
     if (env != nullptr && env->question_handler.IsSet() && !nodes.empty()) Settle();
 }
 
-// Goes through all cases so that every question is asked before anybody relies on the numbers of states.
+// Goes through all cases so that every question is asked before callers rely on the numbers of states.
 void CaseReader::Engine::Settle()
 {
     Progress progress("reading case file");
@@ -153,6 +157,7 @@ void CaseReader::Engine::FailHalted() const
     FailCasesHalted(cases_of_all, Fraction());
 }
 
+// What is odd about a file as a whole is reported when it is opened for the first time only.
 void CaseReader::Engine::Open()
 {
     const CaseSource& from = cases.sources[source];
@@ -172,6 +177,7 @@ void CaseReader::Engine::Close()
     ++source;
 }
 
+// Columns by the names of nodes: each node once, unknown names in one warning, nodes not asked for left out.
 void CaseReader::Engine::MatchColumns(bool tell)
 {
     columns.clear();
@@ -221,6 +227,7 @@ void CaseReader::Engine::FillEntries(UsedColumn& column)
 
 // ---- Blocks ----
 
+// Room for the most cases of a block; nodes without a column are unknown in all of them.
 void CaseReader::Engine::Prepare(CaseBlock& block, int most) const
 {
     const auto count = static_cast<size_t>(most);
@@ -245,6 +252,7 @@ void CaseReader::Engine::Prepare(CaseBlock& block, int most) const
     block.positions.resize(count);
 }
 
+// To the cases that there are, likelihoods in order of row and column.
 void CaseReader::Engine::Trim(CaseBlock& block) const
 {
     const auto count = static_cast<size_t>(block.num_cases);
@@ -263,6 +271,7 @@ void CaseReader::Engine::Trim(CaseBlock& block) const
     block.positions.resize(count);
 }
 
+// So many cases that a block stays in the cache; blocks end with their source.
 bool CaseReader::Engine::Next(CaseBlock& block)
 {
     const int64_t cells = static_cast<int64_t>(nodes.size()) + 8;
@@ -340,6 +349,8 @@ void CaseReader::Engine::CheckCount(const CaseLine& line, int count)
     FailWrongCount(count, wanted, PlaceOf(line, std::clamp(count, 1, wanted) - 1));
 }
 
+// Only what means the same for every case, and only so many spellings, lest a column of numbers fill the
+// table.
 void CaseReader::Engine::Remember(UsedColumn& column, std::string_view text, const CaseEntry& entry) const
 {
     const bool is_state = entry.kind == EntryKind::STATE;

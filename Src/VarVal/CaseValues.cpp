@@ -1,3 +1,4 @@
+// Entries of case files as states and values of nodes, and what becomes of those that fit nothing.
 #include "VarVal/CaseValues.h"
 
 #include <algorithm>
@@ -70,6 +71,7 @@ bool IsInBounds(const Node& node, double value)
 
 }  // namespace
 
+// In this order: missing, likelihood, state by name or title, "#" and number, number, unknown name.
 CaseEntry CaseValues::Read(Node& node, std::string_view text, const CasePlace& place)
 {
     if (text.empty() || text == "*" || (text.size() == 1 && text[0] == missing_)) return CaseEntry();
@@ -89,6 +91,7 @@ CaseEntry CaseValues::Read(Node& node, std::string_view text, const CasePlace& p
     return Settle(node, {NO_SUCH_NAME, text}, place);
 }
 
+// 1. Nodes without states take the value, within their bounds.
 CaseEntry CaseValues::ReadNumber(Node& node, std::string_view text, double value, const CasePlace& place)
 {
     if (!HasStates(node) && !IsDiscrete(node)) {
@@ -137,7 +140,7 @@ CaseEntry CaseValues::ReadLikelihood(Node& node, std::string_view text, const Ca
     return entry;
 }
 
-// What can be no value of the node, whatever the person says.
+// What can be no value of the node, whatever the user answers.
 CaseEntry CaseValues::Unreadable(Node& node, std::string_view text, const CasePlace& place)
 {
     if (!quiet_)
@@ -150,6 +153,7 @@ CaseEntry CaseValues::Unreadable(Node& node, std::string_view text, const CasePl
 
 // ---- What fits nothing ----
 
+// Skips, halts, or changes the net so that the entry fits and reads it again.
 CaseEntry CaseValues::Settle(Node& node, const Misfit& misfit, const CasePlace& place)
 {
     CaseEntry skipped;
@@ -172,6 +176,7 @@ CaseEntry CaseValues::Settle(Node& node, const Misfit& misfit, const CasePlace& 
     return Read(node, misfit.text, place);
 }
 
+// An answer that is for all of its kind is remembered and not asked for again.
 CaseValues::Answer CaseValues::Ask(const Node& node, const Misfit& misfit, const std::string& place)
 {
     if (fit_all_[misfit.situation]) return FIT;
@@ -232,6 +237,7 @@ void CaseValues::MakeFit(Node& node, const Misfit& misfit, const std::string& pl
         AddName(node, misfit.text, place);
 }
 
+// Moves the end that the value lies beyond, whichever way the levels run.
 void CaseValues::ExpandBounds(Node& node, double value, const std::string& place)
 {
     std::vector<double> levels = node.states.levels;
@@ -242,6 +248,8 @@ void CaseValues::ExpandBounds(Node& node, double value, const std::string& place
     Notice<6516>(node.name.c_str(), value, place.c_str());
 }
 
+// Without levels the number is a state number, and all states up to it are added; with levels it is a new
+// one.
 void CaseValues::AddNumber(Node& node, double value, const std::string& place)
 {
     const int first = NumStates(node);

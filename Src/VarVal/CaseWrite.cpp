@@ -1,3 +1,4 @@
+// Cases as lines of case files: entries as readers take them, whole files, one case appended.
 #include "VarVal/CaseWrite.h"
 
 #include <fcntl.h>
@@ -69,6 +70,7 @@ void AppendMissing(std::string& out, const CaseSigns& signs)
         out += signs.missing;
 }
 
+// The name, or the number where that cannot be mistaken for a value.
 void AppendState(std::string& out, const Node& node, int state, const CaseSigns& signs)
 {
     if (state < 0) {
@@ -100,6 +102,7 @@ void AppendLikelihood(std::string& out, std::span<const float> weights)
     out += '}';
 }
 
+// The most specific form: the value of a continuous node, a likelihood, or the state.
 void AppendFinding(std::string& out, const Node& node, const CaseSigns& signs)
 {
     const NodeFinding& finding = node.finding;
@@ -111,6 +114,7 @@ void AppendFinding(std::string& out, const Node& node, const CaseSigns& signs)
         AppendState(out, node, finding.state, signs);
 }
 
+// With commas anything can be written, in quotes; with other delimiters only what needs none.
 void AppendEntry(std::string& out, std::string_view text, const CaseSigns& signs)
 {
     if (signs.delimiter == ',') {
@@ -133,6 +137,7 @@ void AppendEntry(std::string& out, std::string_view text, const CaseSigns& signs
 
 // ---- Whole files ----
 
+// States are worded once, not in every row.
 CaseWriter::CaseWriter(Stream& file, std::span<Node* const> nodes, bool with_id, bool with_freq)
     : CaseWriter(file, NamesOf(nodes), with_id, with_freq)
 {
@@ -257,7 +262,7 @@ int OpenToWrite(const Stream& file, int flags)
     return handle;
 }
 
-// False if an error was told of.  A call that was interrupted has closed the file all the same.
+// False if an error was reported.  A call that was interrupted has closed the file all the same.
 bool CloseFile(int handle)
 {
     return file_ops.close(handle) == 0 || errno == EINTR;
@@ -319,11 +324,13 @@ int64_t WriteFirstCase(Stream& file, std::span<Node* const> nodes, int64_t id, d
 }
 
 // The case as a line for a file that has columns already.
+// 1. Numbers that the file has no column for are errors.
 std::string LineFor(const Stream& file, const CaseFileHeader& header, std::span<Node* const> nodes,
                     int64_t id, double freq)
 {
     if (id != kNoCaseId && header.id_column < 0) Fail<6529>(file.name.c_str());
     if (freq != kNoFreq && header.freq_column < 0) Fail<6530>(file.name.c_str());
+    // 2. An entry for each column of the file, from the node of that name.
     const CaseSigns signs{header.delimiter, file.env->missing_char};
     std::unordered_map<std::string_view, Node*> node_of;
     for (Node* node : nodes) node_of.emplace(node->name, node);
@@ -342,6 +349,7 @@ std::string LineFor(const Stream& file, const CaseFileHeader& header, std::span<
             AppendMissing(line, signs);
         }
     }
+    // 3. A finding that no column takes would be lost.
     for (const auto& [name, node] : node_of)
         if (!node->finding.IsEmpty()) Fail<6531>(node->name.c_str(), file.name.c_str());
     ShowEmptyLine(line, 0);

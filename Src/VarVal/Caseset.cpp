@@ -1,3 +1,4 @@
+// Case sets: lists of sources, files or contents of streams.
 #include "VarVal/Caseset.h"
 
 #include <unistd.h>
@@ -31,6 +32,7 @@ Caseset* NewCaseset(environ_vx& env, std::string_view name)
     return cases;
 }
 
+// Files that the set has made itself go with it.
 void DeleteCaseset(Caseset* cases) noexcept
 {
     environ_vx& env = *cases->env;
@@ -46,6 +48,7 @@ void DeleteCasesets(environ_vx& env) noexcept
     while (!env.casesets.empty()) DeleteCaseset(env.casesets.back());
 }
 
+// A file is kept by name, the contents of a memory stream as a copy.
 void AddFileToCaseset(Caseset& cases, const stream_vx& file, double degree, bool skips_misfits)
 {
     CaseSource source;

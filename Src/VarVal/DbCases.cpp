@@ -1,3 +1,4 @@
+// Cases and nodes from database queries.
 #include "VarVal/DbCases.h"
 
 #include <unistd.h>
@@ -51,6 +52,7 @@ std::vector<std::string> SplitColumns(std::string_view list)
     return columns;
 }
 
+// Texts of the caller go into the statement as they are, as the interface documents.
 std::string SelectText(const std::string& columns, const DbSelection& selection)
 {
     std::string text = "SELECT " + columns + " FROM " + selection.tables;
@@ -95,6 +97,8 @@ struct CaseQuery {
     size_t num_special = 0;            // the first so many are IDnum and NumCases
 };
 
+// 1. IDnum and NumCases, where the tables have them. 2. For each node the column given, or the one of its
+// name.
 CaseQuery PlanQuery(DbConnection& connection, std::span<Node* const> nodes, const DbSelection& selection)
 {
     const std::vector<DbColumn> present = TableColumns(connection, selection);
@@ -183,9 +187,10 @@ void AppendRow(std::string& text, DbQuery& rows, const CaseQuery& query, bool ad
     text += '\n';
 }
 
+// Through a file: sets can be read again and again, queries only once.
 void WriteRows(const std::string& path, environ_vx& env, DbQuery& rows, const CaseQuery& query)
 {
-    // A comma in the line of column names is what tells the reader that there are quotes.
+    // A comma in the line of column names is by what the reader knows that there are quotes.
     const bool adds_weight = query.names.size() == 1;
     std::unique_ptr<Stream, void (*)(Stream*)> file(NewFileStream(env, path),
                                                     [](Stream* stream) { DeleteStream(stream); });
@@ -285,6 +290,7 @@ void MakeStates(Node& node, const ColumnValues& values)
     }
 }
 
+// Few whole numbers: each is the level of a state, in ascending order.
 void MakeLevels(Node& node, const ColumnValues& values)
 {
     std::set<double> levels;
@@ -296,6 +302,7 @@ void MakeLevels(Node& node, const ColumnValues& values)
     SetLevels(node, static_cast<int>(sorted.size()), sorted.data());
 }
 
+// Fractions, or more whole numbers than could be states, make a continuous node; all else a discrete one.
 Node* MakeNode(Net& net, const std::string& name, const std::string& column, const ColumnValues& values)
 {
     const size_t count = values.words.size();

@@ -1,3 +1,4 @@
+// Handles of database connections.
 #include "VarVal/DbManager.h"
 
 #include <algorithm>

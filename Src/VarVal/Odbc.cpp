@@ -1,3 +1,4 @@
+// Connections and queries through ODBC, with secrets kept out of messages.
 #include "VarVal/Odbc.h"
 
 #include <algorithm>
@@ -128,6 +129,7 @@ struct DbQuery::Handles {
     DbColumn Describe(SQLUSMALLINT index) const;
 };
 
+// 1. An environment and a connection handle. 2. Connecting without dialogs. 3. How identifiers are quoted.
 DbConnection::DbConnection(const std::string& connection_text) : handles_(std::make_unique<Handles>())
 {
     Handles& h = *handles_;
@@ -194,6 +196,7 @@ DbColumn DbQuery::Handles::Describe(SQLUSMALLINT index) const
     return column;
 }
 
+// Executes at once; rows come one by one, so a large result needs no memory.
 DbQuery::DbQuery(DbConnection& connection, const std::string& statement)
     : handles_(std::make_unique<Handles>())
 {

@@ -1,3 +1,4 @@
+// Nets and nodes as records: making, deleting, looking up, checking.
 #include "BN/Model/Bnet.h"
 
 #include <algorithm>
