@@ -121,8 +121,8 @@ int AskQuestion(const char* question, const char* answers, const char* deflt)
     if (env == nullptr) return default_answer;
     const auto handler = env->question_handler.Get();
     if (handler.function == nullptr) return default_answer;
-    const CallerFloatMode caller;
-    const int answer = handler.function(env, question, answers, deflt, handler.data);
+    const int answer =
+        RunHandler("question", [&] { return handler.function(env, question, answers, deflt, handler.data); });
     return answer >= 0 && answer < num_answers ? answer : default_answer;
 }
 
@@ -130,10 +130,7 @@ void PrintMessage(const std::string& text)
 {
     environ_vx* env = ThisThread().env;
     if (env == nullptr || text.empty()) return;
-    const auto handler = env->message_handler.Get();
-    if (handler.function == nullptr) return;
-    const CallerFloatMode caller;
-    handler.function(env, text.c_str(), nullptr, handler.data);
+    RunMessageHandler(*env, text.c_str(), nullptr);
 }
 
 Secret AskPassword(const char* question)
@@ -142,18 +139,17 @@ Secret AskPassword(const char* question)
     if (env == nullptr) return {};
     const auto handler = env->password_handler.Get();
     if (handler.function == nullptr) return {};
-    // The buffer is wiped below whatever the handler returns; the caller's copy is wiped when it goes.
-    char buffer[kPasswordBuffer] = "";
-    bool given = false;
-    {
-        const CallerFloatMode caller;
-        given = handler.function(env, question, buffer, sizeof buffer, handler.data) != 0;
-    }
+    struct Buffer {
+        char text[kPasswordBuffer] = "";
+        ~Buffer() { Wipe(text, sizeof text); }  // also when the handler fails
+    } wiped;
+    auto& buffer = wiped.text;
+    const bool given = RunHandler("password", [&] {
+        return handler.function(env, question, buffer, sizeof buffer, handler.data) != 0;
+    });
     buffer[sizeof buffer - 1] = '\0';
     const size_t length = given ? strlen(buffer) : 0;
-    Secret password = length > 0 ? Secret(std::string_view(buffer, length)) : Secret();
-    Wipe(buffer, sizeof buffer);
-    return password;
+    return length > 0 ? Secret(std::string_view(buffer, length)) : Secret();
 }
 
 }  // namespace talora

@@ -7,10 +7,13 @@
 
 #include <atomic>
 #include <cstdint>
+#include <exception>
 #include <mutex>
 #include <string>
 #include <vector>
 
+#include "Basic/Error.h"
+#include "Basic/FloatMode.h"
 #include "Basic/Handle.h"
 #include "Basic/RandomNum.h"
 #include "Basic/Secret.h"
@@ -116,6 +119,23 @@ void UnpinEnviron(environ_vx* env) noexcept;
 
 int CheckingLevel();  // 1 to 4, whole library
 void SetCheckingLevel(int level);
+
+// Calls a handler of the front end, in the floating-point mode of the caller.  An exception that leaves it
+// goes no further, as there may be no C++ around the library to catch it: the call under way fails.
+template <class Call>
+auto RunHandler(const char* kind, Call&& call)
+{
+    char what[200] = "of a type that is no std::exception";
+    try {
+        const CallerFloatMode caller;
+        return call();
+    } catch (const std::exception& exception) {
+        CopyText(what, exception.what());
+    } catch (...) {
+        // There is nothing to read in it.
+    }
+    Fail<7300>(kind, static_cast<const char*>(what));
+}
 
 // Puts a question to the front end; the index of the answer, that of the default without a handler.
 int AskQuestion(const char* question, const char* answers, const char* deflt);

@@ -5,7 +5,9 @@
 #include <algorithm>
 #include <clocale>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <iterator>
 #include <mutex>
 #include <new>
@@ -45,6 +47,8 @@ struct ErrorGroup {
     int num_droppable = 0;  // below severity "error"
     int num_shown = 0;
     bool told_of_dropping = false;
+    bool is_silent = false;          // what is raised now is not shown
+    report_vx* retired = nullptr;    // cleared by another thread, linked by newer; freed by this one
     std::vector<int> repeats_shown;  // numbers for which "More ..." was shown
     struct WarningCount {
         int number, count;
@@ -107,6 +111,35 @@ void Free(ErrorGroup& group, report_vx* record) noexcept
     Records().Release(record);
 }
 
+void ForgetShown(ErrorGroup& group) noexcept
+{
+    group.told_of_dropping = false;
+    group.num_shown = 0;
+    group.repeats_shown.clear();
+}
+
+void FreeRetired(ErrorGroup& group) noexcept
+{
+    if (group.retired == nullptr) return;
+    while (report_vx* record = group.retired) {
+        group.retired = record->newer;
+        Free(group, record);
+    }
+    if (group.count == 0) ForgetShown(group);
+}
+
+// Out of the list of another thread, which may be reading it.
+void Retire(ErrorGroup& group, report_vx* record) noexcept
+{
+    Unlink(group, record);
+    record->header.SetTag(ERRLOG_TYPE | kDeletedFlag);
+    if (record == &group.memory_record) return Free(group, record);
+    for (report_vx* sub = record->first_sub; sub != nullptr; sub = sub->newer)
+        sub->header.SetTag(ERRLOG_TYPE | kDeletedFlag);
+    record->newer = group.retired;
+    group.retired = record;
+}
+
 // Takes a record out of the list of its thread or of its parent. An empty list begins counting anew.
 void Remove(ErrorGroup& group, report_vx* record) noexcept
 {
@@ -118,11 +151,7 @@ void Remove(ErrorGroup& group, report_vx* record) noexcept
         Unlink(group, record);
     }
     Free(group, record);
-    if (group.count == 0) {
-        group.told_of_dropping = false;
-        group.num_shown = 0;
-        group.repeats_shown.clear();
-    }
+    if (group.count == 0) ForgetShown(group);
 }
 
 ErrorGroup::ErrorGroup()
@@ -141,6 +170,7 @@ ErrorGroup::~ErrorGroup()
         Unlink(*this, record);
         Free(*this, record);
     }
+    FreeRetired(*this);
     (previous ? previous->next : first_group) = next;
     if (next) next->previous = previous;
 }
@@ -229,6 +259,8 @@ void Enlist(report_vx* record)
 {
     ErrorGroup& group = Group();
     std::lock_guard guard(ListMutex());
+    // In a handler, the calls around may still be showing a record.
+    if (ThisThread().depth <= 1) FreeRetired(group);
     if (record->parent) {
         report_vx** link = &record->parent->first_sub;
         while (*link) link = &(*link)->newer;
@@ -241,8 +273,7 @@ void Enlist(report_vx* record)
 
 void TellWatcher(int number)
 {
-    if (const auto watcher = message_watcher.load(std::memory_order_relaxed))
-        watcher(number < 0 ? -number : number);
+    if (const auto watcher = message_watcher.load(std::memory_order_relaxed)) watcher(std::abs(number));
 }
 
 // Adds the one record which reports that records are dropped, when the list first becomes full.
@@ -297,18 +328,13 @@ void Show(report_vx* record)
 {
     environ_vx* env = record->env;
     if (env == nullptr || env->state != READY_ENV) return;
-    const auto handler = env->message_handler.Get();
-    if (handler.function == nullptr) return;
+    if (!env->message_handler.IsSet()) return;
     ErrorGroup& group = Group();
-    if (group.num_shown >= env->report_limit) return;
+    if (group.is_silent || group.num_shown >= env->report_limit) return;
     const std::string text = TextToShow(*record);
     if (text.empty()) return;
     ++group.num_shown;
-    int result;
-    {
-        const CallerFloatMode caller;
-        result = handler.function(env, text.c_str(), record, handler.data);
-    }
+    const int result = RunMessageHandler(*env, text.c_str(), record);
     if (!IsLive(record, ERRLOG_TYPE)) return;  // the handler cleared it
     record->display_result = result;
     if (result == -4) {
@@ -343,6 +369,25 @@ bool CountWarning(int number, bool* last)
 }
 
 }  // namespace
+
+int RunMessageHandler(environ_vx& env, const char* text, const report_vx* record) noexcept
+{
+    const auto handler = env.message_handler.Get();
+    if (handler.function == nullptr) return 0;
+    char what[200] = "of a type that is no std::exception";
+    try {
+        const CallerFloatMode caller;
+        return handler.function(&env, text, record, handler.data);
+    } catch (const std::exception& exception) {
+        CopyText(what, exception.what());
+    } catch (...) {
+        // There is nothing to read in it.
+    }
+    Group().is_silent = true;
+    Warn<7301>("message", static_cast<const char*>(what));
+    Group().is_silent = false;
+    return 0;
+}
 
 std::string Phrase(const char* format, ...)
 {
@@ -459,7 +504,7 @@ void SetSeverity(report_vx& report, Severity severity) noexcept
 {
     ErrorGroup& group = Group();
     std::lock_guard guard(ListMutex());
-    if (report.parent == nullptr)
+    if (report.parent == nullptr && IsLive(&report, ERRLOG_TYPE))
         group.num_droppable += int(severity < ERROR_SEV) - int(report.severity < ERROR_SEV);
     report.severity = severity;
 }
@@ -468,7 +513,7 @@ void ClearReport(report_vx* report) noexcept
 {
     ErrorGroup& group = Group();
     std::lock_guard guard(ListMutex());
-    if (report->thread_id == ThisThread().thread_id) Remove(group, report);
+    if (report->thread_id == ThisThread().thread_id && IsLive(report, ERRLOG_TYPE)) Remove(group, report);
 }
 
 void ClearReports(const environ_vx* env, Severity most) noexcept
@@ -486,11 +531,12 @@ void ClearReports(const environ_vx* env, Severity most) noexcept
 // An environment that closes takes its records along from the lists of all threads.
 void ClearReportsOf(const environ_vx* env) noexcept
 {
+    const ErrorGroup* own = &Group();
     std::lock_guard guard(ListMutex());
     for (ErrorGroup* group = first_group; group; group = group->next)
         for (report_vx* record = group->newest; record != nullptr;) {
             report_vx* older = record->older;
-            if (record->env == env) Remove(*group, record);
+            if (record->env == env) group == own ? Remove(*group, record) : Retire(*group, record);
             record = older;
         }
 }
@@ -519,8 +565,8 @@ bool HasCondition(const report_vx& report, uint32_t condition)
                                                3312, 3313, 3315, 3319, 3320, 3381, 3382, 3588};
     if (report.conditions & condition) return true;
     return condition == INCONSISTENT_FINDING_CND &&
-           std::find(std::begin(kInconsistencies), std::end(kInconsistencies), -report.number) !=
-               std::end(kInconsistencies);
+           std::any_of(std::begin(kInconsistencies), std::end(kInconsistencies),
+                       [&](int number) { return report.number == -number; });
 }
 
 // Each level of verbosity adds: 1 file and position, 2 conditions and fate, 3 an empty line, 4 sub-errors.
@@ -533,7 +579,8 @@ std::string PrintReport(report_vx& report, int verbosity)
                                                          "was patched",         "was covered up",
                                                          "still remains",       "can't be fixed"};
     std::string text =
-        Format("%s %5d - t %u", SeverityWord(report.severity), -report.number, report.thread_id);
+        Format("%s %5lld - t %u", SeverityWord(report.severity), -static_cast<long long>(report.number),
+               report.thread_id);  // a front end may number with the least int, which has no opposite
     if (verbosity >= 1 && !report.file.empty()) {
         text += " in file '" + report.file + "'";
         if (report.position != kNoPosition) text += ", position " + std::to_string(report.position);

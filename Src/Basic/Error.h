@@ -10,10 +10,12 @@
 // go in, so text that comes from a file never acts as markup.
 //
 // Records belong to the thread that raised them and live until they are cleared or the thread
-// ends.  At most kMaxRecordsPerThread are kept.  Reporting never throws, and reporting that memory
-// is out needs none.
+// ends.  Closing an environment clears those of other threads, too; but as they may just be showing or
+// listing them, their memory goes only when that thread adds its next record.  At most kMaxRecordsPerThread
+// are kept.  Reporting never throws, and reporting that memory is out needs none.
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <cstdarg>
 #include <cstdint>
@@ -185,6 +187,20 @@ void ClearReport(report_vx* report) noexcept;
 void ClearReports(const environ_vx* env, Severity most) noexcept;  // up to and including a severity
 void ClearReportsOf(const environ_vx* env) noexcept;               // of every thread, when it closes
 int CountReports();                                                // of the calling thread
+
+// Copies as much of a text as fits.
+template <size_t size>
+void CopyText(char (&buffer)[size], const char* text)
+{
+    size_t length = 0;
+    while (text[length] != '\0' && length + 1 < size) ++length;
+    std::copy(text, text + length, buffer);
+    buffer[length] = '\0';
+}
+
+// Shows a text, of a record unless null, in the front end; 0 without a handler.  An exception that leaves the
+// handler becomes a warning, which is not shown: the text is lost, not the work of the call.
+int RunMessageHandler(environ_vx& env, const char* text, const report_vx* record) noexcept;
 
 const char* SeverityWord(Severity severity);
 bool HasCondition(const report_vx& report, uint32_t condition);

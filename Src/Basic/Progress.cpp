@@ -29,10 +29,16 @@ Progress::~Progress()
 {
     environ_vx* env = ThisThread().env;
     if (!shown_ || env == nullptr) return;
+    const bool had_failed = ThisThread().failed;
     const auto handler = env->progress_handler.Get();
     if (handler.function == nullptr) return;
-    const CallerFloatMode caller;
-    handler.function(env, title_, -1, handler.data);
+    // Nothing may leave a destructor; and what was worked out is not lost because its end was not heard.
+    try {
+        RunHandler("progress", [&] { return handler.function(env, title_, -1, handler.data); });
+    } catch (const Unwind& failure) {
+        SetSeverity(*failure.record, WARNING_SEV);
+        ThisThread().failed = had_failed;
+    }
 }
 
 // Once halted it stays halted, also when the flag is withdrawn meanwhile.
@@ -45,8 +51,7 @@ bool Progress::Step(double fraction)
     const auto handler = env->progress_handler.Get();
     if (handler.function == nullptr) return true;
     shown_ = true;
-    const CallerFloatMode caller;
-    halted_ = !handler.function(env, title_, fraction, handler.data);
+    halted_ = !RunHandler("progress", [&] { return handler.function(env, title_, fraction, handler.data); });
     return !halted_;
 }
 

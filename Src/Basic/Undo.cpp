@@ -12,6 +12,7 @@ namespace talora {
 namespace {
 
 constexpr size_t kFirstCapacity = 16;
+constexpr size_t kKeptRecords = 16;  // room that stays for the records of the next call when undo is off
 
 // Of all threads together: a group may be filled by several of them in turn.
 std::atomic<uint64_t> last_sequence{0};
@@ -153,7 +154,7 @@ void UndoList::DiscardNewest() noexcept
 void UndoList::Open()
 {
     if (has_open_) return;
-    ring_.Reserve();
+    if (is_on_) ring_.Reserve();
     has_open_ = true;
     committed_ = 0;
 }
@@ -174,6 +175,12 @@ void UndoList::Delist() noexcept
     while (*link != nullptr && *link != this) link = &(*link)->next_open_;
     if (*link != nullptr) *link = next_open_;
     is_listed_ = false;
+}
+
+void UndoList::SkipCall() noexcept
+{
+    skips_call_ = this_thread.depth > 0;
+    if (skips_call_) Enlist();
 }
 
 void UndoList::SetText(std::string text)
@@ -225,11 +232,18 @@ void UndoList::RollBack(uint64_t mark) noexcept
     is_undoing_ = false;
 }
 
-// An open group goes on with the next call.
+// An open group goes on with the next call.  With undo off there is nothing to keep: deleted objects that the
+// records own go now.
 void UndoList::EndStep() noexcept
 {
+    skips_call_ = false;
     if (!has_open_ || group_ != NO_UNDO_GROUP) return;
     has_open_ = false;
+    if (!is_on_) {
+        open_.records.clear();
+        if (open_.records.capacity() > kKeptRecords) open_.records = {};
+        return;
+    }
     UndoStep step = std::move(open_);
     open_ = UndoStep();
     if (!step.records.empty()) Keep(std::move(step));

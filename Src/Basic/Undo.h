@@ -1,4 +1,4 @@
-// The history of an object: steps that can be undone and redone.
+// The history of an object: steps that can be undone and redone, and what a failing call takes back.
 //
 // A step is what one call of the interface did, or one group that a caller opened; it consists of
 // records, each of which can take back and do again one elementary change.  A record is made, and
@@ -6,9 +6,11 @@
 // happen.  The list owns the records.  It knows nothing of what they change.
 //
 // The kept steps stand in a ring, oldest first: those below the redo position can be undone, the
-// others redone.  The open step collects the records of the running call.  It is kept when the
-// outermost call of the thread ends, or is taken back record by record when the call fails; only
-// then does a new step displace what could be redone.  While an undo or redo runs nothing is recorded.
+// others redone.  The open step collects the records of the running call, whether undo is on or off.
+// When the call fails it is taken back record by record.  When the outermost call of the thread ends it
+// is kept, and only then displaces what could be redone; with undo off it is dropped instead.  So one
+// mechanism holds for all: after an error the object is what it was.  While an undo or redo runs nothing
+// is recorded; nor is what happens outside all calls when undo is off, as no one could take it back.
 //
 // One thread works on a list at a time: the one that holds the lock of the object.
 #pragma once
@@ -19,6 +21,7 @@
 #include <string>
 #include <vector>
 
+#include "Basic/MultiThread.h"
 #include "Talora.h"
 
 namespace talora {
@@ -86,11 +89,14 @@ public:
     void CheckIdle() const;
 
     // ---- Recording ----
-    bool IsRecording() const { return is_on_ && !is_undoing_; }
+    bool IsRecording() const { return !is_undoing_ && (is_on_ || (this_thread.depth > 0 && !skips_call_)); }
     // Adds a record to the open step and lets it make its change.  The first text given to a step stays.
     void Do(std::unique_ptr<UndoRecord> record, std::string text);
-    // Whether the open step has its text, so that none need be made.
-    bool HasText() const { return has_open_ && !open_.text.empty(); }
+    // Whether the open step has yet to be named; never when undo is off.
+    bool NeedsText() const { return is_on_ && !(has_open_ && !open_.text.empty()); }
+    // For an object made by the running call, which deletes it if it fails: with undo off, nothing is
+    // recorded until that call ends.
+    void SkipCall() noexcept;
     void SetText(std::string text);  // opens a step if none is open
     // From here on until Derive(false), records belong to the last step without being a change of their own
     // (results of that step worked out later), and nothing that can be redone is lost.
@@ -140,6 +146,7 @@ private:
     bool is_on_ = false;
     bool is_undoing_ = false;
     bool derives_ = false;
+    bool skips_call_ = false;
     bool has_open_ = false;
     UndoStep open_;
     uint64_t committed_ = 0;  // sequence up to which a failure takes nothing back

@@ -117,12 +117,13 @@ bool WasClosed(const environ_vx* env)
     return WasDeleted(env, ENVIRON_TYPE);
 }
 
-void CheckListEntries(const nodelist_bn* list)
+void CheckListEntries(const nodelist_bn* list, bool allows_null)
 {
     const RecursiveLock* first = nullptr;
     bool of_several_nets = false;  // which no function works on, and which are not all locked
     for (size_t i = 0; i < list->nodes.size(); ++i) {
         const node_bn* node = list->nodes[i];
+        if (node == nullptr && allows_null) continue;
         if (node == nullptr) Fail<5150>(int(i));
         const RecursiveLock* lock = LockOf(node);
         if (first == nullptr) first = lock;

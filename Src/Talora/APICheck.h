@@ -63,8 +63,9 @@ void CheckEnviron(const environ_vx* env);
 void CheckLocal(const environ_vx& env);  // fails if its objects live elsewhere
 bool WasClosed(const environ_vx* env);   // a handle of an environment that has been closed
 
-// Every entry of a list is a live node, as functions need that work on the nodes.
-void CheckListEntries(const nodelist_bn* list);
+// Every entry of a list is a live node, as functions need that work on the nodes; or, where that is allowed,
+// NULL.  The frame does this for each list of which a function says EntriesOf.
+void CheckListEntries(const nodelist_bn* list, bool allows_null);
 // The one net that the nodes of a list, which is not empty, are of; fails if they are of several (6881).
 net_bn& NetOfAll(const nodelist_bn* list);
 
@@ -85,10 +86,14 @@ RecursiveLock* LockOf(const H* handle)
 struct ProcessWide {
     bool is_used;
 };
-// The nets that the nodes of a list are of, to be locked and changed.
+// The nodes of a list that was passed, which may be NULL: their nets are locked, to be changed, and each is
+// checked before the body runs.
 struct EntriesOf {
-    explicit EntriesOf(const nodelist_bn* nodes) : list(nodes) {}
+    explicit EntriesOf(const nodelist_bn* nodes, bool may_hold_null = false)
+        : list(nodes), allows_null(may_hold_null)
+    {}
     const nodelist_bn* list;
+    bool allows_null;
 };
 
 // A handle that is only read, though its type would allow more.
@@ -115,6 +120,24 @@ template <class H, class... Used>
 H* HandleIn(const With<H, Used...>& with)
 {
     return with.handle;
+}
+
+template <class H>
+void CheckEntries(H*)
+{}
+template <class Used>
+void CheckEntriesUsed(const Used&)
+{}
+inline void CheckEntriesUsed(const EntriesOf& entries)
+{
+    if (entries.list == nullptr) return;
+    CheckHandle(entries.list);
+    if (IsLive(entries.list, NODELIST_TYPE)) CheckListEntries(entries.list, entries.allows_null);
+}
+template <class H, class... Used>
+void CheckEntries(const With<H, Used...>& with)
+{
+    std::apply([](const Used&... used) { (CheckEntriesUsed(used), ...); }, with.used);
 }
 
 // Whether functions on the handle do without the process-wide lock.
@@ -242,6 +265,7 @@ R CallApi(const char* function, First first, R failure, Body&& body) noexcept
         // Without checking, a NULL handle is not reported; but neither is it followed.
         if (handle == nullptr && CheckingLevel() < CHECK_HANDLES) return failure;
         CheckHandle(handle);
+        CheckEntries(first);
         if (CheckingLevel() >= CHECK_OBJECTS) ValidateHandle(handle);
         return static_cast<R>(body());
     });
@@ -268,6 +292,7 @@ R CallApi2(const char* function, First first_used, H2* second, R failure, Body&&
         if ((first == nullptr || second == nullptr) && CheckingLevel() < CHECK_HANDLES) return failure;
         CheckHandle(first);
         CheckHandle(second);
+        CheckEntries(first_used);
         if (CheckingLevel() >= CHECK_OBJECTS) {
             ValidateHandle(first);
             ValidateHandle(second);

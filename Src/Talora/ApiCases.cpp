@@ -38,7 +38,6 @@ const char* CharWord(int c)
 // The nodes of a list, which are of one net and not repeated.
 std::vector<Node*> OneNet(const nodelist_bn& list)
 {
-    CheckListEntries(&list);
     if (list.nodes.empty()) Fail<6541>();
     std::vector<char> seen(list.nodes[0]->net->nodes.nodes.size());
     std::vector<Node*> nodes;

@@ -60,9 +60,8 @@ bool_vx IsNetCompiled_bn(const net_bn* net)
 
 void SetNetElimOrder_bn(net_bn* net, const nodelist_bn* order)
 {
-    CallApi(__func__, With(net, EntriesOf(order)), [&] {
+    CallApi(__func__, With(net, EntriesOf(order, true)), [&] {
         if (order == nullptr) return SetElimOrder(*net, nullptr);
-        CheckHandle(order);  // its entries are checked by the operation, with its own messages
         SetElimOrder(*net, &order->nodes);
     });
 }

@@ -38,7 +38,6 @@ void AddDBCasesToCaseset_cs(caseset_cs* cases, dbmgr_cs* manager, double degree,
     CallApi(__func__, With(nodes, EntriesOf(nodes), cases, manager), [&] {
         CheckHandle(cases);
         CheckHandle(manager);
-        CheckListEntries(nodes);
         CheckNoOptions(options);
         if (!(degree >= 0) || degree >= InfinityDbl()) Fail<6702>(degree);
         AddDbCases(*cases, *manager, degree, nodes->nodes,

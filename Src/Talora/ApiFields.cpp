@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "BN/Model/BnEdit.h"
 #include "Basic/Text.h"
 #include "Talora/APICheck.h"
 
@@ -25,35 +26,32 @@ const UserField* FindField(const Description& text, std::string_view name)
 
 }  // namespace
 
-Description WithLastChange(const Description& text, const char* who, uint32_t when)
+void SetLastChange(Net& net, Node* node, Description& text, const char* who, uint32_t when)
 {
-    Description changed = text;
-    changed.who_changed = TextArgument(who);
-    changed.when_changed = when;
-    return changed;
+    Change(net, node, text.who_changed, TextArgument(who), NO_EFFECT, "set last change");
+    Change(net, node, text.when_changed, when, NO_EFFECT, "set last change");
 }
 
-// The new list is made whole, so that undo exchanges one value.
-std::vector<UserField> WithUserField(const Description& text, const char* name, const void* value, int length,
-                                     int kind)
+void SetUserField(Net& net, Node* node, Description& text, const char* name, const void* value, int length,
+                  int kind)
 {
+    constexpr const char* kWhat = "change user field";
     CheckFieldKind(kind);
-    const std::string field_name = NameArgument(name, "name");
+    std::string field_name = NameArgument(name, "name");
     if (length < -1) Fail<6193>(length);
-    std::vector<UserField> fields = text.user_fields;
+    std::vector<UserField>& fields = text.user_fields;
     const auto found = std::find_if(fields.begin(), fields.end(),
                                     [&](const UserField& field) { return field.name == field_name; });
+    const size_t index = found - fields.begin();
     if (value == nullptr) {
-        if (found != fields.end()) fields.erase(found);
-        return fields;
+        if (found != fields.end()) ChangeElement(net, node, fields, ListEdit::kErase, index, {}, kWhat);
+        return;
     }
     const char* bytes = static_cast<const char*>(value);
-    std::string contents(bytes, length == -1 ? strlen(bytes) : size_t(length));
-    if (found != fields.end())
-        found->value = std::move(contents);
-    else
-        fields.push_back({field_name, std::move(contents)});
-    return fields;
+    UserField field = {std::move(field_name),
+                       std::string(bytes, length == -1 ? strlen(bytes) : size_t(length))};
+    const ListEdit edit = found == fields.end() ? ListEdit::kInsert : ListEdit::kReplace;
+    ChangeElement(net, node, fields, edit, index, std::move(field), kWhat);
 }
 
 const char* FindUserField(const Description& text, const char* name, int* length, int kind)

@@ -8,11 +8,11 @@
 
 namespace talora {
 
-Description WithLastChange(const Description& text, const char* who, uint32_t when);
-
-// The user fields with one set, or removed when value is null.  Checks name, length and kind.
-std::vector<UserField> WithUserField(const Description& text, const char* name, const void* value, int length,
-                                     int kind);
+// Each for the texts of a net, or of a node of it.
+void SetLastChange(Net& net, Node* node, Description& text, const char* who, uint32_t when);
+// Sets a user field, or removes it when value is null.  Checks name, length and kind.
+void SetUserField(Net& net, Node* node, Description& text, const char* name, const void* value, int length,
+                  int kind);
 const char* FindUserField(const Description& text, const char* name, int* length, int kind);
 void NthUserField(const Description& text, int index, const char** name, const char** value, int* length,
                   int kind);

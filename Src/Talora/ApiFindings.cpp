@@ -105,7 +105,6 @@ const prob_bn* QueryBeliefs_bn(const nodelist_bn* nodes, double* log_probability
     if (log_probability) *log_probability = UndefDbl();
     return CallApi(__func__, With(nodes, EntriesOf(nodes)), static_cast<const prob_bn*>(nullptr),
                    [&]() -> const prob_bn* {
-                       CheckListEntries(nodes);
                        if (nodes->nodes.empty()) return nullptr;
                        Net& net = NetOfAll(nodes);
                        return QueryBeliefs(net, nodes->nodes, log_probability);

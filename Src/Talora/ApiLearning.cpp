@@ -14,7 +14,6 @@ namespace {
 // The nodes of a list, live and of one net.
 const std::vector<node_bn*>& NodesToLearn(const nodelist_bn& list)
 {
-    CheckListEntries(&list);
     for (const node_bn* node : list.nodes)
         if (node->net != list.nodes[0]->net) Fail<6601>(list.nodes[0]->name.c_str(), node->name.c_str());
     return list.nodes;

@@ -38,7 +38,6 @@ double MostProbableConfig_bn(net_bn* net, state_bn* setting, int nth)
 double MostProbableSetting_bn(const nodelist_bn* nodes, state_bn* setting, int nth)
 {
     return CallApi(__func__, With(nodes, EntriesOf(nodes)), UndefDbl(), [&] {
-        CheckListEntries(nodes);
         if (setting == nullptr) Fail<6804>();
         if (nodes->nodes.empty()) return UndefDbl();
         Net& net = NetOfAll(nodes);

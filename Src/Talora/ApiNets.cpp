@@ -108,9 +108,7 @@ const char* GetNetAuthor_bn(const net_bn* net)
 
 void SetNetLastChange_bn(net_bn* net, const char* who, uint32_t when)
 {
-    CallApi(__func__, net, [&] {
-        Change(*net, net->text, WithLastChange(net->text, who, when), NO_EFFECT, "set last change");
-    });
+    CallApi(__func__, net, [&] { SetLastChange(*net, nullptr, net->text, who, when); });
 }
 
 const char* GetNetLastChange_bn(const net_bn* net, uint32_t* when)
@@ -133,10 +131,7 @@ void* GetNetUserData_bn(const net_bn* net)
 
 void SetNetUserField_bn(net_bn* net, const char* name, const void* value, int length, int kind)
 {
-    CallApi(__func__, net, [&] {
-        Change(*net, net->text.user_fields, WithUserField(net->text, name, value, length, kind), NO_EFFECT,
-               "change user field");
-    });
+    CallApi(__func__, net, [&] { SetUserField(*net, nullptr, net->text, name, value, length, kind); });
 }
 
 const char* GetNetUserField_bn(const net_bn* net, const char* name, int* length, int kind)

@@ -42,7 +42,6 @@ nodelist_bn* CopyNodes_bn(const nodelist_bn* nodes, net_bn* net, const char* opt
         __func__, With(net, EntriesOf(nodes)), static_cast<nodelist_bn*>(nullptr), [&]() -> nodelist_bn* {
             CheckHandle(nodes);
             if (nodes == nullptr) return nullptr;
-            CheckListEntries(nodes);
             const uint32_t given = OptionsArgument(options, {"no_links", "no_tables", "dont_return_list"});
             const bool returns_list = (given & 4) == 0;
             nodelist_bn* list = returns_list ? NewNodeList(*net->env, 0) : nullptr;
@@ -122,9 +121,7 @@ const char* GetNodeAuthor_bn(const node_bn* node)
 
 void SetNodeLastChange_bn(node_bn* node, const char* who, uint32_t when)
 {
-    CallApi(__func__, node, [&] {
-        Change(*node, node->text, WithLastChange(node->text, who, when), NO_EFFECT, "set last change");
-    });
+    CallApi(__func__, node, [&] { SetLastChange(*node->net, node, node->text, who, when); });
 }
 
 const char* GetNodeLastChange_bn(const node_bn* node, uint32_t* when)
@@ -147,10 +144,7 @@ void* GetNodeUserData_bn(const node_bn* node)
 
 void SetNodeUserField_bn(node_bn* node, const char* name, const void* value, int length, int kind)
 {
-    CallApi(__func__, node, [&] {
-        Change(*node, node->text.user_fields, WithUserField(node->text, name, value, length, kind), NO_EFFECT,
-               "change user field");
-    });
+    CallApi(__func__, node, [&] { SetUserField(*node->net, node, node->text, name, value, length, kind); });
 }
 
 const char* GetNodeUserField_bn(const node_bn* node, const char* name, int* length, int kind)

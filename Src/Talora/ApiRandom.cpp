@@ -25,12 +25,6 @@ Result DrawFrom(const char* function, randgen_vx* generator)
     });
 }
 
-std::span<Node* const> ListedNodes(const nodelist_bn* nodes)
-{
-    CheckListEntries(nodes);
-    return nodes->nodes;
-}
-
 // Nets and learners that use a generator go back to the environment's.  False, and nothing done, if a call in
 // whose handler this one is made may be drawing from it.
 bool DetachGenerator(const randgen_vx& generator)
@@ -112,7 +106,7 @@ randgen_vx* GetNetRandomGen_bn(const net_bn* net)
 int GenerateRandomCase_bn(const nodelist_bn* nodes, int method, double maxtries)
 {
     return CallApi(__func__, With(nodes, EntriesOf(nodes)), -1, [&] {
-        GenerateRandomCase(ListedNodes(nodes), method, maxtries);
+        GenerateRandomCase(nodes->nodes, method, maxtries);
         return 0;
     });
 }
@@ -122,13 +116,13 @@ double WriteRandomCases_bn(const nodelist_bn* nodes, stream_vx* file, double num
 {
     return CallApi2(__func__, With(nodes, EntriesOf(nodes)), file, -1.0, [&] {
         if (!(num_cases >= 0 && num_cases <= 9e15)) Fail<6679>(num_cases);
-        return static_cast<double>(WriteRandomCases(
-            ListedNodes(nodes), *file, static_cast<int64_t>(num_cases), method, maxtries, percent_missing));
+        return static_cast<double>(WriteRandomCases(nodes->nodes, *file, static_cast<int64_t>(num_cases),
+                                                    method, maxtries, percent_missing));
     });
 }
 
 double WriteEveryCase_bn(const nodelist_bn* nodes, stream_vx* file)
 {
     return CallApi2(__func__, With(nodes, EntriesOf(nodes)), file, -1.0,
-                    [&] { return static_cast<double>(WriteEveryCase(ListedNodes(nodes), *file)); });
+                    [&] { return static_cast<double>(WriteEveryCase(nodes->nodes, *file)); });
 }

@@ -33,10 +33,8 @@ void Preset(double* variance, double* least, double* greatest)
 
 sensv_bn* NewSensvToFinding_bn(const node_bn* query, const nodelist_bn* varying, int what_find)
 {
-    return CallApi2(__func__, With(query, EntriesOf(varying)), varying, static_cast<sensv_bn*>(nullptr), [&] {
-        CheckListEntries(varying);
-        return NewSensv(const_cast<node_bn&>(*query), varying->nodes, what_find);
-    });
+    return CallApi2(__func__, With(query, EntriesOf(varying)), varying, static_cast<sensv_bn*>(nullptr),
+                    [&] { return NewSensv(const_cast<node_bn&>(*query), varying->nodes, what_find); });
 }
 
 void DeleteSensvToFinding_bn(sensv_bn* sensv)

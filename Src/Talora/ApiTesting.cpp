@@ -64,8 +64,6 @@ tester_bn* NewNetTester_bn(const nodelist_bn* test_nodes, const nodelist_bn* uno
     return CallApi2(__func__, With(test_nodes, EntriesOf(test_nodes), EntriesOf(unobserved_nodes)),
                     unobserved_nodes, static_cast<tester_bn*>(nullptr), [&] {
                         if (tests != -1) Fail<6733>(tests);
-                        CheckListEntries(test_nodes);
-                        CheckListEntries(unobserved_nodes);
                         return NewTester(test_nodes->nodes, unobserved_nodes->nodes);
                     });
 }
@@ -257,7 +255,6 @@ double WriteCaseBeliefs_bn(const caseset_cs* cases, const nodelist_bn* nodes, st
 {
     return CallApi2(__func__, With(cases, EntriesOf(nodes), output), nodes, UndefDbl(), [&] {
         CheckHandle(output);
-        CheckListEntries(nodes);
         const uint32_t words = OptionsArgument(options, {"jsonl", "whole"});
         const ScoreOptions wanted = {(words & 1) != 0, (words & 2) != 0};
         return WriteCaseBeliefs(*cases, nodes->nodes, *output, wanted);

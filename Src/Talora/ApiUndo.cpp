@@ -9,12 +9,6 @@ using namespace talora;
 
 namespace {
 
-UndoList& NeedList(Net& net)
-{
-    if (!net.undo) net.undo = std::make_unique<UndoList>();
-    return *net.undo;
-}
-
 void CheckToWhen(double to_when)
 {
     if (to_when != -1) Fail<6310>();
@@ -26,7 +20,6 @@ bool WalkHistory(Net& net, double to_when, const char* report,
                  const std::string* (UndoList::*text)(int) const, Walk&& walk)
 {
     CheckToWhen(to_when);
-    if (!net.undo) return false;
     const std::string* next = (*net.undo.*text)(0);
     const std::string name = next ? *next : std::string();
     if (!walk(*net.undo)) return false;
@@ -37,7 +30,7 @@ bool WalkHistory(Net& net, double to_when, const char* report,
 const char* StepText(const Net& net, int index, const std::string* (UndoList::*text)(int) const)
 {
     if (index < 0) Fail<6190>(index);
-    const std::string* found = net.undo ? (*net.undo.*text)(index) : nullptr;
+    const std::string* found = (*net.undo.*text)(index);
     return found ? found->c_str() : nullptr;
 }
 
@@ -49,12 +42,12 @@ void SetNetNumUndos_bn(net_bn* net, int count_limit, double memory_limit, const 
         if (count_limit < -1) Fail<6312>(count_limit);
         if (!(memory_limit >= 0) && memory_limit != -1) Fail<6313>(memory_limit);
         CheckNoOptions(options);
-        const int old_count = net->undo ? net->undo->CountLimit() : 0;
-        const double old_memory = net->undo ? net->undo->MemoryLimit() : 0;
+        const int old_count = net->undo->CountLimit();
+        const double old_memory = net->undo->MemoryLimit();
         const int count = count_limit == -1 ? old_count : count_limit;
         const double memory = memory_limit == -1 ? old_memory : std::floor(memory_limit);
-        if ((count_limit == -1 && memory_limit == -1) || (count == 0 && memory == 0 && !net->undo)) return;
-        NeedList(*net).SetLimits(count, memory);
+        if (count_limit == -1 && memory_limit == -1) return;
+        net->undo->SetLimits(count, memory);
     });
 }
 
@@ -62,16 +55,15 @@ int GetNetNumUndos_bn(const net_bn* net, double* memory_limit)
 {
     if (memory_limit) *memory_limit = UndefDbl();
     return CallApi(__func__, net, -1, [&] {
-        if (memory_limit) *memory_limit = net->undo ? net->undo->MemoryLimit() : 0;
-        return net->undo ? net->undo->CountLimit() : 0;
+        if (memory_limit) *memory_limit = net->undo->MemoryLimit();
+        return net->undo->CountLimit();
     });
 }
 
 void SetNetUndoing_bn(net_bn* net, bool_vx on)
 {
     CallApi(__func__, net, [&] {
-        if (!on && !net->undo) return;
-        UndoList& list = NeedList(*net);
+        UndoList& list = *net->undo;
         list.CheckIdle();
         if (on)
             list.TurnOn();
@@ -82,7 +74,7 @@ void SetNetUndoing_bn(net_bn* net, bool_vx on)
 
 bool_vx GetNetUndoing_bn(const net_bn* net)
 {
-    return CallApi(__func__, net, 0, [&] { return net->undo && net->undo->IsOn(); });
+    return CallApi(__func__, net, 0, [&] { return net->undo->IsOn(); });
 }
 
 bool_vx UndoNetLastOper_vx(net_bn* net, double to_when)
@@ -115,33 +107,32 @@ const char* GetNetNthRedo_bn(const net_bn* net, int index)
 
 double GetNetUndoMemory_bn(const net_bn* net)
 {
-    return CallApi(__func__, net, UndefDbl(), [&] { return net->undo ? net->undo->Memory() : 0.0; });
+    return CallApi(__func__, net, UndefDbl(), [&] { return net->undo->Memory(); });
 }
 
 void OpenNetUndoGroup_bn(net_bn* net, const char* description)
 {
     CallApi(__func__, net, [&] {
-        if (net->undo && net->undo->IsOn()) net->undo->OpenGroup(NarrowText(description));
+        if (net->undo->IsOn()) net->undo->OpenGroup(NarrowText(description));
     });
 }
 
 void CloseNetUndoGroup_bn(net_bn* net)
 {
     CallApi(__func__, net, [&] {
-        if (net->undo && net->undo->IsOn()) net->undo->CloseGroup();
+        if (net->undo->IsOn()) net->undo->CloseGroup();
     });
 }
 
 void AbortNetUndoGroup_bn(net_bn* net)
 {
     CallApi(__func__, net, [&] {
-        if (!net->undo || !net->undo->IsOn()) Fail<6314>(net->name.c_str());
+        if (!net->undo->IsOn()) Fail<6314>(net->name.c_str());
         net->undo->AbortGroup();
     });
 }
 
 int GetNetUndoGroup_bn(const net_bn* net)
 {
-    return CallApi(__func__, net, -1,
-                   [&] { return net->undo ? int(net->undo->GroupStatus()) : NO_UNDO_GROUP; });
+    return CallApi(__func__, net, -1, [&] { return int(net->undo->GroupStatus()); });
 }

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <cstdlib>
 #include <unordered_map>
 #include <unordered_set>
 #include <utility>
@@ -161,7 +162,7 @@ std::vector<Node*> AddMissingNodes(Stream& file, Net& net, const CaseFileHeader&
         else if (unknown.size() < kMessageBytes)
             unknown += (unknown.empty() ? "" : ", ") + name;
     }
-    if (!unknown.empty() && file.next_case == 0)  // once, not for every case
+    if (!unknown.empty() && file.next_case <= 0)  // once, not for every case
         Warn<6522>(file.name.c_str(), net.name.c_str(), unknown.c_str());
     if (columns.empty()) return {};
     CaseSource source;
@@ -261,7 +262,7 @@ FoundCase CaseFindingsReader::Read(const std::vector<Node*>& nodes)
     DescribeStep(net_, "read a case");
     for (NewFinding& each : findings)
         Change(*each.node, each.node->finding, std::move(each.finding), REFINDS, "read a case");
-    AutoUpdate(net_);
+    AutoUpdate(net_, FailedUpdate::kTakesAllBack);  // a case is entered as a whole
     return found;
 }
 
@@ -272,6 +273,7 @@ FoundCase ReadFindings(Stream& file, Net& net, std::vector<Node*> nodes, int64_t
     if (position == kNextCase) {
         position = file.next_case;
         if (position > 0) mode = AddMode::NEVER;  // what is missing was dealt with at the case before
+        position = std::abs(position);
     }
     if (position == 0) file.next_case = 0;
     CaseFileReader reader(file, net.env->case_delimiter, position == 0, kSmallCaseBlockBytes);
@@ -287,9 +289,18 @@ FoundCase ReadFindings(Stream& file, Net& net, std::vector<Node*> nodes, int64_t
     if (!reader.Next(line)) return FoundCase();
     if (!from_begin) line.number = 0;  // not known
     CaseFindingsReader findings(net, reader, line);
-    const FoundCase found = findings.Read(nodes);
-    file.next_case = reader.BytesTaken();
-    return found;
+    try {
+        const FoundCase found = findings.Read(nodes);
+        file.next_case = reader.BytesTaken();
+        return found;
+    } catch (const Unwind& failure) {
+        // The net is as it was, but whoever goes on comes to the next case and not to this one for ever.  The
+        // place is negative while the nodes that the first case would have added are still to be dealt with.
+        if (HasCondition(*failure.record, ABORTED_CND)) throw;
+        const bool is_first = from_begin || file.next_case < 0;
+        file.next_case = is_first ? -reader.BytesTaken() : reader.BytesTaken();
+        throw;
+    }
 }
 
 int64_t FindCase(const Stream& file, int64_t number)

@@ -10,6 +10,7 @@
 #include "BN/Inference/BnUpdating.h"
 #include "BN/Propagation/PropagateBatch.h"
 #include "BN/Propagation/TargetedQuery.h"
+#include "BN/Propagation/TreeTables.h"
 #include "Basic/Error.h"
 #include "Basic/FloatMode.h"
 
@@ -246,6 +247,11 @@ struct CaseInference::Engine {
 
     UpdateStatus UpdateWhole(const CaseFindings& findings)
     {
+        // Only under its findings may the tables of a large tree be small enough.
+        if (compiled.tree.total_size * sizeof(float) > kMaxTreeBytes)
+            CheckTreeTables(TotalSize(compiled.propagation_graph, compiled.tree,
+                                      {findings.states, findings.states + num_variables}),
+                            net.name);
         if (!propagation) {
             propagation = std::make_unique<Propagation>(compiled.propagation_graph, compiled.tree,
                                                         [this](int v) { return Table(v); });

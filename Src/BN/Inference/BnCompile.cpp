@@ -12,8 +12,8 @@
 #include "BN/Model/BnProbs.h"
 #include "BN/Order/Graph_Triangulate.h"
 #include "BN/Order/OptimizeOrder.h"
+#include "BN/Propagation/TreeTables.h"
 #include "Basic/Error.h"
-#include "Basic/FloatMode.h"
 #include "Basic/Progress.h"
 #include "Basic/Text.h"
 
@@ -116,7 +116,16 @@ void StoreFoundOrder(Net& net, const CompiledNet& compiled, const std::vector<in
     StoreElimOrder(net, nodes, true, "optimize elimination order");
 }
 
-std::vector<int> FindOrder(Net& net, const CompiledNet& compiled)
+// Stores the order that the tree of the net was made from.  Storing one discards the tree, which therefore
+// steps aside.
+void StoreOrderOfTree(Net& net, const std::vector<int>& order)
+{
+    std::unique_ptr<CompiledNet, CompiledNetDeleter> compiled = std::move(net.compiled);
+    StoreFoundOrder(net, *compiled, order);
+    net.compiled = std::move(compiled);
+}
+
+std::vector<int> FindOrder(const Net& net, const CompiledNet& compiled)
 {
     std::vector<int> all(compiled.nodes.size());
     std::iota(all.begin(), all.end(), 0);
@@ -124,8 +133,6 @@ std::vector<int> FindOrder(Net& net, const CompiledNet& compiled)
     Progress progress("finding elimination order");
     GreedySearchResult found = FindGreedyOrder(compiled.graph, all, &progress);
     if (found.order.empty()) FailHalted(net);
-    const DerivedResults derived(net);
-    StoreFoundOrder(net, compiled, found.order);
     return found.order;
 }
 
@@ -164,14 +171,11 @@ std::string BytesInWords(double bytes)
 void CheckMemoryFor(Net& net, const TreeSizes& sizes)
 {
     const double bytes = sizes.under_findings * sizeof(float);
-    if (bytes > kMaxTableBytes) {
+    if (bytes > kMaxTreeBytes) {
         Warn<6008>();
         return;
     }
-    if (net.name.empty())
-        CheckMemory(bytes, "to compile/update this >-net (see >-LimitMemoryUsage_vx)");
-    else
-        CheckMemory(bytes, "to compile/update >-net '%s' (see >-LimitMemoryUsage_vx)", net.name.c_str());
+    CheckTreeTables(sizes.under_findings, net.name);
     if (bytes > kQuestionTableBytes && !net.env->always_try_large) {
         const std::string question =
             Phrase("Do you want to continue compiling/updating even though the tables will require %s?",
@@ -217,8 +221,7 @@ void ReportCompiled(const Net& net, const TreeSizes& sizes)
 // Shows the person what the best order so far will take, under a heading the first time.
 void ShowRequirements(environ_vx& env, double entries, bool is_first)
 {
-    const auto handler = env.message_handler.Get();
-    if (handler.function == nullptr) return;
+    if (!env.message_handler.IsSet()) return;
     constexpr double kSecondsPerEntry = 3e-9;  // of a full update of a large net, measured
     const double seconds = entries * kSecondsPerEntry;
     std::string text;
@@ -231,8 +234,7 @@ void ShowRequirements(environ_vx& env, double entries, bool is_first)
         text += Phrase("  Time = %.2f sec (with sufficient RAM)", seconds);
     else
         text += Phrase("  Time = %.5g hour (with sufficient RAM)", seconds / 3600);
-    const CallerFloatMode caller;
-    handler.function(&env, text.c_str(), nullptr, handler.data);
+    PrintMessage(text);
 }
 
 std::vector<int> PositiveFindings(const CompiledNet& compiled)
@@ -292,9 +294,13 @@ void CompileNet(Net& net)
     std::unique_ptr<CompiledNet, CompiledNetDeleter> compiled(new CompiledNet);
     BuildGraph(net, *compiled);
     CheckElimOrder(net);
+    const bool is_found = !net.has_elim_order && compiled->nodes.size() >= 2;
     const std::vector<int> order =
         net.has_elim_order ? OrderAsNumbers(*compiled, net.elim_order.nodes) : FindOrder(net, *compiled);
     BuildTree(net, std::move(compiled), order);
+    if (!is_found) return;
+    const DerivedResults derived(net);
+    StoreOrderOfTree(net, order);
 }
 
 void CompileAfterReading(Net& net)

@@ -220,7 +220,7 @@ void EnterFinding(Node& node, int state, FindingMode mode)
     NodeFinding finding;
     if (mode == FindingMode::STRICT) finding = node.finding;
     finding.state = state;
-    if (IsRecording(*node.net))
+    if (node.net->undo->NeedsText())
         DescribeStep(*node.net, "enter finding %s = %s", node.name.c_str(), StateWord(node, state).c_str());
     StoreFinding(node, std::move(finding), "enter finding");
 }

@@ -56,6 +56,9 @@ void NetQueriesDeleter::operator()(NetQueries* queries) const noexcept
 
 const float* QueryBeliefs(Net& net, std::span<Node* const> nodes, double* log_probability)
 {
+    // Beliefs of most probable configurations come from the junction tree.  Compiling it discards what the
+    // net keeps for queries, so it comes first.
+    if (net.most_probable) UpdateBeliefs(net);
     NetQueries& queries = QueriesOf(net);
     std::vector<int> targets;
     size_t count = 0;

@@ -11,6 +11,7 @@
 #include "BN/Inference/ImpossibleCondition.h"
 #include "BN/Model/BnProbs.h"
 #include "BN/Model/BnUndo.h"
+#include "BN/Propagation/TreeTables.h"
 #include "Basic/Error.h"
 #include "Basic/Memory.h"
 #include "Basic/Progress.h"
@@ -73,21 +74,10 @@ void SyncFindings(CompiledNet& compiled)
     compiled.stale_findings.clear();
 }
 
-// The tables under the current findings fit the limits, or this fails.
-void CheckTableMemory(const Net& net)
-{
-    const double bytes = SizesOf(net).under_findings * sizeof(float);
-    if (bytes > kMaxTableBytes) Fail<6010>();
-    if (net.name.empty())
-        CheckMemory(bytes, "to compile/update this >-net (see >-LimitMemoryUsage_vx)");
-    else
-        CheckMemory(bytes, "to compile/update >-net '%s' (see >-LimitMemoryUsage_vx)", net.name.c_str());
-}
-
 void MakePropagation(Net& net)
 {
     CompiledNet& compiled = *net.compiled;
-    CheckTableMemory(net);
+    CheckTreeTables(SizesOf(net).under_findings, net.name);
     compiled.propagation =
         std::make_unique<Propagation>(compiled.propagation_graph, compiled.tree,
                                       [&compiled](int variable) { return TableOf(compiled, variable); });
@@ -263,7 +253,7 @@ void UpdateBeliefs(Net& net)
         MakePropagation(net);
     } else if (!net.compiled->stale_findings.empty()) {
         SyncFindings(*net.compiled);
-        CheckTableMemory(net);
+        CheckTreeTables(SizesOf(net).under_findings, net.name);
     }
     Progress progress(kUpdateTitle);
     CheckUpdated(net, net.compiled->propagation->Update(&progress));
@@ -307,11 +297,10 @@ bool BeliefOf(const Node& node, float* beliefs)
     return true;
 }
 
-void AutoUpdate(Net& net)
+void AutoUpdate(Net& net, FailedUpdate failed)
 {
     if (net.auto_update == 0 || !net.compiled) return;
-    // A finding stays entered when its consequences cannot be worked out.
-    if (net.undo) net.undo->Commit();
+    if (failed == FailedUpdate::kKeepsFindings) net.undo->Commit();
     UpdateBeliefs(net);
 }
 

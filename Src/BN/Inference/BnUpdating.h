@@ -64,8 +64,10 @@ const float* TreeTable(const CompiledNet& compiled, int variable, MadeTables& ma
 // Brings all beliefs up to date, compiling first if the net auto-updates.  Fails when the net is not
 // compiled, the tables are too large, or the findings contradict one another.
 void UpdateBeliefs(Net& net);
-// After a change of findings: updates at once if the net is compiled and auto-updates.
-void AutoUpdate(Net& net);
+// After a change of findings: updates at once if the net is compiled and auto-updates.  When that fails, the
+// findings stay, as the beliefs are another matter; or they go with the rest of the call.
+enum class FailedUpdate { kKeepsFindings, kTakesAllBack };
+void AutoUpdate(Net& net, FailedUpdate failed = FailedUpdate::kKeepsFindings);
 bool AreBeliefsUpdated(const Net& net);
 
 // Tries a state of a node of the tree: afterwards BeliefOf gives the beliefs there would be with that

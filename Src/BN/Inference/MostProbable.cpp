@@ -6,6 +6,7 @@
 #include "BN/Inference/BnQuery.h"
 #include "BN/Model/BnEdit.h"
 #include "BN/Model/BnProbs.h"
+#include "BN/Propagation/TreeTables.h"
 #include "Basic/Error.h"
 #include "Basic/Progress.h"
 #include "Basic/Text.h"
@@ -75,6 +76,7 @@ ConfigSearch& SearchOf(Net& net, const std::vector<Node*>* nodes)
     if (kept && kept->update_count == net.update_count && kept->nodes == wanted) return *kept;
     net.config_search.reset();
     CompileNet(net);
+    CheckTreeTables(SizesOf(net).under_findings, net.name);
     std::unique_ptr<ConfigSearch, ConfigSearchDeleter> search(new ConfigSearch);
     DescribeModel(net, search->model);
     search->tree = net.compiled->tree;

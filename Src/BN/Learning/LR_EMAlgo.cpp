@@ -1,3 +1,4 @@
+// Expectation-maximisation: expected counts under the tables, then tables from the counts.
 #include "BN/Learning/LR_EMAlgo.h"
 
 #include <algorithm>

@@ -1,3 +1,5 @@
+// Conjugate-gradient ascent of the log likelihood, with a line search by bracketing and by the method of
+// Brent.
 #include "BN/Learning/LR_GradientAscent.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// The cases of iterative learning: read once, kept packed where they fit, and expected counts from them.
 #include "BN/Learning/LearnData.h"
 
 #include <algorithm>
@@ -321,7 +322,10 @@ struct LearnData::Engine {
         const bool plain = degree == 1 && std::all_of(block.weights.begin(), block.weights.end(),
                                                       [](double weight) { return weight == 1; });
         if (!plain)
-            for (double weight : block.weights) times.push_back(degree * weight);
+            for (double weight : block.weights) {
+                times.push_back(degree * weight);
+                CheckCaseWeight(times.back());
+            }
         const double* const given = plain ? nullptr : times.data();
         for (FamilyCounter& counter : whole_cases) counter.Add(block, given, incomplete.data());
         for (int32_t& skip : incomplete) skip = ~skip;
@@ -607,6 +611,8 @@ std::vector<Counts> LearnData::PriorCounts() const
     std::vector<Counts> counts;
     for (size_t f = 0; f < engine_->learned.size(); ++f)
         counts.push_back(CountsOf(*engine_->learned[f], engine_->families[f]));
+    for (size_t f = 0; f < counts.size(); ++f)
+        CheckTotal(*engine_->learned[f], std::accumulate(counts[f].begin(), counts[f].end(), 0.0));
     return counts;
 }
 
@@ -642,6 +648,7 @@ void StoreLearned(const LearnData& data, TableSet tables, const std::vector<Coun
             const int64_t first = row * family.num_states;
             const double* const from = counts[f].data() + first;
             const double sum = std::accumulate(from, from + family.num_states, 0.0);
+            CheckTotal(*family.node, sum);
             result.tables.experience[size_t(row)] = sum;
             if (!(sum > 0) && old != nullptr)
                 std::copy_n(old + first, family.num_states, tables[f].data() + first);

@@ -1,3 +1,4 @@
+// Learners: their settings, and their place in the environment.
 #include "BN/Learning/Learner.h"
 
 #include <algorithm>

@@ -1,8 +1,11 @@
+// Learning by counting: families, counts of their configurations, and tables from counts.
 #include "BN/Learning/LrnCPTs.h"
 
 #include <algorithm>
 #include <cmath>
+#include <map>
 #include <numeric>
+#include <utility>
 
 #include "BN/Inference/BnUpdating.h"
 #include "BN/Learning/LR_EMAlgo.h"
@@ -19,6 +22,7 @@ namespace {
 
 constexpr double kUnlearnTolerance = 2e-6;   // a count may come out so far below 0
 constexpr double kSingleRounding = 0x1p-23;  // of a count that comes from a table
+constexpr double kDoubleRounding = 0x1p-44;  // of a count that was kept
 
 int FixedState(const Node& node)
 {
@@ -98,46 +102,131 @@ LearnedFamily FamilyIn(Node& node, std::span<Node* const> members)
 
 // ---- Counts and tables ----
 
-Counts CountsOf(const Node& node, const LearnedFamily& family)
+void CheckCaseWeight(double weight)
+{
+    if (!(std::fabs(weight) <= kMostCases)) Fail<7302>(weight, kMostCases);
+}
+
+void CheckTotal(const Node& node, double total)
+{
+    if (!(total <= kMostCases)) Fail<7303>(node.name.c_str(), total, kMostCases);
+}
+
+namespace {
+
+// To the 15 digits that a decimal number keeps on its way through a double, so that adding and taking away
+// what is no binary fraction leads back to the number that was there.
+double Rounded15(double value)
+{
+    if (!(value > 0) || value >= 1e15 || value < 1e-15) return value;
+    const double scale = std::pow(10, 14 - int(std::floor(std::log10(value))));
+    return scale > 1e22 ? value : std::round(value * scale) / scale;
+}
+
+// One row of the counts of a node with experience.
+// @param probs  the row of the table, null for none
+// @return whether they are as exact as when they were learned
+bool ReadCounts(const NodeTables& tables, int64_t row, int num_states, const float* probs, double* counts)
+{
+    const double experience = tables.experience[size_t(row)];
+    std::fill(counts, counts + num_states, 0.0);
+    if (!(experience > 0)) return true;
+    if (!tables.counts.empty() && probs != nullptr) {
+        const double* const kept = tables.counts.data() + row * num_states;
+        bool explains = true;
+        for (int s = 0; s < num_states; ++s) explains &= probs[s] == float(kept[s] / experience);
+        if (explains) {
+            std::copy(kept, kept + num_states, counts);
+            return true;
+        }
+    }
+    for (int s = 0; s < num_states; ++s) {
+        const double prob = probs == nullptr ? 1.0 / num_states : double(probs[s]);
+        if (prob > 0) counts[s] = WholeIfExplained(prob * experience);
+    }
+    return false;
+}
+
+// A row of tables from counts.  The experience is kept apart from them, as the probabilities that a row
+// began with need not add up to 1 to the last digit.
+void WriteRow(const double* counts, double total, int num_states, float* probs, double* experience)
+{
+    const bool has_counts = std::any_of(counts, counts + num_states, [](double count) { return count > 0; });
+    *experience = has_counts && total > 0 ? Rounded15(total) : 0;
+    for (int s = 0; s < num_states; ++s)
+        probs[s] = *experience > 0 ? float(counts[s] / *experience) : 1.0f / float(num_states);
+}
+
+// Whether a row of tables gives its counts back without their being kept.
+bool Explains(const double* counts, int num_states, const float* probs, double experience)
+{
+    for (int s = 0; s < num_states; ++s)
+        if (WholeIfExplained(double(probs[s]) * experience) != counts[s]) return false;
+    return true;
+}
+
+// The tables of a node before counting: a table and its experience.
+NodeTables TablesToCount(const Node& node, const LearnedFamily& family)
+{
+    CheckMemory(double(family.Size()) * sizeof(float) + double(family.num_rows) * sizeof(double),
+                "to learn the >-CPTable of >-node '%s'", node.name.c_str());
+    NodeTables tables;
+    TableVector<float> scratch;
+    const float* const probs = node.tables.experience.empty() ? nullptr : EffectiveProbs(node, scratch);
+    if (probs != nullptr)
+        tables.probs.assign(probs, probs + family.Size());
+    else
+        tables.probs.assign(size_t(family.Size()), 1.0f / float(family.num_states));
+    tables.experience = node.tables.experience;
+    tables.experience.resize(size_t(family.num_rows), 0.0);
+    tables.counts = node.tables.counts;
+    return tables;
+}
+
+// Puts new counts of a row into tables; those that the row would not give back are kept.
+void ReviseRow(NodeTables& tables, const LearnedFamily& family, int64_t row, const double* counts,
+               double total)
+{
+    CheckTotal(*family.node, total);
+    const int num_states = family.num_states;
+    float* const probs = tables.probs.data() + row * num_states;
+    double* const experience = &tables.experience[size_t(row)];
+    WriteRow(counts, total, num_states, probs, experience);
+    if (tables.counts.empty() && Explains(counts, num_states, probs, *experience)) return;
+    if (tables.counts.empty()) {
+        CheckMemory(double(family.Size()) * sizeof(double), "to learn the >-CPTable of >-node '%s'",
+                    family.node->name.c_str());
+        tables.counts.assign(size_t(family.Size()), 0.0);
+    }
+    std::copy(counts, counts + num_states, tables.counts.data() + row * num_states);
+}
+
+}  // namespace
+
+Counts CountsOf(const Node& node, const LearnedFamily& family, std::vector<char>* is_exact)
 {
     CheckMemory(double(family.Size()) * sizeof(double), "to learn the >-CPTable of >-node '%s'",
                 node.name.c_str());
     Counts counts(size_t(family.Size()), 0.0);
-    const auto& experience = node.tables.experience;
-    if (experience.empty()) return counts;
+    if (is_exact) is_exact->assign(size_t(family.num_rows), 1);
+    if (node.tables.experience.empty()) return counts;
     TableVector<float> scratch;
     const float* const probs = EffectiveProbs(node, scratch);
+    const int num_states = family.num_states;
     for (int64_t row = 0; row < family.num_rows; ++row) {
-        if (!(experience[size_t(row)] > 0)) continue;
-        for (int state = 0; state < family.num_states; ++state) {
-            const int64_t at = row * family.num_states + state;
-            const double prob = probs == nullptr ? 1.0 / family.num_states : double(probs[at]);
-            if (prob > 0) counts[size_t(at)] = WholeIfExplained(prob * experience[size_t(row)]);
-        }
+        const bool exact =
+            ReadCounts(node.tables, row, num_states, probs ? probs + row * num_states : nullptr,
+                       counts.data() + row * num_states);
+        if (is_exact) (*is_exact)[size_t(row)] = exact;
     }
     return counts;
 }
 
-NodeTables TablesFromCounts(const LearnedFamily& family, const Counts& counts)
-{
-    NodeTables tables;
-    tables.probs.resize(counts.size());
-    tables.experience.resize(size_t(family.num_rows));
-    const int num_states = family.num_states;
-    for (int64_t row = 0; row < family.num_rows; ++row) {
-        const double* const from = counts.data() + row * num_states;
-        float* const to = tables.probs.data() + row * num_states;
-        const double sum = std::accumulate(from, from + num_states, 0.0);
-        for (int state = 0; state < num_states; ++state)
-            to[state] = sum > 0 ? float(from[state] / sum) : 1.0f / float(num_states);
-        tables.experience[size_t(row)] = sum;
-    }
-    return tables;
-}
+namespace {
 
-NodeTables ShrunkTables(const LearnedFamily& family, const Counts& counts)
+// Leans the rows towards the marginal counts; what tells the cases alone, the experience, stays.
+void Shrink(NodeTables& tables, const LearnedFamily& family, const Counts& counts)
 {
-    NodeTables tables = TablesFromCounts(family, counts);
     const int num_states = family.num_states;
     std::vector<double> marginal(size_t(num_states), 0.0);
     for (size_t at = 0; at < counts.size(); ++at) marginal[at % size_t(num_states)] += counts[at];
@@ -149,8 +238,10 @@ NodeTables ShrunkTables(const LearnedFamily& family, const Counts& counts)
         tables.probs[at] =
             float((counts[at] + added * marginal[at % size_t(num_states)]) / (row_sum + added));
     }
-    return tables;
+    tables.counts = {};
 }
+
+}  // namespace
 
 void StoreTables(std::vector<LearnedTables> learned, const char* what)
 {
@@ -262,11 +353,13 @@ struct UnlearnPlace {
 }
 
 // Adds to one count, which never goes below 0.  A difference of rounding is none.
-void AddToCount(double& count, double weight, const Node& node, double degree, const UnlearnPlace& place)
+// @param rounding  of the count, relative
+void AddToCount(double& count, double weight, double rounding, const Node& node, double degree,
+                const UnlearnPlace& place)
 {
     const double sum = count + weight;
-    if (sum < -std::max(kUnlearnTolerance, count * kSingleRounding)) FailUnlearning(node, degree, place);
-    count = sum < (weight < 0 ? count * kSingleRounding : 0) ? 0 : sum;
+    if (sum < -std::max(kUnlearnTolerance, count * rounding)) FailUnlearning(node, degree, place);
+    count = sum < (weight < 0 ? count * rounding : 0) ? 0 : Rounded15(sum);
 }
 
 // What one case tells of the members of a family: a state, weights, or nothing.
@@ -327,7 +420,10 @@ std::vector<int> StateCounts(const LearnedFamily& family, std::span<Node* const>
 struct CountedFamily {
     LearnedFamily family;
     std::vector<int> num_states;  // by member
+    NodeTables tables;            // as they were
     Counts counts;
+    TableVector<double> totals;  // by row
+    std::vector<char> is_exact;  // by row
     FamilyCounter counter;
     bool has_columns = false;  // some source tells of all members
     int64_t num_counted = 0;   // cases that did not go through the counter
@@ -350,8 +446,11 @@ struct CountingJob {
         families.reserve(learned.size());
         for (Node* node : learned) {
             const LearnedFamily family = FamilyIn(*node, members);
-            families.push_back(
-                {family, StateCounts(family, members), CountsOf(*node, family), FamilyCounter(family)});
+            families.push_back({family, StateCounts(family, members), {}, {}, {}, {}, FamilyCounter(family)});
+            CountedFamily& one = families.back();
+            one.tables = TablesToCount(*node, family);
+            one.counts = CountsOf(*node, family, &one.is_exact);
+            one.totals = one.tables.experience;
         }
     }
     void NoteColumns(const CaseReader& reader)
@@ -369,6 +468,7 @@ struct CountingJob {
 void CountingJob::TakeOne(const CaseBlock& block, int row, bool only_soft, const char* file)
 {
     const double weight = degree * block.weights[size_t(row)];
+    CheckCaseWeight(weight);
     const UnlearnPlace place{block.case_numbers[size_t(row)], file};
     for (CountedFamily& one : families) {
         known.states.clear();
@@ -383,7 +483,10 @@ void CountingJob::TakeOne(const CaseBlock& block, int row, bool only_soft, const
         }
         if ((only_soft && !is_soft) || !TellsAll(known)) continue;
         ShareOut(one.family, one.num_states, known, [&](int64_t at, double share) {
-            AddToCount(one.counts[size_t(at)], weight * share, *one.family.node, weight, place);
+            const auto in_row = size_t(at / one.family.num_states);
+            const double rounding = one.is_exact[in_row] ? kDoubleRounding : kSingleRounding;
+            AddToCount(one.counts[size_t(at)], weight * share, rounding, *one.family.node, weight, place);
+            one.totals[in_row] += weight * share;
         });
         ++one.num_counted;
     }
@@ -397,7 +500,10 @@ void CountingJob::Take(const CaseBlock& block, const char* file)
                                                       [](double weight) { return weight == 1; });
         std::vector<double> weights;
         if (!plain)
-            for (double weight : block.weights) weights.push_back(degree * weight);
+            for (double weight : block.weights) {
+                weights.push_back(degree * weight);
+                CheckCaseWeight(weights.back());
+            }
         for (CountedFamily& one : families) one.counter.Add(block, plain ? nullptr : weights.data(), nullptr);
     }
     size_t next = 0;
@@ -409,6 +515,23 @@ void CountingJob::Take(const CaseBlock& block, const char* file)
         for (size_t i = first; i < next; ++i) soft[size_t(all[i].column)] = nullptr;
         if (!unlearns && next == all.size()) break;
     }
+}
+
+// Adds what was counted, and puts the rows that have changed into the tables.
+void Revise(CountedFamily& one, const Counts& added, bool shrinks)
+{
+    const int num_states = one.family.num_states;
+    for (int64_t row = 0; row < one.family.num_rows; ++row) {
+        double* const counts = one.counts.data() + row * num_states;
+        double& total = one.totals[size_t(row)];
+        for (int s = 0; s < num_states; ++s) {
+            counts[s] += added[size_t(row * num_states + s)];
+            total += added[size_t(row * num_states + s)];
+        }
+        if (total != one.tables.experience[size_t(row)])
+            ReviseRow(one.tables, one.family, row, counts, total);
+    }
+    if (shrinks) Shrink(one.tables, one.family, one.counts);
 }
 
 void CheckApplied(const std::vector<CountedFamily>& families, int64_t num_cases)
@@ -454,20 +577,98 @@ int64_t LearnByCounting(std::span<Node* const> nodes, const Caseset& cases, doub
     for (CountedFamily& one : job.families) {
         const Counts& added = one.counter.Total();
         if (one.num_counted + one.counter.NumCounted() == 0) continue;
-        for (size_t at = 0; at < added.size(); ++at) one.counts[at] += added[at];
-        results.push_back({one.family.node, shrinks ? ShrunkTables(one.family, one.counts)
-                                                    : TablesFromCounts(one.family, one.counts)});
+        Revise(one, added, shrinks);
+        results.push_back({one.family.node, std::move(one.tables)});
     }
     CheckApplied(job.families, num_cases);
     StoreTables(std::move(results), "learn tables from cases");
     return num_cases;
 }
 
+namespace {
+
+// A row of a table as a case leaves it.
+struct RevisedRow {
+    std::vector<double> counts;
+    double total = 0;
+    std::vector<float> probs;
+    double experience = 0;
+};
+using RevisedRows = std::map<int64_t, RevisedRow>;
+
+// The rows that a case touches.
+// @param tables  with a table and an experience
+RevisedRows ReviseRows(const NodeTables& tables, const LearnedFamily& family,
+                       std::span<const int> member_states, const FamilyCase& known, double degree)
+{
+    const int num_states = family.num_states;
+    RevisedRows rows;
+    std::map<int64_t, double> rounding;
+    ShareOut(family, member_states, known, [&](int64_t at, double share) {
+        const int64_t in_row = at / num_states;
+        const auto [place, is_new] = rows.try_emplace(in_row);
+        RevisedRow& row = place->second;
+        if (is_new) {
+            row.counts.resize(size_t(num_states));
+            const bool exact = ReadCounts(tables, in_row, num_states,
+                                          tables.probs.data() + in_row * num_states, row.counts.data());
+            rounding[in_row] = exact ? kDoubleRounding : kSingleRounding;
+            row.total = tables.experience[size_t(in_row)];
+        }
+        AddToCount(row.counts[size_t(at % num_states)], degree * share, rounding[in_row], *family.node,
+                   degree, {});
+        row.total += degree * share;
+    });
+    for (auto& [in_row, row] : rows) {
+        CheckTotal(*family.node, row.total);
+        row.probs.resize(size_t(num_states));
+        WriteRow(row.counts.data(), row.total, num_states, row.probs.data(), &row.experience);
+    }
+    return rows;
+}
+
+bool AllExplain(const RevisedRows& rows)
+{
+    return std::all_of(rows.begin(), rows.end(), [](const auto& each) {
+        const RevisedRow& row = each.second;
+        return Explains(row.counts.data(), int(row.counts.size()), row.probs.data(), row.experience);
+    });
+}
+
+// Some rows of the tables of a node, which has a table and an experience.
+void StoreRows(Node& node, const RevisedRows& rows, const char* what)
+{
+    std::vector<int64_t> in_experience, in_table;
+    std::vector<float> probs;
+    std::vector<double> counts, experience;
+    const int num_states = NumStates(node);
+    for (const auto& [in_row, row] : rows) {
+        in_experience.push_back(in_row);
+        in_table.push_back(in_row * num_states);
+        probs.insert(probs.end(), row.probs.begin(), row.probs.end());
+        counts.insert(counts.end(), row.counts.begin(), row.counts.end());
+        experience.push_back(row.experience);
+    }
+    ChangeRuns(node, &NodeTables::probs, in_table, num_states, std::move(probs), RETABLES, what);
+    ChangeRuns(node, &NodeTables::experience, in_experience, 1, std::move(experience), NO_EFFECT, what);
+    if (!node.tables.counts.empty())
+        ChangeRuns(node, &NodeTables::counts, in_table, num_states, std::move(counts), NO_EFFECT, what);
+}
+
+}  // namespace
+
+// What is revised costs as much as the rows that the case touches, but where a node gets its first
+// experience, or its first counts that must be kept.
 void ReviseByFindings(std::span<Node* const> nodes, double degree)
 {
+    constexpr const char* kWhat = "revise tables by findings";
+    CheckCaseWeight(degree);
     const std::vector<Node*> learned = LearnableNodes(nodes);
     const std::vector<Node*> members = FamilyMembers(learned);
     std::vector<LearnedTables> results;
+    std::vector<std::pair<Node*, RevisedRows>> some_rows;
+
+    // 1. The new rows of every node that the findings tell something about.
     for (Node* node : learned) {
         const LearnedFamily family = FamilyIn(*node, members);
         FamilyCase known;
@@ -477,13 +678,25 @@ void ReviseByFindings(std::span<Node* const> nodes, double degree)
             known.weights.push_back(finding.likelihood.empty() ? nullptr : finding.likelihood.data());
         }
         if (!TellsAll(known)) continue;
-        Counts counts = CountsOf(*node, family);
-        ShareOut(family, StateCounts(family, members), known, [&](int64_t at, double share) {
-            AddToCount(counts[size_t(at)], degree * share, *node, degree, {});
-        });
-        results.push_back({node, TablesFromCounts(family, counts)});
+        const std::vector<int> member_states = StateCounts(family, members);
+        const NodeTables& present = node->tables;
+        const bool has_rows = !present.probs.empty() && !present.experience.empty() &&
+                              present.func_states.empty() && present.func_reals.empty();
+        NodeTables whole;
+        if (!has_rows) whole = TablesToCount(*node, family);
+        RevisedRows rows = ReviseRows(has_rows ? present : whole, family, member_states, known, degree);
+        if (has_rows && (!present.counts.empty() || AllExplain(rows))) {
+            if (!rows.empty()) some_rows.emplace_back(node, std::move(rows));
+            continue;
+        }
+        if (has_rows) whole = TablesToCount(*node, family);
+        for (const auto& [in_row, row] : rows) ReviseRow(whole, family, in_row, row.counts.data(), row.total);
+        results.push_back({node, std::move(whole)});
     }
-    StoreTables(std::move(results), "revise tables by findings");
+
+    // 2. Into the net.
+    StoreTables(std::move(results), kWhat);
+    for (const auto& [node, rows] : some_rows) StoreRows(*node, rows, kWhat);
 }
 
 void LearnTables(Learner& learner, std::span<Node* const> nodes, const Caseset& cases, double degree)

@@ -4,8 +4,9 @@
 // The counts of a row of a table are its probabilities times its experience; a node without experience has
 // none.  Counting adds to the counts the weight of each case with a state for the node and for each of
 // its parents, and makes table and experience from them again: a row without counts is uniform with
-// experience 0.  Counts that a table of single precision explains as whole numbers are taken as whole, so
-// what was learned from cases can be unlearned exactly.
+// experience 0.  Counts that a table of single precision explains as whole numbers are taken as whole, and
+// others, which fractional degrees leave, are kept beside the tables (NodeTables::counts).  So what was
+// learned can be unlearned, and gives the table back.  A row that no case touches stays as it is.
 //
 // A case that has every member of a family, but some only by weights (a likelihood finding), counts for
 // all configurations that it leaves possible, shared out in proportion to the products of the weights.  That
@@ -57,11 +58,14 @@ std::vector<Node*> FamilyMembers(std::span<Node* const> learned);
 // @param members  nodes with their columns: all that FamilyMembers gives
 LearnedFamily FamilyIn(Node& node, std::span<Node* const> members);
 
-// probability x experience; zeros without experience.
-Counts CountsOf(const Node& node, const LearnedFamily& family);
-// Table and experience from counts.
-NodeTables TablesFromCounts(const LearnedFamily& family, const Counts& counts);
-NodeTables ShrunkTables(const LearnedFamily& family, const Counts& counts);
+// The counts kept, else probability x experience; zeros without experience.
+// @param is_exact  by row, whether it was kept; null if that does not matter
+Counts CountsOf(const Node& node, const LearnedFamily& family, std::vector<char>* is_exact = nullptr);
+
+// What a case may count, and the cases of a node together: squares and sums of such numbers stay numbers.
+constexpr double kMostCases = 1e100;
+void CheckCaseWeight(double weight);
+void CheckTotal(const Node& node, double total);
 
 struct LearnedTables {
     Node* node;

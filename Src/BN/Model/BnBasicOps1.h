@@ -30,7 +30,7 @@ void RenameNode(Node& node, std::string_view name);
 void SetKind(Node& node, int kind);
 
 // A name made from this one that no node of the net has.
-std::string UnusedName(const Net& net, std::string_view name);
+std::string UnusedName(Net& net, std::string_view name);
 
 // ---- States ----
 void CheckState(const Node& node, int state);  // the bounds errors

@@ -1,3 +1,4 @@
+// Gathers tables anew when parents or states change.
 #include "BN/Model/BnCarry.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// Copies of nodes and nets.
 #include <algorithm>
 #include <unordered_map>
 
@@ -34,30 +35,6 @@ void CopyVisual(const Description& from, Description& to, bool keep)
     to = from;
     if (!keep) to.visual_section = to.visual_name = std::string();
 }
-
-// Nodes that a copy has made so far; taken out of the net again unless the copy is completed.
-class CopyInProgress {
-public:
-    explicit CopyInProgress(Net& net) : net_(net), first_(net.nodes.nodes.size()) {}
-    ~CopyInProgress()
-    {
-        if (done_) return;
-        if (IsRecording(net_)) return;  // the entry frame takes everything back
-        // A copy may come after its parent or before it, so all links go before any record does.
-        std::vector<Node*>& nodes = net_.nodes.nodes;
-        for (size_t i = first_; i < nodes.size(); ++i) {
-            std::vector<Link> none;
-            Relink(*nodes[i], none, nullptr);
-        }
-        while (nodes.size() > first_) DropNewNode(*nodes.back());
-    }
-    void Done() { done_ = true; }
-
-private:
-    Net& net_;
-    const size_t first_;
-    bool done_ = false;
-};
 
 using NodeMap = std::unordered_map<const Node*, Node*>;
 
@@ -113,7 +90,6 @@ std::vector<Node*> CopyNodes(const std::vector<Node*>& nodes, Net& net, const Co
         DescribeStep(net, "copy node %s", nodes[0]->name.c_str());
     else
         DescribeStep(net, "copy %d nodes", int(nodes.size()));
-    CopyInProgress progress(net);
     NodeMap copies;
     std::vector<Node*> made;
     for (const Node* node : nodes) {
@@ -128,7 +104,6 @@ std::vector<Node*> CopyNodes(const std::vector<Node*>& nodes, Net& net, const Co
         if (!options.no_tables) made[i]->tables = TablesForCopy(*nodes[i], !options.no_links);
         made[i]->finding = nodes[i]->finding;
     }
-    progress.Done();
     return made;
 }
 

@@ -1,3 +1,4 @@
+// The primitives of editing: exchange one part of a record, then bring into step what depends on it.
 #include "BN/Model/BnEdit.h"
 
 #include <algorithm>
@@ -38,7 +39,9 @@ void FillParents(Node& node) noexcept
 
 void BeforeChange(Net& net, Node* node, unsigned effects) noexcept
 {
-    if (effects & RENAMES_NODE) net.index_slot = net.node_index.extract(node->name);
+    if ((effects & RENAMES_NODE) == 0) return;
+    net.index_slot = net.node_index.extract(node->name);
+    net.next_copy.clear();
 }
 
 // Room in the index, the children lists and the parents list was made before (see ReserveLinks), so nothing
@@ -73,6 +76,8 @@ void Relink(Node& node, std::vector<Link>& links, std::vector<uint32_t>* places)
         if (link.parent->stamp != had) link.parent->children.nodes.push_back(&node);
     node.links.swap(links);
     FillParents(node);
+    for (const Link& link : node.links)
+        if (!IsDelayed(link)) CheckRanks(*link.parent, node);
 }
 
 void RelinkBack(Node& node, std::vector<Link>& links, const std::vector<uint32_t>& places) noexcept
@@ -90,6 +95,26 @@ void RelinkBack(Node& node, std::vector<Link>& links, const std::vector<uint32_t
     }
     node.links.swap(links);
     FillParents(node);
+    for (const Link& link : node.links)
+        if (!IsDelayed(link)) CheckRanks(*link.parent, node);
+}
+
+void InsertLink(Node& node, size_t index, Link&& link, size_t place) noexcept
+{
+    Node& parent = *link.parent;
+    std::vector<Node*>& children = parent.children.nodes;
+    if (!IsDelayed(link)) CheckRanks(parent, node);
+    children.insert(children.begin() + std::min(place, children.size()), &node);
+    node.parents.nodes.insert(node.parents.nodes.begin() + index, &parent);
+    node.links.insert(node.links.begin() + index, std::move(link));
+}
+
+size_t EraseLink(Node& node, size_t index) noexcept
+{
+    const size_t place = RemoveChild(*node.parents.nodes[index], &node);
+    node.parents.nodes.erase(node.parents.nodes.begin() + index);
+    node.links.erase(node.links.begin() + index);
+    return place;
 }
 
 void PutIn(Node& node, Net::NodeIndex::node_type&& slot) noexcept
@@ -101,6 +126,7 @@ void PutIn(Node& node, Net::NodeIndex::node_type&& slot) noexcept
     node.children.header.SetTag(NODELIST_TYPE);
     slot.key() = node.name;
     net.node_index.insert(std::move(slot));
+    if (node.rank == 0) node.rank = ++net.last_rank;
     nodes.insert(nodes.begin() + node.index, &node);
     for (size_t i = node.index + 1; i < nodes.size(); ++i) nodes[i]->index = int(i);
 }
@@ -110,6 +136,7 @@ Net::NodeIndex::node_type TakeOut(Node& node) noexcept
     Net& net = *node.net;
     std::vector<Node*>& nodes = net.nodes.nodes;
     Net::NodeIndex::node_type slot = net.node_index.extract(node.name);
+    net.next_copy.clear();
     nodes.erase(nodes.begin() + node.index);
     for (size_t i = node.index; i < nodes.size(); ++i) nodes[i]->index = int(i);
     node.header.SetTag(NODE_TYPE | kDeletedFlag);
@@ -130,48 +157,88 @@ void ReserveLinks(Node& node, const std::vector<Link>& links)
 void ChangeLinks(Node& node, std::vector<Link> links, unsigned effects, const char* what)
 {
     Net& net = *node.net;
-    if (IsRecording(net))
-        return RecordAndDo(net, &node, std::make_unique<LinksRecord>(node, std::move(links), effects), what);
-    Relink(node, links, nullptr);
-    AfterChange(net, &node, effects);
+    RecordOrDo<LinksRecord>(net, &node, what, node, std::move(links), effects);
 }
 
 namespace {
 
+// The rows whose entries are others, and `values` for each of them.
 template <class T>
-void ChangeRows(Node& node, TableVector<T> NodeTables::*table, int64_t first, const T* values, int64_t count,
-                unsigned effects, const char* what)
+void ChangeRows(Node& node, TableVector<T> NodeTables::*table, std::span<const int64_t> rows, const T* values,
+                int64_t count, unsigned effects, const char* what)
 {
-    T* entries = (node.tables.*table).data() + first;
-    if (std::equal(values, values + count, entries)) return;
-    Net& net = *node.net;
-    if (IsRecording(net))
-        return RecordAndDo(net, &node,
-                           std::make_unique<RowsRecord<T>>(node, table, first, values, count, effects), what);
-    std::copy(values, values + count, entries);
-    AfterChange(net, &node, effects);
+    const T* const entries = (node.tables.*table).data();
+    std::vector<int64_t> firsts;
+    for (const int64_t row : rows)
+        if (!std::equal(values, values + count, entries + row * count)) firsts.push_back(row * count);
+    if (firsts.empty()) return;
+    std::vector<T> all;
+    all.reserve(firsts.size() * size_t(count));
+    for (size_t i = 0; i < firsts.size(); ++i) all.insert(all.end(), values, values + count);
+    ChangeRuns(node, table, firsts, count, std::move(all), effects, what);
 }
 
 }  // namespace
 
-void ChangeProbs(Node& node, int64_t first, const float* values, int64_t count, const char* what)
+void ChangeProbs(Node& node, std::span<const int64_t> rows, const float* values, const char* what)
 {
-    ChangeRows(node, &NodeTables::probs, first, values, count, RETABLES, what);
+    ChangeRows(node, &NodeTables::probs, rows, values, NumStates(node), RETABLES, what);
 }
 
-void ChangeExperience(Node& node, int64_t row, double value, const char* what)
+void ChangeExperience(Node& node, std::span<const int64_t> rows, double value, const char* what)
 {
-    ChangeRows(node, &NodeTables::experience, row, &value, 1, NO_EFFECT, what);
+    ChangeRows(node, &NodeTables::experience, rows, &value, 1, NO_EFFECT, what);
 }
 
-void ChangeFuncState(Node& node, int64_t row, int32_t state, const char* what)
+void ChangeFuncState(Node& node, std::span<const int64_t> rows, int32_t state, const char* what)
 {
-    ChangeRows(node, &NodeTables::func_states, row, &state, 1, RETABLES, what);
+    ChangeRows(node, &NodeTables::func_states, rows, &state, 1, RETABLES, what);
 }
 
-void ChangeFuncReal(Node& node, int64_t row, double value, const char* what)
+void ChangeFuncReal(Node& node, std::span<const int64_t> rows, double value, const char* what)
 {
-    ChangeRows(node, &NodeTables::func_reals, row, &value, 1, RETABLES, what);
+    ChangeRows(node, &NodeTables::func_reals, rows, &value, 1, RETABLES, what);
+}
+
+void AddLinkAtEnd(Node& node, Link link, const char* what)
+{
+    const auto grow = [](auto& list) {
+        if (list.size() == list.capacity()) list.reserve(2 * list.size() + 4);
+    };
+    grow(node.links);
+    grow(node.parents.nodes);
+    grow(link.parent->children.nodes);
+    RecordOrDo<LinkRecord>(*node.net, &node, what, node, node.links.size(), std::move(link), true,
+                           unsigned(RELINKS | RESTRUCTURES));
+}
+
+void RemoveLinkAt(Node& node, size_t index, const char* what)
+{
+    RecordOrDo<LinkRecord>(*node.net, &node, what, node, index, Link(), false,
+                           unsigned(RELINKS | RESTRUCTURES));
+}
+
+void JoinSet(Net& net, size_t set, Node& node, const char* what)
+{
+    NodeSet& joined = net.node_sets[set];
+    if (joined.nodes.size() == joined.nodes.capacity()) joined.nodes.reserve(2 * joined.nodes.size() + 4);
+    if (IsInSet(joined, node)) return;
+    joined.members.insert(&node);
+    RecordOrDo<MemberRecord>(net, &node, what, net, set, joined.nodes.size(), node, true);
+}
+
+// The place is searched from both ends, as members mostly leave in the order in which they joined, or in the
+// opposite one.
+void LeaveSet(Net& net, size_t set, Node& node, const char* what)
+{
+    if (!IsInSet(net.node_sets[set], node)) return;
+    const std::vector<Node*>& nodes = net.node_sets[set].nodes;
+    size_t first = 0, last = nodes.size() - 1;
+    while (nodes[first] != &node && nodes[last] != &node) {
+        ++first;
+        --last;
+    }
+    RecordOrDo<MemberRecord>(net, &node, what, net, set, nodes[first] == &node ? first : last, node, false);
 }
 
 Node* InsertNode(Net& net, std::string_view name, const char* what)
@@ -210,31 +277,12 @@ void RemoveNode(Node& node, const char* what)
     ReleaseNode(&node);
 }
 
-void DropNewNode(Node& node) noexcept
-{
-    Net& net = *node.net;
-    if (IsRecording(net)) return;
-    std::vector<Link> none;
-    Relink(node, none, nullptr);
-    TakeOut(node);
-    AfterChange(net, nullptr, RESTRUCTURES);
-    ReleaseNode(&node);
-}
-
 void ChangeElimOrder(Net& net, bool has_order, bool is_found, std::vector<Node*> nodes, unsigned effects,
                      const char* what)
 {
     if (net.has_elim_order == has_order && net.elim_order_found == is_found && net.elim_order.nodes == nodes)
         return;
-    if (IsRecording(net))
-        return RecordAndDo(
-            net, nullptr,
-            std::make_unique<ElimOrderRecord>(net, has_order, is_found, std::move(nodes), effects), what);
-    BeforeChange(net, nullptr, effects);
-    net.has_elim_order = has_order;
-    net.elim_order_found = is_found;
-    net.elim_order.nodes = std::move(nodes);
-    AfterChange(net, nullptr, effects);
+    RecordOrDo<ElimOrderRecord>(net, nullptr, what, net, has_order, is_found, std::move(nodes), effects);
 }
 
 }  // namespace talora

@@ -1,3 +1,4 @@
+// Links: adding, removing, switching and reconnecting parents, with the tables carried along.
 #include <algorithm>
 #include <string>
 
@@ -18,6 +19,21 @@ void CheckNewParent(Node& parent, Node& child, const Link& link)
     if (IsDelayed(link)) return;
     if (&parent == &child || IsAncestor(*child.net, child, parent))
         Fail<6101>(parent.name.c_str(), child.name.c_str());
+}
+
+bool HasAnyTable(const Node& node)
+{
+    const NodeTables& tables = node.tables;
+    return !tables.probs.empty() || !tables.func_states.empty() || !tables.func_reals.empty() ||
+           !tables.experience.empty();
+}
+
+// Looks in the shorter one of the two lists.
+bool IsLinked(const Node& parent, const Node& child)
+{
+    const std::vector<Node*>& children = parent.children.nodes;
+    if (children.size() > child.links.size()) return FindParent(child, &parent) >= 0;
+    return std::find(children.begin(), children.end(), &child) != children.end();
 }
 
 void CheckNoRepeats(const Node& child, const std::vector<Link>& links)
@@ -97,16 +113,25 @@ void ReplaceParents(Node& child, std::vector<Link> links, const std::vector<int>
     Change(child, child.tables, std::move(carried), RETABLES, what);
 }
 
+// A node with tables goes through ReplaceParents, which costs as much as its tables; one without only gets
+// the link.
 int AddLink(Node& parent, Node& child)
 {
     if (parent.kind == DISCONNECTED_NODE) Fail<6105>(parent.name.c_str());
     if (child.kind == DISCONNECTED_NODE) Fail<6106>(child.name.c_str());
+    DescribeStep(*child.net, "add link %s -> %s", parent.name.c_str(), child.name.c_str());
+    if (!HasAnyTable(child)) {
+        const Link link = {&parent, "", ""};
+        CheckNewParent(parent, child, link);
+        if (IsLinked(parent, child)) Fail<6102>(parent.name.c_str(), child.name.c_str());
+        AddLinkAtEnd(child, link, "add link");
+        return int(child.links.size()) - 1;
+    }
     std::vector<Link> links = child.links;
     std::vector<int> old_index;
     for (size_t i = 0; i < links.size(); ++i) old_index.push_back(int(i));
     links.push_back({&parent, "", ""});
     old_index.push_back(-1);
-    DescribeStep(*child.net, "add link %s -> %s", parent.name.c_str(), child.name.c_str());
     ReplaceParents(child, std::move(links), old_index, "add link");
     return int(child.links.size()) - 1;
 }
@@ -115,13 +140,17 @@ void DeleteLink(Node& child, int index)
 {
     CheckParentIndex(child, index);
     Node& parent = *child.links[index].parent;
-    std::vector<Link> links = child.links;
-    links.erase(links.begin() + index);
-    std::vector<int> old_index;
-    for (int i = 0; i < int(child.links.size()); ++i)
-        if (i != index) old_index.push_back(i);
     DescribeStep(*child.net, "remove link %s -> %s", parent.name.c_str(), child.name.c_str());
-    ReplaceParents(child, std::move(links), old_index, "remove link");
+    if (HasAnyTable(child)) {
+        std::vector<Link> links = child.links;
+        links.erase(links.begin() + index);
+        std::vector<int> old_index;
+        for (int i = 0; i < int(child.links.size()); ++i)
+            if (i != index) old_index.push_back(i);
+        ReplaceParents(child, std::move(links), old_index, "remove link");
+    } else {
+        RemoveLinkAt(child, size_t(index), "remove link");
+    }
     RemoveStandInIfUnused(parent);
 }
 
@@ -141,12 +170,7 @@ void SwitchParent(Node& child, int index, Node* new_parent)
     links[index].parent = stand_in ? stand_in : new_parent;
     std::vector<int> old_index;
     for (int i = 0; i < int(links.size()); ++i) old_index.push_back(i);
-    try {
-        ReplaceParents(child, std::move(links), old_index, stand_in ? "disconnect link" : "switch parent");
-    } catch (...) {
-        if (stand_in) DropNewNode(*stand_in);
-        throw;
-    }
+    ReplaceParents(child, std::move(links), old_index, stand_in ? "disconnect link" : "switch parent");
     RemoveStandInIfUnused(old_parent);
 }
 

@@ -1,3 +1,4 @@
+// Node sets: named lists of nodes that belong to a net.
 #include <algorithm>
 #include <string>
 
@@ -32,50 +33,49 @@ void CheckUnused(Sets& sets, const Net& net, std::string_view name)
 
 void AddToNodeSet(Node& node, std::string_view name)
 {
-    Sets sets = node.net->node_sets;
-    auto set = Find(sets, name);
-    if (set == sets.end()) set = sets.insert(sets.end(), {std::string(name), {}});
-    if (std::find(set->nodes.begin(), set->nodes.end(), &node) == set->nodes.end())
-        set->nodes.push_back(&node);
-    DescribeStep(*node.net, "add %s to node set %s", node.name.c_str(), set->name.c_str());
-    Change(*node.net, node.net->node_sets, std::move(sets), NO_EFFECT, "add node to node set");
+    Net& net = *node.net;
+    DescribeStep(net, "add %s to node set %.*s", node.name.c_str(), int(name.size()), name.data());
+    size_t set = Find(net.node_sets, name) - net.node_sets.begin();
+    if (set == net.node_sets.size())
+        ChangeElement(net, nullptr, net.node_sets, ListEdit::kInsert, set, {std::string(name), {}, {}},
+                      "add node set");
+    JoinSet(net, set, node, "add node to node set");
 }
 
 void RemoveFromNodeSet(Node& node, std::string_view name)
 {
-    Sets sets = node.net->node_sets;
-    std::vector<Node*>& nodes = Need(sets, *node.net, name)->nodes;
-    nodes.erase(std::remove(nodes.begin(), nodes.end(), &node), nodes.end());
-    DescribeStep(*node.net, "remove %s from node set %.*s", node.name.c_str(), int(name.size()), name.data());
-    Change(*node.net, node.net->node_sets, std::move(sets), NO_EFFECT, "remove node from node set");
+    Net& net = *node.net;
+    const size_t set = Need(net.node_sets, net, name) - net.node_sets.begin();
+    DescribeStep(net, "remove %s from node set %.*s", node.name.c_str(), int(name.size()), name.data());
+    LeaveSet(net, set, node, "remove node from node set");
 }
 
 void NewNodeSet(Net& net, std::string_view name)
 {
-    Sets sets = net.node_sets;
-    CheckUnused(sets, net, name);
-    sets.push_back({std::string(name), {}});
+    CheckUnused(net.node_sets, net, name);
     DescribeStep(net, "add node set %.*s", int(name.size()), name.data());
-    Change(net, net.node_sets, std::move(sets), NO_EFFECT, "add node set");
+    ChangeElement(net, nullptr, net.node_sets, ListEdit::kInsert, net.node_sets.size(),
+                  {std::string(name), {}, {}}, "add node set");
 }
 
 void DeleteNodeSet(Net& net, std::string_view name)
 {
-    Sets sets = net.node_sets;
-    sets.erase(Need(sets, net, name));
+    const size_t set = Need(net.node_sets, net, name) - net.node_sets.begin();
     DescribeStep(net, "delete node set %.*s", int(name.size()), name.data());
-    Change(net, net.node_sets, std::move(sets), NO_EFFECT, "delete node set");
+    ChangeElement(net, nullptr, net.node_sets, ListEdit::kErase, set, {}, "delete node set");
 }
 
 void RenameNodeSet(Net& net, std::string_view name, std::string_view new_name)
 {
     if (name == new_name) return;
-    Sets sets = net.node_sets;
-    CheckUnused(sets, net, new_name);
-    Need(sets, net, name)->name = new_name;
+    CheckUnused(net.node_sets, net, new_name);
+    NodeSet& set = *Need(net.node_sets, net, name);
     DescribeStep(net, "rename node set %.*s to %.*s", int(name.size()), name.data(), int(new_name.size()),
                  new_name.data());
-    Change(net, net.node_sets, std::move(sets), NO_EFFECT, "rename node set");
+    NodeSet renamed = set;
+    renamed.name = new_name;
+    ChangeElement(net, nullptr, net.node_sets, ListEdit::kReplace, size_t(&set - net.node_sets.data()),
+                  std::move(renamed), "rename node set");
 }
 
 }  // namespace talora

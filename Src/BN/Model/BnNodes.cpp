@@ -1,3 +1,4 @@
+// Nodes: adding, deleting, renaming, and what deleting does to children, sets and the order.
 #include <algorithm>
 
 #include "BN/Model/BnBasicOps1.h"
@@ -36,21 +37,15 @@ Orphaned WithoutParent(Node& child, const Node& parent)
     return orphaned;
 }
 
-std::vector<NodeSet> NodeSetsWithout(const Node& node)
-{
-    std::vector<NodeSet> sets = node.net->node_sets;
-    for (NodeSet& set : sets)
-        set.nodes.erase(std::remove(set.nodes.begin(), set.nodes.end(), &node), set.nodes.end());
-    return sets;
-}
-
 }  // namespace
 
-std::string UnusedName(const Net& net, std::string_view name)
+// Copies of one node are numbered: the search goes on where the last one ended, as long as no name has been
+// given up since.
+std::string UnusedName(Net& net, std::string_view name)
 {
     std::string stem(name == "*" ? "x" : name);  // a number may only follow a letter
     if (FindNode(net, stem) == nullptr) return stem;
-    for (int number = 1;; ++number) {
+    for (int& number = net.next_copy.try_emplace(stem, 1).first->second;; ++number) {
         const std::string ending = "_" + std::to_string(number);
         std::string candidate = stem.substr(0, kMaxNameLength - ending.size()) + ending;
         if (FindNode(net, candidate) == nullptr) return candidate;
@@ -76,12 +71,12 @@ void DeleteNode(Node& node)
     std::vector<Orphaned> children;
     for (size_t i = node.children.nodes.size(); i-- > 0;)
         children.push_back(WithoutParent(*node.children.nodes[i], node));
-    std::vector<NodeSet> sets = NodeSetsWithout(node);
     const bool is_ordered = std::find(net.elim_order.nodes.begin(), net.elim_order.nodes.end(), &node) !=
                             net.elim_order.nodes.end();
     DescribeStep(net, "delete node %s", node.name.c_str());
     if (is_ordered) SetElimOrder(net, nullptr);
-    Change(net, net.node_sets, std::move(sets), NO_EFFECT, "remove node from node sets");
+    for (size_t set = 0; set < net.node_sets.size(); ++set)
+        LeaveSet(net, set, node, "remove node from node sets");
     for (Orphaned& orphaned : children) {
         Change(*orphaned.child, orphaned.child->links, std::move(orphaned.links), RELINKS | RESTRUCTURES,
                "remove link");

@@ -1,3 +1,4 @@
+// Tables of a node: checking, setting and reading rows.
 #include "BN/Model/BnProbs.h"
 
 #include <algorithm>
@@ -193,8 +194,7 @@ void SetProbs(Node& node, const int* parent_states, const float* probs)
         Change(node, node.tables.probs, std::move(table), RETABLES, "set probabilities");
         return;
     }
-    for (const int64_t row : rows)
-        ChangeProbs(node, row * num_states, probs, num_states, "set probabilities");
+    ChangeProbs(node, rows, probs, "set probabilities");
 }
 
 void SetTable(Node& node, TableVector<float> probs)
@@ -236,7 +236,7 @@ void SetFuncState(Node& node, const int* parent_states, int state)
         Change(node, node.tables.func_states, std::move(table), RETABLES, "set function");
         return;
     }
-    for (const int64_t row : rows) ChangeFuncState(node, row, state, "set function");
+    ChangeFuncState(node, rows, state, "set function");
 }
 
 int GetFuncState(const Node& node, const int* parent_states)
@@ -258,7 +258,7 @@ void SetFuncReal(Node& node, const int* parent_states, double value)
         Change(node, node.tables.func_reals, std::move(table), RETABLES, "set function");
         return;
     }
-    for (const int64_t row : rows) ChangeFuncReal(node, row, value, "set function");
+    ChangeFuncReal(node, rows, value, "set function");
 }
 
 double GetFuncReal(const Node& node, const int* parent_states)
@@ -282,7 +282,7 @@ void SetExperience(Node& node, const int* parent_states, double experience)
         Change(node, node.tables.experience, std::move(table), NO_EFFECT, "set experience");
         return;
     }
-    for (const int64_t row : rows) ChangeExperience(node, row, experience, "set experience");
+    ChangeExperience(node, rows, experience, "set experience");
 }
 
 double GetExperience(const Node& node, const int* parent_states)

@@ -1,3 +1,4 @@
+// States and levels: names, adding, removing and reordering, with tables and findings carried along.
 #include <algorithm>
 #include <cmath>
 
@@ -118,14 +119,21 @@ void CheckState(const Node& node, int state)
 void SetStateText(Node& node, int state, std::string StateText::*member, std::string text, const char* what)
 {
     CheckState(node, state);
-    std::vector<StateText> texts = node.states.texts;
-    if (int(texts.size()) <= state) {
+    std::vector<StateText>& texts = node.states.texts;
+    if (size_t(state) >= texts.size()) {
         if (text.empty()) return;
-        CheckStateTexts(node, int64_t(state) + 1);
-        texts.resize(size_t(state) + 1);
+        // Room for all states at once, so that naming them one by one copies no list.
+        CheckStateTexts(node, NumStates(node));
+        std::vector<StateText> all;
+        all.reserve(size_t(NumStates(node)));
+        all = texts;
+        all.resize(size_t(NumStates(node)));
+        all[size_t(state)].*member = std::move(text);
+        return Change(node, texts, std::move(all), NO_EFFECT, what);
     }
-    texts[state].*member = std::move(text);
-    Change(node, node.states.texts, std::move(texts), NO_EFFECT, what);
+    StateText changed = texts[size_t(state)];
+    changed.*member = std::move(text);
+    ChangeElement(*node.net, &node, texts, ListEdit::kReplace, size_t(state), std::move(changed), what);
 }
 
 void SetStateName(Node& node, int state, std::string_view name)

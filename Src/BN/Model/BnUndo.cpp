@@ -1,3 +1,4 @@
+// The records of the history of a net, and the memory that they hold.
 #include "BN/Model/BnUndo.h"
 
 #include <cstdarg>
@@ -35,13 +36,13 @@ size_t HeapBytes(const UserField& field) noexcept
 
 size_t HeapBytes(const NodeSet& set) noexcept
 {
-    return HeapBytes(set.name) + HeapBytes(set.nodes);
+    return HeapBytes(set.name) + HeapBytes(set.nodes) + set.members.size() * 4 * sizeof(void*);
 }
 
 size_t HeapBytes(const NodeTables& tables) noexcept
 {
     return HeapBytes(tables.probs) + HeapBytes(tables.func_states) + HeapBytes(tables.func_reals) +
-           HeapBytes(tables.experience);
+           HeapBytes(tables.experience) + HeapBytes(tables.counts);
 }
 
 size_t HeapBytes(const NodeFinding& finding) noexcept
@@ -136,6 +137,31 @@ void LinksRecord::Exchange(bool forwards) noexcept
         RelinkBack(*node_, other_, places_);
 }
 
+void LinkRecord::Exchange(bool forwards) noexcept
+{
+    if (forwards == inserts_) {
+        InsertLink(*node_, index_, std::move(link_), place_);
+        link_ = {node_->links[index_].parent, "", ""};
+    } else {
+        link_ = std::move(node_->links[index_]);
+        place_ = EraseLink(*node_, index_);
+    }
+}
+
+void MemberRecord::Exchange(bool forwards) noexcept
+{
+    NodeSet& set = net_.node_sets[set_];
+    if (forwards == joins_) {
+        set.nodes.insert(set.nodes.begin() + index_, &member_);
+        if (set.members.count(&member_)) return;
+        set.members.clear();  // there may be no room for it
+        set.is_indexed = false;
+    } else {
+        set.nodes.erase(set.nodes.begin() + index_);
+        set.members.erase(&member_);
+    }
+}
+
 NodeRecord::NodeRecord(Node& node, Net::NodeIndex::node_type&& slot)
     : EditRecord(*node.net, &node, RESTRUCTURES), inserts_(true), is_out_(true), slot_(std::move(slot))
 {}
@@ -184,7 +210,7 @@ void ElimOrderRecord::Exchange(bool) noexcept
 
 void DescribeStep(Net& net, const char* format, ...)
 {
-    if (!IsRecording(net) || net.undo->HasText()) return;
+    if (!IsRecording(net) || !net.undo->NeedsText()) return;
     char text[256];
     va_list values;
     va_start(values, format);
@@ -196,7 +222,7 @@ void DescribeStep(Net& net, const char* format, ...)
 void RecordAndDo(Net& net, const Node* node, std::unique_ptr<UndoRecord> record, const char* what)
 {
     std::string text;
-    if (!net.undo->HasText()) {
+    if (net.undo->NeedsText()) {
         text = what;
         if (node != nullptr) text.append(" of ").append(node->name);
     }

@@ -12,6 +12,7 @@
 #pragma once
 
 #include <memory>
+#include <span>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -21,11 +22,23 @@
 
 namespace talora {
 
-enum UndoCode { UNDO_FIELD = 1, UNDO_LINKS, UNDO_ROWS, UNDO_NODE_IN, UNDO_NODE_OUT, UNDO_ELIM_ORDER };
+enum UndoCode {
+    UNDO_FIELD = 1,
+    UNDO_LINKS,
+    UNDO_ROWS,
+    UNDO_NODE_IN,
+    UNDO_NODE_OUT,
+    UNDO_ELIM_ORDER,
+    UNDO_ELEMENT,
+    UNDO_LINK,
+    UNDO_MEMBER
+};
 
+// Whether changes are to be made through records: always within a call of the interface, which takes them
+// back when it fails, but for nets that the call itself has made.
 inline bool IsRecording(const Net& net)
 {
-    return net.undo != nullptr && net.undo->IsRecording();
+    return net.undo->IsRecording();
 }
 
 // Describes the running operation for the user ("rename node A to B").  The first text of a step stays;
@@ -36,19 +49,13 @@ void DescribeStep(Net& net, const char* format, ...) TALORA_PRINTF(2, 3);
 // found when a net is compiled must neither be an edit nor end what can be redone.
 class DerivedResults {
 public:
-    explicit DerivedResults(Net& net) : list_(net.undo.get())
-    {
-        if (list_) list_->Derive(true);
-    }
-    ~DerivedResults()
-    {
-        if (list_) list_->Derive(false);
-    }
+    explicit DerivedResults(Net& net) : list_(*net.undo) { list_.Derive(true); }
+    ~DerivedResults() { list_.Derive(false); }
     DerivedResults(const DerivedResults&) = delete;
     DerivedResults& operator=(const DerivedResults&) = delete;
 
 private:
-    UndoList* list_;
+    UndoList& list_;
 };
 
 // ---- Memory of a value beyond its own size ----
@@ -135,27 +142,97 @@ private:
     T other_;
 };
 
-// Some entries of a table; the table itself may be replaced by other records in between, so it is
+// What happens to one element of a list, read forwards.
+enum class ListEdit : uint8_t { kInsert, kErase, kReplace };
+
+// One element of a list of a net or node, so that an edit costs what changes and not the whole list.  There
+// is room for an element to insert, see Grown.
+template <class T>
+class ElementRecord final : public EditRecord {
+public:
+    ElementRecord(Net& net, Node* node, std::vector<T>& list, ListEdit edit, size_t index, T&& value)
+        : EditRecord(net, node, 0), list_(list), edit_(edit), index_(index), other_(std::move(value))
+    {}
+    size_t Bytes() const noexcept override { return sizeof *this + HeapBytes(other_) + ResultBytes(); }
+    int Code() const noexcept override { return UNDO_ELEMENT; }
+
+protected:
+    void Exchange(bool forwards) noexcept override
+    {
+        if (edit_ == ListEdit::kReplace) return std::swap(list_[index_], other_);
+        if (forwards == (edit_ == ListEdit::kInsert)) {
+            list_.insert(list_.begin() + index_, std::move(other_));
+            other_ = T();
+        } else {
+            other_ = std::move(list_[index_]);
+            list_.erase(list_.begin() + index_);
+        }
+    }
+
+private:
+    std::vector<T>& list_;
+    const ListEdit edit_;
+    const size_t index_;
+    T other_;
+};
+
+// A node that joins or leaves a node set.
+class MemberRecord final : public EditRecord {
+public:
+    MemberRecord(Net& net, size_t set, size_t index, Node& node, bool joins)
+        : EditRecord(net, nullptr, 0), set_(set), index_(index), member_(node), joins_(joins)
+    {}
+    size_t Bytes() const noexcept override { return sizeof *this + ResultBytes(); }
+    int Code() const noexcept override { return UNDO_MEMBER; }
+
+protected:
+    void Exchange(bool forwards) noexcept override;
+
+private:
+    const size_t set_, index_;  // lists of sets are edited only in between, and back
+    Node& member_;
+    const bool joins_;
+};
+
+// Some runs of entries of a table; the table itself may be replaced by other records in between, so it is
 // looked up each time.
 template <class T>
 class RowsRecord final : public EditRecord {
 public:
     using Table = TableVector<T> NodeTables::*;
-    RowsRecord(Node& node, Table table, int64_t first, const T* values, int64_t count, unsigned effects)
-        : EditRecord(*node.net, &node, effects), table_(table), first_(first), other_(values, values + count)
+    // values: for each run `count` entries, one run after the other
+    RowsRecord(Node& node, Table table, std::span<const int64_t> firsts, int64_t count,
+               std::vector<T>&& values, unsigned effects)
+        : EditRecord(*node.net, &node, effects),
+          table_(table),
+          first_(firsts[0]),
+          others_(firsts.begin() + 1, firsts.end()),
+          count_(count),
+          other_(std::move(values))
     {}
-    size_t Bytes() const noexcept override { return sizeof *this + HeapBytes(other_) + ResultBytes(); }
+    size_t Bytes() const noexcept override
+    {
+        return sizeof *this + HeapBytes(others_) + HeapBytes(other_) + ResultBytes();
+    }
     int Code() const noexcept override { return UNDO_ROWS; }
 
 protected:
     void Exchange(bool) noexcept override
     {
-        std::swap_ranges(other_.begin(), other_.end(), (node_->tables.*table_).begin() + first_);
+        auto run = other_.begin();
+        const auto exchange = [&](int64_t first) {
+            std::swap_ranges(run, run + count_, (node_->tables.*table_).begin() + first);
+            run += count_;
+        };
+        exchange(first_);
+        for (const int64_t first : others_) exchange(first);
     }
 
 private:
     const Table table_;
     const int64_t first_;
+    const std::vector<int64_t> others_;  // where further runs begin
+    const int64_t count_;
     std::vector<T> other_;
 };
 
@@ -172,6 +249,25 @@ protected:
 private:
     std::vector<Link> other_;
     std::vector<uint32_t> places_;  // where the node stood with each parent that lost it
+};
+
+// One link of a node, which comes or goes.
+class LinkRecord final : public EditRecord {
+public:
+    LinkRecord(Node& node, size_t index, Link&& link, bool inserts, unsigned effects)
+        : EditRecord(*node.net, &node, effects), index_(index), link_(std::move(link)), inserts_(inserts)
+    {}
+    size_t Bytes() const noexcept override { return sizeof *this + HeapBytes(link_) + ResultBytes(); }
+    int Code() const noexcept override { return UNDO_LINK; }
+
+protected:
+    void Exchange(bool forwards) noexcept override;
+
+private:
+    const size_t index_;
+    Link link_;                // its parent stays when it is out
+    size_t place_ = SIZE_MAX;  // among the children of the parent; at the end if it never stood there
+    const bool inserts_;
 };
 
 // A node that is made or deleted, at its place among the net's nodes.

@@ -160,15 +160,40 @@ uint64_t NewLabel(Net& net)
     return net.label_counter++;
 }
 
+void CheckRanks(const Node& parent, const Node& child) noexcept
+{
+    if (parent.rank >= child.rank) child.net->has_ranks = false;
+}
+
+bool IsInSet(NodeSet& set, const Node& node)
+{
+    if (!set.is_indexed) {
+        set.members.clear();
+        set.members.insert(set.nodes.begin(), set.nodes.end());
+        set.is_indexed = true;
+    }
+    return set.members.count(&node) != 0;
+}
+
+namespace {
+
+// Ranks as the nodes stand in an order with parents first.
+void MakeRanks(Net& net)
+{
+    for (Node* node : TopologicalOrder(net)) node->rank = ++net.last_rank;
+    net.has_ranks = true;
+    net.cycle_work = 0;
+}
+
 // From both ends at once, each time at the end where less work has been done: one of the nodes often has few
 // relatives on its side of a large net.
-bool IsAncestor(Net& net, const Node& a, const Node& b)
+bool WalksTo(Net& net, const Node& a, const Node& b, size_t* work)
 {
-    if (&a == &b) return false;
     const uint64_t above = NewLabel(net), below = NewLabel(net);  // reached from b upwards, from a downwards
     std::vector<const Node*> up = {&b}, down = {&a};
     size_t up_work = 0, down_work = 0;
-    while (!up.empty() && !down.empty()) {
+    bool is_reached = false;
+    while (!up.empty() && !down.empty() && !is_reached) {
         const Node *lower = up.back(), *upper = down.back();
         const size_t next_up = up_work + 1 + lower->links.size();
         const size_t next_down = down_work + 1 + upper->children.nodes.size();
@@ -177,7 +202,7 @@ bool IsAncestor(Net& net, const Node& a, const Node& b)
             up_work = next_up;
             for (const Link& link : lower->links) {
                 if (IsDelayed(link) || link.parent->stamp == above) continue;
-                if (link.parent == &a || link.parent->stamp == below) return true;
+                is_reached |= link.parent == &a || link.parent->stamp == below;
                 link.parent->stamp = above;
                 up.push_back(link.parent);
             }
@@ -186,13 +211,26 @@ bool IsAncestor(Net& net, const Node& a, const Node& b)
             down_work = next_down;
             for (Node* child : upper->children.nodes) {
                 if (child->stamp == below || IsDelayed(child->links[FindParent(*child, upper)])) continue;
-                if (child == &b || child->stamp == above) return true;
+                is_reached |= child == &b || child->stamp == above;
                 child->stamp = below;
                 down.push_back(child);
             }
         }
     }
-    return false;
+    *work += up_work + down_work;
+    return is_reached;
+}
+
+}  // namespace
+
+// While there are ranks, only a node of a greater rank can be reached.  Without them the links are walked
+// along, until as much was walked as ranking all nodes takes.
+bool IsAncestor(Net& net, const Node& a, const Node& b)
+{
+    if (&a == &b) return false;
+    if (!net.has_ranks && net.cycle_work > net.nodes.nodes.size()) MakeRanks(net);
+    if (net.has_ranks && a.rank >= b.rank) return false;
+    return WalksTo(net, a, b, &net.cycle_work);
 }
 
 std::vector<Node*> TopologicalOrder(const Net& net)
@@ -316,6 +354,8 @@ Net* NewNet(environ_vx& env, std::string_view name)
         net = Nets().New(lock);
         net->name = name;
         net->env = &env;
+        net->undo = std::make_unique<UndoList>();
+        net->undo->SkipCall();
         PrepareOwnedList(net->nodes, &env, lock);
         PrepareOwnedList(net->elim_order, &env, lock);
         if (CallLocks* call = ThisThread().locks) call->Adopt(lock);

@@ -15,6 +15,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "Basic/Environ.h"
@@ -68,7 +69,10 @@ struct UserField {
 struct NodeSet {
     std::string name;
     std::vector<Node*> nodes;
-    bool operator==(const NodeSet&) const = default;
+    // The same nodes once `is_indexed`, see IsInSet; made when first asked for and kept by the edits.
+    std::unordered_set<const Node*> members;
+    bool is_indexed = false;
+    bool operator==(const NodeSet& other) const { return name == other.name && nodes == other.nodes; }
 };
 
 // The tables of a node; an empty vector means that there is none.  Parents first, own states
@@ -78,6 +82,9 @@ struct NodeTables {
     TableVector<int32_t> func_states;  // states of a discrete or discretised node, or indicators
     TableVector<double> func_reals;    // values of a continuous or utility node
     TableVector<double> experience;
+    // Counts that were learned, where probability x experience would not give them back exactly (Learning). A
+    // row of them counts only as long as it explains the row of the tables.
+    TableVector<double> counts;
     bool operator==(const NodeTables&) const = default;
 };
 
@@ -165,6 +172,7 @@ struct node_bn {
     int index = -1;                         // position in net->nodes
     int most_probable_state = UNDEF_STATE;  // in the configuration that was reported last
     uint64_t stamp = 0;                     // last unique label of a graph walk
+    int64_t rank = 0;                       // parents first, see net_bn::has_ranks
     talora::TableVector<float> beliefs;     // given out by GetNodeBeliefs_bn
     talora::TableVector<float> likelihood;  // given out by GetNodeLikelihood_bn
 };
@@ -190,12 +198,18 @@ struct net_bn {
     std::unique_ptr<talora::CompiledNet, talora::CompiledNetDeleter> compiled;
     std::unique_ptr<talora::NetQueries, talora::NetQueriesDeleter> queries;
     std::unique_ptr<talora::ConfigSearch, talora::ConfigSearchDeleter> config_search;
-    uint64_t update_count = 0;                     // fresh number whenever cached results become stale
-    uint64_t label_counter = 100;                  // unique labels of graph walks
-    std::unique_ptr<talora::UndoList> undo;        // null until undo is first turned on
-    bool changed = false;                          // since it was read or written
-    talora::Secret password;                       // for writing it encrypted
-    std::atomic<randgen_vx*> random_gen{nullptr};  // the caller's, or null for the environment's
+    uint64_t update_count = 0;     // fresh number whenever cached results become stale
+    uint64_t label_counter = 100;  // unique labels of graph walks
+    // While has_ranks, each node has a greater rank than its parents by links without delay, so most new
+    // links are known to close no cycle.  Ranks are made again when looking for cycles has cost as much.
+    bool has_ranks = true;
+    int64_t last_rank = 0;
+    size_t cycle_work = 0;                           // steps of walks since the ranks were lost
+    std::unordered_map<std::string, int> next_copy;  // by name: the first number that may be unused
+    std::unique_ptr<talora::UndoList> undo;          // never null while the net lives
+    bool changed = false;                            // since it was read or written
+    talora::Secret password;                         // for writing it encrypted
+    std::atomic<randgen_vx*> random_gen{nullptr};    // the caller's, or null for the environment's
     void* user_data = nullptr;
     std::string report;                            // text given out last
     std::vector<talora::NetDependent> dependents;  // deleted with the net
@@ -252,8 +266,12 @@ int FindParent(const Node& child, const Node* parent);  // index of the link, -1
 // A fresh label for a graph walk; see the recycling rule at the definition.
 uint64_t NewLabel(Net& net);
 
-// Whether b can be reached from a along links without delay.  O(links).
+// Whether b can be reached from a along links without delay.  O(1) where the ranks tell, at most O(links).
 bool IsAncestor(Net& net, const Node& a, const Node& b);
+// A link without delay was made: ranks that it contradicts are no longer used.
+void CheckRanks(const Node& parent, const Node& child) noexcept;
+
+bool IsInSet(NodeSet& set, const Node& node);
 
 // Nodes of the net parents first; nodes of one cycle come in net order at the end.
 std::vector<Node*> TopologicalOrder(const Net& net);

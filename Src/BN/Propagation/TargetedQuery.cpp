@@ -8,6 +8,7 @@
 #include "BN/Order/Graph_Triangulate.h"
 #include "BN/Order/Junction.h"
 #include "BN/Order/OptimizeOrder.h"
+#include "BN/Propagation/TreeTables.h"
 #include "Basic/Error.h"
 #include "Basic/FloatMode.h"
 #include "Basic/Memory.h"
@@ -118,7 +119,7 @@ struct TargetedQuery::Engine {
     {
         p.part = FindRelevantPart(*graph, targets, findings, whole);
         p.tree = JoinTree(p.part.graph, TriangulatePart(p.part), false);
-        CheckMemory(p.tree.total_size * sizeof(float), "to find the beliefs of a few >-node-s");
+        CheckTreeTables(p.tree.total_size, "");
         p.tables.resize(p.part.original.size());
         for (int v = 0; v < int(p.tables.size()); ++v) Refill(p, v, findings);
         p.positive = findings.positive;
