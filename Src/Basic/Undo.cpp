@@ -241,7 +241,7 @@ void UndoList::EndStep() noexcept
     has_open_ = false;
     if (!is_on_) {
         open_.records.clear();
-        if (open_.records.capacity() > kKeptRecords) open_.records = {};
+        if (open_.records.capacity() > kKeptRecords) open_ = UndoStep();
         return;
     }
     UndoStep step = std::move(open_);

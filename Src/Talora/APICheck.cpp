@@ -136,6 +136,13 @@ void CheckListEntries(const nodelist_bn* list, bool allows_null)
     }
 }
 
+void CheckEntriesUsed(const EntriesOf& entries)
+{
+    if (entries.list == nullptr) return;
+    CheckHandle(entries.list);
+    if (IsLive(entries.list, NODELIST_TYPE)) CheckListEntries(entries.list, entries.allows_null);
+}
+
 // Looks at the calls around the present one only, as that one has just locked the net itself.
 bool IsAtWork(const net_bn& net)
 {

@@ -128,12 +128,7 @@ void CheckEntries(H*)
 template <class Used>
 void CheckEntriesUsed(const Used&)
 {}
-inline void CheckEntriesUsed(const EntriesOf& entries)
-{
-    if (entries.list == nullptr) return;
-    CheckHandle(entries.list);
-    if (IsLive(entries.list, NODELIST_TYPE)) CheckListEntries(entries.list, entries.allows_null);
-}
+void CheckEntriesUsed(const EntriesOf& entries);
 template <class H, class... Used>
 void CheckEntries(const With<H, Used...>& with)
 {

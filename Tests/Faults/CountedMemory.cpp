@@ -41,6 +41,7 @@ int64_t live_bytes = 0;
 int64_t peak_bytes = 0;
 uint64_t next_number = 1;
 int64_t num_allocations = 0;
+int64_t total_bytes = 0;
 
 int64_t until_failure = 0;  // 0: none is to fail
 Repeat failure_repeat = Repeat::ONCE;
@@ -63,6 +64,7 @@ void Count(int64_t blocks, int64_t bytes)
 {
     live_blocks += blocks;
     live_bytes += bytes;
+    if (bytes > 0) total_bytes += bytes;
     peak_bytes = std::max(peak_bytes, live_bytes);
 }
 
@@ -146,6 +148,11 @@ int64_t EndFailing()
 int64_t CountAllocations()
 {
     return num_allocations;
+}
+
+int64_t TotalBytes()
+{
+    return total_bytes;
 }
 
 int64_t LiveBlocks()

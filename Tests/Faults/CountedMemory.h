@@ -20,6 +20,7 @@ void FailAllocation(int64_t n, Repeat repeat);
 int64_t EndFailing();
 
 int64_t CountAllocations();  // since the program began, failed ones included
+int64_t TotalBytes();        // taken since then, given back or not
 int64_t LiveBlocks();
 // The newest blocks that have been taken after a mark and not given back, as text; for messages of tests.
 uint64_t MarkBlocks();

@@ -432,6 +432,22 @@ const std::vector<Scenario> kScenarios = {
     {"add link", NoPreparation, AddLink, nullptr, CHANGES},
     {"delete link", NoPreparation, DeleteLink, nullptr, CHANGES},
     {"switch parent", NoPreparation, SwitchParent, nullptr, CHANGES},
+    {"disconnect link", NoPreparation,
+     [](World& w) {
+         SwitchNodeParent_bn(0, w.Node("Wet"), nullptr);
+         return NoErrors(w.env);
+     },
+     nullptr, CHANGES},
+    {"revise by findings",
+     [](World& w) {
+         for (int i = 0; i < LengthNodeList_bn(w.All()); ++i) EnterFinding_bn(NthNode_bn(w.All(), i), 0);
+         ReviseCPTsByFindings_bn(w.All(), 1);
+     },
+     [](World& w) {
+         ReviseCPTsByFindings_bn(w.All(), 0.3);
+         return NoErrors(w.env);
+     },
+     nullptr, CHANGES},
     {"new node", NoPreparation, NewNode, nullptr, CHANGES},
     {"delete node", NoPreparation, DeleteNode, nullptr, CHANGES},
     {"rename node", NoPreparation, RenameNode, nullptr, CHANGES},
@@ -450,6 +466,11 @@ const std::vector<Scenario> kScenarios = {
     {"value", NoPreparation, EnterValue, nullptr, CHANGES},
     {"elimination order", WithOrder, SetOrder, nullptr, CHANGES},
     {"add states, compiled", Updated, AddStates, nullptr, CHANGES},
+    {"delete node in sets",
+     [](World& w) {
+         for (const char* set : {"one", "other"}) AddNodeToNodeset_bn(w.Node("Mud"), set);
+     },
+     DeleteNode, nullptr, CHANGES},
     {"delete node, compiled", Updated, DeleteNode, nullptr, CHANGES},
     {"learn by counting", [](World& w) { WithLearner(w, 1); }, LearnAct, nullptr, CHANGES},
     {"learn by EM", [](World& w) { WithLearner(w, 3); }, LearnAct, nullptr, CHANGES},

@@ -36,7 +36,7 @@ TEST(ApiListTest, HeaderAndListHaveTheSameFunctions)
     EXPECT_EQ(declared, listed) << "add a row to Src/Talora/ApiFunctions.inc";
 }
 
-enum class Wrong { kNull, kDeleted, kForeign, kNone };
+enum class Wrong { kNull, kDeleted, kForeign, kDeadEntry, kNullEntry, kNone };
 
 // Live objects, deleted ones, and bytes that were never a handle, each by its letter in the list of
 // functions. As arguments: the first handle of a call is a wrong one, and the rest is plain.
@@ -173,6 +173,32 @@ TEST(ApiListTest, WrongHandlesAreRecognised)
         EXPECT_EQ(talora::ReadFloatControl(), mode);
     }
     ArgumentChecking_vx(level, env);
+}
+
+// Lists that hold a deleted node or NULL, in every function that works on the nodes.
+TEST(ApiListTest, WrongEntriesOfListsAreRecognised)
+{
+    // Those on the list itself.
+    static const std::set<std::string> exempt = {
+        "DupNodeList_bn", "DeleteNodeList_bn", "ClearNodeList_bn", "LengthNodeList_bn",   "NthNode_bn",
+        "SetNthNode_bn",  "AddNodeToList_bn",  "RemoveNthNode_bn", "IndexOfNodeInList_bn"};
+    TestEnviron env;
+    Handles handles(env);
+    int num_checked = 0;
+    const auto check = [&](const char* name, const std::string& arguments, auto function) {
+        if (arguments.find('l') == std::string::npos || exempt.count(name)) return;
+        SCOPED_TRACE(name);
+        ++num_checked;
+        for (const Wrong wrong : {Wrong::kDeadEntry, Wrong::kNullEntry}) {
+            CallWrong(function, handles, wrong);
+            const bool has_own = std::string(name) == "SetNetElimOrder_bn" && wrong == Wrong::kNullEntry;
+            EXPECT_EQ(env.Taken(), has_own ? 3556 : wrong == Wrong::kDeadEntry ? 5152 : 5150);
+        }
+    };
+#define TALORA_FUNCTION(name, automation, arguments) check(#name, arguments, &name);
+#include "Talora/ApiFunctions.inc"
+#undef TALORA_FUNCTION
+    EXPECT_GT(num_checked, 10);
 }
 
 #if defined(__SSE2__)

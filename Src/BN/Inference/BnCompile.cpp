@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <limits>
 #include <new>
 #include <numeric>
 
@@ -125,13 +126,15 @@ void StoreOrderOfTree(Net& net, const std::vector<int>& order)
     net.compiled = std::move(compiled);
 }
 
-std::vector<int> FindOrder(const Net& net, const CompiledNet& compiled)
+// @param most_cost  of an order that is of use, in table entries
+std::vector<int> FindOrder(const Net& net, const CompiledNet& compiled, double most_cost)
 {
     std::vector<int> all(compiled.nodes.size());
     std::iota(all.begin(), all.end(), 0);
     if (all.size() < 2) return all;
     Progress progress("finding elimination order");
-    GreedySearchResult found = FindGreedyOrder(compiled.graph, all, &progress);
+    GreedySearchResult found = FindGreedyOrder(compiled.graph, all, &progress, most_cost);
+    if (found.is_too_costly) Fail<6010>();
     if (found.order.empty()) FailHalted(net);
     return found.order;
 }
@@ -285,7 +288,9 @@ void DescribeModel(const Net& net, CompiledNet& compiled)
     BuildGraph(net, compiled);
 }
 
-void CompileNet(Net& net)
+namespace {
+
+void CompileUpTo(Net& net, double most_cost)
 {
     if (net.compiled) return;
     CheckCompilable(net);
@@ -295,18 +300,28 @@ void CompileNet(Net& net)
     BuildGraph(net, *compiled);
     CheckElimOrder(net);
     const bool is_found = !net.has_elim_order && compiled->nodes.size() >= 2;
-    const std::vector<int> order =
-        net.has_elim_order ? OrderAsNumbers(*compiled, net.elim_order.nodes) : FindOrder(net, *compiled);
+    const std::vector<int> order = net.has_elim_order ? OrderAsNumbers(*compiled, net.elim_order.nodes)
+                                                      : FindOrder(net, *compiled, most_cost);
     BuildTree(net, std::move(compiled), order);
     if (!is_found) return;
     const DerivedResults derived(net);
     StoreOrderOfTree(net, order);
 }
 
+}  // namespace
+
+void CompileNet(Net& net)
+{
+    CompileUpTo(net, std::numeric_limits<double>::infinity());
+}
+
+// A net whose tables will be far too large is read without its tree: finding the order of large cliques takes
+// long, and whoever wants it can still compile.
 void CompileAfterReading(Net& net)
 {
+    constexpr double kMostCost = 1000 * kMaxTreeBytes / sizeof(float);
     try {
-        CompileNet(net);
+        CompileUpTo(net, kMostCost);
     } catch (const Unwind& failure) {
         if (failure.record != nullptr) SetSeverity(*failure.record, WARNING_SEV);
         ThisThread().failed = false;

@@ -1,6 +1,8 @@
+// Moral graphs, greedy elimination orders, and the cliques that an order gives.
 #include "BN/Order/Graph_Triangulate.h"
 
 #include <algorithm>
+#include <bit>
 #include <tuple>
 
 #include "BN/Model/TableSize.h"
@@ -246,19 +248,79 @@ void AppendRemaining(const std::vector<int>& nodes, GreedySearchResult& result)
 
 }  // namespace
 
+namespace {
+
+// One bit for each pair of variables, for graphs with large families: joining k parents sets k rows of bits
+// rather than k * k entries.
+class JoinedPairs {
+public:
+    explicit JoinedPairs(size_t n) : num_words_((n + 63) / 64), bits_(n * num_words_), family_(num_words_) {}
+    void JoinAll(const std::vector<int>& clique)
+    {
+        std::fill(family_.begin(), family_.end(), 0);
+        for (int v : clique) family_[size_t(v) / 64] |= uint64_t{1} << (v % 64);
+        for (int v : clique)
+            for (size_t word = 0; word < num_words_; ++word)
+                bits_[size_t(v) * num_words_ + word] |= family_[word];
+    }
+    std::vector<int> NeighboursOf(int v) const
+    {
+        std::vector<int> neighbours;
+        for (size_t word = 0; word < num_words_; ++word)
+            for (uint64_t rest = bits_[size_t(v) * num_words_ + word]; rest != 0; rest &= rest - 1) {
+                const int neighbour = int(word * 64) + std::countr_zero(rest);
+                if (neighbour != v) neighbours.push_back(neighbour);
+            }
+        return neighbours;
+    }
+    static double Words(double n, double members) { return n / 64 * (n + members); }
+
+private:
+    const size_t num_words_;
+    TableVector<uint64_t> bits_;
+    std::vector<uint64_t> family_;
+};
+
+// Entries of all lists while families are joined by lists, and members of all families.
+struct FamilySizes {
+    double pairs = 0, members = 0;
+};
+FamilySizes SizesOfFamilies(const ModelGraph& graph)
+{
+    FamilySizes sizes;
+    const auto count = [&](double k) {
+        sizes.pairs += k * k;
+        sizes.members += k;
+    };
+    for (const ModelGraph::Variable& variable : graph.variables) count(double(variable.parents.size()) + 1);
+    for (const std::vector<int>& parents : graph.utility_parents) count(double(parents.size()));
+    return sizes;
+}
+
+}  // namespace
+
 Adjacency MoralGraph(const ModelGraph& graph)
 {
-    CheckMoralGraphMemory(graph);
-    Adjacency neighbours(graph.variables.size());
-    for (size_t v = 0; v < graph.variables.size(); ++v) {
-        const std::vector<int>& parents = graph.variables[v].parents;
-        for (int parent : parents) {
-            if (parent == static_cast<int>(v)) continue;
-            neighbours[v].push_back(parent);
-            neighbours[parent].push_back(static_cast<int>(v));
-        }
-        JoinAll(parents, neighbours);
+    const size_t n = graph.variables.size();
+    Adjacency neighbours(n);
+    const FamilySizes sizes = SizesOfFamilies(graph);
+    std::vector<int> family;
+    const auto family_of = [&](size_t v) -> const std::vector<int>& {
+        family = graph.variables[v].parents;
+        family.push_back(static_cast<int>(v));
+        return family;
+    };
+    constexpr double kEntriesPerWord = 0.5;  // that cost as much: lists have to be sorted
+    if (JoinedPairs::Words(double(n), sizes.members) < kEntriesPerWord * sizes.pairs) {
+        CheckMemory(double(n) * double(n) / 8, "to join the parents of each >-node");
+        JoinedPairs pairs(n);
+        for (size_t v = 0; v < n; ++v) pairs.JoinAll(family_of(v));
+        for (const std::vector<int>& parents : graph.utility_parents) pairs.JoinAll(parents);
+        for (size_t v = 0; v < n; ++v) neighbours[v] = pairs.NeighboursOf(static_cast<int>(v));
+        return neighbours;
     }
+    CheckMoralGraphMemory(graph);
+    for (size_t v = 0; v < n; ++v) JoinAll(family_of(v), neighbours);
     for (const std::vector<int>& parents : graph.utility_parents) JoinAll(parents, neighbours);
     for (std::vector<int>& list : neighbours) {
         std::sort(list.begin(), list.end());
@@ -283,7 +345,8 @@ std::vector<uint32_t> EliminationGroups(const ModelGraph& graph, const std::vect
     return groups;
 }
 
-GreedySearchResult FindGreedyOrder(const ModelGraph& graph, const std::vector<int>& nodes, Progress* progress)
+GreedySearchResult FindGreedyOrder(const ModelGraph& graph, const std::vector<int>& nodes, Progress* progress,
+                                   double most_cost)
 {
     GreedySearchResult result;
     if (IsHalted()) {
@@ -307,6 +370,11 @@ GreedySearchResult FindGreedyOrder(const ModelGraph& graph, const std::vector<in
         int chosen = queue.Smallest();
         result.cost += queue.SmallestKey().cost;
         result.order.push_back(chosen);
+        if (result.cost > most_cost) {
+            result.is_too_costly = true;
+            result.order.clear();
+            return result;
+        }
         bool is_clique = recorded.LargestSetOf(chosen) > remaining.Degree(chosen);
         queue.Remove(chosen);
 

@@ -12,6 +12,7 @@
 #pragma once
 
 #include <cstdint>
+#include <limits>
 #include <vector>
 
 #include "BN/Order/Triangulation.h"
@@ -35,18 +36,21 @@ struct GreedySearchResult {
     // Sum of the candidates' table sizes; a candidate that lies within an earlier one counts 0 if
     // the search saw that.  After a halt: CostOfOrder.
     double cost = 0;
-    int num_found = 0;    // chosen by the search; after a halt the rest follow in the given order
-    bool halted = false;  // with num_found 0 and no order: halted before it began
+    int num_found = 0;           // chosen by the search; after a halt the rest follow in the given order
+    bool halted = false;         // with num_found 0 and no order: halted before it began
+    bool is_too_costly = false;  // and has no order
 };
 
 // Eliminates, group by group, the variable whose candidate clique has the smallest table, and at
 // once one whose candidate makes no new clique; among equals the first in `nodes`.  With a progress
 // meter, a search that is halted warns that its order will be poor, unless the call failed already.
 //
+// A search given a greatest cost ends as soon as it exceeds that: what will not be used need not be found.
+//
 // Costs are kept up to date rather than searched for: about O(f log n), f being the size of the
 // triangulated graph.
-GreedySearchResult FindGreedyOrder(const ModelGraph& graph, const std::vector<int>& nodes,
-                                   Progress* progress);
+GreedySearchResult FindGreedyOrder(const ModelGraph& graph, const std::vector<int>& nodes, Progress* progress,
+                                   double most_cost = std::numeric_limits<double>::infinity());
 
 // Sum over all variables of the table size of the variable with its remaining neighbours.
 double CostOfOrder(const ModelGraph& graph, const std::vector<int>& order);
