@@ -128,6 +128,7 @@ TALORA_API environ_vx* NewTaloraEnviron_vx(const char* name, const char* locn);
 TALORA_API int InitTalora2_bn(environ_vx* env, char* mesg);
 
 /** Closes an environment: deletes its nets, lists, streams and error records, then the environment.
+ *  @param env   NULL for the default environment
  *  @param mesg  as for InitTalora2_bn
  *  @return 0 or more; negative on failure */
 TALORA_API int CloseTalora_bn(environ_vx* env, char* mesg);
@@ -223,6 +224,11 @@ typedef bool_vx (*password_handler_vx)(environ_vx* env, const char* question, ch
 TALORA_API void SetQuestionHandler_vx(environ_vx* env, question_handler_vx handler, void* data);
 TALORA_API void SetProgressHandler_vx(environ_vx* env, progress_handler_vx handler, void* data);
 TALORA_API void SetMessageHandler_vx(environ_vx* env, message_handler_vx handler, void* data);
+/** The handler that is set; NULL for none.
+ *  @param data  receives what was passed with the handler; may be NULL */
+TALORA_API question_handler_vx GetQuestionHandler_vx(environ_vx* env, void** data);
+TALORA_API progress_handler_vx GetProgressHandler_vx(environ_vx* env, void** data);
+TALORA_API message_handler_vx GetMessageHandler_vx(environ_vx* env, void** data);
 /** Without this handler, encrypted files open only through streams that have the password. */
 TALORA_API void SetPasswordHandler_vx(environ_vx* env, password_handler_vx handler, void* data);
 /** @param data  receives what was passed with the handler; may be NULL */
@@ -237,6 +243,12 @@ TALORA_API bool_vx GetHaltFlag_vx(environ_vx* env);
  *  automatically. Off by default. */
 TALORA_API void SetFindingChecking_vx(environ_vx* env, bool_vx check);
 TALORA_API bool_vx GetFindingChecking_vx(environ_vx* env);
+
+/** Whether ReadNet_bn applies the statements that a node inherits from define nodes before the node's own
+ *  ones, of which those of the same field are then skipped with a warning (2930).  Off by default: a node's
+ *  own statements take the place of inherited ones. */
+TALORA_API void SetInheritInFirstPass_vx(environ_vx* env, bool_vx inherit);
+TALORA_API bool_vx GetInheritInFirstPass_vx(environ_vx* env);
 
 /** Exercises recovery from extreme conditions.
  *  @param test  "out of memory", "exception", "foreign exception" or "assertion": the named fault
@@ -443,10 +455,13 @@ TALORA_API int GetNodeStateLabel_bn(const node_bn* node, state_bn state, const c
 /* States */
 
 TALORA_API int GetNodeNumberStates_bn(const node_bn* node);
-/** Names one state: a legal name, unique in the node. NULL or "" removes it. */
+/** Names one state: a legal name, unique in the node.  Equations of the node and of its children that use
+ *  the old name get the new one.  Errors 5114: NULL; 5142: "". */
 TALORA_API void SetNodeStateName_bn(node_bn* node, state_bn state, const char* state_name);
-/** Names all states: comma-separated, as many as there are states. NULL or "" removes all. */
+/** Names all states: comma-separated, as many as there are states.  Errors 5114: NULL; 5142: "". */
 TALORA_API void SetNodeStateNames_bn(node_bn* node, const char* state_names);
+/** Removes the name of a state, or of all states (EVERY_STATE); titles stay. */
+TALORA_API void RemoveNodeStateNames_bn(node_bn* node, state_bn state);
 TALORA_API const char* GetNodeStateName_bn(const node_bn* node, state_bn state); /**< "" if unnamed */
 TALORA_API void SetNodeStateTitle_bn(node_bn* node, state_bn state, const char* title);
 TALORA_API const char* GetNodeStateTitle_bn(const node_bn* node, state_bn state);
@@ -670,7 +685,7 @@ TALORA_API void EnterFinding_bn(node_bn* node, state_bn state);
 /** Enters that the node is not in a state. */
 TALORA_API void EnterFindingNot_bn(node_bn* node, state_bn state);
 /** Enters how probable the observation is in each state: entries of 0 or more, only their ratios matter.
- *  Multiplies into a likelihood entered before. */
+ *  Multiplies into a likelihood entered before; the product keeps its range, however many there are. */
 TALORA_API void EnterNodeLikelihood_bn(node_bn* node, const prob_bn* likelihood);
 /** Enters a real value. On a discretised node it is the state whose interval holds it; on a discrete node
  *  with levels, the state that has exactly that value. */
@@ -845,7 +860,8 @@ TALORA_API bool_vx CheckNodeEquation_bn(const node_bn* node, const char* equatio
  *  generator or else the environment's.  A deterministic equation gives a table of states or values;
  *  one that has to be sampled gives probabilities.
  *  @param num_samples  draws for each configuration of the parents (5572 below 1); 1 where all is exact
- *  @param samp_unc     1: a sampled table keeps the number of samples of each row as its experience;
+ *  @param samp_unc     1: the sum of each row, of a sampled one the number of its samples, becomes its
+ *                      experience, and rows that are all zero become uniform with experience 0;
  *                      0: it does not, and rows that are all zero are made uniform (5573 for others)
  *  @param add_exist    true: samples are added to those that the table stands for already (probability
  *                      times experience, or one sample where there is no experience)

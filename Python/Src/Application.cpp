@@ -319,11 +319,13 @@ void BindSettings(AppClass& cls)
             "Asks long operations of all threads to stop; stays set until it is set to False.");
     DefFlag(cls, "FindingChecking", GetFindingChecking_vx, SetFindingChecking_vx,
             "Whether findings are checked against the model when they are entered.");
+    DefFlag(cls, "InheritInFirstPass", GetInheritInFirstPass_vx, SetInheritInFirstPass_vx,
+            "Whether the statements that a node of a file inherits from define nodes come before its own.");
     DefFlag(cls, "ReproducibleRandom", GetReproducibleRandom_vx, SetReproducibleRandom_vx,
             "Whether seeding from the clock counts from 0 instead.");
-    DefChar(cls, "CaseFileDelimChar", SetCaseFileDelimChar_vx,
+    DefChar(cls, "CaseFileDelimiter", SetCaseFileDelimChar_vx,
             "The character between entries of case files that are written: ',', ' ' or '\\t'.");
-    DefChar(cls, "MissingDataChar", SetMissingDataChar_vx,
+    DefChar(cls, "CaseFileMissingDataSymbol", SetMissingDataChar_vx,
             "The character for 'not known' in case files: '*', '?', '-', ' ' or ''.");
     cls.def_property(
         "AppWindowPosition",

@@ -179,7 +179,20 @@ void SetStateNames(const Node& self, const py::object& states)
             first = false;
         }
     }
-    Run(self, [&](node_bn* node) { SetNodeStateNames_bn(node, names.c_str()); });
+    Run(self, [&](node_bn* node) {
+        if (names.empty())
+            RemoveNodeStateNames_bn(node, EVERY_STATE);
+        else
+            SetNodeStateNames_bn(node, names.c_str());
+    });
+}
+
+void SetStateName(node_bn* node, state_bn state, const char* name)
+{
+    if (name == nullptr || *name == '\0')
+        RemoveNodeStateNames_bn(node, state);
+    else
+        SetNodeStateName_bn(node, state, name);
 }
 
 void AddStates(const Node& self, int first, const OptionalText& names, int count, double cpt_fill)
@@ -199,8 +212,8 @@ void BindStates(NodeClass& cls)
     cls.def_property("StateNames", StateNames, SetStateNames,
                      "Names of all states, '#0' and so on for those without. Setting takes a list, or names "
                      "separated\nby commas; None removes them.");
-    DefStateText(cls, "StateName", GetNodeStateName_bn, SetNodeStateName_bn,
-                 "The name of a state, '' if it has none.");
+    DefStateText(cls, "StateName", GetNodeStateName_bn, SetStateName,
+                 "The name of a state, '' if it has none; None removes it.");
     DefStateText(cls, "StateTitle", GetNodeStateTitle_bn, SetNodeStateTitle_bn, "The title of a state.");
     DefStateText(cls, "StateComment", GetNodeStateComment_bn, SetNodeStateComment_bn,
                  "The comment of a state.");

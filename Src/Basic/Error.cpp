@@ -75,6 +75,14 @@ ErrorGroup& Group()
     return group;
 }
 
+constexpr int kDroppingNumber = -5623;  // the record that tells of records dropped
+
+// Whether a record goes before those of errors when there are too many.
+bool IsDroppable(const report_vx& record)
+{
+    return record.severity < ERROR_SEV && record.number != kDroppingNumber;
+}
+
 // The list is linked both ways: a record in the middle goes when an environment closes.
 void Unlink(ErrorGroup& group, report_vx* record)
 {
@@ -82,7 +90,7 @@ void Unlink(ErrorGroup& group, report_vx* record)
     (record->older ? record->older->newer : group.oldest) = record->newer;
     record->newer = record->older = nullptr;
     --group.count;
-    if (record->severity < ERROR_SEV) --group.num_droppable;
+    if (IsDroppable(*record)) --group.num_droppable;
 }
 
 void LinkNewest(ErrorGroup& group, report_vx* record)
@@ -92,7 +100,7 @@ void LinkNewest(ErrorGroup& group, report_vx* record)
     (group.newest ? group.newest->newer : group.oldest) = record;
     group.newest = record;
     ++group.count;
-    if (record->severity < ERROR_SEV) ++group.num_droppable;
+    if (IsDroppable(*record)) ++group.num_droppable;
 }
 
 // Gives a record and its sub-errors back. The preallocated record stays, marked as deleted.
@@ -215,12 +223,14 @@ report_vx* UseMemoryRecord(const char* text, Severity severity) noexcept
     return record;
 }
 
-// Keeps the list within its limit: the oldest record below "error" goes, else the oldest.
+// Keeps the list within its limit: the oldest record below "error" goes, else the oldest.  The record that
+// tells of this stays.
 void DropOldest(ErrorGroup& group) noexcept
 {
     report_vx* victim = group.oldest;
-    while (victim && victim->severity >= ERROR_SEV && group.num_droppable > 0) victim = victim->newer;
-    Remove(group, victim && victim->severity < ERROR_SEV ? victim : group.oldest);
+    while (group.num_droppable > 0 && victim->newer && !IsDroppable(*victim)) victim = victim->newer;
+    if (victim->number == kDroppingNumber && victim->newer) victim = victim->newer;
+    Remove(group, victim);
 }
 
 // A record with the function, environment and thread of the running call; not yet in a list. Sub-errors hang
@@ -504,9 +514,9 @@ void SetSeverity(report_vx& report, Severity severity) noexcept
 {
     ErrorGroup& group = Group();
     std::lock_guard guard(ListMutex());
-    if (report.parent == nullptr && IsLive(&report, ERRLOG_TYPE))
-        group.num_droppable += int(severity < ERROR_SEV) - int(report.severity < ERROR_SEV);
+    const bool was_droppable = IsDroppable(report);
     report.severity = severity;
+    if (report.parent == nullptr) group.num_droppable += int(IsDroppable(report)) - int(was_droppable);
 }
 
 void ClearReport(report_vx* report) noexcept

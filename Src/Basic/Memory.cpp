@@ -8,6 +8,8 @@
 #include <cstdarg>
 #include <cstdlib>
 
+#include "Basic/MemoryAllowance.h"
+
 namespace talora {
 
 namespace {
@@ -20,6 +22,7 @@ double DefaultLimit()
 
 std::atomic<int64_t> in_use{0};
 std::atomic<double> limit{DefaultLimit()};
+thread_local bool is_allowed_all = false;
 
 }  // namespace
 
@@ -43,11 +46,21 @@ double MemoryAvailable()
     return std::max(0.0, MemoryLimit() - double(MemoryInUse()));
 }
 
+MemoryAllowance::MemoryAllowance(bool is_given) noexcept : before_(is_allowed_all)
+{
+    is_allowed_all = is_allowed_all || is_given;
+}
+
+MemoryAllowance::~MemoryAllowance()
+{
+    is_allowed_all = before_;
+}
+
 // Counts first and takes back on excess, so that threads at the same time cannot pass the limit together.
 void TakeMemory(size_t bytes)
 {
     const int64_t after = in_use.fetch_add(int64_t(bytes), std::memory_order_relaxed) + int64_t(bytes);
-    if (double(after) <= MemoryLimit()) return;
+    if (double(after) <= MemoryLimit() || is_allowed_all) return;
     ReturnMemory(bytes);
     throw std::bad_alloc();
 }
@@ -60,7 +73,7 @@ void ReturnMemory(size_t bytes) noexcept
 // A look ahead for a message that names the work; whether there really is memory shows when it is taken.
 void CheckMemory(double bytes, const char* format, ...)
 {
-    if (bytes <= MemoryAvailable()) return;
+    if (bytes <= MemoryAvailable() || is_allowed_all) return;
     va_list values;
     va_start(values, format);
     FailOutOfMemoryV(format, values);

@@ -163,12 +163,20 @@ void Tokenizer::SkipComment()
     if (start[1] == '*') {
         const std::string_view rest(at_, static_cast<size_t>(end_ - at_));
         const size_t close = rest.find("*/");
-        if (close == std::string_view::npos) FailAt<4091>(PlaceOf(static_cast<size_t>(start - begin_)));
+        if (close == std::string_view::npos) {
+            const FilePlace place = PlaceOf(static_cast<size_t>(start - begin_));
+            if (is_skipping_) FailAt<4093>(place);
+            FailAt<4091>(place);
+        }
         at_ += close + 2;
         return;
     }
     for (int depth = 1; depth > 0;) {
-        if (at_ >= end_) FailAt<4092>(PlaceOf(static_cast<size_t>(start - begin_)));
+        if (at_ >= end_) {
+            const FilePlace place = PlaceOf(static_cast<size_t>(start - begin_));
+            if (is_skipping_) FailAt<4094>(place);
+            FailAt<4092>(place);
+        }
         if (at_[0] == '/' && at_[1] == '#') {
             if (++depth > kMaxCommentDepth) FailAt<3339>(PlaceOf(At()));
             at_ += 2;
@@ -303,6 +311,21 @@ bool ParseFloat(std::string_view text, float& value)
     return ParseNumber(text, value);
 }
 
+namespace {
+
+// A number as it should be written, but beyond what can be kept.
+bool IsOutOfRange(std::string_view word)
+{
+    if (word.starts_with('+')) word.remove_prefix(1);
+    double value;
+    const auto result = std::from_chars(word.data(), word.data() + word.size(), value);
+    return !word.empty() && result.ptr == word.data() + word.size() &&
+           (result.ec == std::errc::result_out_of_range ||
+            word.find_first_not_of("-0123456789") == std::string_view::npos);
+}
+
+}  // namespace
+
 // Raises the error that fits: a character beyond ASCII (with its code), a malformed number, or no number at
 // all.
 void Tokenizer::FailNumber(std::string_view word)
@@ -322,6 +345,7 @@ void Tokenizer::FailNumber(std::string_view word)
     }
     // 2. Else what stands there.
     const std::string shown(word.empty() ? PeekText() : std::string(word.substr(0, 40)));
+    if (IsOutOfRange(word)) FailAt<4134>(Place(), shown.c_str());
     const char first = shown.empty() ? ' ' : shown[0];
     if (IsDigit(first) || first == '+' || first == '-' || first == '.') FailAt<4001>(Place(), shown.c_str());
     FailAt<4002>(Place(), shown.c_str());
@@ -397,6 +421,17 @@ const char* StringEnd(const char* at, const char* end)
 // For fields that are not known: up to the semicolon or brace that ends the statement.
 void Tokenizer::SkipValue()
 {
+    Skip(nullptr);
+}
+
+void Tokenizer::SkipObject(std::string_view next_word)
+{
+    Skip(&next_word);
+}
+
+void Tokenizer::Skip(const std::string_view* next_word)
+{
+    const Skipping skipping(*this);
     // Only the depth is kept: brackets of one kind may close those of another in what is skipped.
     int depth = 0;
     for (;;) {
@@ -413,8 +448,10 @@ void Tokenizer::SkipValue()
             if (++depth > kMaxBrackets) FailAt<4104>(PlaceOf(At()), kMaxBrackets);
         } else if ((c == ')' || c == '}') && depth > 0) {
             --depth;
+            if (next_word != nullptr && depth == 0 && c == '}') return void(++at_);
         }
         const char* const word_end = WordEnd(at_, end_);
+        if (next_word != nullptr && depth == 0 && std::string_view(at_, word_end) == *next_word) return;
         at_ = word_end > at_ ? word_end : at_ + 1;
     }
 }
@@ -422,6 +459,7 @@ void Tokenizer::SkipValue()
 // Braces are counted outside of strings and comments; the block is read later by its own reader.
 std::string_view Tokenizer::ReadBody(const char* what)
 {
+    const Skipping skipping(*this);
     const size_t start = At();
     for (int depth = 0;;) {
         const char c = Peek();

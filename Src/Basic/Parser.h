@@ -67,11 +67,23 @@ public:
     // Reads on to the semicolon, comma-free end or closing bracket that ends the value which begins
     // here, past balanced brackets, strings and comments; the ending character stays unread.
     void SkipValue();
+    // The same for an object of unknown kind, which ends with its block; and before a word that begins the
+    // next one.
+    void SkipObject(std::string_view next_word);
     // The body of a braced block whose '{' was just read, as it stands; reads the closing brace.
     // @param what  names the block in the message when it does not end
     std::string_view ReadBody(const char* what);
 
 private:
+    // While a value is skipped, for the messages of comments in it.
+    struct Skipping {
+        explicit Skipping(Tokenizer& tokenizer) : of(tokenizer) { of.is_skipping_ = true; }
+        ~Skipping() { of.is_skipping_ = false; }
+        Skipping(const Skipping&) = delete;
+        Skipping& operator=(const Skipping&) = delete;
+        Tokenizer& of;
+    };
+    void Skip(const std::string_view* next_word);
     void SkipComment();
     [[noreturn]] void FailNumber(std::string_view word);
 
@@ -80,6 +92,7 @@ private:
     const char* at_;
     const char* token_;
     const char* file_;
+    bool is_skipping_ = false;
     std::vector<int64_t> lines_;  // lines_[i]: line breaks before byte i * kLineBlock, as far as needed yet
 };
 

@@ -89,7 +89,9 @@ int InitTalora2_bn(environ_vx* env, char* mesg)
 
 int CloseTalora_bn(environ_vx* env, char* mesg)
 {
+    if (env == nullptr) env = DefaultEnviron();
     return CallLifeCycle(__func__, env, mesg, -1, [&] {
+        if (env == nullptr) Fail<7204>();
         if (!IsLive(env, ENVIRON_TYPE)) Fail<5635>(kProduct);
         if (ThisThread().depth > 1) Fail<5648>(kProduct);
         const EnvironLocks locks(env);
@@ -287,6 +289,35 @@ void SetMessageHandler_vx(environ_vx* env, message_handler_vx handler, void* dat
     CallEnviron(__func__, env, [&](environ_vx& e) { e.message_handler.Set(handler, data); });
 }
 
+namespace {
+
+template <class Function>
+Function GetHandler(const char* name, environ_vx* env, Handler<Function> environ_vx::*handler, void** data)
+{
+    return CallEnviron(name, env, static_cast<Function>(nullptr), [&](environ_vx& e) {
+        const auto set = (e.*handler).Get();
+        if (data != nullptr) *data = set.data;
+        return set.function;
+    });
+}
+
+}  // namespace
+
+question_handler_vx GetQuestionHandler_vx(environ_vx* env, void** data)
+{
+    return GetHandler(__func__, env, &environ_vx::question_handler, data);
+}
+
+progress_handler_vx GetProgressHandler_vx(environ_vx* env, void** data)
+{
+    return GetHandler(__func__, env, &environ_vx::progress_handler, data);
+}
+
+message_handler_vx GetMessageHandler_vx(environ_vx* env, void** data)
+{
+    return GetHandler(__func__, env, &environ_vx::message_handler, data);
+}
+
 // No frame and no lock: called from signal handlers while the environment is in use.
 void SetHaltFlag_vx(environ_vx* env, bool_vx halt)
 {
@@ -308,6 +339,16 @@ void SetFindingChecking_vx(environ_vx* env, bool_vx check)
 bool_vx GetFindingChecking_vx(environ_vx* env)
 {
     return CallEnviron(__func__, env, 0, [](environ_vx& e) { return e.check_findings.load(); });
+}
+
+void SetInheritInFirstPass_vx(environ_vx* env, bool_vx inherit)
+{
+    CallEnviron(__func__, env, [&](environ_vx& e) { e.inherit_in_first_pass = inherit != 0; });
+}
+
+bool_vx GetInheritInFirstPass_vx(environ_vx* env)
+{
+    return CallEnviron(__func__, env, 0, [](environ_vx& e) { return e.inherit_in_first_pass.load(); });
 }
 
 int TestFaultRecovery_vx(environ_vx* env, const char* test)

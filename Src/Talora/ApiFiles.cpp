@@ -91,6 +91,7 @@ net_bn* ReadNet_bn(stream_vx* stream, int control)
             Fail<5177>(control, NO_VISUAL_INFO, NO_WINDOW, MINIMIZED_WINDOW, REGULAR_WINDOW);
         ReadNetOptions options;
         options.keep_visual = control != NO_VISUAL_INFO;
+        options.inherit_in_first_pass = stream->env->inherit_in_first_pass;
         return ReadNet(*stream, options);
     });
 }

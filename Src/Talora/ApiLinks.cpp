@@ -3,6 +3,7 @@
 #include <charconv>
 #include <cmath>
 
+#include "BN/Equations/EqnRename.h"
 #include "BN/Model/BnBasicOps1.h"
 #include "BN/Model/BnEdit.h"
 #include "Basic/Names.h"
@@ -101,7 +102,9 @@ void SetNodeInputName_bn(node_bn* node, int parent_index, const char* name)
         std::vector<Link> links = node->links;
         links[parent_index].input_name = text;
         ReserveLinks(*node, links);
+        const EquationsWithNames equations(*node, false);
         Change(*node, node->links, std::move(links), NO_EFFECT, "name link");
+        equations.Follow(text.c_str());
     });
 }
 

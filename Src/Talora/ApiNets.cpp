@@ -19,8 +19,9 @@ net_bn* NewNet_bn(const char* name, environ_vx* env)
 
 void DeleteNet_bn(net_bn* net)
 {
-    if (net == nullptr) return;
-    CallApi(__func__, net, [&] { DeleteNet(net); });
+    CallApi(__func__, net, [&] {
+        if (net != nullptr) DeleteNet(net);
+    });
 }
 
 net_bn* CopyNet_bn(const net_bn* net, const char* new_name, environ_vx* env, const char* options)

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <iterator>
 
+#include "BN/Equations/EqnRename.h"
 #include "BN/Model/BnBasicOps1.h"
 #include "BN/Model/BnEdit.h"
 #include "BN/Model/EnumWords.h"
@@ -64,7 +65,12 @@ net_bn* GetNodeNet_bn(const node_bn* node)
 
 void SetNodeName_bn(node_bn* node, const char* name)
 {
-    CallApi(__func__, node, [&] { RenameNode(*node, NameArgument(name, "name", true)); });
+    CallApi(__func__, node, [&] {
+        const std::string new_name = NameArgument(name, "name", true);
+        const EquationsWithNames equations(*node, true);
+        RenameNode(*node, new_name);
+        equations.Follow(new_name.c_str());
+    });
 }
 
 const char* GetNodeName_bn(const node_bn* node)

@@ -1,4 +1,5 @@
 // Interface functions: states and levels of nodes.
+#include "BN/Equations/EqnRename.h"
 #include "BN/Model/BnBasicOps1.h"
 #include "BN/Model/BnEdit.h"
 #include "Basic/Names.h"
@@ -27,6 +28,20 @@ std::string StateLabel(const Node& node, int state)
     return StateWord(node, state);
 }
 
+// What is passed to name states; its problems are told with the argument's name where it is wide.
+std::string StateNameArgument(const char* name, const char* argument, bool is_list)
+{
+    if (name == nullptr && CheckingLevel() >= CHECK_HANDLES) Fail<5114>();
+    std::string text = NarrowText(name);
+    if (text.empty() && CheckingLevel() >= CHECK_HANDLES) Fail<5142>();
+    if (name == nullptr || !IsWide(name)) return text;
+    std::string reason;
+    for (const std::string& each : is_list ? SplitNames(text) : std::vector<std::string>{text})
+        if (CheckNarrowName(each, false, &reason) != 0)
+            Fail<5118>(("in argument '" + std::string(argument) + "', ").c_str(), reason.c_str());
+    return text;
+}
+
 }  // namespace
 
 int GetNodeNumberStates_bn(const node_bn* node)
@@ -36,12 +51,34 @@ int GetNodeNumberStates_bn(const node_bn* node)
 
 void SetNodeStateName_bn(node_bn* node, state_bn state, const char* state_name)
 {
-    CallApi(__func__, node, [&] { SetStateName(*node, state, TextArgument(state_name)); });
+    CallApi(__func__, node, [&] {
+        const std::string name = StateNameArgument(state_name, "state_name", false);
+        const EquationsWithNames equations(*node, true);
+        SetStateName(*node, state, name);
+        equations.Follow(name.c_str());
+    });
 }
 
 void SetNodeStateNames_bn(node_bn* node, const char* state_names)
 {
-    CallApi(__func__, node, [&] { SetStateNames(*node, SplitNames(TextArgument(state_names))); });
+    CallApi(__func__, node, [&] {
+        const std::string names = StateNameArgument(state_names, "state_names", true);
+        const EquationsWithNames equations(*node, true);
+        SetStateNames(*node, SplitNames(names));
+        equations.Follow(names.c_str());
+    });
+}
+
+void RemoveNodeStateNames_bn(node_bn* node, state_bn state)
+{
+    CallApi(__func__, node, [&] {
+        const EquationsWithNames equations(*node, true);
+        if (state == EVERY_STATE)
+            SetStateNames(*node, {});
+        else
+            SetStateName(*node, state, "");
+        equations.Follow("#");
+    });
 }
 
 const char* GetNodeStateName_bn(const node_bn* node, state_bn state)
@@ -102,7 +139,9 @@ void AddNodeStates_bn(node_bn* node, state_bn first_state, const char* state_nam
                       double cpt_fill)
 {
     CallApi(__func__, node, [&] {
+        const EquationsWithNames equations(*node, true);
         AddStates(*node, first_state, SplitNames(TextArgument(state_names)), num_states, cpt_fill);
+        equations.Follow("#");
     });
 }
 

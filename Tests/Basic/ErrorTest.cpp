@@ -132,6 +132,7 @@ TEST_F(ErrorTest, TheOldestBelowErrorGoFirst)
     for (int i = 0; i < kMaxRecordsPerThread + 10; ++i) Report({.number = 9012}, "%d", i);
     EXPECT_EQ(CountReports(), kMaxRecordsPerThread);
     EXPECT_EQ(FindReport(nullptr, NULL_SEV, 9010, nullptr), nullptr) << "when all are errors the oldest go";
+    EXPECT_NE(FindReport(nullptr, NULL_SEV, 5623, nullptr), nullptr) << "but not what tells of it";
 }
 
 TEST_F(ErrorTest, ThreadsDoNotSeeOneAnother)

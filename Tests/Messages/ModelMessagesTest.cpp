@@ -35,6 +35,29 @@ TEST_F(ModelMessages, OfRemoteEnvironments)
     EXPECT_EQ(Newest(), 5631) << "after it is closed";
 }
 
+// NULL is the default environment; without one there is nothing to close.
+TEST(CloseTest, ClosesTheDefaultEnvironment)
+{
+    environ_vx* env = NewTaloraEnviron_vx("other", nullptr);
+    char mesg[MESG_LEN_vx];
+    ASSERT_GE(InitTalora2_bn(env, mesg), 0);
+    ASSERT_EQ(GetDefaultEnviron_vx(), env);
+    int number = 0;
+    SetMessageHandler_vx(
+        env, [](environ_vx*, const char*, const report_vx*, void*) { return 1; }, &number);
+    void* data = nullptr;
+    EXPECT_NE(GetMessageHandler_vx(env, &data), nullptr);
+    EXPECT_EQ(data, &number);
+    EXPECT_EQ(GetQuestionHandler_vx(env, &data), nullptr);
+    EXPECT_EQ(GetProgressHandler_vx(env, nullptr), nullptr);
+    EXPECT_EQ(CloseTalora_bn(nullptr, mesg), 0) << mesg;
+    if (GetDefaultEnviron_vx() == nullptr) {
+        EXPECT_LT(CloseTalora_bn(nullptr, mesg), 0);
+        EXPECT_NE(std::strstr(mesg, "NULL or damaged environ_vx passed"), nullptr) << mesg;
+    }
+    ClearErrors_vx(nullptr, INTERNAL_SEVERITY);
+}
+
 TEST_F(ModelMessages, OfSettings)
 {
     ExpectRaised({
@@ -44,7 +67,7 @@ TEST_F(ModelMessages, OfSettings)
         {5642, [&] { ExecuteScript_vx(env_, "run"); }},
         {5643, [&] { SetAppWindowPosition_vx(env_, 0, 0, 1, 1, "Tiny"); }},
         {5630, [&] { InitTalora2_bn(env_, nullptr); }},
-        {5635, [&] { CloseTalora_bn(nullptr, nullptr); }},
+        {5635, [&] { CloseTalora_bn(reinterpret_cast<environ_vx*>(net_), nullptr); }},
         {5645, [&] { NewError_vx(env_, 1, 77, "x"); }},
         {5646, [&] { SetReportLimit_vx(env_, -1); }},
         {5647, [&] { SetRepeatMode_vx(env_, 9); }},
@@ -227,6 +250,20 @@ TEST_F(ModelMessages, OfCompiling)
          }},
         {6007, [&] { SetNodeKind_bn(Add("U", 0), UTILITY_NODE), CompileNet_bn(net_); }},
         {6009, [&] { listen(), CompileNet_bn(net_); }},
+        // 67 million entries, but one column under the finding.
+        {7201,
+         [&] {
+             node_bn *large = Add("L", 8200), *wide = Add("W", 8200);
+             AddLink_bn(large, wide);
+             EnterFinding_bn(large, 0);
+             CompileNet_bn(net_);
+             SetQuestionHandler_vx(
+                 env_, [](environ_vx*, const char*, const char*, const char*, void*) { return 2; }, nullptr);
+             RetractNodeFindings_bn(large);
+             GetNodeBeliefs_bn(wide);
+             EXPECT_NE(GetError_vx(env_, ERROR_SEVERITY, -6013, nullptr), nullptr)
+                 << "the question is put again";
+         }},
         {6012,
          [&] {
              SetNetAutoUpdate_bn(net_, BELIEF_UPDATE);

@@ -85,10 +85,6 @@ void EquationDepth(environ_vx* env, int64_t n)
 {
     Calculate(env, Repeated("-", n - 1) + "(1)");
 }
-void EquationArguments(environ_vx* env, int64_t n)
-{
-    Calculate(env, "max (" + Repeated("1, ", n - 1) + "1)");
-}
 void CaseColumns(environ_vx* env, int64_t n)
 {
     ReadCases(env, "a" + Repeated(",x", n - 1) + "\n#0" + Repeated(",1", n - 1) + "\n");
@@ -126,7 +122,6 @@ TEST(LimitsTest, HoldAtTheLimitAndRefuseBeyond)
         {"brackets that are skipped", kMaxBrackets, 4104, Brackets},
         {"text of an equation", kMaxEqnText, 6402, EquationText},
         {"depth of an equation", kMaxEqnDepth, 6401, EquationDepth},
-        {"arguments in an equation", kMaxEqnArguments, 2325, EquationArguments},
         {"columns of a case file", kMostCaseColumns, 6556, CaseColumns},
         {"entry of a case file", int64_t(kLongestCaseEntry), 6557, CaseEntry},
         {"edges of the bins of a test", kMaxGivenBins, 6740, BinEdges},

@@ -6,6 +6,7 @@
 
 #include "BN/Model/BnEdit.h"
 #include "BN/Model/BnProbs.h"
+#include "Basic/MemoryAllowance.h"
 #include "Basic/Progress.h"
 #include "Basic/RandomNum.h"
 #include "Basic/Text.h"
@@ -317,7 +318,9 @@ double MeanOfSamples(Builder& b)
         DrawParents(b);
         sum += CheckValue(b, RunEquation(b), -1);
     }
-    return FromIeee(CheckValue(b, sum / sample, -1));
+    const double mean = CheckValue(b, sum / sample, -1);
+    if (HasStates(b.node)) StateOfResult(b, mean);  // there must be one
+    return FromIeee(mean);
 }
 
 // What the row holds already as counts, to add to; zeros where it holds nothing.
@@ -431,19 +434,23 @@ std::string BytesText(double bytes)
     FailWith<6407>(OUT_OF_MEMORY_CND, node.name.c_str());
 }
 
-// The user decides about a table that does not fit into the memory limit.
-void AskForMemory(const Node& node, double bytes)
+// The user decides about a table that does not fit into the memory limit.  @return whether to go over it;
+// where nobody can be asked the limit holds
+bool AskForMemory(const Node& node, double bytes)
 {
-    if (bytes <= MemoryAvailable() || node.net->env->always_try_large) return;
+    if (bytes <= MemoryAvailable()) return false;
+    if (node.net->env->always_try_large) return true;
+    if (!node.net->env->question_handler.IsSet()) return false;
     const std::string question = "Do you want to continue generating the table for node '" + node.name +
                                  "' even though it will require " + BytesText(bytes) + "?";
     const int answer = AskQuestion(question.c_str(), "Yes,Always Try,No", "Yes");
     if (answer == 1) node.net->env->always_try_large = true;
     if (answer == 2) FailTooLarge(node);
+    return true;
 }
 
-// A CPT is limited as every CPT is; tables of states and values by their rows.
-void CheckTableSize(const Builder& b)
+// @return whether memory may be taken over the limit
+bool CheckTableSize(const Builder& b)
 {
     if (b.target != Target::PROBS) {
         if (NumRows(b.node) > kMaxTableEntries) FailTooLarge(b.node);
@@ -455,7 +462,7 @@ void CheckTableSize(const Builder& b)
     } catch (const Unwind&) {
         Fail<2284>(b.node.name.c_str());
     }
-    AskForMemory(b.node, TableEntries(b.node) * sizeof(float));
+    return AskForMemory(b.node, TableEntries(b.node) * sizeof(float));
 }
 
 // Keeps a table of the kind wanted where something is to be added to it, else makes an empty one.
@@ -533,8 +540,9 @@ int64_t NormalizeRows(Builder& b, int64_t num_rows)
     return num_uniform;
 }
 
-// Sampled counts as probabilities with the number of samples as experience.
-void SetExperiences(Builder& b, int64_t filled)
+// Counts as probabilities, with their sums as experience.  A row without any is uniform if it is the last
+// word.
+void SetExperiences(Builder& b, int64_t filled, bool fills_empty)
 {
     const int num_states = NumStates(b.node);
     if (b.tables.experience.empty())
@@ -543,10 +551,10 @@ void SetExperiences(Builder& b, int64_t filled)
         double sum = 0;
         for (int state = 0; state < num_states; ++state) sum += b.tables.probs[row * num_states + state];
         b.tables.experience[row] = sum;
-        if (sum <= 0) continue;
+        if (sum <= 0 && !fills_empty) continue;
         for (int state = 0; state < num_states; ++state) {
             float& entry = b.tables.probs[row * num_states + state];
-            entry = static_cast<float>(entry / sum);
+            entry = static_cast<float>(sum > 0 ? entry / sum : 1.0 / num_states);
         }
     }
 }
@@ -567,14 +575,19 @@ void TellOfUniformRows(const Builder& b, int64_t num_uniform, int64_t num_rows)
 Builder MakeBuilder(Node& node, int num_samples)
 {
     Equation eqn = NodeEquation(node);
-    EqnProgram program = CompileEquation(eqn);
+    EqnProgram program;
+    try {
+        program = CompileEquation(eqn);
+    } catch (const std::bad_alloc&) {
+        FailWith<3406>(OUT_OF_MEMORY_CND);
+    }
     EqnScratch scratch(eqn);
     Builder b{node, std::move(eqn), std::move(program), std::move(scratch)};
     b.num_samples = num_samples;
     b.integrable = !b.Output().discrete && IsIntegrable(b.eqn);
     b.values.resize(b.eqn.variables.size());
     b.stack.resize(b.program.stack_size);
-    b.arguments.resize(kMaxEqnArguments);
+    b.arguments.resize(size_t(b.eqn.Root().num_children) + 1);
     b.states.resize(node.links.size());
     for (const int source : b.eqn.sources) b.links.push_back(source - 1);
     randgen_vx* const own = node.net->random_gen;
@@ -623,13 +636,14 @@ void EquationToTable(Node& node, int num_samples, bool keep_counts, bool add)
     CheckThresholds(b);
     PrepareDraws(b);
     ChooseTarget(b);
-    CheckTableSize(b);
+    const MemoryAllowance allowance(CheckTableSize(b));
     AllocateTable(b, add);
     const int64_t num_rows = static_cast<int64_t>(NumRows(node));
     const int64_t filled = FillRows(b, num_rows);
     int64_t num_uniform = 0;
     if (b.target == Target::PROBS) {
-        if (b.sampled && (keep_counts || !b.tables.experience.empty())) SetExperiences(b, filled);
+        if (keep_counts || (b.sampled && !b.tables.experience.empty()))
+            SetExperiences(b, filled, keep_counts);
         if (!keep_counts) num_uniform = NormalizeRows(b, filled);
     }
     Change(node, node.tables, std::move(b.tables), RETABLES, "build table from equation");

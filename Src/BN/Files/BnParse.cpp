@@ -119,8 +119,8 @@ Net* NetReader::Read()
                          word.empty() ? text.PeekText().c_str() : std::string(word).c_str(), "DNET");
         if (word == "bnet") break;
         WarnAt<3341>(text.Place(), std::string(word).c_str());
-        text.SkipValue();
-        if (!text.TryRead(';')) text.TryRead('}');
+        text.SkipObject("bnet");
+        if (!text.TryRead(';') && !text.TryRead('}') && !text.AtEnd()) FailAt<2915>(text.PlaceOf(text.At()));
     }
     ReadBnet();
     if (!text.TryRead(';')) FailAt<2914>(text.PlaceOf(text.At()), "bnet", net_->name.c_str());
@@ -172,7 +172,9 @@ void NetReader::ReadStatement(std::string_view word, size_t word_at)
         WarnAt<2923>(text.PlaceOf(word_at), keyword);
         text.SkipValue();
     } else if (kNetFields[index].read == nullptr) {
+        text.context = ", while reading field `" + std::string(keyword) + "` of net '" + net_->name + "'";
         WarnAt<2943>(text.PlaceOf(word_at), keyword, "net");
+        text.context.clear();
         text.SkipValue();
     } else if (field == NET_ELIMORDER && !InSecondPass()) {
         net_fields_read_[index] = true;
@@ -184,7 +186,7 @@ void NetReader::ReadStatement(std::string_view word, size_t word_at)
         kNetFields[index].read(*this);
         text.context.clear();
     }
-    NeedPunctuation(';', 2926, keyword);
+    NeedSemicolonAfter(keyword);
 }
 
 void NetReader::ReadObject(std::string_view word, size_t word_at)
@@ -207,12 +209,14 @@ void NetReader::ReadObject(std::string_view word, size_t word_at)
     text.TryRead(';');
 }
 
-void NetReader::NeedPunctuation(char punctuation, int number, const char* keyword)
+void NetReader::NeedSemicolonAfter(const char* keyword)
 {
-    if (text.TryRead(punctuation)) return;
-    const FilePlace place = text.PlaceOf(text.At());
-    if (number == 2926) FailAt<2926>(place, keyword);
-    FailAt<2925>(place, keyword);
+    if (!text.TryRead(';')) FailAt<2926>(text.PlaceOf(text.At()), keyword);
+}
+
+void NetReader::NeedSemicolonAtEnd(const char* what, const std::string& name)
+{
+    if (!text.TryRead(';')) FailAt<2925>(text.PlaceOf(text.At()), what, name.c_str());
 }
 
 void NetReader::SkipUnknown(std::string_view word, size_t word_at, const char* owner)
@@ -277,6 +281,7 @@ void NetReader::ReadSection(Description& description, bool visual)
 {
     const char* const keyword = visual ? "visual" : "user";
     std::string name = ReadName(keyword);
+    const std::string section_name = name;
     if (!text.TryRead('{')) FailAt<2916>(text.PlaceOf(text.At()), keyword);
     const size_t body_at = text.At();
     const std::string_view body = text.ReadBody(keyword);
@@ -293,7 +298,7 @@ void NetReader::ReadSection(Description& description, bool visual)
         AddSection(description.user_name, description.user_section, std::move(name), body, keyword);
     }
     text.GoTo(end);
-    NeedPunctuation(';', 2925, keyword);
+    NeedSemicolonAtEnd(keyword, section_name);
 }
 
 // ---- Nodes ----
@@ -352,7 +357,7 @@ void NetReader::ReadNodeBlock(NodeReader& reader)
     if (!options_.inherit_in_first_pass) Inherit(reader);
     EndNode(reader);
     text.GoTo(end);
-    NeedPunctuation(';', 2925, title.c_str());
+    NeedSemicolonAtEnd("node", reader.node.name);
 }
 
 void NetReader::ReadNodeStatement(NodeReader& reader, std::string_view word, size_t word_at)
@@ -367,7 +372,10 @@ void NetReader::ReadNodeStatement(NodeReader& reader, std::string_view word, siz
     const NodeFieldDef& def = kNodeFields[field];
     if (!text.TryRead('=')) FailAt<2922>(text.PlaceOf(word_at), def.keyword);
     if (def.read == nullptr) {
+        text.context =
+            ", while reading field `" + std::string(def.keyword) + "` of node '" + reader.node.name + "'";
         WarnAt<3021>(text.PlaceOf(word_at), def.keyword, "node");
+        text.context.clear();
         text.SkipValue();
     } else if (IsRepeated(reader, field)) {
         text.SkipValue();
@@ -375,7 +383,7 @@ void NetReader::ReadNodeStatement(NodeReader& reader, std::string_view word, siz
         if (field == NODE_PARENTS && reader.visual_seen) WarnAt<2932>(text.PlaceOf(word_at), "visual");
         ReadNodeField(reader, field);
     }
-    NeedPunctuation(';', 2926, def.keyword);
+    NeedSemicolonAfter(def.keyword);
 }
 
 // Whether a statement must be skipped because its field is settled; says so.
@@ -473,6 +481,8 @@ void NetReader::EndNode(NodeReader& reader)
     reader.block_ended = true;
     if (!reader.IsRead(NODE_DISCRETE) && reader.states_are_known) node.states.type = VarType::DISCRETE;
     TakeUp(reader);
+    if (node.states.type == VarType::CONTINUOUS && HasStates(node) && node.states.levels.empty())
+        FailAt<2942>(text.PlaceOf(text.At()), "levels", "node", reader.Name());
     // A node that says nothing of a variable is a note in the drawing.
     const auto given = [&](int field) {
         return reader.state[static_cast<size_t>(field)] != FieldState::NOT_GIVEN;
@@ -495,7 +505,7 @@ void NetReader::TakeUp(NodeReader& reader)
     for (const Statement& statement : statements) {
         text.GoTo(statement.value_at);
         ReadNodeField(reader, statement.field);
-        NeedPunctuation(';', 2926, kNodeFields[statement.field].keyword);
+        NeedSemicolonAfter(kNodeFields[statement.field].keyword);
         Poll();
     }
 }
@@ -532,7 +542,7 @@ void NetReader::ReadDefine()
             define.statements.push_back({field, text.At()});
         }
         text.SkipValue();
-        NeedPunctuation(';', 2926, std::string(word.substr(0, 40)).c_str());
+        NeedSemicolonAfter(std::string(word.substr(0, 40)).c_str());
         Poll();
     }
     // Statements of the bases go first: what a definition adds may hang on them.
@@ -541,7 +551,7 @@ void NetReader::ReadDefine()
         for (const Statement& statement : base->statements)
             if (!has(statement.field)) define.statements.push_back(statement);
     std::rotate(define.statements.begin(), define.statements.begin() + num_own, define.statements.end());
-    NeedPunctuation(';', 2925, title.c_str());
+    NeedSemicolonAtEnd("define node", define.name);
     std::string name = define.name;
     defines_.emplace(std::move(name), std::move(define));
 }

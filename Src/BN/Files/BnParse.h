@@ -124,7 +124,8 @@ private:
     void SkipUnknown(std::string_view word, size_t word_at, const char* owner);
     void SecondPass();
     void CheckNoCycle();
-    void NeedPunctuation(char punctuation, int number, const char* keyword);
+    void NeedSemicolonAfter(const char* keyword);                        // of a statement
+    void NeedSemicolonAtEnd(const char* what, const std::string& name);  // of an object
 
     const Stream& stream_;
     ReadNetOptions options_;

@@ -7,6 +7,7 @@
 #include "BN/Files/BnParse.h"
 #include "BN/Model/BnEdit.h"
 #include "Basic/Names.h"
+#include "BN/Model/Likelihood.h"
 
 namespace talora {
 
@@ -396,6 +397,8 @@ bool Delays(NodeReader& r)
     r.num_delays = static_cast<int>(vectors.size());
     if (!r.IsRead(NODE_PARENTS) && r.num_inputs >= 0 && r.num_inputs != r.num_delays)
         FailAt<2964>(t.Place(), r.num_delays, r.num_inputs);
+    // Input names that are still to come tell how many parents there should be.
+    if (!r.IsRead(NODE_PARENTS) && r.state[NODE_INPUTS] == FieldState::GIVEN) return true;
     NeedParents(r, "delays");
     std::vector<Link> links = r.node.links;
     if (vectors.size() != links.size()) FailAt<2937>(t.Place(), r.num_delays, static_cast<int>(links.size()));
@@ -426,11 +429,6 @@ bool ExperBase(NodeReader& r)
 // ---- Findings ----
 
 namespace {
-
-bool IsRuledOut(const NodeFinding& finding, int state)
-{
-    return !finding.likelihood.empty() && finding.likelihood[static_cast<size_t>(state)] == 0;
-}
 
 // The state that a word names: a name, or "#" and a number; UNDEF_STATE if none.
 int StateOfWord(const Node& node, std::string_view word)
@@ -472,14 +470,9 @@ void EnterRealValue(NodeReader& r, double value)
 void MultiplyIn(NodeReader& r, const std::vector<float>& likelihood)
 {
     NodeFinding& finding = r.node.finding;
-    if (finding.likelihood.empty()) finding.likelihood.assign(likelihood.size(), 1.0f);
-    bool possible = false;
-    for (size_t i = 0; i < likelihood.size(); ++i) {
-        finding.likelihood[i] *= likelihood[i];
-        const bool is_state = finding.state < 0 || static_cast<size_t>(finding.state) == i;
-        possible = possible || (is_state && finding.likelihood[i] > 0);
-    }
-    if (!possible) FailAt<4140>(r.Text().Place(), "node");
+    const bool possible = MultiplyIn(finding, likelihood.data(), static_cast<int>(likelihood.size()));
+    if (!possible || (finding.state >= 0 && IsRuledOut(finding, finding.state)))
+        FailAt<4140>(r.Text().Place(), "node");
 }
 
 }  // namespace

@@ -1,3 +1,4 @@
+// Compiling a net: checks, the graph, the order, the tree, and what is told of them.
 #include "BN/Inference/BnCompile.h"
 
 #include <algorithm>
@@ -15,6 +16,8 @@
 #include "BN/Order/OptimizeOrder.h"
 #include "BN/Propagation/TreeTables.h"
 #include "Basic/Error.h"
+#include "Basic/FloatMode.h"
+#include "Basic/Memory.h"
 #include "Basic/Progress.h"
 #include "Basic/Text.h"
 
@@ -37,19 +40,48 @@ void CheckHalt(const Net& net)
 
 // ---- The graph ----
 
+// Whether b can be reached from a along links of any kind.
+bool IsReached(const Node& a, const Node& b)
+{
+    std::vector<char> seen(a.net->nodes.nodes.size(), 0);
+    std::vector<const Node*> waiting = {&a};
+    while (!waiting.empty()) {
+        const Node* const node = waiting.back();
+        waiting.pop_back();
+        if (node == &b) return true;
+        for (const Node* child : node->children.nodes) {
+            if (seen[size_t(child->index)]) continue;
+            seen[size_t(child->index)] = 1;
+            waiting.push_back(child);
+        }
+    }
+    return false;
+}
+
+// Says why a net with delayed links, the first at this node, can't be compiled: a cycle through one of them,
+// else the delay.
+[[noreturn]] void FailDelayed(const Net& net, const Node& first)
+{
+    constexpr int kMostSearches = 64;  // the message is no worse without the cycle
+    int num_searches = 0;
+    for (const Node* node : net.nodes.nodes)
+        for (const Link& link : node->links)
+            if (IsDelayed(link) && num_searches++ < kMostSearches && IsReached(*node, *link.parent))
+                Fail<7200>(net.name.c_str(), link.parent->name.c_str(), node->name.c_str());
+    Fail<6001>(net.name.c_str(), first.name.c_str());
+}
+
 void CheckCompilable(const Net& net)
 {
     for (const Node* node : net.nodes.nodes) {
         if (IsDocumentation(*node) || node->kind == DISCONNECTED_NODE) continue;
         for (const Link& link : node->links) {
             const Node& parent = *link.parent;
-            if (IsDelayed(link)) Fail<6001>(net.name.c_str(), node->name.c_str());
+            if (IsDelayed(link)) FailDelayed(net, *node);
             if (!IsInTree(parent) && parent.kind != CONSTANT_NODE)
                 Fail<6002>(net.name.c_str(), parent.name.c_str(), node->name.c_str());
-            if (parent.kind == CONSTANT_NODE && HasStates(parent) && !node->tables.probs.empty() &&
-                ConstantState(parent) < 0)
-                Fail<6003>(net.name.c_str(), parent.name.c_str(), node->name.c_str());
         }
+        CheckConstantParents(*node);
     }
 }
 
@@ -80,6 +112,9 @@ void BuildGraph(const Net& net, CompiledNet& compiled)
     compiled.variable_of.assign(net.nodes.nodes.size(), -1);
     for (Node* node : net.nodes.nodes) {
         if (node->kind == UTILITY_NODE) compiled.utilities.push_back(node);
+        if (std::any_of(node->links.begin(), node->links.end(),
+                        [](const Link& link) { return link.parent->kind == CONSTANT_NODE; }))
+            compiled.below_constants.push_back(node);
         if (!IsInTree(*node)) continue;
         compiled.variable_of[node->index] = int(compiled.nodes.size());
         compiled.nodes.push_back(node);
@@ -147,17 +182,29 @@ bool IsComplete(const Node& node)
     return HasTable(node, &complete) && complete;
 }
 
+// Whether a function gives the node a value that none of its states has.
+bool HasStrayValue(const Node& node)
+{
+    const auto& reals = node.tables.func_reals;
+    return node.tables.probs.empty() && node.tables.func_states.empty() && HasStates(node) &&
+           std::any_of(reals.begin(), reals.end(),
+                       [&](double value) { return !IsUndef(value) && StateOfValue(node, value) < 0; });
+}
+
 void WarnOfTables(const CompiledNet& compiled)
 {
-    const Node *without = nullptr, *incomplete = nullptr, *utility = nullptr;
+    const Node *without = nullptr, *incomplete = nullptr, *utility = nullptr, *stray = nullptr;
     for (const Node* node : compiled.nodes) {
         if (node->kind != NATURE_NODE || IsComplete(*node)) continue;
         (HasTable(*node, nullptr) ? incomplete : without) = node;
     }
+    for (const Node* node : compiled.nodes)
+        if (node->kind == NATURE_NODE && HasStrayValue(*node)) stray = node;
     for (const Node* node : compiled.utilities)
         if (!IsComplete(*node)) utility = node;
     if (without) Warn<6005>(without->name.c_str());
     if (incomplete) Warn<6006>(incomplete->name.c_str());
+    if (stray) Warn<7203>(stray->name.c_str());
     if (utility) Warn<6007>(utility->name.c_str());
 }
 
@@ -178,15 +225,7 @@ void CheckMemoryFor(Net& net, const TreeSizes& sizes)
         Warn<6008>();
         return;
     }
-    CheckTreeTables(sizes.under_findings, net.name);
-    if (bytes > kQuestionTableBytes && !net.env->always_try_large) {
-        const std::string question =
-            Phrase("Do you want to continue compiling/updating even though the tables will require %s?",
-                   BytesInWords(bytes).c_str());
-        const int answer = AskQuestion(question.c_str(), "Yes,Always Try,No", "Yes");
-        if (answer == 1) net.env->always_try_large = true;
-        if (answer == 2) FailWith<6000>(ABORTED_CND, net.name.c_str());
-    }
+    if (!CheckTableMemory(net, sizes)) FailHalted(net);
 }
 
 bool HasStaleTable(const Node& node)
@@ -357,6 +396,32 @@ void OptimizeElimOrder(Net& net, double seconds)
         StoreFoundOrder(net, graph, found.order);
     }
     CompileNet(net);
+}
+
+bool CheckTableMemory(Net& net, const TreeSizes& sizes)
+{
+    CompiledNet& compiled = *net.compiled;
+    const double bytes = sizes.under_findings * sizeof(float);
+    // 1. The limit.
+    CheckTreeTables(sizes.under_findings, net.name);
+    // 2. The user, once for what is needed.
+    if (bytes > kQuestionTableBytes && bytes > compiled.bytes_agreed && !net.env->always_try_large) {
+        const std::string question =
+            Phrase("Do you want to continue compiling/updating even though the tables will require %s?",
+                   BytesInWords(bytes).c_str());
+        const int answer = AskQuestion(question.c_str(), "Yes,Always Try,No", "Yes");
+        if (answer == 2) return false;
+        if (answer == 1) net.env->always_try_large = true;
+        compiled.bytes_agreed = bytes;
+    }
+    // 3. What would be needed without the findings, where that is another matter.
+    const double full = sizes.with_separators * sizeof(float);
+    if (!compiled.has_told_full_need && bytes < full &&
+        (full > kQuestionTableBytes || full > MemoryAvailable())) {
+        compiled.has_told_full_need = true;
+        Notice<7201>(BytesInWords(full).c_str());
+    }
+    return true;
 }
 
 const CompiledNet& NeedCompiled(const Net& net)

@@ -1,14 +1,17 @@
+// Findings: how they are checked, combined and stored, and what measurements say of the states of a node.
 #include "BN/Inference/BnFindings.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstdarg>
 #include <cstdio>
+#include <numbers>
 
 #include "BN/Inference/BnUpdating.h"
 #include "BN/Model/BnBasicOps1.h"
 #include "BN/Model/BnEdit.h"
 #include "BN/Model/BnProbs.h"
+#include "BN/Model/Likelihood.h"
 #include "Basic/Error.h"
 
 namespace talora {
@@ -58,17 +61,12 @@ void CombineLikelihood(Node& node, const TableVector<float>& likelihood, const E
         FailWith<3311>(INCONSISTENT_FINDING_CND, entry.what, node.name.c_str(),
                        StateWord(node, old.state).c_str());
     NodeFinding combined = old;
-    if (combined.likelihood.empty()) combined.likelihood.assign(likelihood.size(), 1.0f);
-    bool possible = false;
-    for (size_t state = 0; state < likelihood.size(); ++state) {
-        combined.likelihood[state] *= likelihood[state];
-        possible |= combined.likelihood[state] > 0;
-    }
-    if (!possible) FailWith<3312>(INCONSISTENT_FINDING_CND, entry.what, node.name.c_str());
+    if (!MultiplyIn(combined, likelihood.data(), int(likelihood.size())))
+        FailWith<3312>(INCONSISTENT_FINDING_CND, entry.what, node.name.c_str());
     if (const float* beliefs = BeliefsForCheck(node)) {
         bool believed = false;
         for (size_t state = 0; state < likelihood.size(); ++state)
-            believed |= beliefs[state] * likelihood[state] > 0;
+            believed |= beliefs[state] > 0 && likelihood[state] > 0;
         if (!believed) FailWith<3303>(INCONSISTENT_FINDING_CND, entry.what, node.name.c_str());
     }
     StoreFinding(node, std::move(combined), "enter likelihood finding");
@@ -102,8 +100,7 @@ void CheckAgainstOwnFindings(const Node& node, int state)
     if (old.state >= 0 && old.state != state)
         FailWith<3310>(INCONSISTENT_FINDING_CND, StateWord(node, state).c_str(),
                        StateWord(node, old.state).c_str());
-    if (!old.likelihood.empty() && old.likelihood[state] == 0)
-        FailWith<3313>(INCONSISTENT_FINDING_CND, StateWord(node, state).c_str());
+    if (IsRuledOut(old, state)) FailWith<3313>(INCONSISTENT_FINDING_CND, StateWord(node, state).c_str());
 }
 
 void CheckAgainstModel(Node& node, int state, FindingMode mode)
@@ -128,12 +125,17 @@ void CheckAgainstModel(Node& node, int state, FindingMode mode)
 
 // ---- Likelihoods of measurements ----
 
-// Lower and upper end of each state of a discretised node, ends that are infinite cut to the width of the
-// widest bounded interval (1 if there is none).
+bool IsOrdinary(double value)
+{
+    return std::abs(value) < InfinityDbl() && !IsUndef(value);
+}
+
+// Lower and upper end of each state of a discretised node.  Ends that are infinite are cut to the width of
+// the widest bounded interval (1 if there is none), but not before from and to, which a measurement concerns.
 struct Interval {
     double low, high;
 };
-std::vector<Interval> BoundedIntervals(const Node& node)
+std::vector<Interval> BoundedIntervals(const Node& node, double from, double to)
 {
     const std::vector<double>& levels = node.states.levels;
     double widest = 0;
@@ -151,14 +153,62 @@ std::vector<Interval> BoundedIntervals(const Node& node)
             interval.low = interval.high - widest;
         else if (open_above)
             interval.high = interval.low + widest;
+        if (open_below && IsOrdinary(from)) interval.low = std::min(interval.low, from);
+        if (open_above && IsOrdinary(to)) interval.high = std::max(interval.high, to);
         intervals.push_back(interval);
     }
     return intervals;
 }
 
-double NormalCumulative(double x, double mean, double std_dev)
+constexpr double kLogRootTwoPi = 0.91893853320467274178;
+
+// exp(x^2 / 2) times the probability that a standard normal variable is above x, for x not below 0.
+double ScaledUpperTail(double x)
 {
-    return 0.5 * std::erfc((mean - x) / (std_dev * std::sqrt(2.0)));
+    if (x < 25) return 0.5 * std::erfc(x / std::numbers::sqrt2) * std::exp(0.5 * x * x);
+    // The asymptotic series; from here on its error is below 1e-10.
+    const double r = 1 / (x * x);
+    return (1 - r * (1 - r * (3 - r * (15 - r * 105)))) / x * std::exp(-kLogRootTwoPi);
+}
+
+// A normal distribution.  Densities are told against that at a reference, by differences of the places, which
+// are exact where those of squares are not.
+struct Normal {
+    double mean, std_dev;
+
+    double Distance(double at) const { return std::abs(at - mean) / std_dev; }
+    double LogRatio(double at, double reference) const
+    {
+        if (at == reference) return 0;
+        return -0.5 * ((at - reference) / std_dev) * ((at - mean + (reference - mean)) / std_dev);
+    }
+    double Nearest(const Interval& interval) const { return std::clamp(mean, interval.low, interval.high); }
+    // Log of the mean density over an interval, against the density at the reference.
+    double LogMean(const Interval& interval, double reference) const;
+};
+
+double Normal::LogMean(const Interval& interval, double reference) const
+{
+    const double width = (interval.high - interval.low) / std_dev;
+    const double middle = interval.low + 0.5 * (interval.high - interval.low);
+    const double distance = Distance(middle);
+    // 1. A narrow interval: the density in its middle, with the second term of its series.
+    if (!(width * std::max(1.0, distance) >= 1e-3)) {
+        const double rise = distance * width;
+        return LogRatio(middle, reference) - kLogRootTwoPi + std::log1p((rise * rise - width * width) / 24);
+    }
+    // 2. One that holds the mean: both sides of it.
+    if (interval.low < mean && mean < interval.high) {
+        const auto side = [&](double end) { return std::erf(Distance(end) / std::numbers::sqrt2); };
+        return LogRatio(mean, reference) + std::log(0.5 * (side(interval.low) + side(interval.high)) / width);
+    }
+    // 3. Otherwise the difference of two tails, the nearer one taken out.
+    const bool is_above = mean <= interval.low;
+    const double near = is_above ? interval.low : interval.high;
+    const double far = is_above ? interval.high : interval.low;
+    const double tail = ScaledUpperTail(Distance(near));
+    const double ratio = std::exp(LogRatio(far, near)) * ScaledUpperTail(Distance(far)) / tail;
+    return LogRatio(near, reference) + std::log(tail) + std::log1p(-ratio) - std::log(width);
 }
 
 void NeedLevels(const Node& node, const Entry& entry)
@@ -176,11 +226,6 @@ TableVector<float> ScaledLikelihood(const Node& node, const std::vector<double>&
     return likelihood;
 }
 
-bool IsOrdinary(double value)
-{
-    return std::abs(value) < InfinityDbl() && !IsUndef(value);
-}
-
 // A new value against the value that stands, for nodes whose value is not one of intervals.
 void CheckValueAgainstOwn(const Node& node, double value)
 {
@@ -195,7 +240,7 @@ void CheckValueAgainstOwn(const Node& node, double value)
 void CheckValueState(Node& node, double value, int state)
 {
     const NodeFinding& old = node.finding;
-    if ((old.state >= 0 && old.state != state) || (!old.likelihood.empty() && old.likelihood[state] == 0))
+    if ((old.state >= 0 && old.state != state) || IsRuledOut(old, state))
         FailWith<3320>(INCONSISTENT_FINDING_CND, value, node.name.c_str());
     const float* beliefs = BeliefsForCheck(node);
     if (beliefs != nullptr && beliefs[state] == 0)
@@ -231,7 +276,7 @@ void EnterFindingNot(Node& node, int state)
     if (num_states == 1) Fail<6035>(node.name.c_str());
     TableVector<float> likelihood(num_states, 1.0f);
     likelihood[state] = 0;
-    if (!node.finding.likelihood.empty() && node.finding.likelihood[state] == 0) return;
+    if (IsRuledOut(node.finding, state)) return;
     CombineLikelihood(node, likelihood, kNegative);
 }
 
@@ -298,19 +343,21 @@ void EnterGaussian(Node& node, double mean, double std_dev)
     NeedLevels(node, kGaussian);
     if (!IsOrdinary(mean) || !IsOrdinary(std_dev) || std_dev <= 0)
         Fail<6041>(node.name.c_str(), mean, std_dev);
+    const Normal normal{mean, std_dev};
+    std::vector<Interval> intervals;
+    if (IsDiscrete(node))
+        for (const double level : node.states.levels) intervals.push_back({level, level});
+    else
+        intervals = BoundedIntervals(node, mean, mean);
+    // Against the state that lies nearest none is lost however far away the measurement is.
+    double reference = normal.Nearest(intervals.front());
+    for (const Interval& interval : intervals)
+        if (normal.Distance(normal.Nearest(interval)) < normal.Distance(reference))
+            reference = normal.Nearest(interval);
     std::vector<double> weights;
-    if (IsDiscrete(node)) {
-        for (double level : node.states.levels) {
-            const double distance = (level - mean) / std_dev;
-            weights.push_back(std::exp(-0.5 * distance * distance));
-        }
-    } else {
-        for (const Interval& interval : BoundedIntervals(node)) {
-            const double mass = NormalCumulative(interval.high, mean, std_dev) -
-                                NormalCumulative(interval.low, mean, std_dev);
-            weights.push_back(interval.high > interval.low ? mass / (interval.high - interval.low) : 0);
-        }
-    }
+    for (const Interval& interval : intervals) weights.push_back(normal.LogMean(interval, reference));
+    const double largest = *std::max_element(weights.begin(), weights.end());
+    for (double& weight : weights) weight = std::exp(weight - largest);
     CombineLikelihood(node, ScaledLikelihood(node, weights, kGaussian), kGaussian);
 }
 
@@ -320,15 +367,17 @@ void EnterInterval(Node& node, double low, double high)
     NeedLevels(node, kInterval);
     if (IsUndef(low) || IsUndef(high) || !(low <= high)) Fail<6042>(node.name.c_str(), low, high);
     std::vector<double> weights;
-    if (IsDiscrete(node)) {
+    if (low == high && IsOrdinary(low)) {
+        // A value known exactly: the state that it would have as a value.
+        const int holder = StateOfValue(node, low);
+        for (int state = 0; state < NumStates(node); ++state) weights.push_back(state == holder);
+    } else if (IsDiscrete(node)) {
         for (double level : node.states.levels) weights.push_back(low <= level && level <= high ? 1 : 0);
     } else {
-        for (const Interval& interval : BoundedIntervals(node)) {
+        for (const Interval& interval : BoundedIntervals(node, low, high)) {
             const double width = interval.high - interval.low;
             const double overlap = std::min(high, interval.high) - std::max(low, interval.low);
-            // An interval of no width is a value known exactly: the state that holds it.
-            const bool holds_point = low == high && interval.low <= low && low < interval.high;
-            weights.push_back(holds_point ? 1 : width > 0 && overlap > 0 ? overlap / width : 0);
+            weights.push_back(width > 0 && overlap > 0 ? overlap / width : 0);
         }
     }
     CombineLikelihood(node, ScaledLikelihood(node, weights, kInterval), kInterval);
@@ -372,7 +421,9 @@ int StateFromParents(const Node& node)
             stack.pop_back();
             continue;
         }
-        if (top.links.empty() || !IsDeterministic(top)) {
+        // What a delayed link brings comes from another time.
+        if (top.links.empty() || std::any_of(top.links.begin(), top.links.end(), IsDelayed) ||
+            !IsDeterministic(top)) {
             known[&top] = top.kind == CONSTANT_NODE ? ConstantState(top) : -1;
             stack.pop_back();
             continue;

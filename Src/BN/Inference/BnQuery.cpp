@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "BN/Inference/BnCompile.h"
+#include "BN/Model/Likelihood.h"
 #include "Basic/Error.h"
 #include "Basic/Progress.h"
 
@@ -38,13 +39,15 @@ const float* ReadBeliefs(NetQueries& queries, Net& net, std::span<Node* const> n
 
 }  // namespace
 
-ModelFindings FindingsOf(const CompiledNet& model)
+ModelFindings FindingsOf(const CompiledNet& model, std::vector<TableVector<float>>& weights)
 {
     ModelFindings findings;
-    for (const Node* node : model.nodes) {
-        const NodeFinding& finding = node->finding;
+    weights.resize(model.nodes.size());
+    for (size_t v = 0; v < model.nodes.size(); ++v) {
+        const NodeFinding& finding = model.nodes[v]->finding;
         findings.positive.push_back(finding.state);
-        findings.likelihoods.push_back(finding.likelihood.empty() ? nullptr : finding.likelihood.data());
+        weights[v] = WeightsForInference(finding).weights;
+        findings.likelihoods.push_back(weights[v].empty() ? nullptr : weights[v].data());
     }
     return findings;
 }
@@ -60,6 +63,7 @@ const float* QueryBeliefs(Net& net, std::span<Node* const> nodes, double* log_pr
     // net keeps for queries, so it comes first.
     if (net.most_probable) UpdateBeliefs(net);
     NetQueries& queries = QueriesOf(net);
+    for (const Node* node : queries.model.below_constants) CheckConstantParents(*node);
     std::vector<int> targets;
     size_t count = 0;
     for (const Node* node : nodes) {
@@ -69,7 +73,8 @@ const float* QueryBeliefs(Net& net, std::span<Node* const> nodes, double* log_pr
         count += size_t(NumStates(*node));
     }
     if (net.most_probable) return ReadBeliefs(queries, net, nodes, count, log_probability);
-    ModelFindings findings = FindingsOf(queries.model);
+    std::vector<TableVector<float>> weights;
+    ModelFindings findings = FindingsOf(queries.model, weights);
     Progress progress(kUpdateTitle);
     CheckUpdated(net, queries.query->Ask(targets, findings, log_probability != nullptr, &progress));
     queries.beliefs.resize(count);
@@ -78,7 +83,8 @@ const float* QueryBeliefs(Net& net, std::span<Node* const> nodes, double* log_pr
         queries.query->Belief(int(t), place);
         place += NumStates(*nodes[t]);
     }
-    if (log_probability != nullptr) *log_probability = HasFindings(net) ? queries.query->LogProbability() : 0;
+    if (log_probability != nullptr)
+        *log_probability = HasFindings(net) ? queries.query->LogProbability() + LogLikelihoodScale(net) : 0;
     return queries.beliefs.data();
 }
 

@@ -20,8 +20,8 @@ struct NetQueries {
     std::vector<float> beliefs;  // given out last
 };
 
-// The findings entered, by variable of a model.
-ModelFindings FindingsOf(const CompiledNet& model);
+// The findings entered, by variable of a model; likelihoods are put into weights, one for each variable.
+ModelFindings FindingsOf(const CompiledNet& model, std::vector<TableVector<float>>& weights);
 
 // The beliefs of the nodes under the findings entered, one node after another; valid until asked again.
 // Fails for nodes without beliefs, and where the findings that matter contradict one another.

@@ -1,3 +1,4 @@
+// Belief updating of a net: what a change concerns, and the results that are read.
 #include "BN/Inference/BnUpdating.h"
 
 #include <algorithm>
@@ -12,6 +13,7 @@
 #include "BN/Model/BnProbs.h"
 #include "BN/Model/BnUndo.h"
 #include "BN/Propagation/TreeTables.h"
+#include "BN/Model/Likelihood.h"
 #include "Basic/Error.h"
 #include "Basic/Memory.h"
 #include "Basic/Progress.h"
@@ -20,6 +22,17 @@ namespace talora {
 
 namespace {
 
+// A table may have come, and a value gone, since the net was compiled.
+void CheckConstants(const Net& net)
+{
+    for (const Node* node : net.compiled->below_constants) CheckConstantParents(*node);
+}
+
+[[noreturn]] void FailHalted(const Net& net)
+{
+    FailWith<6013>(ABORTED_CND, net.name.c_str());
+}
+
 int VariableOf(const Node& node)
 {
     const CompiledNet* compiled = node.net->compiled.get();
@@ -27,7 +40,7 @@ int VariableOf(const Node& node)
     return compiled->variable_of[node.index];
 }
 
-// The table with its constant parents fixed at their states (compiling has checked that they have one).
+// The table with its constant parents fixed at their states, which they must have.
 TableVector<float> CutAtConstants(const Node& node, const float* probs)
 {
     const int num_states = NumStates(node);
@@ -38,6 +51,7 @@ TableVector<float> CutAtConstants(const Node& node, const float* probs)
         const Node& parent = *node.links[i].parent;
         counts[i] = NumStates(parent);
         fixed[i] = parent.kind == CONSTANT_NODE ? ConstantState(parent) : -1;
+        if (parent.kind == CONSTANT_NODE && fixed[i] < 0) FailWithoutValue(parent, node);
         if (fixed[i] < 0) kept_rows *= counts[i];
         at[i] = std::max(fixed[i], 0);
     }
@@ -59,10 +73,10 @@ TableVector<float> CutAtConstants(const Node& node, const float* probs)
 void SyncFinding(CompiledNet& compiled, int variable)
 {
     const Node& node = *compiled.nodes[variable];
-    const NodeFinding& finding = node.finding;
     Propagation& propagation = *compiled.propagation;
-    propagation.SetPositive(variable, finding.state);
-    propagation.SetLikelihood(variable, finding.likelihood.empty() ? nullptr : finding.likelihood.data());
+    propagation.SetPositive(variable, node.finding.state);
+    const InferenceWeights scaled = WeightsForInference(node.finding);
+    propagation.SetLikelihood(variable, scaled.weights.empty() ? nullptr : scaled.weights.data());
 }
 
 void SyncFindings(CompiledNet& compiled)
@@ -74,10 +88,16 @@ void SyncFindings(CompiledNet& compiled)
     compiled.stale_findings.clear();
 }
 
+// The tables under the current findings fit the limits and are wanted, or this fails.
+void CheckTablesForUpdate(Net& net)
+{
+    if (!CheckTableMemory(net, SizesOf(net))) FailHalted(net);
+}
+
 void MakePropagation(Net& net)
 {
     CompiledNet& compiled = *net.compiled;
-    CheckTreeTables(SizesOf(net).under_findings, net.name);
+    CheckTablesForUpdate(net);
     compiled.propagation =
         std::make_unique<Propagation>(compiled.propagation_graph, compiled.tree,
                                       [&compiled](int variable) { return TableOf(compiled, variable); });
@@ -97,11 +117,6 @@ void CompileOnDemand(Net& net)
         const std::string reason = MessageOf(*unwind.record);
         Fail<6012>(reason.c_str());
     }
-}
-
-[[noreturn]] void FailHalted(const Net& net)
-{
-    FailWith<6013>(ABORTED_CND, net.name.c_str());
 }
 
 }  // namespace
@@ -126,6 +141,21 @@ const float* TreeTable(const CompiledNet& compiled, int variable, MadeTables& ma
 const float* TableOf(CompiledNet& compiled, int variable)
 {
     return TreeTable(compiled, variable, compiled.made_tables);
+}
+
+void FailWithoutValue(const Node& constant, const Node& child)
+{
+    Fail<6003>(child.net->name.c_str(), constant.name.c_str(), child.name.c_str());
+}
+
+void CheckConstantParents(const Node& node)
+{
+    for (const Link& link : node.links) {
+        const Node& parent = *link.parent;
+        if (parent.kind == CONSTANT_NODE && HasStates(parent) && HasTable(node, nullptr) &&
+            ConstantState(parent) < 0)
+            FailWithoutValue(parent, node);
+    }
 }
 
 int ConstantState(const Node& node)
@@ -160,6 +190,17 @@ void DiscardTree(Net& net) noexcept
     net.update_count = NewUpdateCount();
 }
 
+namespace {
+
+// The value of a constant node is a part of the tables of its children, whichever way it gets it.
+void ConstantChanged(const Node& node) noexcept
+{
+    for (Node* child : node.children.nodes)
+        if (child->kind != CONSTANT_NODE) TableChanged(*child);
+}
+
+}  // namespace
+
 void TableChanged(Node& node) noexcept
 {
     Net& net = *node.net;
@@ -170,11 +211,8 @@ void TableChanged(Node& node) noexcept
         net.queries->query->TableChanged(variable);
     }
     const int variable = VariableOf(node);
-    if (variable < 0) {
-        // A table of a constant node fixes states in the tables of its children.
-        if (node.kind == CONSTANT_NODE) DiscardTree(net);
-        return;
-    }
+    if (node.kind == CONSTANT_NODE) ConstantChanged(node);
+    if (variable < 0) return;
     net.compiled->made_tables.erase(variable);
     if (net.compiled->propagation) net.compiled->propagation->TableChanged(variable);
 }
@@ -183,7 +221,7 @@ void FindingChanged(Node& node) noexcept
 {
     Net& net = *node.net;
     net.update_count = NewUpdateCount();
-    if (node.kind == CONSTANT_NODE) DiscardTree(net);
+    if (node.kind == CONSTANT_NODE) ConstantChanged(node);
     const int variable = VariableOf(node);
     if (variable < 0 || !net.compiled->propagation || net.compiled->finding_is_stale[variable]) return;
     net.compiled->finding_is_stale[variable] = 1;
@@ -249,11 +287,12 @@ void UpdateBeliefs(Net& net)
 {
     if (AreBeliefsUpdated(net)) return;
     if (!net.compiled) CompileOnDemand(net);
+    CheckConstants(net);
     if (!net.compiled->propagation) {
         MakePropagation(net);
     } else if (!net.compiled->stale_findings.empty()) {
         SyncFindings(*net.compiled);
-        CheckTreeTables(SizesOf(net).under_findings, net.name);
+        CheckTablesForUpdate(net);
     }
     Progress progress(kUpdateTitle);
     CheckUpdated(net, net.compiled->propagation->Update(&progress));
@@ -367,7 +406,7 @@ double LogFindingsProbability(Net& net)
         ThisThread().failed = false;
         return -InfinityDbl();
     }
-    return net.compiled->propagation->LogProbability();
+    return net.compiled->propagation->LogProbability() + LogLikelihoodScale(net);
 }
 
 }  // namespace talora

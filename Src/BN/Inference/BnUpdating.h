@@ -29,9 +29,12 @@ constexpr const char* kUpdateTitle = "Operation in progress ...";
 using MadeTables = std::unordered_map<int, TableVector<float>>;
 
 struct CompiledNet {
-    std::vector<Node*> nodes;      // by variable: nature and decision nodes in net order
-    std::vector<int> variable_of;  // by node index, -1 for nodes outside the tree
-    std::vector<Node*> utilities;  // in the order of graph.utility_parents
+    std::vector<Node*> nodes;            // by variable: nature and decision nodes in net order
+    std::vector<int> variable_of;        // by node index, -1 for nodes outside the tree
+    std::vector<Node*> utilities;        // in the order of graph.utility_parents
+    std::vector<Node*> below_constants;  // nodes with constant parents
+    double bytes_agreed = 0;             // of tables: the person has been asked up to here
+    bool has_told_full_need = false;
     ModelGraph graph;
     JunctionTree tree;
     bool has_decisions = false;  // or utility nodes
@@ -52,6 +55,10 @@ void CheckUpdated(const Net& net, UpdateStatus status);
 // The state of a constant node: its finding, else the state to which its table gives probability 1; -1 if
 // there is neither.
 int ConstantState(const Node& node);
+
+[[noreturn]] void FailWithoutValue(const Node& constant, const Node& child);
+// Every constant parent of a node that has a table has a value, or this fails.
+void CheckConstantParents(const Node& node);
 
 // The CPT of a variable in the form in which propagation reads it: parents in the tree only.  Constant
 // parents are fixed at their state, function tables become zeros and ones.  Null for none.  What has to be

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "BN/Inference/BnUpdating.h"
+#include "BN/Model/Likelihood.h"
 #include "Basic/Error.h"
 
 namespace talora {
@@ -89,7 +90,8 @@ void EnterFindings(const CompiledNet& compiled, Propagation& propagation)
     for (int v = 0; v < int(compiled.nodes.size()); ++v) {
         const NodeFinding& finding = compiled.nodes[v]->finding;
         propagation.SetPositive(v, finding.state);
-        if (!finding.likelihood.empty()) propagation.SetLikelihood(v, finding.likelihood.data());
+        if (!finding.likelihood.empty())
+            propagation.SetLikelihood(v, WeightsForInference(finding).weights.data());
     }
 }
 

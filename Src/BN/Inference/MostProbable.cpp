@@ -7,6 +7,7 @@
 #include "BN/Model/BnEdit.h"
 #include "BN/Model/BnProbs.h"
 #include "BN/Propagation/TreeTables.h"
+#include "BN/Model/Likelihood.h"
 #include "Basic/Error.h"
 #include "Basic/Progress.h"
 #include "Basic/Text.h"
@@ -80,7 +81,7 @@ ConfigSearch& SearchOf(Net& net, const std::vector<Node*>* nodes)
     std::unique_ptr<ConfigSearch, ConfigSearchDeleter> search(new ConfigSearch);
     DescribeModel(net, search->model);
     search->tree = net.compiled->tree;
-    search->findings = FindingsOf(search->model);
+    search->findings = FindingsOf(search->model, search->weights);
     search->nodes = wanted;
     std::vector<int> ranked;
     for (const Node* node : nodes ? *nodes : net.nodes.nodes) {
@@ -178,7 +179,7 @@ double FindConfiguration(Net& net, const std::vector<Node*>* nodes, int nth, sta
         const int constant = listed[i]->kind == CONSTANT_NODE ? ConstantState(*listed[i]) : -1;
         setting[i] = variable >= 0 ? found.states[size_t(variable)] : constant >= 0 ? constant : UNDEF_STATE;
     }
-    return found.log_value;
+    return found.log_value + LogLikelihoodScale(net);
 }
 
 }  // namespace talora

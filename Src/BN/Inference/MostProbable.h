@@ -29,6 +29,7 @@ struct ConfigSearch {
     std::vector<Node*> nodes;   // whose settings make configurations different, empty for all
     CompiledNet model;          // numbers and tables
     JunctionTree tree;
+    std::vector<TableVector<float>> weights;  // of the likelihoods in findings
     ModelFindings findings;
     std::unique_ptr<KBestSearch> search;
     std::vector<Configuration> found;

@@ -54,7 +54,6 @@ void LearnByExpectation(Learner& learner, std::span<Node* const> nodes, const Ca
     LearnIteration known;
     bool goes_on = data.Evaluate(tables, &expected, &known.minus_log_likelihood, progress, 0);
     if (goes_on) learner.history.push_back(known);
-    double objective = known.minus_log_likelihood + MinusLogPrior(tables, prior);
     for (int i = 0; goes_on && i < learner.max_iters; ++i) {
         // 1. Tell; stop when little changes.
         PrintIteration(i, known);
@@ -67,12 +66,11 @@ void LearnByExpectation(Learner& learner, std::span<Node* const> nodes, const Ca
         AddPrior(expected, prior);
         TableSet next = TablesFromExpected(data, tables, expected);
         std::vector<Counts> next_expected;
+        const double before = known.minus_log_likelihood;
         goes_on = data.Evaluate(next, &next_expected, &known.minus_log_likelihood, progress, fraction(i));
         if (!goes_on) break;
         // 3. They take the place of the old ones.
-        const double next_objective = known.minus_log_likelihood + MinusLogPrior(next, prior);
-        known.change = RelativeChange(objective, next_objective);
-        objective = next_objective;
+        known.change = RelativeChange(before, known.minus_log_likelihood);
         learner.history.push_back(known);
         tables = std::move(next);
         used = std::move(expected);

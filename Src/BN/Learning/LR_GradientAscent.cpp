@@ -304,10 +304,10 @@ void LearnByGradient(Learner& learner, std::span<Node* const> nodes, const Cases
             PrintMessage("Gradient is zero.\n");
             break;
         }
-        const double before = a.objective;
+        const double before = a.minus_log_likelihood;
         goes_on = Climb(a, (i + 1) % period == 0, &is_halted);
         if (!goes_on) break;
-        known = {a.minus_log_likelihood, RelativeChange(before, a.objective)};
+        known = {a.minus_log_likelihood, RelativeChange(before, a.minus_log_likelihood)};
         learner.history.push_back(known);
         ++num_done;
     }

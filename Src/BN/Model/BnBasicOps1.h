@@ -54,6 +54,8 @@ int AddLink(Node& parent, Node& child);
 void DeleteLink(Node& child, int index);
 void SwitchParent(Node& child, int index, Node* new_parent);
 int ReconnectLinks(Node& child);
+void RenameInStandIns(const Node& parent,
+                      std::string_view name);  // before the parent of cut links is renamed
 void CheckParentIndex(const Node& child, int index);
 
 // ---- Node sets ----

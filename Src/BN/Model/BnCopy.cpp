@@ -61,6 +61,22 @@ void LinkCopy(const Node& from, Node& to, NodeMap& copies)
     Change(to, to.links, std::move(links), RELINKS | RESTRUCTURES, "copy nodes");
 }
 
+// A copied stand-in stands for the copy of the original's parent if that was copied too, within one net for
+// the parent itself, and else for a node of its name.
+void CopyDisconnected(const std::vector<Node*>& nodes, const std::vector<Node*>& made)
+{
+    std::unordered_map<uint64_t, uint64_t> copy_of;
+    for (size_t i = 0; i < nodes.size(); ++i) copy_of.emplace(nodes[i]->id, made[i]->id);
+    for (size_t i = 0; i < nodes.size(); ++i) {
+        const uint64_t original = nodes[i]->disconnected_id;
+        if (original == 0) continue;
+        const auto found = copy_of.find(original);
+        made[i]->disconnected_id = found != copy_of.end()          ? found->second
+                                   : nodes[i]->net == made[i]->net ? original
+                                                                   : 0;
+    }
+}
+
 // Tables of a copy: as they are with all links, the slice for the parents' first states without.
 NodeTables TablesForCopy(const Node& from, bool with_links)
 {
@@ -104,6 +120,8 @@ std::vector<Node*> CopyNodes(const std::vector<Node*>& nodes, Net& net, const Co
         if (!options.no_tables) made[i]->tables = TablesForCopy(*nodes[i], !options.no_links);
         made[i]->finding = nodes[i]->finding;
     }
+    CopyDisconnected(nodes, made);
+    progress.Done();
     return made;
 }
 

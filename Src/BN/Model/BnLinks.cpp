@@ -1,5 +1,6 @@
 // Links: adding, removing, switching and reconnecting parents, with the tables carried along.
 #include <algorithm>
+#include <atomic>
 #include <string>
 
 #include "BN/Model/BnBasicOps1.h"
@@ -69,18 +70,37 @@ void NoticeLostTables(const Node& child, const NodeTables& carried)
         Notice<6103>(child.name.c_str());
 }
 
+// Whether there has been a stand-in yet, so that renaming nodes need not look for them.
+std::atomic<bool> has_stand_ins{false};
+
 // A node of kind DISCONNECTED_NODE in the place of a parent that is cut away.
 Node* NewStandIn(Node& parent)
 {
     Net& net = *parent.net;
     const std::string name = UnusedName(net, parent.name);
     NodeStates states = parent.states;
-    std::string from = parent.disconnected_from.empty() ? parent.name : parent.disconnected_from;
+    const bool is_stand_in = !parent.disconnected_from.empty();
+    std::string from = is_stand_in ? parent.disconnected_from : parent.name;
     Node* stand_in = InsertNode(net, name, "disconnect link");
     stand_in->kind = DISCONNECTED_NODE;
     stand_in->states = std::move(states);
     stand_in->disconnected_from = std::move(from);
+    has_stand_ins = true;
+    stand_in->disconnected_id = is_stand_in ? parent.disconnected_id : parent.id;
     return stand_in;
+}
+
+// The node that a disconnected one stands for, whatever it is called now; null if it has left the net.  Where
+// a file tells only the name, the node of that name.
+Node* OriginalParent(const Node& stand_in)
+{
+    const Net& net = *stand_in.net;
+    Node* named = FindNode(net, stand_in.disconnected_from);
+    if (stand_in.disconnected_id == 0) return named == &stand_in ? nullptr : named;
+    if (named != nullptr && named->id == stand_in.disconnected_id) return named;
+    const auto found = std::find_if(net.nodes.nodes.begin(), net.nodes.nodes.end(),
+                                    [&](const Node* node) { return node->id == stand_in.disconnected_id; });
+    return found == net.nodes.nodes.end() ? nullptr : *found;
 }
 
 void RemoveStandInIfUnused(Node& node)
@@ -90,6 +110,14 @@ void RemoveStandInIfUnused(Node& node)
 }
 
 }  // namespace
+
+void RenameInStandIns(const Node& parent, std::string_view name)
+{
+    if (!has_stand_ins) return;
+    for (Node* node : parent.net->nodes.nodes)
+        if (node->disconnected_id == parent.id)
+            Change(*node, node->disconnected_from, std::string(name), NO_EFFECT, "rename node");
+}
 
 void CheckParentIndex(const Node& child, int index)
 {
@@ -183,9 +211,8 @@ int ReconnectLinks(Node& child)
         old_index.push_back(i);
         Node& parent = *links[i].parent;
         if (parent.kind != DISCONNECTED_NODE) continue;
-        Node* original = FindNode(*child.net, parent.disconnected_from);
-        if (original == nullptr || original == &parent)
-            Fail<6108>(i, child.name.c_str(), parent.disconnected_from.c_str());
+        Node* original = OriginalParent(parent);
+        if (original == nullptr) Fail<6108>(i, child.name.c_str(), parent.disconnected_from.c_str());
         links[i].parent = original;
         stand_ins.push_back(&parent);
     }

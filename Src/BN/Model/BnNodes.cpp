@@ -90,6 +90,7 @@ void RenameNode(Node& node, std::string_view name)
 {
     CheckNameUnused(*node.net, name, &node);
     DescribeStep(*node.net, "rename node %s to %.*s", node.name.c_str(), int(name.size()), name.data());
+    RenameInStandIns(node, name);
     Change(node, node.name, std::string(name), RENAMES_NODE, "rename node");
 }
 
@@ -102,7 +103,7 @@ void SetKind(Node& node, int kind)
     // Findings that the new kind cannot hold go.
     NodeFinding finding = node.finding;
     if (kind == UTILITY_NODE || kind == UNKNOWN_KIND) finding = NodeFinding();
-    if (kind == DECISION_NODE || kind == CONSTANT_NODE) finding.likelihood = TableVector<float>();
+    if (kind == DECISION_NODE || kind == CONSTANT_NODE) finding.likelihood = {}, finding.product = {};
     Change(node, node.finding, std::move(finding), REFINDS, "change kind");
     Change(node, node.kind, kind, RESTRUCTURES, "change kind");
 }

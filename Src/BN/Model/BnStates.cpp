@@ -57,14 +57,16 @@ NewStates PrepareStates(const Node& node, const std::vector<int>& old_state, flo
     prepared.finding.value = node.finding.value;
     if (!old.texts.empty()) prepared.states.texts.resize(count);
     if (!old.levels.empty()) prepared.states.levels.assign(count, UndefDbl());
-    if (!node.finding.likelihood.empty()) prepared.finding.likelihood.assign(count, 1.0f);
+    const NodeFinding& finding = node.finding;
+    if (!finding.likelihood.empty()) prepared.finding.likelihood.assign(count, 1.0f);
+    if (!finding.product.empty()) prepared.finding.product.assign(count, {0.5, 1});
     for (int state = 0; state < count; ++state) {
         const int from = old_state[state];
         if (from < 0) continue;
         if (from < int(old.texts.size())) prepared.states.texts[state] = old.texts[from];
         if (from < int(old.levels.size())) prepared.states.levels[state] = old.levels[from];
-        if (!node.finding.likelihood.empty())
-            prepared.finding.likelihood[state] = node.finding.likelihood[from];
+        if (!finding.likelihood.empty()) prepared.finding.likelihood[state] = finding.likelihood[from];
+        if (!finding.product.empty()) prepared.finding.product[state] = finding.product[from];
         if (node.finding.state == from) prepared.finding.state = state;
     }
     TableCarry carry = IdentityCarry(node);

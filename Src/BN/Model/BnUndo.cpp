@@ -47,7 +47,7 @@ size_t HeapBytes(const NodeTables& tables) noexcept
 
 size_t HeapBytes(const NodeFinding& finding) noexcept
 {
-    return HeapBytes(finding.likelihood);
+    return HeapBytes(finding.likelihood) + HeapBytes(finding.product);
 }
 
 size_t HeapBytes(const NodeStates& states) noexcept

@@ -2,6 +2,7 @@
 #include "BN/Model/Bnet.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <iterator>
 
@@ -288,6 +289,7 @@ void ValidateStates(const Node& node)
                  (num_states == 0 && num_levels == 2));
     TALORA_CHECK(node.finding.state < std::max(1, num_states));
     TALORA_CHECK(node.finding.likelihood.empty() || int(node.finding.likelihood.size()) == num_states);
+    TALORA_CHECK(node.finding.product.empty() || int(node.finding.product.size()) == num_states);
 }
 
 // Links without delay form no cycle: in an order with parents first, each parent comes before its children.
@@ -394,7 +396,9 @@ void DeleteNet(Net* net) noexcept
 Node* NewNodeRecord(Net& net)
 {
     Node* node = Nodes().New(net.header.Lock());
+    static std::atomic<uint64_t> last_id{0};
     node->net = &net;
+    node->id = ++last_id;
     PrepareOwnedList(node->parents, net.env, net.header.Lock());
     PrepareOwnedList(node->children, net.env, net.header.Lock());
     return node;

@@ -88,10 +88,19 @@ struct NodeTables {
     bool operator==(const NodeTables&) const = default;
 };
 
+// A weight of any size: fraction x 2^exponent, the fraction in [0.5, 1), or 0 for none.
+struct WideWeight {
+    double fraction = 0;
+    int64_t exponent = 0;
+    bool operator==(const WideWeight&) const = default;
+};
+
 struct NodeFinding {
-    int state = -1;                 // -1 for none
-    double value = UndefDbl();      // real value entered
-    TableVector<float> likelihood;  // empty for none
+    int state = -1;             // -1 for none
+    double value = UndefDbl();  // real value entered
+    // Empty for none.  A product of several that single precision cannot hold is given but for a factor.
+    TableVector<float> likelihood;
+    TableVector<WideWeight> product;  // the product of several likelihoods as it is; empty for a single one
     bool IsEmpty() const { return state < 0 && IsUndef(value) && likelihood.empty(); }
     bool operator==(const NodeFinding&) const = default;
 };
@@ -164,11 +173,13 @@ struct node_bn {
     std::string persist;              // persistence over time, as written
     std::string position;             // position in time, as written
     std::string disconnected_from;    // of a disconnected node: the name of the parent it stands for
+    uint64_t disconnected_id = 0;     // and its id; 0 if only the name is known
     std::vector<float> saved_belief;  // `belief` statement of a file, empty for none
 
     talora::NodeFinding finding;
 
     void* user_data = nullptr;
+    uint64_t id = 0;                        // of this node only, as long as the library runs
     int index = -1;                         // position in net->nodes
     int most_probable_state = UNDEF_STATE;  // in the configuration that was reported last
     uint64_t stamp = 0;                     // last unique label of a graph walk

@@ -11,7 +11,8 @@ namespace talora {
 namespace {
 
 constexpr double kLargeSum = 1e10;
-constexpr float kSmallEntry = 1e-15f;  // largest entry below this: little of the float range is left
+constexpr double kSumTolerance = 2e-6;  // by which rows may differ from a sum of 1
+constexpr float kSmallEntry = 1e-15f;   // largest entry below this: little of the float range is left
 constexpr float kLargeEntry = 1e15f;
 
 // For each of `variables`, its stride in a table over `scope` with these state counts; 0 if not in it.
@@ -180,7 +181,9 @@ void ReadRow(const float* row, int num_states, float* probs)
         known += double(probs[s]);
     }
     if (num_missing == 0) return;
-    const float share = float(std::max(0.0, 1 - known) / num_missing);
+    // What rounding leaves of a row that sums to 1 is no probability.
+    const double left = 1 - known;
+    const float share = left > kSumTolerance ? float(left / num_missing) : 0;
     for (int s = 0; s < num_states; ++s)
         if (row == nullptr || row[s] == MissingProb()) probs[s] = share;
 }

@@ -42,7 +42,7 @@ struct EquationParts {
     {
         values.resize(eqn.variables.size());
         stack.resize(program.stack_size);
-        arguments.resize(kMaxEqnArguments);
+        arguments.resize(size_t(eqn.Root().num_children) + 1);
     }
 };
 

@@ -376,7 +376,6 @@ EQN_ROUTINE(Rect)
 EQN_ROUTINE(AsState)
 {
     return reason.Set(
-        "%s",
         "attempt to evaluate 'AsState' function.  It should only be used as the first part of a deterministic function equation for a discrete >-node with levels");
 }
 

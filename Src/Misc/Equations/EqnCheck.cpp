@@ -24,6 +24,8 @@ constexpr double kSumTolerance = 1e-5;
 struct Checker {
     Equation& eqn;
     int* place;
+    // By expression: the variable whose states names beside it would mean; -1 if none.
+    std::vector<int> meanings = {};
 
     Expr& At(int node) const { return eqn.exprs[node]; }
     Expr& Child(int node, int i) const { return At(eqn.children[At(node).first_child + i]); }
@@ -164,27 +166,37 @@ private:
     std::unordered_map<std::string_view, int> index_;
 };
 
+bool IsChoice(const Expr& expr)
+{
+    if (expr.kind != ExprKind::CALL) return false;
+    const SpecialForm form = expr.function->form;
+    return form == IF_FORM || form == SELECT0_FORM || form == SELECT1_FORM;
+}
+
 // Makes an expression yield a state in the numbering of a variable.
 void ReadAsStateOf(const Checker& c, int node, int reference)
 {
-    Expr& expr = c.At(node);
     const EqnVariable& to = c.eqn.variables[reference];
-    if (expr.kind == ExprKind::STATE) {
-        const EqnVariable& from = c.Variable(expr);
-        expr.value =
-            &from == &to
-                ? expr.state
-                : c.eqn.maps[FindMap(c, expr.variable, reference, StateTranslation(c, from, to))][expr.state];
-    } else if (expr.kind == ExprKind::VARIABLE) {
-        const EqnVariable& from = c.Variable(expr);
-        if (!from.discrete || expr.sharp || expr.variable == reference || !HasNames(from) || !HasNames(to))
-            ReadAsIndex(c, expr);
-        else
-            ReadThrough(c, expr, reference, StateTranslation(c, from, to));
-    } else if (expr.kind == ExprKind::CALL &&
-               (expr.function->form == IF_FORM || expr.function->form == SELECT0_FORM ||
-                expr.function->form == SELECT1_FORM)) {
-        for (int i = 1; i < expr.num_children; ++i) ReadAsStateOf(c, c.ChildIndex(node, i), reference);
+    std::vector<int> open = {node};
+    while (!open.empty()) {
+        Expr& expr = c.At(open.back());
+        const int here = open.back();
+        open.pop_back();
+        if (expr.kind == ExprKind::STATE) {
+            const EqnVariable& from = c.Variable(expr);
+            expr.value = &from == &to ? expr.state
+                                      : c.eqn.maps[FindMap(c, expr.variable, reference,
+                                                           StateTranslation(c, from, to))][expr.state];
+        } else if (expr.kind == ExprKind::VARIABLE) {
+            const EqnVariable& from = c.Variable(expr);
+            if (!from.discrete || expr.sharp || expr.variable == reference || !HasNames(from) ||
+                !HasNames(to))
+                ReadAsIndex(c, expr);
+            else
+                ReadThrough(c, expr, reference, StateTranslation(c, from, to));
+        } else if (IsChoice(expr)) {
+            for (int i = expr.num_children - 1; i > 0; --i) open.push_back(c.ChildIndex(here, i));
+        }
     }
 }
 
@@ -265,18 +277,15 @@ void Resolve(const Checker& c, Expr& expr, int context)
     expr.value = constant->value;
 }
 
-// The variable whose states names beside this expression would mean; -1 if none.
-int ContextOf(const Checker& c, int node)
+// See Checker::meanings; those of an expression's arguments are known.
+int MeaningOf(const Checker& c, int node)
 {
     const Expr& expr = c.At(node);
-    if (expr.kind == ExprKind::VARIABLE) return expr.variable;
     if (expr.kind == ExprKind::NAME)
         return FindVariable(c, c.eqn.Text(expr.owner.length > 0 ? expr.owner : expr.name));
-    if (expr.kind != ExprKind::CALL) return kNobody;
-    const SpecialForm form = expr.function->form;
-    if (form != IF_FORM && form != SELECT0_FORM && form != SELECT1_FORM) return kNobody;
+    if (!IsChoice(expr)) return kNobody;
     for (int i = 1; i < expr.num_children; ++i)
-        if (const int found = ContextOf(c, c.ChildIndex(node, i)); found >= 0) return found;
+        if (const int found = c.meanings[c.ChildIndex(node, i)]; found >= 0) return found;
     return kNobody;
 }
 
@@ -288,7 +297,7 @@ int ContextOf(const Checker& c, int node)
     const FunctionDef& def = *call.function;
     const char* const ordinal = OrdinalWord(argument + 1);
     *c.place = c.Child(node, argument).position;
-    if (*def.symbol == '\0') Fail<2326>(ordinal, def.name, TypeName(wanted), TypeName(given));
+    if (!call.infix) Fail<2326>(ordinal, def.name, TypeName(wanted), TypeName(given));
     if (def.arity == 1) Fail<2322>(def.symbol, TypeName(wanted), TypeName(given));
     if (argument == 0) Fail<2323>(def.symbol, TypeName(wanted), TypeName(given));
     Fail<2324>(ordinal, def.symbol, TypeName(wanted), TypeName(given));
@@ -299,7 +308,7 @@ int ContextOf(const Checker& c, int node)
     const FunctionDef& def = *c.At(node).function;
     const char* const ordinal = OrdinalWord(argument + 1);
     *c.place = c.Child(node, argument).position;
-    if (*def.symbol != '\0') Fail<2036>(ordinal, def.symbol, TypeName(given), TypeName(others));
+    if (c.At(node).infix) Fail<2036>(ordinal, def.symbol, TypeName(given), TypeName(others));
     Fail<2467>(ordinal, def.name, TypeName(given), TypeName(others));
 }
 
@@ -311,21 +320,29 @@ bool IsConditional(const Expr& expr)
 // A truth value, a constant like `true` read as a state, a choice of two such, or a discrete variable.
 bool CanBeTruth(const Checker& c, int node)
 {
-    const Expr& expr = c.At(node);
-    if (expr.type == BOOLEAN_EQN) return true;
-    if (expr.kind == ExprKind::STATE) return FindConstant(c.eqn.Text(expr.name)) != nullptr && !expr.sharp;
-    if (IsConditional(expr))
-        return CanBeTruth(c, c.ChildIndex(node, 1)) && CanBeTruth(c, c.ChildIndex(node, 2));
-    return expr.kind == ExprKind::VARIABLE && !expr.sharp && c.Variable(expr).discrete;
+    std::vector<int> open = {node};
+    while (!open.empty()) {
+        const int here = open.back();
+        const Expr& expr = c.At(here);
+        open.pop_back();
+        if (expr.type == BOOLEAN_EQN) continue;
+        if (IsConditional(expr)) {
+            open.push_back(c.ChildIndex(here, 1));
+            open.push_back(c.ChildIndex(here, 2));
+            continue;
+        }
+        const bool can = expr.kind == ExprKind::STATE
+                             ? FindConstant(c.eqn.Text(expr.name)) != nullptr && !expr.sharp
+                             : expr.kind == ExprKind::VARIABLE && !expr.sharp && c.Variable(expr).discrete;
+        if (!can) return false;
+    }
+    return true;
 }
 
-// Makes an argument boolean: a variable by its state names; `true` and `false` where the context made
+// Makes one argument boolean: a variable by its state names; `true` and `false` where the context made
 // states of them.
-void WantTruth(const Checker& c, int node, int argument)
+void BecomeTruth(const Checker& c, Expr& expr, const FunctionDef& def)
 {
-    Expr& expr = c.Child(node, argument);
-    const FunctionDef& def = *c.At(node).function;
-    if (!CanBeTruth(c, c.ChildIndex(node, argument))) FailType(c, node, argument, BOOLEAN_EQN, expr.type);
     if (expr.kind == ExprKind::STATE) {
         expr.constant = FindConstant(c.eqn.Text(expr.name));
         expr.kind = ExprKind::CONSTANT;
@@ -333,17 +350,35 @@ void WantTruth(const Checker& c, int node, int argument)
         expr.value = expr.constant->value;
     }
     if (expr.type == BOOLEAN_EQN) return;
-    if (IsConditional(expr)) {
-        WantTruth(c, c.ChildIndex(node, argument), 1);
-        WantTruth(c, c.ChildIndex(node, argument), 2);
-        expr.type = BOOLEAN_EQN;
-        return;
-    }
     const EqnVariable& variable = c.Variable(expr);
     *c.place = expr.position;
     if (variable.num_states != 2) Fail<2465>(variable.name.c_str(), def.name, variable.num_states);
-    if (TrueState(variable) < 0) Warn<2466>(variable.name.c_str(), def.name);
+    if (TrueState(variable) < 0 && c.eqn.warns) Warn<2466>(variable.name.c_str(), def.name);
     ReadAsTruth(c, expr);
+}
+
+// The same for an argument that may be a conditional: then for both of its parts.
+void WantTruth(const Checker& c, int node, int argument)
+{
+    if (!CanBeTruth(c, c.ChildIndex(node, argument)))
+        FailType(c, node, argument, BOOLEAN_EQN, c.Child(node, argument).type);
+    struct Place {
+        int call, argument;
+    };
+    std::vector<Place> open = {{node, argument}};
+    while (!open.empty()) {
+        const Place place = open.back();
+        open.pop_back();
+        const int here = c.ChildIndex(place.call, place.argument);
+        Expr& expr = c.At(here);
+        if (IsConditional(expr) && expr.type != BOOLEAN_EQN) {
+            expr.type = BOOLEAN_EQN;
+            open.push_back({here, 2});
+            open.push_back({here, 1});
+        } else {
+            BecomeTruth(c, expr, *c.At(place.call).function);
+        }
+    }
 }
 
 // Fails unless the argument is, or can be read as, a value of the type.
@@ -370,7 +405,7 @@ int ReferenceOf(const Checker& c, int node, int first, int context)
         if (expr.kind == ExprKind::VARIABLE && !expr.sharp) return expr.variable;
     }
     for (int i = first; i < c.At(node).num_children; ++i) {
-        const int found = ContextOf(c, c.ChildIndex(node, i));
+        const int found = c.meanings[c.ChildIndex(node, i)];
         if (found >= 0) return found;
         if (c.Child(node, i).kind == ExprKind::STATE) return c.Child(node, i).variable;
     }
@@ -468,7 +503,7 @@ int CheckNoisyCount(const NoisyTable& t)
     const EqnVariable& output = t.c.Variable(t.c.Child(t.node, 0));
     if (!IsSum(t.def) && expr.value != output.num_states)
         Fail<2505>(OrdinalWord(2), t.def.name, expr.value, output.num_states);
-    if (expr.value < 1 || expr.value > kMaxEqnArguments) Fail<2512>(t.def.name);
+    if (expr.value < 1 || expr.value > t.c.At(t.node).num_children) Fail<2512>(t.def.name);
     return static_cast<int>(expr.value);
 }
 
@@ -482,6 +517,8 @@ void CheckNoisyList(NoisyTable& t, int count)
         const Expr& expr = t.Argument(t.next);
         const char* const ordinal = OrdinalWord(t.next + 1);
         if (!IsNumber(expr.type)) {
+            const bool is_amount = k % stride != 0;
+            if (is_amount && expr.kind == ExprKind::STATE) Fail<2508>(ordinal, t.def.name);
             if (IsSum(t.def)) Fail<2537>(ordinal, t.def.name, TypeName(REAL_EQN), TypeName(expr.type));
             Fail<2506>(ordinal, t.def.name, TypeName(REAL_EQN), TypeName(expr.type));
         }
@@ -513,9 +550,9 @@ void CheckNoisyTable(const Checker& c, int node)
         CheckNoisyVariable(t, t.next, true);
         Expr& cause = t.Argument(t.next++);
         const EqnVariable& variable = c.Variable(cause);
-        if (!variable.discrete) Fail<2503>(variable.name.c_str(), OrdinalWord(t.next), t.def.name);
-        ReadThrough(c, cause, kCauseMap,
-                    [&](int state) { return dist::PackCause(state, variable.num_states); });
+        cause.reading = variable.discrete ? Reading::MAPPED : Reading::THRESHOLDS;
+        cause.map = FindMap(c, cause.variable, kCauseMap,
+                            [&](int state) { return dist::PackCause(state, variable.num_states); });
         for (int state = 0; state < variable.num_states; ++state) CheckNoisyList(t, count);
     }
 }
@@ -571,26 +608,29 @@ void CheckArguments(const Checker& c, int node, int context)
         if (c.Child(node, i).type != INTEGER_EQN) call.type = REAL_EQN;
 }
 
-// The context in which an argument's state names are looked up.
-int ContextOfArgument(const Checker& c, int node, int argument, int context)
+// The contexts in which the state names of a call's arguments are looked up.
+void FindContexts(const Checker& c, int node, std::vector<int>& contexts)
 {
     const Expr& call = c.At(node);
-    switch (call.function->form) {
-        case IF_FORM:
-        case SELECT0_FORM:
-        case SELECT1_FORM:
-            return argument == 0 ? kNobody : context;
-        case NOISY_MULTI_FORM:
-            return argument % 3 == 1 ? ContextOf(c, c.ChildIndex(node, 0)) : kNobody;
-        case EQUALITY_FORM:
-        case MEMBER_FORM:
-            for (int i = 0; i < call.num_children; ++i)
-                if (const int found = i == argument ? kNobody : ContextOf(c, c.ChildIndex(node, i));
-                    found >= 0)
-                    return found;
-            return kNobody;
-        default:
-            return kNobody;
+    const SpecialForm form = call.function->form;
+    const auto meaning = [&](int i) { return c.meanings[c.ChildIndex(node, i)]; };
+    // Of arguments that are compared, what the first other one means.
+    int first = 0, second = 0;
+    if (form == EQUALITY_FORM || form == MEMBER_FORM) {
+        while (first < call.num_children && meaning(first) < 0) ++first;
+        for (second = first + 1; second < call.num_children && meaning(second) < 0;) ++second;
+    }
+    for (int i = 0; i < call.num_children; ++i) {
+        int& context = contexts[c.ChildIndex(node, i)];
+        context = kNobody;
+        if (IsChoice(call)) {
+            if (i > 0) context = contexts[node];
+        } else if (form == NOISY_MULTI_FORM) {
+            if (i % 3 == 1) context = meaning(0);
+        } else if (form == EQUALITY_FORM || form == MEMBER_FORM) {
+            const int other = i == first ? second : first;
+            if (other < call.num_children) context = meaning(other);
+        }
     }
 }
 
@@ -603,18 +643,34 @@ void CheckNode(const Checker& c, int node, int context)
         const double value = expr.value * (expr.unit ? expr.unit->factor : 1);
         expr.type = value == std::floor(value) ? INTEGER_EQN : REAL_EQN;
     }
-    if (expr.kind != ExprKind::CALL) return;
-    for (int i = 0; i < expr.num_children; ++i)
-        CheckNode(c, c.ChildIndex(node, i), ContextOfArgument(c, node, i, context));
-    CheckArguments(c, node, context);
+    if (expr.kind == ExprKind::CALL) CheckArguments(c, node, context);
+}
+
+// Arguments come before their calls, so one pass up and one down and one up again do it all.
+void CheckTree(Checker& c, int root_context)
+{
+    const auto size = static_cast<int>(c.eqn.exprs.size());
+    c.meanings.assign(size, kNobody);
+    for (int node = 0; node < size; ++node) c.meanings[node] = MeaningOf(c, node);
+    std::vector<int> contexts(size, kNobody);
+    std::vector<char> belongs(size, 0);  // to the tree: calls that gave way to their arguments do not
+    contexts[c.eqn.root] = root_context;
+    belongs[c.eqn.root] = 1;
+    for (int node = c.eqn.root; node >= 0; --node) {
+        if (!belongs[node] || c.At(node).kind != ExprKind::CALL) continue;
+        FindContexts(c, node, contexts);
+        for (int i = 0; i < c.At(node).num_children; ++i) belongs[c.ChildIndex(node, i)] = 1;
+    }
+    for (int node = 0; node < size; ++node)
+        if (belongs[node]) CheckNode(c, node, contexts[node]);
 }
 
 // ---- The right-hand side as a whole ----
 
-void CheckTruthOutput(const EqnVariable& output)
+void CheckTruthOutput(const EqnVariable& output, bool warns)
 {
     if (!output.discrete || output.num_states != 2) Fail<2461>(output.name.c_str(), output.num_states);
-    if (TrueState(output) < 0) Warn<2462>(output.name.c_str());
+    if (TrueState(output) < 0 && warns) Warn<2462>(output.name.c_str());
 }
 
 // What the value of a deterministic equation stands for in its output.
@@ -635,7 +691,7 @@ void CheckResult(const Checker& c)
         ReadAsStateOf(c, eqn.root, 0);
     } else if (root.type == BOOLEAN_EQN) {
         eqn.result = EqnResult::TRUTH;
-        CheckTruthOutput(output);
+        CheckTruthOutput(output, eqn.warns);
     }
 }
 
@@ -663,8 +719,8 @@ int StateOfTruth(const EqnVariable& variable, bool truth)
 
 void CheckEquation(Equation& eqn, int* place)
 {
-    const Checker c{eqn, place};
-    CheckNode(c, eqn.root, eqn.has_output && !eqn.probabilistic ? 0 : kNobody);
+    Checker c{eqn, place};
+    CheckTree(c, eqn.has_output && !eqn.probabilistic ? 0 : kNobody);
     CheckResult(c);
 }
 

@@ -26,20 +26,31 @@ constexpr uint16_t Code(EqnOp op, Source source = FROM_STACK)
     return static_cast<uint16_t>(int{FIRST_OP} + int{op} * NUM_SOURCES + int{source});
 }
 
+// What is still to be compiled: a value, an operand on the right of an operator, or what follows them.
+enum class TaskKind : uint8_t { VALUE, RIGHT, EMIT, JUMP_PAST_YES, JUMP_PAST_NO };
+struct Task {
+    TaskKind kind;
+    int node = 0;
+    EqnOp op = CALL_OP;
+    EqnInstruction instruction = {};
+    size_t branch = 0, jump = 0;  // places in the code that are completed
+};
+
 struct Compiler {
     const Equation& eqn;
     EqnProgram& program;
     EqnScratch scratch;
     std::vector<double> no_values;
+    std::vector<char> has_variables;  // by expression
+    std::vector<Task> open;           // the next one last
 
     void Emit(EqnInstruction instruction) { program.code.push_back(instruction); }
 };
 
-EqnInstruction Make(uint16_t op, int count = 0, int index = 0)
+EqnInstruction Make(uint16_t op, int index = 0)
 {
     EqnInstruction instruction;
     instruction.op = op;
-    instruction.count = static_cast<uint16_t>(count);
     instruction.index = index;
     instruction.constant = 0;
     return instruction;
@@ -65,21 +76,28 @@ bool IsBinary(EqnOp op)
 // The value of an expression without variables; false if it has some, or cannot be evaluated.
 bool Fold(Compiler& c, int node, double& value)
 {
-    if (Mentions(c.eqn, node, -1)) return false;
+    if (c.has_variables[size_t(node)]) return false;
     value = EvaluatePart(c.eqn, node, c.no_values.data(), c.scratch);
     return !c.scratch.failure.IsSet();
 }
 
-void CompileNode(Compiler& c, int node);
-
-// As it is, through a list by state, or as the number of its interval.
 void CompileVariable(Compiler& c, const Expr& expr)
 {
-    if (expr.reading == Reading::AS_IS) return c.Emit(Make(PUSH_VARIABLE, 0, expr.variable));
-    EqnInstruction push =
-        Make(expr.reading == Reading::MAPPED ? PUSH_MAPPED : PUSH_INTERVAL, 0, expr.variable);
+    if (expr.reading == Reading::AS_IS) return c.Emit(Make(PUSH_VARIABLE, expr.variable));
+    EqnInstruction push = Make(expr.reading == Reading::MAPPED ? PUSH_MAPPED : PUSH_INTERVAL, expr.variable);
     push.target = expr.map;
     c.Emit(push);
+}
+
+// Does tasks in order, before those that are open already.
+void DoNext(Compiler& c, std::initializer_list<Task> tasks)
+{
+    c.open.insert(c.open.end(), std::rbegin(tasks), std::rend(tasks));
+}
+
+Task Emitting(EqnInstruction instruction)
+{
+    return {.kind = TaskKind::EMIT, .instruction = instruction};
 }
 
 // An operand on the right of an operator: folded into the instruction where that is possible.
@@ -88,61 +106,92 @@ void CompileRight(Compiler& c, EqnOp op, int node)
     const Expr& expr = c.eqn.exprs[node];
     double value;
     if (expr.kind == ExprKind::VARIABLE && expr.reading == Reading::AS_IS)
-        return c.Emit(Make(Code(op, FROM_VARIABLE), 0, expr.variable));
+        return c.Emit(Make(Code(op, FROM_VARIABLE), expr.variable));
     if (Fold(c, node, value)) return c.Emit(MakeConstant(Code(op, FROM_CONSTANT), value));
-    CompileNode(c, node);
-    c.Emit(Make(Code(op)));
+    DoNext(c, {{.kind = TaskKind::VALUE, .node = node}, Emitting(Make(Code(op)))});
 }
 
-// BRANCH: condition false goes to the third argument, undefined to the end; JUMP: over the third argument.
-void CompileConditional(Compiler& c, const Expr& call)
+// Behind the condition: the jumps around the parts are completed when their ends are known.
+void CompileChoice(Compiler& c, const Task& task)
 {
-    const int* const children = c.eqn.children.data() + call.first_child;
-    CompileNode(c, children[0]);
-    const size_t branch = c.program.code.size();
-    c.Emit(Make(BRANCH));
-    CompileNode(c, children[1]);
-    const size_t jump = c.program.code.size();
-    c.Emit(Make(JUMP));
-    c.program.code[branch].index = static_cast<int32_t>(c.program.code.size());
-    CompileNode(c, children[2]);
-    c.program.code[branch].target = static_cast<int64_t>(c.program.code.size());
-    c.program.code[jump].index = static_cast<int32_t>(c.program.code.size());
+    const int* const children = c.eqn.children.data() + c.eqn.exprs[task.node].first_child;
+    const auto here = [&] { return c.program.code.size(); };
+    if (task.kind == TaskKind::JUMP_PAST_YES) {
+        const size_t jump = here();
+        c.Emit(Make(JUMP));
+        c.program.code[task.branch].index = static_cast<int32_t>(here());
+        return DoNext(c, {{.kind = TaskKind::VALUE, .node = children[2]},
+                          {.kind = TaskKind::JUMP_PAST_NO, .branch = task.branch, .jump = jump}});
+    }
+    c.program.code[task.branch].target = static_cast<int64_t>(here());
+    c.program.code[task.jump].index = static_cast<int32_t>(here());
 }
 
 // Operators with an instruction of their own take their operands one by one from the left; all else is
 // called.
 void CompileCall(Compiler& c, const Expr& call)
+void CompileCall(Compiler& c, int node)
 {
+    const Expr& call = c.eqn.exprs[node];
     const EqnOp op = call.function->op;
     const int* const children = c.eqn.children.data() + call.first_child;
-    if (op == IF_OP) return CompileConditional(c, call);
-    if (op != CALL_OP && call.num_children > 0 && (IsUnary(op) || IsBinary(op))) {
-        CompileNode(c, children[0]);
-        if (IsUnary(op)) return c.Emit(Make(Code(op)));
-        for (int i = 1; i < call.num_children; ++i) CompileRight(c, op, children[i]);
-        return;
+    std::vector<Task> tasks;
+    if (op == IF_OP) {
+        tasks = {{.kind = TaskKind::VALUE, .node = children[0]},
+                 {.kind = TaskKind::EMIT, .node = node, .op = IF_OP, .instruction = Make(BRANCH)}};
+    } else if (op != CALL_OP && call.num_children > 0 && (IsUnary(op) || IsBinary(op))) {
+        tasks.push_back({.kind = TaskKind::VALUE, .node = children[0]});
+        if (IsUnary(op)) tasks.push_back(Emitting(Make(Code(op))));
+        for (int i = 1; i < call.num_children; ++i)
+            if (!IsUnary(op)) tasks.push_back({.kind = TaskKind::RIGHT, .node = children[i], .op = op});
+    } else {
+        for (int i = 0; i < call.num_children; ++i)
+            tasks.push_back({.kind = TaskKind::VALUE, .node = children[i]});
+        EqnInstruction instruction = Make(CALL, call.num_children);
+        instruction.function = call.function;
+        tasks.push_back(Emitting(instruction));
     }
-    for (int i = 0; i < call.num_children; ++i) CompileNode(c, children[i]);
-    EqnInstruction instruction = Make(CALL, call.num_children);
-    instruction.function = call.function;
-    c.Emit(instruction);
+    c.open.insert(c.open.end(), tasks.rbegin(), tasks.rend());
 }
 
-void CompileNode(Compiler& c, int node)
+void CompileValue(Compiler& c, int node)
 {
     const Expr& expr = c.eqn.exprs[node];
     double value;
     if (expr.kind == ExprKind::VARIABLE) return CompileVariable(c, expr);
     if (Fold(c, node, value)) return c.Emit(MakeConstant(PUSH_CONSTANT, value));
-    CompileCall(c, expr);
+    CompileCall(c, node);
 }
 
-// A state that the list has no entry for is undefined.
-double Lookup(const std::vector<double>& map, double state)
+void CompileAll(Compiler& c, int root)
 {
-    return state >= 0 && state < static_cast<double>(map.size()) ? map[static_cast<size_t>(state)]
-                                                                 : kUndefinedEqn;
+    c.open = {{.kind = TaskKind::VALUE, .node = root}};
+    while (!c.open.empty()) {
+        const Task task = c.open.back();
+        c.open.pop_back();
+        switch (task.kind) {
+            case TaskKind::VALUE:
+                CompileValue(c, task.node);
+                break;
+            case TaskKind::RIGHT:
+                CompileRight(c, task.op, task.node);
+                break;
+            case TaskKind::EMIT:
+                c.Emit(task.instruction);
+                if (task.op == IF_OP) {
+                    const int yes = c.eqn.children[c.eqn.exprs[task.node].first_child + 1];
+                    DoNext(c, {{.kind = TaskKind::VALUE, .node = yes},
+                               {.kind = TaskKind::JUMP_PAST_YES,
+                                .node = task.node,
+                                .branch = c.program.code.size() - 1}});
+                }
+                break;
+            case TaskKind::JUMP_PAST_YES:
+            case TaskKind::JUMP_PAST_NO:
+                CompileChoice(c, task);
+                break;
+        }
+    }
 }
 
 }  // namespace
@@ -154,9 +203,14 @@ EqnProgram CompileEquation(const Equation& eqn)
     program.maps = eqn.maps;
     for (const EqnVariable& variable : eqn.variables)
         program.thresholds.push_back(variable.discrete ? std::vector<double>() : variable.levels);
-    Compiler c{eqn, program, EqnScratch(eqn), std::vector<double>(eqn.variables.size(), kUndefinedEqn)};
+    Compiler c{eqn,
+               program,
+               EqnScratch(eqn),
+               std::vector<double>(eqn.variables.size(), kUndefinedEqn),
+               FindMentions(eqn, -1),
+               {}};
     program.stack_size = c.scratch.stack.size() + 2;
-    CompileNode(c, ValueNode(eqn));
+    CompileAll(c, ValueNode(eqn));
     return program;
 }
 
@@ -205,12 +259,14 @@ double Run(const EqnProgram& program, const double* values, double* stack, EqnRe
                 break;
             case PUSH_MAPPED:
                 *sp++ = top;
-                top = Lookup(program.maps[at->target], values[at->index]);
+                top = EntryOf(program.maps[at->target], values[at->index]);
                 break;
             case PUSH_INTERVAL: {
                 *sp++ = top;
                 const int interval = FindInterval(program.thresholds[at->index], values[at->index]);
-                top = interval < 0 ? kUndefinedEqn : interval;
+                top = interval < 0     ? kUndefinedEqn
+                      : at->target < 0 ? interval
+                                       : EntryOf(program.maps[at->target], interval);
                 break;
             }
             case JUMP:
@@ -229,8 +285,8 @@ double Run(const EqnProgram& program, const double* values, double* stack, EqnRe
             case CALL: {
                 EqnReason reason;
                 *sp++ = top;
-                sp -= at->count;
-                top = CallRoutine(*at->function, sp, at->count, reason);
+                sp -= at->index;
+                top = CallRoutine(*at->function, sp, at->index, reason);
                 if (top != top && reason.IsSet())
                     return failure.Set("error evaluating function:  %s (%s)", at->function->name,
                                        reason.text);

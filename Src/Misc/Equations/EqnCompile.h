@@ -14,8 +14,7 @@ namespace talora {
 
 struct EqnInstruction {
     uint16_t op = 0;
-    uint16_t count = 0;  // of arguments
-    int32_t index = 0;   // variable, map or place in the code
+    int32_t index = 0;  // variable, place in the code, or number of arguments
     union {
         double constant;
         const FunctionDef* function;

@@ -12,8 +12,13 @@
 namespace talora {
 
 // Working space for evaluations of one equation, and what went wrong in the last one.
+struct OpenCall {
+    int node, num_known;  // arguments that have their values
+    double* place;        // where they stand
+};
 struct EqnScratch {
     std::vector<double> stack;
+    std::vector<OpenCall> open;
     EqnReason reason;
     EqnReason failure;  // "undefined value '...'", "error evaluating function:  ... (...)"
 
@@ -37,8 +42,8 @@ int ValueNode(const Equation& eqn);
 // interval: the output is its first argument, and appears nowhere else.
 bool IsIntegrable(const Equation& eqn);
 
-// Whether an expression mentions a variable (any variable for -1).
-bool Mentions(const Equation& eqn, int node, int variable);
+// By expression: whether it mentions a variable (any variable for -1).
+std::vector<char> FindMentions(const Equation& eqn, int variable);
 
 // The interval of a list of rising or falling thresholds that holds a value: each holds its first
 // threshold, the last one both; -1 if none does.
@@ -46,6 +51,13 @@ int FindInterval(const std::vector<double>& thresholds, double value);
 
 // The state of a discrete variable whose level is nearest, the lower of equals; -1 without levels.
 int NearestLevel(const EqnVariable& variable, double value);
+
+// The entry of a list for a state; undefined if it has none.
+inline double EntryOf(const std::vector<double>& map, double state)
+{
+    return state >= 0 && state < static_cast<double>(map.size()) ? map[static_cast<size_t>(state)]
+                                                                 : kUndefinedEqn;
+}
 
 double ReadVariable(const Equation& eqn, const Expr& expr, const double* values);
 

@@ -103,15 +103,11 @@ std::vector<int> Gather(const Equation& eqn, const FunctionDef& def, std::vector
 {
     if (!(def.flags & ASSOCIATIVE_EQN)) return args;
     std::vector<int> gathered;
-    size_t total = args.size();
     for (const int arg : args) {
         const Expr& expr = eqn.exprs[arg];
-        const size_t grown = total + expr.num_children - 1;
-        if (expr.kind == ExprKind::CALL && expr.function == &def && expr.num_children > 0 &&
-            grown <= kMaxEqnArguments) {
+        if (expr.kind == ExprKind::CALL && expr.function == &def && expr.num_children > 0) {
             const auto first = eqn.children.begin() + expr.first_child;
             gathered.insert(gathered.end(), first, first + expr.num_children);
-            total = grown;
         } else {
             gathered.push_back(arg);
         }
@@ -130,12 +126,7 @@ int AddCall(Parser& p, const FunctionDef& def, const std::vector<int>& written, 
     call.infix = infix;
     call.first_child = static_cast<int>(p.eqn.children.size());
     call.num_children = static_cast<int>(args.size());
-    for (const int arg : args) {
-        call.depth = std::max<uint16_t>(call.depth, p.eqn.exprs[arg].depth + 1);
-        p.eqn.children.push_back(arg);
-    }
-    *p.place = position;
-    CheckDepth(call.depth);
+    p.eqn.children.insert(p.eqn.children.end(), args.begin(), args.end());
     return AddExpr(p, call);
 }
 
@@ -235,7 +226,6 @@ bool IsNoisyTable(const FunctionDef& def)
 void CheckCount(Parser& p, const FunctionDef& def, int count, int position)
 {
     *p.place = position;
-    if (count > kMaxEqnArguments) Fail<2325>(def.name, kMaxEqnArguments);
     if (def.arity > 0 && count > def.arity) Fail<2325>(def.name, def.arity);
     if (IsNoisyTable(def) && count < 2) Fail<2501>(OrdinalWord(count + 1), def.name);
     const int least = LeastArguments(def);
@@ -258,7 +248,6 @@ std::vector<int> ParseArguments(Parser& p, const FunctionDef& def)
             if (IsNoisyTable(def)) Fail<2511>(def.name);
             Fail<2369>(def.name);
         }
-        if (number > kMaxEqnArguments) CheckCount(p, def, number, p.at);
     }
 }
 
@@ -333,21 +322,57 @@ int ParseOperand(Parser& p, Need need)
     return expr;
 }
 
-// Whether an operator goes on with the operand of the one that is being built.
-bool GoesOn(const FunctionDef& op, const FunctionDef* building)
+// Past the operator, if it is the next one.
+bool TakeOperator(Parser& p, const FunctionDef& op, int* position)
 {
-    if (building == nullptr || op.strength > building->strength) return true;
-    return &op == building && !(op.flags & LEFT_EQN);
+    SkipBlanks(p);
+    if (FindBinaryOperator(p.Rest()) != &op) return false;
+    *position = p.at;
+    p.at += static_cast<int>(strlen(op.symbol));
+    return true;
 }
 
-// Groups to the right: a ? b : c ? d : e is a ? b : (c ? d : e).
-int ParseConditional(Parser& p, const FunctionDef& op, int condition, int position)
+// c1 ? x : c2 ? y : z, behind c1: read as a list and put together from its end.
+int ParseConditionals(Parser& p, const FunctionDef& op, int condition)
 {
-    const int yes = ParseExpr(p, nullptr, {&op, 2});
-    Stand(p);
-    if (!Take(p, op.second[0])) Fail<2035>(op.second, op.symbol);
-    const int no = ParseExpr(p, &op, {&op, 3});
-    return AddCall(p, op, {condition, yes, no}, position, true);
+    struct Part {
+        int condition, yes, position;
+    };
+    std::vector<Part> parts;
+    int last = condition;
+    for (int position; TakeOperator(p, op, &position);) {
+        EnterLevel(p);
+        const int yes = ParseExpr(p, nullptr, {&op, 2});
+        --p.depth;
+        Stand(p);
+        if (!Take(p, op.second[0])) Fail<2035>(op.second, op.symbol);
+        parts.push_back({last, yes, position});
+        last = ParseExpr(p, &op, {&op, 3});
+    }
+    for (auto part = parts.rbegin(); part != parts.rend(); ++part)
+        last = AddCall(p, op, {part->condition, part->yes, last}, part->position, true);
+    return last;
+}
+
+// a op b op c, behind a.  An associative operator takes all operands; one that groups to the right is put
+// together from the end, any other from the start.
+int ParseChain(Parser& p, const FunctionDef& op, int first)
+{
+    std::vector<int> operands = {first}, positions;
+    for (int position; TakeOperator(p, op, &position);) {
+        positions.push_back(position);
+        operands.push_back(ParseExpr(p, &op, {&op, 2}));
+    }
+    if (op.flags & ASSOCIATIVE_EQN) return AddCall(p, op, operands, positions.back(), true);
+    if (op.flags & LEFT_EQN) {
+        for (size_t i = 0; i < positions.size(); ++i)
+            first = AddCall(p, op, {first, operands[i + 1]}, positions[i], true);
+        return first;
+    }
+    int last = operands.back();
+    for (size_t i = positions.size(); i-- > 0;)
+        last = AddCall(p, op, {operands[i], last}, positions[i], true);
+    return last;
 }
 
 // An operand and the operators behind it that bind more strongly than the one being built.
@@ -357,16 +382,8 @@ int ParseExpr(Parser& p, const FunctionDef* building, Need need)
     while (true) {
         SkipBlanks(p);
         const FunctionDef* op = FindBinaryOperator(p.Rest());
-        if (op == nullptr || !GoesOn(*op, building)) return left;
-        const int position = p.at;
-        p.at += static_cast<int>(strlen(op->symbol));
-        const bool nests = !(op->flags & LEFT_EQN);
-        if (nests) EnterLevel(p);
-        if (op->form == IF_FORM)
-            left = ParseConditional(p, *op, left, position);
-        else
-            left = AddCall(p, *op, {left, ParseExpr(p, op, {op, 2})}, position, true);
-        if (nests) --p.depth;
+        if (op == nullptr || (building != nullptr && op->strength <= building->strength)) return left;
+        left = op->form == IF_FORM ? ParseConditionals(p, *op, left) : ParseChain(p, *op, left);
     }
 }
 
@@ -475,13 +492,15 @@ void ParseBody(Parser& p)
 
 }  // namespace
 
-Equation ParseEquation(std::string_view text, const std::vector<EqnVariable>& candidates, int* place)
+Equation ParseEquation(std::string_view text, const std::vector<EqnVariable>& candidates, int* place,
+                       bool warns)
 {
     int unused;
     if (place == nullptr) place = &unused;
     CheckSize(text, place);
     Equation eqn;
     eqn.text = text;
+    eqn.warns = warns;
     Parser p{eqn, eqn.text, 0, 0, place};
     ParseHead(p, candidates);
     ParseBody(p);

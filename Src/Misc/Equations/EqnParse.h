@@ -5,8 +5,9 @@
 //
 // An equation is self-contained: it knows its variables by the caller's description of them (this folder
 // knows no nodes) and keeps a copy of its text.  Expressions are records in one vector,
-// arguments of a call are a run of indices in another; the root is the last thing made, and a tree
-// is at most kMaxEqnDepth deep, so walking one may recurse.
+// arguments of a call are a run of indices in another.  An expression comes behind its arguments, and the
+// root is the last one, so what goes through a tree goes through the vector: chains of operators make trees
+// as deep as they are long, and nothing may recurse.
 //
 // Parsing settles the syntax, checking (EqnCheck.h) then finds what the names mean and gives types.
 // Each fails with a record that gives the place in the text.
@@ -45,7 +46,7 @@ enum class ExprKind : uint8_t {
 enum class Reading : uint8_t {
     AS_IS,
     MAPPED,     // through a list with an entry per state: levels, truth values, states of another
-    THRESHOLDS  // the state whose interval holds the number
+    THRESHOLDS  // the state whose interval holds the number, or its entry of a list
 };
 
 struct Slice {
@@ -58,12 +59,11 @@ struct Expr {
     Reading reading = Reading::AS_IS;
     bool sharp = false;  // written with the state indicator #
     bool infix = false;  // call written with its operator
-    uint16_t depth = 1;
-    int position = 0;   // in the text
-    int variable = -1;  // VARIABLE, and STATE: whose state
-    int state = -1;     // STATE
-    int map = -1;       // of a mapped reading
-    double value = 0;   // NUMBER (in its unit), CONSTANT, and STATE as it is compared
+    int position = 0;    // in the text
+    int variable = -1;   // VARIABLE, and STATE: whose state
+    int state = -1;      // STATE
+    int map = -1;        // of a mapped reading
+    double value = 0;    // NUMBER (in its unit), CONSTANT, and STATE as it is compared
     const UnitDef* unit = nullptr;
     const ConstantDef* constant = nullptr;
     const FunctionDef* function = nullptr;
@@ -93,6 +93,7 @@ struct Equation {
     // Names of states that the variable compared with lacks, numbered.
     std::unordered_map<std::string, int> foreign_states;
     int root = -1;
+    bool warns = true;
 
     const Expr& Root() const { return exprs[root]; }
     std::string_view Text(Slice slice) const { return std::string_view(text).substr(slice.at, slice.length); }
@@ -100,7 +101,9 @@ struct Equation {
 
 // Parses and checks an equation.  candidates: the output, then its parents.
 // @param place  receives the position in the text that a failure is about; may be null
-Equation ParseEquation(std::string_view text, const std::vector<EqnVariable>& candidates, int* place);
+// @param warns  false to leave out warnings
+Equation ParseEquation(std::string_view text, const std::vector<EqnVariable>& candidates, int* place,
+                       bool warns = true);
 
 // The same for an expression without a head, over the given variables.
 Equation ParseFormula(std::string_view text, const std::vector<EqnVariable>& variables, int* place);

@@ -1,6 +1,9 @@
 // Equations back to text, with the parentheses that they need and no others.
 #include "Misc/Equations/EqnPrint.h"
 
+#include <iterator>
+#include <utility>
+
 #include "Basic/Text.h"
 
 namespace talora {
@@ -14,46 +17,53 @@ bool IsInfix(const Expr& expr)
     return expr.function->arity > 0 || expr.num_children >= 2;
 }
 
+// A part of the text: an expression, or characters.
+struct Piece {
+    int node = -1;
+    std::string text = {};
+};
+
 struct Printer {
     const Equation& eqn;
     std::string text;
+    std::vector<Piece> open;  // what is still to be written, the next piece last
 
-    const Expr& Child(const Expr& call, int i) const { return eqn.exprs[eqn.children[call.first_child + i]]; }
+    int ChildIndex(const Expr& call, int i) const { return eqn.children[call.first_child + i]; }
+    const Expr& Child(const Expr& call, int i) const { return eqn.exprs[ChildIndex(call, i)]; }
 };
 
-void Print(Printer& p, const Expr& expr);
+using Pieces = std::vector<Piece>;
 
-void PrintIn(Printer& p, const Expr& expr, bool parentheses)
+void AddOperand(Pieces& pieces, int node, bool parentheses)
 {
-    if (parentheses) p.text += '(';
-    Print(p, expr);
-    if (parentheses) p.text += ')';
+    if (parentheses) pieces.push_back({-1, "("});
+    pieces.push_back({node});
+    if (parentheses) pieces.push_back({-1, ")"});
 }
 
 // A minus directly before a digit would become part of the number, and two in a row the sign of a
 // state's variable.
-void PrintPrefix(Printer& p, const Expr& call)
+void PrintPrefix(const Printer& p, const Expr& call, Pieces& pieces)
 {
     const Expr& operand = p.Child(call, 0);
-    p.text += call.function->symbol;
-    PrintIn(p, operand, operand.kind == ExprKind::NUMBER || IsInfix(operand));
+    pieces.push_back({-1, call.function->symbol});
+    AddOperand(pieces, p.ChildIndex(call, 0), operand.kind == ExprKind::NUMBER || IsInfix(operand));
 }
 
-// Only the condition can need parentheses: the other parts reach as far as they can.
-void PrintConditional(Printer& p, const Expr& call)
+void PrintConditional(const Printer& p, const Expr& call, Pieces& pieces)
 {
-    const int strength = call.function->strength;
     const Expr& condition = p.Child(call, 0);
-    PrintIn(p, condition, IsInfix(condition) && condition.function->strength <= strength);
-    p.text += std::string(" ") + call.function->symbol + " ";
-    Print(p, p.Child(call, 1));
-    p.text += std::string(" ") + call.function->second + " ";
-    Print(p, p.Child(call, 2));
+    AddOperand(pieces, p.ChildIndex(call, 0),
+               IsInfix(condition) && condition.function->strength <= call.function->strength);
+    pieces.push_back({-1, std::string(" ") + call.function->symbol + " "});
+    pieces.push_back({p.ChildIndex(call, 1)});
+    pieces.push_back({-1, std::string(" ") + call.function->second + " "});
+    pieces.push_back({p.ChildIndex(call, 2)});
 }
 
 // Operands of a left-grouping operator need parentheses on the right from its own strength on, those
 // of a right-grouping one on the left.
-void PrintInfix(Printer& p, const Expr& call)
+void PrintInfix(const Printer& p, const Expr& call, Pieces& pieces)
 {
     const FunctionDef& def = *call.function;
     const bool groups_left = def.flags & LEFT_EQN;
@@ -61,22 +71,20 @@ void PrintInfix(Printer& p, const Expr& call)
         const Expr& operand = p.Child(call, i);
         const int strength = IsInfix(operand) ? operand.function->strength : def.strength + 1;
         const bool loose_side = groups_left ? i == 0 : i == call.num_children - 1;
-        // A sum of the most terms that one may have keeps its own: it was not taken apart.
-        const bool full =
-            (def.flags & ASSOCIATIVE_EQN) && operand.kind == ExprKind::CALL && operand.function == &def;
-        if (i > 0) p.text += std::string(" ") + def.symbol + " ";
-        PrintIn(p, operand, strength < def.strength || (strength == def.strength && !loose_side) || full);
+        if (i > 0) pieces.push_back({-1, std::string(" ") + def.symbol + " "});
+        AddOperand(pieces, p.ChildIndex(call, i),
+                   strength < def.strength || (strength == def.strength && !loose_side));
     }
 }
 
-void PrintArguments(Printer& p, const Expr& call)
+void PrintArguments(const Printer& p, const Expr& call, Pieces& pieces)
 {
-    p.text += std::string(call.function->name) + "(";
+    pieces.push_back({-1, std::string(call.function->name) + "("});
     for (int i = 0; i < call.num_children; ++i) {
-        if (i > 0) p.text += ", ";
-        Print(p, p.Child(call, i));
+        if (i > 0) pieces.push_back({-1, ", "});
+        pieces.push_back({p.ChildIndex(call, i)});
     }
-    p.text += ')';
+    pieces.push_back({-1, ")"});
 }
 
 void PrintState(Printer& p, const Expr& expr)
@@ -92,7 +100,22 @@ void PrintNumber(Printer& p, const Expr& expr)
     if (expr.unit) p.text += std::string(" ") + expr.unit->name;
 }
 
-void Print(Printer& p, const Expr& expr)
+void PrintCall(Printer& p, const Expr& call)
+{
+    Pieces pieces;
+    if (!IsInfix(call))
+        PrintArguments(p, call, pieces);
+    else if (call.function->arity == 1)
+        PrintPrefix(p, call, pieces);
+    else if (call.function->arity == 3)
+        PrintConditional(p, call, pieces);
+    else
+        PrintInfix(p, call, pieces);
+    p.open.insert(p.open.end(), std::make_move_iterator(pieces.rbegin()),
+                  std::make_move_iterator(pieces.rend()));
+}
+
+void PrintExpr(Printer& p, const Expr& expr)
 {
     switch (expr.kind) {
         case ExprKind::NUMBER:
@@ -109,25 +132,43 @@ void Print(Printer& p, const Expr& expr)
             p.text += p.eqn.Text(expr.name);
             return;
         case ExprKind::CALL:
-            break;
+            return PrintCall(p, expr);
     }
-    if (!IsInfix(expr)) return PrintArguments(p, expr);
-    if (expr.function->arity == 1) return PrintPrefix(p, expr);
-    if (expr.function->arity == 3) return PrintConditional(p, expr);
-    PrintInfix(p, expr);
+}
+
+void Print(Printer& p, int node)
+{
+    p.open = {{node}};
+    while (!p.open.empty()) {
+        const Piece piece = std::move(p.open.back());
+        p.open.pop_back();
+        if (piece.node < 0)
+            p.text += piece.text;
+        else
+            PrintExpr(p, p.eqn.exprs[piece.node]);
+    }
+}
+
+bool SameFields(const Expr& e, const Expr& f)
+{
+    return e.kind == f.kind && e.type == f.type && e.function == f.function &&
+           e.num_children == f.num_children && e.sharp == f.sharp && e.variable == f.variable &&
+           e.state == f.state && e.reading == f.reading && e.unit == f.unit && e.constant == f.constant &&
+           e.value == f.value;
 }
 
 // Everything but the places in the text, for tests of printing and reading.
 bool SameExpr(const Equation& a, int x, const Equation& b, int y)
 {
-    const Expr &e = a.exprs[x], &f = b.exprs[y];
-    if (e.kind != f.kind || e.type != f.type || e.function != f.function || e.num_children != f.num_children)
-        return false;
-    if (e.sharp != f.sharp || e.variable != f.variable || e.state != f.state || e.reading != f.reading)
-        return false;
-    if (e.unit != f.unit || e.constant != f.constant || e.value != f.value) return false;
-    for (int i = 0; i < e.num_children; ++i)
-        if (!SameExpr(a, a.children[e.first_child + i], b, b.children[f.first_child + i])) return false;
+    std::vector<std::pair<int, int>> open = {{x, y}};
+    while (!open.empty()) {
+        const auto [in_a, in_b] = open.back();
+        open.pop_back();
+        const Expr &e = a.exprs[in_a], &f = b.exprs[in_b];
+        if (!SameFields(e, f)) return false;
+        for (int i = 0; i < e.num_children; ++i)
+            open.emplace_back(a.children[e.first_child + i], b.children[f.first_child + i]);
+    }
     return true;
 }
 
@@ -135,8 +176,8 @@ bool SameExpr(const Equation& a, int x, const Equation& b, int y)
 
 std::string PrintExpression(const Equation& eqn, int node)
 {
-    Printer p{eqn, ""};
-    Print(p, eqn.exprs[node]);
+    Printer p{eqn, "", {}};
+    Print(p, node);
     return p.text;
 }
 

@@ -370,7 +370,7 @@ const FunctionDef* FindBinaryOperator(std::string_view text)
 int LeastArguments(const FunctionDef& def)
 {
     if (def.arity > 0) return def.arity;
-    return def.form == SELECT0_FORM || def.form == SELECT1_FORM || def.form == NOISY_TABLE_FORM ? 1 : 0;
+    return def.form == NOISY_TABLE_FORM ? 1 : 0;
 }
 
 const char* EquationReference()

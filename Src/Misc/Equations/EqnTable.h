@@ -26,8 +26,7 @@ const char* OrdinalWord(int number);  // "first", ... for messages; counted from
 
 constexpr double kUndefinedEqn = std::numeric_limits<double>::quiet_NaN();
 constexpr int kMaxEqnText = 65536;
-constexpr int kMaxEqnDepth = 250;
-constexpr int kMaxEqnArguments = 100;
+constexpr int kMaxEqnDepth = 250;  // of parentheses, calls and prefixes in one another; chains are none
 
 // What went wrong in an evaluation; empty for nothing.  A fixed buffer, so that nothing is
 // allocated while evaluating.

@@ -736,8 +736,8 @@ bool ForEachHoldingList(const double* a, int count, int width, Visit visit)
     visit(at);
     for (at += width; at < count;) {
         const Cause cause = UnpackCause(a[at]);
-        if (cause.num_states < 1 || cause.num_states > kMaxEqnArguments) return false;
-        if (count - at - 1 < cause.num_states * width) return false;
+        if (cause.num_states < 1) return false;
+        if (count - at - 1 < int64_t{cause.num_states} * width) return false;
         visit(at + 1 + cause.state * width);
         at += 1 + cause.num_states * width;
     }
@@ -813,7 +813,7 @@ void AddAmount(std::vector<Atom>& sums, const std::vector<Atom>& amount)
 // and the pairs for each of its states; what the probabilities leave is an amount of 0.  x is the sum.
 EQN_INTERVAL(NoisySumTable)
 {
-    if (count < 2 || !(a[1] >= 1 && a[1] < kMaxEqnArguments)) return kUndefinedEqn;
+    if (count < 2 || !(a[1] >= 1 && a[1] <= count)) return kUndefinedEqn;
     const int pairs = static_cast<int>(a[1]);
     std::vector<Atom> sums = {{0.0, 1.0}};
     bool valid = true;

@@ -217,6 +217,8 @@ TEST_F(EqnToTableTest, RowsOfFewNumbers)
         {c,
          "P (c | a) = NoisySumTableDist(c, 1, 0.5, 1, a, 0, 0, 1, 1, 0.5, 3)",
          {0.5, 0.5, 0, 0, 0.5, 0.5, 0.25, 0.25, 0.5}},
+        // A discretised parent counts by its interval.
+        {x, "P (x | p) = NoisyMaxTableDist(x, 2, 1, 0, p, 1, 0, 0.25, 0.75)", {1, 0, 0.25, 0.75}},
         {d, "P (d | p) = p > 1 ? (d < 1 ? 1 : 0) : d > 1 ? 0.5 : 0", {0, 1, 1, 0}},
         {d, "P (d | p) = UniformDist(d, p, p + 1)", {0.5, 0.5, 0, 1}},
         {sign, "sign (any) = any > 0", {0.5, 0.5}},
@@ -234,6 +236,45 @@ TEST_F(EqnToTableTest, RowsOfFewNumbers)
         for (size_t i = 0; i < k.probs.size(); ++i)
             EXPECT_NEAR(found[i], k.probs[i], drawn ? 0.03 : 1e-6) << "entry " << i;
     }
+}
+
+// Counts that are kept never leave rows that do not sum to 1, and a value must belong to a state.
+TEST_F(EqnToTableTest, KeptCountsAndStrayValues)
+{
+    node_bn *a = Discrete("a", nullptr, 2), *x = Discrete("x", nullptr, 2);
+    AddLink_bn(a, x);
+    Convert(x, "P (x | a) = a == 0 ? (x == 0 ? 3 : 1) : 0", 1, 1);
+    ASSERT_EQ(Mistake(), "");
+    const double expected[] = {0.75, 0.25, 0.5, 0.5};
+    for (int i = 0; i < 4; ++i) EXPECT_EQ(Prob(x, i / 2, i % 2), expected[i]);
+    EXPECT_EQ(x->tables.experience[0], 4);
+    EXPECT_EQ(x->tables.experience[1], 0);
+    node_bn* c = Continuous("c", {0, 1, 2});
+    AddLink_bn(a, c);
+    Convert(c, "c (a) = a == 0 ? 1.5 : 99");
+    EXPECT_EQ(Mistake().substr(0, 5), "-6413");
+    EXPECT_TRUE(c->tables.func_reals.empty());
+    for (const state_bn state : {0, 1}) SetNodeFuncReal_bn(c, &state, 50 * state);
+    CompileNet_bn(net_);
+    EXPECT_NE(GetError_vx(env_, WARNING_SEVERITY, -7203, nullptr), nullptr);
+    Mistake(NULL_SEVERITY);
+}
+
+// Beyond the limit of memory the person decides; where nobody can be asked the limit holds.
+TEST_F(EqnToTableTest, AgreedMemoryIsTaken)
+{
+    node_bn *p = Discrete("p", nullptr, 300000), *x = Discrete("x", nullptr, 2);
+    AddLink_bn(p, x);
+    SetNodeEquation_bn(x, "P (x | p) = 0.5");
+    const double limit = LimitMemoryUsage_vx(GetMemoryUsage_vx(env_) + 1e6, env_);
+    EquationToTable_bn(x, 1, 0, 0);
+    EXPECT_EQ(Mistake().substr(0, 5), "-6407");
+    SetQuestionHandler_vx(
+        env_, [](environ_vx*, const char*, const char*, const char*, void*) { return 0; }, nullptr);
+    EquationToTable_bn(x, 1, 0, 0);
+    EXPECT_EQ(Mistake(), "");
+    EXPECT_EQ(x->tables.probs.size(), 600000u);
+    LimitMemoryUsage_vx(limit, env_);
 }
 
 TEST_F(EqnToTableTest, ZeroRows)

@@ -112,6 +112,8 @@ TEST_F(BnParseTest, FaultsOfNodeStatements)
         {"too few inputs", "parents = (P, Q); inputs = (x);", {2956}, false},
         {"too few inputs before parents", "inputs = (x); parents = (P, Q);", {3403}, false},
         {"delays of no parent", "delays = ((1));", {2941}, false},
+        {"delays and inputs of no parent", "delays = ((1)); inputs = (x);", {2941}, false},
+        {"delays and other inputs", "delays = ((1), (1)); inputs = (x);", {3402}, false},
         {"inputs and delays differ", "inputs = (x); delays = ((1), (1)); parents = (P);", {2937}, false},
         {"delay vector without brackets", "parents = (P); delays = (1);", {2959}, false},
         {"delays without brackets", "parents = (P); delays = 1;", {2958}, false},
@@ -124,6 +126,9 @@ TEST_F(BnParseTest, FaultsOfNodeStatements)
         {"persist without brackets", "persist = 1;", {2965}, true},
         {"negative experience base", "ExperBase = -1;", {3597}, true},
         {"bad number", "ExperBase = 1.2.3;", {4001}, false},
+        {"number out of range", "ExperBase = 1e999;", {4134}, false},
+        {"integer out of range", "numstates = 99999999999999999999;", {4134}, false},
+        {"states without thresholds", "discrete = FALSE; states = (x, y);", {2942}, false},
         {"evidence without states", "evidence = a;", {2969}, false},
         {"unknown evidence", "states = (a, b); evidence = c;", {2970}, false},
         {"evidence by number", "numstates = 2; evidence = #1;", {}, true},
@@ -242,6 +247,8 @@ TEST_F(BnParseTest, FaultsOfFilesAndNets)
         {"empty", "", {4109}, false},
         {"newer version", "// ~->[DNET-2]->~\nbnet New {};", {2912}, true},
         {"no version", "// ~->[DNET]->~\nbnet New {};", {2912}, true},
+        {"no semicolon behind another object", kHeader + "foo F {a = 1;} bnet New {};", {3341, 2915}, false},
+        {"no semicolon before the net", kHeader + "foo bnet New {};", {3341, 2915}, false},
         {"other objects first", kHeader + "foo F {a = 1;}; bnet New {};", {3341}, true},
         {"no word", kHeader + "{", {2913}, false},
         {"no net", kHeader, {2920}, false},
@@ -280,6 +287,9 @@ TEST_F(BnParseTest, FaultsOfFilesAndNets)
         {"parents declared later", kHeader + "bnet N {node B {parents = (A);}; node A {};};", {}, true},
         {"cycle", kHeader + "bnet N {node B {parents = (A);}; node A {parents = (B);};};", {3278}, false},
         {"comment without end", kHeader + "bnet N {/* };", {4091}, false},
+        {"comment without end in what is skipped", kHeader + "bnet N {x = (/* };", {3291, 4093}, false},
+        {"nested comment without end", kHeader + "bnet N {/# /# #/ };", {4092}, false},
+        {"nested comment without end in a section", kHeader + "bnet N {user U {/# };", {4094}, false},
         {"string without end", kHeader + "bnet N {title = \"};", {4101}, false},
         {"long name", kHeader + "bnet N {node " + std::string(10 << 20, 'a') + " {};};", {4102}, false},
         {"deep brackets", kHeader + "bnet N {x = " + std::string(100000, '('), {3291, 4104}, false},
@@ -305,6 +315,11 @@ TEST_F(BnParseTest, MessagesNameThePlace)
         ReadBody("node A {states = (x, y);}; node B {states = (x, y); parents = (A); probs = (1,0,0.5,z);};"),
         nullptr);
     EXPECT_EQ(messages_[0].substr(0, 62), "'z' is not a valid number in table entry [y] of node B, on lin");
+    Net* net = ReadBody("nodes = (A); node A {children = (B);};");
+    EXPECT_EQ(messages_[0].substr(messages_[0].find(", while")), ", while reading field `nodes` of net 'N'");
+    EXPECT_EQ(messages_[1].substr(messages_[1].find(", while")),
+              ", while reading field `children` of node 'A'");
+    DeleteNet(net);
     // A string that does not end is reported where it begins.
     EXPECT_EQ(ReadBody("\ntitle = \"x\n\n\n"), nullptr);
     EXPECT_EQ(messages_[0].substr(0, 44), "unterminated quote (\"), starting, on line 4,");

@@ -405,6 +405,30 @@ TEST_F(LearnTest, IterationsArePrinted)
               "Gradient is zero.\n");
 }
 
+// With experience from before, the change is still that of the cases' likelihood alone, and ends learning.
+TEST_F(LearnTest, TheChangeIsThatOfTheLikelihood)
+{
+    for (const int method : {3, 4}) {
+        SCOPED_TRACE(method);
+        node_bn* a = AddNode("A");
+        const prob_bn probs[] = {0.9f, 0.1f};
+        SetNodeProbs_bn(a, nullptr, probs);
+        SetNodeExperience_bn(a, nullptr, 1000);
+        CompileNet_bn(net);
+        Learn(method, Cases("A NumCases\na 9\nb 1\na 5\n"));
+        const int num_iterations = GetLearnerNumIterations_bn(learner);
+        ASSERT_GE(num_iterations, 2);
+        for (int i = 1; i < num_iterations; ++i) {
+            double change = 0;
+            const double before = GetLearnerIteration_bn(learner, i - 1, nullptr);
+            const double after = GetLearnerIteration_bn(learner, i, &change);
+            EXPECT_DOUBLE_EQ(change, (before - after) / before);
+            EXPECT_EQ(change < 1e-5, i == num_iterations - 1);
+        }
+        DeleteNode_bn(a);
+    }
+}
+
 TEST_F(LearnTest, SettingsAndTheirLimits)
 {
     learner = NewLearner_bn(3, env);

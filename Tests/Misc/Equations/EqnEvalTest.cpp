@@ -5,6 +5,7 @@
 #include <bit>
 
 #include "Misc/Equations/EqnCompile.h"
+#include "Misc/Equations/EqnPrint.h"
 #include "Misc/Equations/EqnTestKit.h"
 
 namespace talora {
@@ -49,6 +50,43 @@ TEST(EqnEval, ExamplesOfTheTableHold)
     EXPECT_EQ(without, 3) << "AsState and the noisy tables need variables";
 }
 
+// Chains and lists of any length: nothing recurses, and what is printed parses to the same tree.
+TEST(EqnEval, TakesChainsOfAnyLength)
+{
+    const auto repeat = [](const std::string& text, int times) {
+        std::string all;
+        for (int i = 0; i < times; ++i) all += text;
+        return all;
+    };
+    const int n = 6000;
+    const struct {
+        const char* label;
+        std::string formula;
+        double value;  // for v = 1
+    } cases[] = {
+        {"minus", "0" + repeat(" - v", n), -n},
+        {"mixed", "0" + repeat(" - v + 2", n), n},
+        {"plus", "v" + repeat(" + v", n), n + 1},
+        {"power", repeat("v ^ ", n) + "2", 1},
+        {"else", repeat("v<0?0:", n) + "7", 7},
+        {"and", "v > 0" + repeat(" && v > 0", n), 1},
+        {"truth of conditionals", "!(" + repeat("v<0?v>0:", n) + "v<0)", 1},
+        {"arguments", "max(" + repeat("v, ", n) + "3)", 3},
+        {"more than 16 bits of arguments", "max(" + repeat("1,", 32700) + "3)", 3},
+        {"member", "member(v" + repeat(", 2", n) + ")", 0},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.label);
+        const std::vector<EqnVariable> variables = MakeVariables("v:~");
+        const Equation eqn = ParseFormula(c.formula, variables, nullptr);
+        EXPECT_EQ(Calc(eqn, {1}), c.value);
+        const std::string printed = PrintEquation(eqn);
+        if (printed.size() <= kMaxEqnText) {
+            EXPECT_TRUE(SameTree(eqn, ParseFormula(printed, variables, nullptr)));
+        }
+    }
+}
+
 TEST(EqnEval, ParticularValues)
 {
     const double inf = std::numeric_limits<double>::infinity(), nan = kUndefinedEqn;
@@ -61,6 +99,8 @@ TEST(EqnEval, ParticularValues)
         {"max()", nan},
         {"avg()", nan},
         {"argmin0()", nan},
+        {"select0()", nan},
+        {"select1(1)", nan},
         {"0 * Infinity", 0},
         {"mult(0, log(-1))", 0},
         {"Infinity * 0 * 5", 0},
