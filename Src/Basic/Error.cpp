@@ -187,6 +187,7 @@ ErrorGroup::~ErrorGroup()
 std::string PlaceSuffix(const FilePlace& place)
 {
     std::string suffix;
+    if (place.in_text) return suffix;
     if (place.position != kNoPosition) suffix += ", on line " + std::to_string(place.position);
     if (place.file) suffix += std::string(", in file '") + place.file + "'";
     if (place.context) suffix += place.context;
@@ -556,6 +557,14 @@ int CountReports()
     ErrorGroup& group = Group();
     std::lock_guard guard(ListMutex());
     return group.count;
+}
+
+bool IsMuted(int number)
+{
+    if (!ThisThread().has_warned) return false;
+    for (const ErrorGroup::WarningCount& warning : Group().warnings)
+        if (warning.number == number) return warning.count > kMaxRepeatedWarnings;
+    return false;
 }
 
 // Called with every call: the flag saves the look into thread-local storage where nothing was counted.

@@ -61,6 +61,7 @@ struct FilePlace {
     const char* file = nullptr;
     int64_t position = kNoPosition;  // line number
     const char* context = nullptr;   // ends the message: ", while reading field `x` of node 'A'"
+    bool in_text = false;            // the message itself names the place: it is only kept in the record
 };
 
 // Thrown by Fail once its record is in the list, caught only by the entry frame (or by code that
@@ -210,6 +211,8 @@ std::string PrintReport(report_vx& report, int verbosity);
 // The calling thread's records, oldest first, at most so many.
 std::string ListReports(const environ_vx* env, int verbosity, int max_records);
 
+// Whether a warning of this number would not be kept any more: there were too many in this call.
+bool IsMuted(int number);
 // Called when a call of the interface begins: repeats of warnings are counted per call.
 void ForgetWarningCounts() noexcept;
 constexpr int kMaxRepeatedWarnings = 20;  // of one form in one call; then one "More ..." and no more

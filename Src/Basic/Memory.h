@@ -107,6 +107,11 @@ constexpr double UndefDbl()
 {
     return std::bit_cast<double>(UINT64_C(0xFFEFEFA6115F8D89));
 }
+// An entry of a function table whose parent configuration cannot occur.
+constexpr double ImpossibleDbl()
+{
+    return std::bit_cast<double>(UINT64_C(0xFFEFDF5CD0105197));
+}
 constexpr float InfinityFlt()
 {
     return std::bit_cast<float>(UINT32_C(0x7F7FBE86));

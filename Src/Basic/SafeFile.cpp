@@ -2,10 +2,10 @@
 #include "Basic/SafeFile.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <climits>
 
@@ -29,6 +29,8 @@ namespace {
 
 constexpr int kMaxLinks = 40;
 constexpr int kMaxTemporaryNames = 100;
+constexpr int kNamesLookedAt = 4;          // for what killed saves have left
+constexpr size_t kMaxBaseName = 200;       // of a file system's 255 bytes
 constexpr size_t kMaxCallBytes = 1 << 30;  // systems refuse or cut longer calls
 
 std::string FolderOf(const std::string& path)
@@ -80,6 +82,17 @@ int OpenFile(const std::string& path, int flags)
     return file;
 }
 
+// Removes a temporary of ours that no process holds.
+void RemoveIfLeft(const std::string& path)
+{
+    const int file = ::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    if (file < 0) return;
+    struct stat info;
+    const bool is_ours = ::fstat(file, &info) == 0 && S_ISREG(info.st_mode) && info.st_uid == ::geteuid();
+    if (is_ours && ::flock(file, LOCK_EX | LOCK_NB) == 0) file_ops.unlink(path.c_str());
+    ::close(file);
+}
+
 // False if closing reported an error.  A call that was interrupted has closed the file all the same.
 bool CloseFile(int file)
 {
@@ -109,20 +122,27 @@ SafeFile::SafeFile(std::string path, bool keep_private) : path_(std::move(path))
     if (::fchmod(file_, old.st_mode & (owned ? 07777 : 0777)) != 0) FailWriting();
 }
 
-// O_EXCL: a file or link that is there already, perhaps laid by another user, is never followed.
+// Temporaries of a file are called .NAME.0.tmp, .NAME.1.tmp and so on, the lowest that is free.  Whoever
+// writes one holds its lock.  What nobody holds was left by a process that was killed, and goes.
 void SafeFile::OpenTemporary(bool keep_private)
 {
-    static std::atomic<unsigned> counter{0};
-    const std::string folder = FolderOf(target_);
     const size_t slash = target_.rfind('/');
     const std::string base = slash == std::string::npos ? target_ : target_.substr(slash + 1);
-    for (int i = 0; i < kMaxTemporaryNames && file_ < 0; ++i) {
-        const std::string suffix =
-            Format(".%lx-%x.tmp", static_cast<unsigned long>(::getpid()), counter.fetch_add(1));
-        temporary_ = folder + "/." + base.substr(0, 200) + suffix;
-        file_ = file_ops.open(temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC,
-                              keep_private ? 0600 : 0666);
+    const std::string stem = FolderOf(target_) + "/." + base.substr(0, kMaxBaseName) + ".";
+    for (int i = 0; i < kMaxTemporaryNames; ++i) {
+        if (file_ >= 0 && i >= kNamesLookedAt) break;
+        const std::string path = stem + std::to_string(i) + ".tmp";
+        RemoveIfLeft(path);
+        if (file_ >= 0) continue;
+        file_ =
+            file_ops.open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, keep_private ? 0600 : 0666);
         if (file_ < 0 && errno != EEXIST && errno != EINTR) break;
+        if (file_ < 0) continue;
+        temporary_ = path;
+        if (::flock(file_, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK) continue;
+        // Another save took it for one that was left, before it was locked, and removes it.
+        file_ops.close(file_);
+        file_ = -1;
     }
     if (file_ >= 0) return;
     temporary_.clear();
@@ -156,11 +176,15 @@ void SafeFile::Commit()
 {
     // A failed sync is never tried again: the system may have dropped the data and forgotten it.
     if (!temporary_.empty() && file_ops.fsync(file_) != 0) FailWriting();
+    // A copy keeps the lock until the temporary has got its name.
+    const int lock = temporary_.empty() ? -1 : ::fcntl(file_, F_DUPFD_CLOEXEC, 0);
     const bool closed = CloseFile(file_);
     file_ = -1;
-    if (!closed) FailWriting();
+    const bool renamed =
+        closed && (temporary_.empty() || file_ops.rename(temporary_.c_str(), target_.c_str()) == 0);
+    if (lock >= 0) ::close(lock);
+    if (!renamed) FailWriting();
     if (temporary_.empty()) return;
-    if (file_ops.rename(temporary_.c_str(), target_.c_str()) != 0) FailWriting();
     temporary_.clear();
     SyncFolder();
 }

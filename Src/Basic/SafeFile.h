@@ -2,7 +2,8 @@
 //
 // A SafeFile writes to a temporary file beside its target (a symbolic link is followed to the file
 // that it names), made exclusively, with the mode of the old file; Commit syncs it, renames it over
-// the target and syncs the folder.  Without a Commit, or after any failure, the temporary goes and
+// the target and syncs the folder.  A temporary that a killed process has left goes with the next save of its
+// file.  Without a Commit, or after any failure, the temporary goes and
 // the old file stays.  A folder that cannot be synced is only warned of: the new file is there, whole.
 // What is no regular file (a pipe, a terminal) is written directly.
 #pragma once

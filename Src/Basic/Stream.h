@@ -22,8 +22,9 @@ struct stream_vx {
     std::string name;      // path of a file; of memory: a name for messages, and for the type when writing
     std::string contents;  // of a memory stream
     bool has_contents = false;
-    talora::Secret password;  // for what is encrypted
-    int64_t next_case = 0;    // where the next case begins, when cases are read one by one
+    talora::Secret password;     // for what is encrypted
+    int64_t next_case = 0;       // where the next case begins, when cases are read one by one
+    int64_t next_case_line = 0;  // and its line, 0 if not known
 };
 
 namespace talora {

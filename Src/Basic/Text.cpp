@@ -244,6 +244,19 @@ std::string FormatReal15(double value)
     return {buffer, std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::general, 15).ptr};
 }
 
+std::string FormatReal(double value)
+{
+    char buffer[40];
+    for (int digits = 15;; ++digits) {
+        char* const end =
+            std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::general, digits).ptr;
+        // Numbers next to the greatest are rounded up out of range.
+        double back = 0;
+        const auto [read_end, error] = std::from_chars(buffer, end, back);
+        if (digits == 17 || (error == std::errc() && back == value)) return {buffer, end};
+    }
+}
+
 std::string FormatShortest(float value)
 {
     char buffer[40];

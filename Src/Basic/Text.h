@@ -56,8 +56,10 @@ void FormatInto(char* buffer, size_t size, const char* format, va_list values);
 // "1st", "2nd", "3rd", "4th", ... (counted from 1), for messages.
 std::string Ordinal(int64_t number);
 
-// Numbers without the C locale.  "%.15g" form; the shortest form that reads back the same float.
+// Numbers without the C locale.  "%.15g" form; the same with as many digits more as reading it back needs;
+// the shortest form that reads back.
 std::string FormatReal15(double value);
+std::string FormatReal(double value);
 std::string FormatShortest(float value);
 std::string FormatShortest(double value);
 

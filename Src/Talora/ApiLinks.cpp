@@ -14,19 +14,21 @@ using namespace talora;
 namespace {
 
 // A delay or persistence: numbers separated by commas, one per time dimension.
-std::string DelayArgument(const Net& net, const char* argument, const char* delay)
+std::string DelayArgument(const Net& net, const char* argument, const char* delay, bool is_delay)
 {
-    std::string text = TextArgument(delay);
-    const std::vector<std::string> entries = SplitNames(text);
+    const std::vector<std::string> entries = SplitNames(TextArgument(delay));
+    std::string joined;
     for (const std::string& entry : entries) {
         double value = 0;
         const auto [end, error] = std::from_chars(entry.data(), entry.data() + entry.size(), value);
         if (error != std::errc() || end != entry.data() + entry.size() || !std::isfinite(value))
             Fail<6206>(argument, entry.c_str());
+        if (value < 0 && is_delay) Fail<7251>(argument, entry.c_str());
+        joined += (joined.empty() ? "" : ", ") + entry;
     }
     if (net.num_dimensions > 0 && !entries.empty() && int(entries.size()) != net.num_dimensions)
         Fail<6207>(argument, int(entries.size()), net.num_dimensions, net.name.c_str());
-    return text;
+    return joined;
 }
 
 // The links of a node with one of them altered.
@@ -119,7 +121,7 @@ const char* GetNodeInputName_bn(const node_bn* node, int parent_index)
 void SetNodeInputDelay_bn(node_bn* node, int parent_index, const char* delay)
 {
     CallApi(__func__, node, [&] {
-        const std::string text = DelayArgument(*node->net, "delay", delay);
+        const std::string text = DelayArgument(*node->net, "delay", delay, true);
         AlterLink(*node, parent_index, "set delay of link", [&](Link& link) {
             link.delay = text;
             if (!IsDelayed(link)) link.delay.clear();
@@ -138,7 +140,7 @@ const char* GetNodeInputDelay_bn(const node_bn* node, int parent_index)
 void SetNodePersistance_bn(node_bn* node, const char* persist)
 {
     CallApi(__func__, node, [&] {
-        Change(*node, node->persist, DelayArgument(*node->net, "persist", persist), NO_EFFECT,
+        Change(*node, node->persist, DelayArgument(*node->net, "persist", persist, false), NO_EFFECT,
                "set persistence");
     });
 }

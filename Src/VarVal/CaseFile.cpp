@@ -48,14 +48,25 @@ int64_t LineAt(const CaseBytes& bytes, int64_t position)
     ByteSource source = OpenBytes(bytes);
     std::vector<char> block(1 << 16);
     int64_t lines = 1;
+    char last = 0;
     while (position > 0) {
         const size_t got = source.Read(
             block.data(), static_cast<size_t>(std::min<int64_t>(int64_t(block.size()), position)));
         if (got == 0) break;
-        lines += std::count(block.data(), block.data() + got, '\n');
+        for (size_t i = 0; i < got; ++i) {
+            lines += block[i] == '\r' || (block[i] == '\n' && last != '\r');
+            last = block[i];
+        }
         position -= static_cast<int64_t>(got);
     }
     return lines;
+}
+
+// As it is reported.
+int64_t LineOf(const CasePlace& place)
+{
+    if (place.line == 0) place.line = LineAt(*place.bytes, place.position);
+    return place.from_database ? place.line - kDatabaseHeaderLines : place.line;
 }
 
 // What a file says of its type: "CASE", "DNET", ...; empty if it says nothing.  The rest follows the type.
@@ -82,14 +93,20 @@ void CheckVersion(std::string_view rest, const std::string& file)
         WarnAt<2082>(FilePlace{file.c_str()}, version < 0 ? "old" : "new", version);
 }
 
+// Takes a line end off the front of a text; false if there is none.
+bool TakeLineEnd(std::string_view& text)
+{
+    const size_t length = text.starts_with("\r\n") ? 2 : text.starts_with('\n') || text.starts_with('\r');
+    text.remove_prefix(length);
+    return length > 0;
+}
+
 // The block that FileHeader of DbCases.cpp writes, whose lines do not count.
 bool IsFromDatabase(std::string_view beginning)
 {
-    const size_t end = beginning.find('\n');
-    if (end == std::string_view::npos || !beginning.starts_with("// ~->[CASE-1]->~")) return false;
-    std::string_view rest = beginning.substr(end + 1);
-    if (rest.starts_with('\r')) rest.remove_prefix(1);
-    return rest.starts_with('\n') && rest.substr(1).starts_with(kDatabaseMark);
+    if (!beginning.starts_with("// ~->[CASE-1]->~")) return false;
+    beginning.remove_prefix(std::min(beginning.find_first_of("\r\n"), beginning.size()));
+    return TakeLineEnd(beginning) && TakeLineEnd(beginning) && beginning.starts_with(kDatabaseMark);
 }
 
 // Places of the delimiters in a line, at most `most` of them; kLinePadding bytes behind it can be read.
@@ -132,17 +149,20 @@ int64_t SourceSize(const CaseBytes& bytes)
 // Where the line number was not counted along the way the file is read up to there.
 std::string PlaceText(const CasePlace& place)
 {
-    int64_t line = place.line > 0 ? place.line : LineAt(*place.bytes, place.position);
-    if (place.from_database) line -= kDatabaseHeaderLines;
     return "case " + (place.case_number > 0 ? std::to_string(place.case_number) + " " : "") + "on line " +
-           std::to_string(line) + " (char " + std::to_string(place.character) + ") of file '" +
+           std::to_string(LineOf(place)) + " (char " + std::to_string(place.character) + ") of file '" +
            place.bytes->name + "'";
+}
+
+FilePlace RecordPlace(const CasePlace& place)
+{
+    return {.file = place.bytes->name.c_str(), .position = LineOf(place), .in_text = true};
 }
 
 void FailWrongCount(int count, int wanted, const CasePlace& place)
 {
-    if (count > wanted) Fail<6523>(wanted, PlaceText(place).c_str());
-    Fail<6524>(count, wanted, PlaceText(place).c_str());
+    if (count > wanted) FailAt<6523>(RecordPlace(place), wanted, PlaceText(place).c_str());
+    FailAt<6524>(RecordPlace(place), count, wanted, PlaceText(place).c_str());
 }
 
 // The entry of column NumCases: a number that is not negative.
@@ -150,8 +170,9 @@ double ReadCaseWeight(std::string_view text, const CasePlace& place)
 {
     double weight = 0;
     if (!ParseReal(text, weight))
-        Fail<6525>(std::string(text.substr(0, 80)).c_str(), PlaceText(place).c_str());
-    if (weight < 0) Fail<6526>(std::string(text.substr(0, 80)).c_str(), PlaceText(place).c_str());
+        FailAt<6525>(RecordPlace(place), std::string(text.substr(0, 80)).c_str(), PlaceText(place).c_str());
+    if (weight < 0)
+        FailAt<6526>(RecordPlace(place), std::string(text.substr(0, 80)).c_str(), PlaceText(place).c_str());
     return weight;
 }
 
@@ -162,7 +183,7 @@ int64_t ReadCaseId(std::string_view text, char missing, const CasePlace& place)
     int64_t id = 0;
     const auto result = std::from_chars(text.data(), text.data() + text.size(), id);
     if (result.ec != std::errc() || result.ptr != text.data() + text.size() || id < 0)
-        Fail<6527>(std::string(text.substr(0, 80)).c_str(), PlaceText(place).c_str());
+        FailAt<6527>(RecordPlace(place), std::string(text.substr(0, 80)).c_str(), PlaceText(place).c_str());
     return id;
 }
 
@@ -316,14 +337,14 @@ bool CaseFileReader::Fill()
         std::memmove(block_.data(), block_.data() + at_, end_ - at_);
         block_position_ += static_cast<int64_t>(at_);
         end_ -= at_;
-        slash_ = slash_ > at_ ? slash_ - at_ : 0;
+        for (size_t* const known : {&slash_, &feed_, &return_}) *known = *known > at_ ? *known - at_ : 0;
         at_ = 0;
     }
     // 2. A line longer than the block makes it grow, up to a limit.
     if (end_ + kLinePadding >= block_.size()) {
         if (end_ >= kLongestCaseLine)
-            Fail<6503>(static_cast<long long>(lines_ + 1), Name().c_str(),
-                       static_cast<long long>(kLongestCaseLine));
+            FailAt<6503>(RecordPlace(Name()), static_cast<long long>(lines_ + 1), Name().c_str(),
+                         static_cast<long long>(kLongestCaseLine));
         CheckMemory(double(block_.size()) * 2, "to read a line of %lld bytes from file '%s'",
                     static_cast<long long>(end_), Name().c_str());
         block_.resize(block_.size() * 2);
@@ -342,7 +363,8 @@ bool CaseFileReader::Fill()
 void CaseFileReader::CheckBeginning(bool warn)
 {
     std::string_view beginning(block_.data(), std::min(end_, kBeginningBytes));
-    if (beginning.starts_with("\xFF\xFE") || beginning.starts_with("\xFE\xFF")) Fail<6505>(Name().c_str());
+    if (beginning.starts_with("\xFF\xFE") || beginning.starts_with("\xFE\xFF"))
+        FailAt<6505>(RecordPlace(Name()), Name().c_str());
     if (beginning.starts_with("\xEF\xBB\xBF")) {
         beginning.remove_prefix(3);
         at_ = 3;
@@ -355,22 +377,34 @@ void CaseFileReader::CheckBeginning(bool warn)
     header_.from_database = IsFromDatabase(beginning);
 }
 
+// The first place of what is not taken yet where the character stands; the end if it does not.  What was
+// found out before is in known, so that each byte is looked at once, whatever ends the lines.
+size_t CaseFileReader::Find(char c, size_t& known) const
+{
+    if (known < at_) known = at_;
+    if (known >= end_ || block_[known] == c) return known;
+    const void* const found = std::memchr(block_.data() + known, c, end_ - known);
+    known = found != nullptr ? static_cast<size_t>(static_cast<const char*>(found) - block_.data()) : end_;
+    return known;
+}
+
 // The next line, whatever it holds.
 bool CaseFileReader::NextLine(CaseLine& line)
 {
-    size_t searched = at_;
-    const char* found = nullptr;
+    // Its end: the first LF or CR.  Behind a CR there has to be something to see whether it is CR LF.
+    size_t end = 0;
     for (;;) {
-        found = static_cast<const char*>(std::memchr(block_.data() + searched, '\n', end_ - searched));
-        if (found != nullptr) break;
-        searched = end_ - at_;  // where it will be once the block has moved
-        if (!Fill()) break;
+        end = std::min(Find('\n', feed_), Find('\r', return_));
+        const bool is_known = end < end_ && (block_[end] == '\n' || end + 1 < end_);
+        if (is_known) break;
+        if (Fill()) continue;
+        end = std::min(Find('\n', feed_), Find('\r', return_));  // the block may have moved
+        break;
     }
-    if (found == nullptr && at_ == end_) return false;
+    if (at_ == end_) return false;
     const size_t begin = at_;
-    size_t end = found != nullptr ? static_cast<size_t>(found - block_.data()) : end_;
-    at_ = found != nullptr ? end + 1 : end_;
-    if (end > begin && block_[end - 1] == '\r') --end;
+    at_ = end < end_ ? end + 1 : end_;
+    if (end + 1 < end_ && block_[end] == '\r' && block_[end + 1] == '\n') ++at_;
     line.text = {block_.data() + begin, end - begin};
     line.position = block_position_ + static_cast<int64_t>(begin);
     line.number = lines_known_ ? ++lines_ : 0;
@@ -413,11 +447,14 @@ void CaseFileReader::TakeComment(CaseLine& line, size_t begin)
         return;
     }
     if (has_data) {
-        Fail<6506>(PlaceText(PlaceOf(line, 0, static_cast<int64_t>(begin) + 1)).c_str());
+        const CasePlace place = PlaceOf(line, 0, static_cast<int64_t>(begin) + 1);
+        FailAt<6506>(RecordPlace(place), PlaceText(place).c_str());
     }
     const int64_t first_line = line.number;
     do {
-        if (!NextLine(line)) Fail<6507>(static_cast<long long>(first_line), Name().c_str());
+        if (!NextLine(line))
+            FailAt<6507>({.file = Name().c_str(), .position = first_line, .in_text = true},
+                         static_cast<long long>(first_line), Name().c_str());
         end = line.text.find("*/");
     } while (end == std::string_view::npos);
     line.position += static_cast<int64_t>(end) + 2;
@@ -443,48 +480,52 @@ void CaseFileReader::CheckEntries(const CaseLine& line, int most) const
     if (line.text.size() <= kLongestCaseEntry) return;
     LineSplitter splitter(header_.delimiter);
     const int count = std::min(most, splitter.Split(line, most));
-    for (int i = 0; i < count; ++i)
-        if (splitter.Entry(i).size() > kLongestCaseEntry)
-            Fail<6557>(static_cast<long long>(splitter.Entry(i).size()),
-                       static_cast<long long>(kLongestCaseEntry),
-                       PlaceText(PlaceOf(line, 0, splitter.Character(i))).c_str());
+    for (int i = 0; i < count; ++i) {
+        if (splitter.Entry(i).size() <= kLongestCaseEntry) continue;
+        const CasePlace place = PlaceOf(line, 0, splitter.Character(i));
+        FailAt<6557>(RecordPlace(place), static_cast<long long>(splitter.Entry(i).size()),
+                     static_cast<long long>(kLongestCaseEntry), PlaceText(place).c_str());
+    }
 }
 
 void CaseFileReader::ReadHeader(char default_delimiter)
 {
     CaseLine line;
     header_.delimiter = ',';  // so that quotes are minded
-    if (!Next(line)) Fail<6508>(Name().c_str());
+    if (!Next(line)) FailAt<6508>(RecordPlace(Name()), Name().c_str());
     const std::string_view text = Trim(line.text);
     header_.delimiter = ShownDelimiter(text, default_delimiter);
     LineSplitter splitter(header_.delimiter);
     const int count = splitter.Split(line, kMostCaseColumns);
-    if (count > kMostCaseColumns) Fail<6556>(Name().c_str(), kMostCaseColumns);
+    if (count > kMostCaseColumns) FailAt<6556>(RecordPlace(Name()), Name().c_str(), kMostCaseColumns);
     CheckEntries(line, kMostCaseColumns);
     for (int i = 0; i < count; ++i) {
-        const std::string_view name = splitter.Entry(i);
+        std::string_view name = splitter.Entry(i);
         const int column = static_cast<int>(header_.columns.size());
         if (name.empty() && i > 0 && i == count - 1) break;  // a delimiter at the end of the line
         int* special = name == kIdColumn     ? &header_.id_column
                        : name == kFreqColumn ? &header_.freq_column
                                              : nullptr;
-        if (special == &header_.id_column && *special >= 0) Fail<6509>(Name().c_str());
-        if (special == &header_.freq_column && *special >= 0) Fail<6510>(Name().c_str());
+        if (special == &header_.id_column && *special >= 0) FailAt<6509>(RecordPlace(Name()), Name().c_str());
+        if (special == &header_.freq_column && *special >= 0)
+            FailAt<6510>(RecordPlace(Name()), Name().c_str());
         if (special != nullptr) *special = column;
+        if (name.starts_with(kNodeColumnMark) && IsSpecialColumn(name.substr(1))) name.remove_prefix(1);
         header_.columns.emplace_back(name);
     }
-    if (header_.columns.empty()) Fail<6508>(Name().c_str());
+    if (header_.columns.empty()) FailAt<6508>(RecordPlace(Name()), Name().c_str());
     first_case_ = block_position_ + static_cast<int64_t>(at_);
 }
 
-void CaseFileReader::GoTo(int64_t position)
+void CaseFileReader::GoTo(int64_t position, int64_t line)
 {
     position = std::max(position, first_case_);
     bytes_.GoTo(position);
     block_position_ = position;
-    at_ = end_ = slash_ = 0;
+    at_ = end_ = slash_ = feed_ = return_ = 0;
     ended_ = false;
-    lines_known_ = position == first_case_ && lines_known_;
+    lines_known_ = line > 0 || (position == first_case_ && lines_known_);
+    if (line > 0) lines_ = line - 1;
 }
 
 }  // namespace talora

@@ -1,8 +1,9 @@
 // Case files: opening one, its header, and the lines that hold cases.
 //
 // The file is read in blocks of about a megabyte; only the line at hand is in memory, however long the
-// file is.  Lines given out are views into the block and hold until the next one is asked for; at least
-// kLinePadding bytes behind their end may be read (and mean nothing), so that vector code need not care.
+// file is.  Lines end with LF, CR LF or CR.  Lines given out are views into the block and hold until the next
+// one is asked for; at least kLinePadding bytes behind their end may be read (and mean nothing), so that
+// vector code need not care.
 //
 // A file whose first lines give the columns of a database query counts its lines from behind that block.
 #pragma once
@@ -25,6 +26,12 @@ constexpr size_t kLongestCaseEntry = 64 << 10;
 constexpr int kDatabaseHeaderLines = 6;
 constexpr const char kIdColumn[] = "IDnum";
 constexpr const char kFreqColumn[] = "NumCases";
+// In front of these two it says that the column is a node which is called so.
+constexpr char kNodeColumnMark = '@';
+inline bool IsSpecialColumn(std::string_view name)
+{
+    return name == kIdColumn || name == kFreqColumn;
+}
 
 struct CaseFileHeader {
     bool from_database = false;
@@ -59,14 +66,21 @@ int64_t SourceSize(const CaseBytes& bytes);  // 0 if not known
 // Where a case stands, for messages.
 struct CasePlace {
     const CaseBytes* bytes = nullptr;
-    int64_t case_number = 0;  // 0 if not known
-    int64_t line = 0;         // 0 if not known: it is then found from the position
+    int64_t case_number = 0;   // 0 if not known
+    mutable int64_t line = 0;  // 0 if not known: it is then found from the position when first asked for
     int64_t position = 0;
     int64_t character = 1;  // in the line, from 1
     bool from_database = false;
 };
 // "case 3 on line 5 (char 7) of file 'x.cas'"
 std::string PlaceText(const CasePlace& place);
+// The same for the record of a message that has that text.
+FilePlace RecordPlace(const CasePlace& place);
+// For the record of a message about a file as a whole, which names it.
+inline FilePlace RecordPlace(const std::string& file)
+{
+    return {.file = file.c_str(), .in_text = true};
+}
 
 // ---- What all readers of cases check ----
 [[noreturn]] void FailWrongCount(int count, int wanted, const CasePlace& place);
@@ -133,14 +147,17 @@ public:
     // The next line that holds a case; false at the end of the file.
     bool Next(CaseLine& line);
     // Goes to the line that holds this byte, or begins there; positions within the header: to the first case.
-    void GoTo(int64_t position);
+    // @param line  its number, 0 if not known
+    void GoTo(int64_t position, int64_t line = 0);
 
     int64_t BytesTaken() const { return block_position_ + static_cast<int64_t>(at_); }
     int64_t Size() const { return size_; }  // when it was opened; 0 if not known
     int64_t FirstCase() const { return first_case_; }
+    int64_t NextLineNumber() const { return lines_known_ ? lines_ + 1 : 0; }
 
 private:
     bool NextLine(CaseLine& line);
+    size_t Find(char c, size_t& known) const;
     bool Fill();
     bool SkipComments(CaseLine& line);
     void CheckBeginning(bool warn);
@@ -154,7 +171,8 @@ private:
     TableVector<char> block_;
     int64_t block_position_ = 0;  // of the first byte of the block in the file
     size_t at_ = 0, end_ = 0;     // what is not taken yet
-    size_t slash_ = 0;            // no '/' between at_ and here
+    // None of these characters stands between at_ and here.
+    size_t slash_ = 0, feed_ = 0, return_ = 0;
     bool ended_ = false;
     int64_t size_ = 0;
     int64_t lines_ = 0;  // taken so far

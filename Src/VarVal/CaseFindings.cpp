@@ -96,20 +96,32 @@ void MakeNodeOf(Net& net, const std::string& name, const ColumnSurvey& survey, s
     added.push_back(node);
     std::vector<std::string> names;
     std::unordered_set<std::string> used;
+    std::unordered_map<std::string, int> last_number;  // of each name that several words come to
     for (const std::string& word : survey.words) {
-        std::string state = RepairName(word);
-        for (int i = 2; !used.insert(state).second; ++i) {
-            const std::string ending = "_" + std::to_string(i);
-            state.resize(std::min(state.size(), static_cast<size_t>(kMaxNameLength) - ending.size()));
-            state += ending;
+        const std::string stem = RepairName(word);
+        std::string state = stem;
+        int& number = last_number.emplace(stem, 1).first->second;
+        while (!used.insert(state).second) {
+            const std::string ending = "_" + std::to_string(++number);
+            state = stem.substr(0, static_cast<size_t>(kMaxNameLength) - ending.size()) + ending;
         }
         names.push_back(state);
     }
     SetStateNames(*node, names);
-    // The words of the file that are no legal names stay as titles, by which they are found.
-    for (size_t i = 0; i < names.size(); ++i)
-        if (names[i] != survey.words[i])
-            SetStateText(*node, static_cast<int>(i), &StateText::title, survey.words[i], "title state");
+    // The words of the file that are no legal names stay as titles, by which they are found; numbers among
+    // them as levels, since a number is the number of a state else.
+    std::vector<StateText> texts = node->states.texts;
+    std::vector<double> levels(names.size(), UndefDbl());
+    bool has_levels = false;
+    for (size_t i = 0; i < names.size(); ++i) {
+        if (names[i] != survey.words[i]) texts[i].title = survey.words[i];
+        double value = 0;
+        if (!ParseReal(survey.words[i], value)) continue;
+        levels[i] = value;
+        has_levels = true;
+    }
+    Change(*node, node->states.texts, std::move(texts), NO_EFFECT, "title states");
+    if (has_levels) SetLevels(*node, static_cast<int>(levels.size()), levels.data());
 }
 
 }  // namespace
@@ -163,7 +175,7 @@ std::vector<Node*> AddMissingNodes(Stream& file, Net& net, const CaseFileHeader&
             unknown += (unknown.empty() ? "" : ", ") + name;
     }
     if (!unknown.empty() && file.next_case <= 0)  // once, not for every case
-        Warn<6522>(file.name.c_str(), net.name.c_str(), unknown.c_str());
+        WarnAt<6522>(RecordPlace(file.name), file.name.c_str(), net.name.c_str(), unknown.c_str());
     if (columns.empty()) return {};
     CaseSource source;
     source.name = file.name;
@@ -171,11 +183,32 @@ std::vector<Node*> AddMissingNodes(Stream& file, Net& net, const CaseFileHeader&
     source.contents = file.contents;
     std::vector<Node*> added = AddNodesOfColumns(net, source, columns);
     if (mode == AddMode::TELL)
-        for (const Node* node : added) Notice<6537>(node->name.c_str(), file.name.c_str());
+        for (const Node* node : added)
+            RaiseWith<6537>({.place = RecordPlace(file.name)}, node->name.c_str(), file.name.c_str());
     return added;
 }
 
-NodeFinding FindingOf(const Node& node, const CaseEntry& entry)
+// Told once for all cases of a file.
+void WarnOfRepeatedColumns(const Stream& file, const Net& net, const CaseFileHeader& header)
+{
+    std::vector<char> seen(net.nodes.nodes.size());
+    for (int i = 0; i < static_cast<int>(header.columns.size()); ++i) {
+        const Node* node = FindNode(net, header.columns[static_cast<size_t>(i)]);
+        if (node == nullptr || IsSpecial(header, i)) continue;
+        if (std::exchange(seen[static_cast<size_t>(node->index)], 1))
+            WarnAt<6521>(RecordPlace(file.name), node->name.c_str(), file.name.c_str());
+    }
+}
+
+// For messages that do not name the place themselves.
+FilePlace PlaceToTell(const CasePlace& place)
+{
+    FilePlace told = RecordPlace(place);
+    told.in_text = false;
+    return told;
+}
+
+NodeFinding FindingOf(const Node& node, const CaseEntry& entry, const CasePlace& place)
 {
     NodeFinding finding;
     finding.state = entry.state >= 0 ? entry.state : -1;
@@ -183,9 +216,9 @@ NodeFinding FindingOf(const Node& node, const CaseEntry& entry)
     finding.likelihood.assign(entry.weights.begin(), entry.weights.end());
     if (entry.kind != EntryKind::MISSING && entry.kind != EntryKind::MISFIT &&
         (node.kind == UTILITY_NODE || IsDocumentation(node)))
-        Fail<6034>(KindTerm(node.kind), node.name.c_str());
+        FailAt<6034>(PlaceToTell(place), KindTerm(node.kind), node.name.c_str());
     if (entry.kind == EntryKind::LIKELIHOOD && node.kind != NATURE_NODE)
-        Fail<6538>(KindTerm(node.kind), node.name.c_str());
+        FailAt<6538>(PlaceToTell(place), KindTerm(node.kind), node.name.c_str());
     return finding;
 }
 
@@ -196,7 +229,8 @@ void CheckLineBegins(const Stream& file, int64_t position)
     bytes.GoTo(position - 1);
     char before = '\n';
     bytes.Read(&before, 1);
-    if (before != '\n' && before != '/') Fail<6539>(static_cast<long long>(position), file.name.c_str());
+    if (before != '\n' && before != '\r' && before != '/')
+        FailAt<6539>(RecordPlace(file.name), static_cast<long long>(position), file.name.c_str());
 }
 
 class CaseFindingsReader {
@@ -255,7 +289,7 @@ FoundCase CaseFindingsReader::Read(const std::vector<Node*>& nodes)
         Node* node = FindNode(net_, header.columns[static_cast<size_t>(column)]);
         // A node wanted is taken from its first column.
         if (node == nullptr || !std::exchange(wanted[static_cast<size_t>(node->index)], 0)) continue;
-        NodeFinding finding = FindingOf(*node, ReadEntry(*node, column));
+        NodeFinding finding = FindingOf(*node, ReadEntry(*node, column), place_);
         if (node->kind == CONSTANT_NODE && finding.IsEmpty()) continue;  // a constant keeps its value
         findings.push_back({node, std::move(finding)});
     }
@@ -276,22 +310,25 @@ FoundCase ReadFindings(Stream& file, Net& net, std::vector<Node*> nodes, int64_t
         position = std::abs(position);
     }
     if (position == 0) file.next_case = 0;
+    // Of the case that follows the one read last the line is known, so that a message need not count.
+    const int64_t line_number = position == file.next_case ? file.next_case_line : 0;
     CaseFileReader reader(file, net.env->case_delimiter, position == 0, kSmallCaseBlockBytes);
     const std::vector<Node*> added = AddMissingNodes(file, net, reader.Header(), mode);
     nodes.insert(nodes.end(), added.begin(), added.end());
+    if (file.next_case == 0) WarnOfRepeatedColumns(file, net, reader.Header());
     const bool from_begin = position <= reader.FirstCase();
     if (!from_begin) {
         if (position >= reader.Size()) return FoundCase();
         CheckLineBegins(file, position);
-        reader.GoTo(position);
+        reader.GoTo(position, line_number);
     }
     CaseLine line;
     if (!reader.Next(line)) return FoundCase();
-    if (!from_begin) line.number = 0;  // not known
     CaseFindingsReader findings(net, reader, line);
     try {
         const FoundCase found = findings.Read(nodes);
         file.next_case = reader.BytesTaken();
+        file.next_case_line = reader.NextLineNumber();
         return found;
     } catch (const Unwind& failure) {
         // The net is as it was, but whoever goes on comes to the next case and not to this one for ever.  The
@@ -299,6 +336,7 @@ FoundCase ReadFindings(Stream& file, Net& net, std::vector<Node*> nodes, int64_t
         if (HasCondition(*failure.record, ABORTED_CND)) throw;
         const bool is_first = from_begin || file.next_case < 0;
         file.next_case = is_first ? -reader.BytesTaken() : reader.BytesTaken();
+        file.next_case_line = reader.NextLineNumber();
         throw;
     }
 }

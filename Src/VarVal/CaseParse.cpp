@@ -200,14 +200,15 @@ void CaseReader::Engine::MatchColumns(bool tell)
         }
         const auto index = static_cast<size_t>(node->index);
         if (std::exchange(seen[index], 1)) {
-            if (tell) Warn<6521>(name.c_str(), file->Name().c_str());
+            if (tell) WarnAt<6521>(RecordPlace(file->Name()), name.c_str(), file->Name().c_str());
             continue;
         }
         if (place[index] < 0) continue;
         columns.push_back({i, place[index], EntryTable(), 0});
         has_column[static_cast<size_t>(place[index])] = 1;
     }
-    if (tell && !unknown.empty()) Warn<6522>(file->Name().c_str(), net.name.c_str(), unknown.c_str());
+    if (tell && !unknown.empty())
+        WarnAt<6522>(RecordPlace(file->Name()), file->Name().c_str(), net.name.c_str(), unknown.c_str());
     for (UsedColumn& column : columns) FillEntries(column);
 }
 

@@ -17,18 +17,7 @@ namespace {
 
 // A state number far beyond those there are is taken for a mistake, not for that many states to be added.
 constexpr int kMostStatesAdded = 1000;
-
-// By name, then by name without regard to case, then by title.
-int FindStateWord(const Node& node, std::string_view text)
-{
-    int state = FindState(node, text);
-    const int num_texts = static_cast<int>(node.states.texts.size());
-    for (int i = 0; state < 0 && i < num_texts; ++i)
-        if (!StateName(node, i).empty() && EqualNoCase(StateName(node, i), text)) state = i;
-    for (int i = 0; state < 0 && i < num_texts; ++i)
-        if (!StateTitle(node, i).empty() && StateTitle(node, i) == text) state = i;
-    return state;
-}
+constexpr int kAskedBeforeTables = 16;
 
 bool IsStateNumber(const Node& node, double value)
 {
@@ -61,32 +50,96 @@ CaseEntry OfValue(int state, double value)
     return entry;
 }
 
-// A node without states may have bounds: its two levels.
-bool IsInBounds(const Node& node, double value)
+}  // namespace
+
+// ---- What states are called ----
+
+// Null for the first few questions about a node: going through its states is cheaper than making tables of
+// them.
+const CaseValues::StateWords* CaseValues::WordsOf(const Node& node)
 {
-    const std::vector<double>& levels = node.states.levels;
-    return levels.size() != 2 ||
-           (value >= std::min(levels[0], levels[1]) && value <= std::max(levels[0], levels[1]));
+    StateWords& words = words_[&node];
+    if (words.num_asked < kAskedBeforeTables) {
+        ++words.num_asked;
+        return nullptr;
+    }
+    if (words.is_made) return &words;
+    // The first state of a word or level has it.
+    const NodeStates& states = node.states;
+    for (int i = 0; i < static_cast<int>(states.texts.size()); ++i) {
+        const StateText& text = states.texts[static_cast<size_t>(i)];
+        if (!text.name.empty()) {
+            words.names.emplace(text.name, i);
+            words.lower_names.emplace(LowerText(text.name), i);
+        }
+        if (!text.title.empty()) words.titles.emplace(text.title, i);
+    }
+    for (int i = 0; IsDiscrete(node) && i < static_cast<int>(states.levels.size()); ++i)
+        words.levels.emplace(states.levels[static_cast<size_t>(i)], i);
+    words.is_made = true;
+    return &words;
+}
+
+namespace {
+
+template <class Words, class Key>
+int Find(const Words& words, const Key& key)
+{
+    const auto found = words.find(key);
+    return found == words.end() ? int{UNDEF_STATE} : found->second;
 }
 
 }  // namespace
 
 // In this order: missing, likelihood, state by name or title, "#" and number, number, unknown name.
+// By name, then by name without regard to case.
+int CaseValues::FindName(const Node& node, std::string_view text)
+{
+    if (node.states.texts.empty()) return UNDEF_STATE;
+    if (const StateWords* words = WordsOf(node)) {
+        const int state = Find(words->names, std::string(text));
+        return state >= 0 ? state : Find(words->lower_names, LowerText(text));
+    }
+    int state = FindState(node, text);
+    const int num_texts = static_cast<int>(node.states.texts.size());
+    for (int i = 0; state < 0 && i < num_texts; ++i)
+        if (!StateName(node, i).empty() && EqualNoCase(StateName(node, i), text)) state = i;
+    return state;
+}
+
+int CaseValues::FindTitle(const Node& node, std::string_view text)
+{
+    if (node.states.texts.empty()) return UNDEF_STATE;
+    if (const StateWords* words = WordsOf(node)) return Find(words->titles, std::string(text));
+    for (int i = 0; i < static_cast<int>(node.states.texts.size()); ++i)
+        if (!StateTitle(node, i).empty() && StateTitle(node, i) == text) return i;
+    return UNDEF_STATE;
+}
+
+// The state of a level of a discrete node.
+int CaseValues::FindLevel(const Node& node, double value)
+{
+    if (IsUndef(value)) return UNDEF_STATE;
+    if (const StateWords* words = WordsOf(node)) return Find(words->levels, value);
+    return StateOfValue(node, value);
+}
+
+// ---- Entries ----
+
 CaseEntry CaseValues::Read(Node& node, std::string_view text, const CasePlace& place)
 {
     if (text.empty() || text == "*" || (text.size() == 1 && text[0] == missing_)) return CaseEntry();
     if (text[0] == '{') return ReadLikelihood(node, text, place);
-    if (HasStates(node)) {
-        const int state = FindStateWord(node, text);
-        if (state >= 0) return OfState(state);
-        double number = 0;
-        if (text[0] == '#' && ParseReal(text.substr(1), number)) {
-            if (IsStateNumber(node, number)) return OfState(static_cast<int>(number));
-            return Unreadable(node, text, place);
-        }
-    }
     double value = 0;
+    if (HasStates(node)) {
+        const int state = FindName(node, text);
+        if (state >= 0) return OfState(state);
+        if (text[0] == '#' && ParseReal(text.substr(1), value) && IsStateNumber(node, value))
+            return OfState(static_cast<int>(value));
+    }
     if (ParseReal(text, value)) return ReadNumber(node, text, value, place);
+    const int titled = FindTitle(node, text);
+    if (titled >= 0) return OfState(titled);
     if (!IsDiscrete(node) || CheckNarrowName(text, false, nullptr) != 0) return Unreadable(node, text, place);
     return Settle(node, {NO_SUCH_NAME, text}, place);
 }
@@ -94,26 +147,31 @@ CaseEntry CaseValues::Read(Node& node, std::string_view text, const CasePlace& p
 // 1. Nodes without states take the value, within their bounds.
 CaseEntry CaseValues::ReadNumber(Node& node, std::string_view text, double value, const CasePlace& place)
 {
+    // What fits no value or number of a state may be a title.
+    const auto settle = [&](Situation situation) {
+        const int titled = FindTitle(node, text);
+        return titled >= 0 ? OfState(titled) : Settle(node, {situation, text, value}, place);
+    };
     if (!HasStates(node) && !IsDiscrete(node)) {
-        if (!IsInBounds(node, value)) return Settle(node, {OUT_OF_BOUNDS, text, value}, place);
+        if (!IsInRange(node, value)) return settle(OUT_OF_BOUNDS);
         return OfValue(UNDEF_STATE, value);
     }
     if (!IsDiscrete(node)) {
         const int state = StateOfValue(node, value);
-        if (state < 0) return Settle(node, {OUT_OF_BOUNDS, text, value}, place);
+        if (state < 0) return settle(OUT_OF_BOUNDS);
         return OfValue(state, value);
     }
     if (!node.states.levels.empty()) {
-        const int state = StateOfValue(node, value);
+        const int state = FindLevel(node, value);
         if (state >= 0) return OfState(state);
         if (!LevelsLookLikeStates(node) && IsStateNumber(node, value))
             return OfState(static_cast<int>(value));
-        return Settle(node, {NO_SUCH_NUMBER, text, value}, place);
+        return settle(NO_SUCH_NUMBER);
     }
     if (IsStateNumber(node, value)) return OfState(static_cast<int>(value));
     const bool could_be =
         value >= 0 && value == std::floor(value) && value < NumStates(node) + kMostStatesAdded;
-    return Settle(node, {could_be ? NO_SUCH_NUMBER : NOT_POSSIBLE, text, value}, place);
+    return settle(could_be ? NO_SUCH_NUMBER : NOT_POSSIBLE);
 }
 
 // "{w1;w2;...}": how probable what was observed is in each state.
@@ -144,7 +202,8 @@ CaseEntry CaseValues::ReadLikelihood(Node& node, std::string_view text, const Ca
 CaseEntry CaseValues::Unreadable(Node& node, std::string_view text, const CasePlace& place)
 {
     if (!quiet_)
-        Warn<6511>(std::string(text.substr(0, 80)).c_str(), node.name.c_str(), PlaceText(place).c_str());
+        WarnAt<6511>(RecordPlace(place), std::string(text.substr(0, 80)).c_str(), node.name.c_str(),
+                     PlaceText(place).c_str());
     CaseEntry entry;
     entry.kind = EntryKind::MISFIT;
     entry.always = quiet_;
@@ -163,16 +222,17 @@ CaseEntry CaseValues::Settle(Node& node, const Misfit& misfit, const CasePlace& 
     const std::string where = PlaceText(place);
     switch (Ask(node, misfit, where)) {
         case SKIP:
-            TellSkipped(node, misfit, where);
+            TellSkipped(node, misfit, place);
             return skipped;
         case HALT:
-            TellSkipped(node, misfit, where);
+            TellSkipped(node, misfit, place);
             throw HaltedReading();
         case FIT:
             break;
     }
-    MakeFit(node, misfit, where);
+    MakeFit(node, misfit, place);
     ++changes_;
+    words_.clear();
     return Read(node, misfit.text, place);
 }
 
@@ -213,21 +273,21 @@ CaseValues::Answer CaseValues::Ask(const Node& node, const Misfit& misfit, const
     return answer <= 1 ? FIT : answer <= 3 ? SKIP : HALT;
 }
 
-void CaseValues::TellSkipped(const Node& node, const Misfit& misfit, const std::string& place) const
+void CaseValues::TellSkipped(const Node& node, const Misfit& misfit, const CasePlace& place) const
 {
     const std::string text(misfit.text.substr(0, 80));
     const char* const name = node.name.c_str();
     if (misfit.situation == OUT_OF_BOUNDS)
-        Warn<6512>(misfit.value, name, place.c_str());
+        WarnAt<6512>(RecordPlace(place), misfit.value, name, PlaceText(place).c_str());
     else if (misfit.situation != NO_SUCH_NAME)
-        Warn<6513>(misfit.value, name, place.c_str());
+        WarnAt<6513>(RecordPlace(place), misfit.value, name, PlaceText(place).c_str());
     else if (skips_cases_)
-        Warn<6514>(text.c_str(), name, place.c_str());
+        WarnAt<6514>(RecordPlace(place), text.c_str(), name, PlaceText(place).c_str());
     else
-        Warn<6515>(text.c_str(), name, place.c_str());
+        WarnAt<6515>(RecordPlace(place), text.c_str(), name, PlaceText(place).c_str());
 }
 
-void CaseValues::MakeFit(Node& node, const Misfit& misfit, const std::string& place)
+void CaseValues::MakeFit(Node& node, const Misfit& misfit, const CasePlace& place)
 {
     if (misfit.situation == OUT_OF_BOUNDS)
         ExpandBounds(node, misfit.value, place);
@@ -238,40 +298,42 @@ void CaseValues::MakeFit(Node& node, const Misfit& misfit, const std::string& pl
 }
 
 // Moves the end that the value lies beyond, whichever way the levels run.
-void CaseValues::ExpandBounds(Node& node, double value, const std::string& place)
+void CaseValues::ExpandBounds(Node& node, double value, const CasePlace& place)
 {
     std::vector<double> levels = node.states.levels;
     const bool rising = levels.front() <= levels.back();
     const bool below = value < std::min(levels.front(), levels.back());
     (below == rising ? levels.front() : levels.back()) = value;
     SetLevels(node, NumStates(node), levels.data());
-    Notice<6516>(node.name.c_str(), value, place.c_str());
+    RaiseWith<6516>({.place = RecordPlace(place)}, node.name.c_str(), value, PlaceText(place).c_str());
 }
 
 // Without levels the number is a state number, and all states up to it are added; with levels it is a new
 // one.
-void CaseValues::AddNumber(Node& node, double value, const std::string& place)
+void CaseValues::AddNumber(Node& node, double value, const CasePlace& place)
 {
     const int first = NumStates(node);
     if (node.states.levels.empty()) {
         AddStates(node, -1, {}, static_cast<int>(value) - first + 1, 0);
-        Notice<6517>(("#" + std::to_string(static_cast<int>(value))).c_str(), node.name.c_str(),
-                     place.c_str());
+        RaiseWith<6517>({.place = RecordPlace(place)},
+                        ("#" + std::to_string(static_cast<int>(value))).c_str(), node.name.c_str(),
+                        PlaceText(place).c_str());
         return;
     }
     AddStates(node, -1, {}, 1, 0);
     std::vector<double> levels = node.states.levels;
     levels.back() = value;
     SetLevels(node, first + 1, levels.data());
-    Notice<6518>(first, node.name.c_str(), value, place.c_str());
+    RaiseWith<6518>({.place = RecordPlace(place)}, first, node.name.c_str(), value, PlaceText(place).c_str());
 }
 
-void CaseValues::AddName(Node& node, std::string_view name, const std::string& place)
+void CaseValues::AddName(Node& node, std::string_view name, const CasePlace& place)
 {
     const std::string text(name);
-    if (HasStates(node) && !HasStateNames(node)) Warn<6519>(text.c_str(), node.name.c_str());
+    if (HasStates(node) && !HasStateNames(node))
+        WarnAt<6519>(RecordPlace(place), text.c_str(), node.name.c_str());
     AddStates(node, -1, {text}, 1, 0);
-    Notice<6517>(text.c_str(), node.name.c_str(), place.c_str());
+    RaiseWith<6517>({.place = RecordPlace(place)}, text.c_str(), node.name.c_str(), PlaceText(place).c_str());
 }
 
 }  // namespace talora

@@ -164,7 +164,8 @@ void CaseWriter::WriteHeader(std::span<const std::string> columns)
     };
     if (with_id_) add(kIdColumn);
     if (with_freq_) add(kFreqColumn);
-    for (const std::string& column : columns) add(column);
+    for (const std::string& column : columns)
+        add(IsSpecialColumn(column) ? kNodeColumnMark + column : column);
     // Readers find out the delimiter from this line.
     const std::string_view line = std::string_view(text_).substr(sizeof kHeaderLine - 1);
     if (ShownDelimiter(line, signs_.delimiter) != signs_.delimiter)
@@ -338,8 +339,11 @@ std::string LineFor(const Stream& file, const CaseFileHeader& header, std::span<
     for (int i = 0; i < static_cast<int>(header.columns.size()); ++i) {
         if (i > 0) line += signs.delimiter;
         const auto found = node_of.find(header.columns[static_cast<size_t>(i)]);
-        if (i == header.id_column && id != kNoCaseId) {
-            line += std::to_string(id);
+        if (i == header.id_column) {
+            if (id == kNoCaseId)
+                AppendMissing(line, signs);
+            else
+                line += std::to_string(id);
         } else if (i == header.freq_column) {
             line += FormatShortest(freq == kNoFreq ? 1 : freq);
         } else if (found != node_of.end()) {
@@ -362,10 +366,11 @@ int64_t AppendFindings(Stream& file, std::span<Node* const> nodes, int64_t id, d
 {
     const int64_t size = SizeOf(file);
     if (size == 0) return WriteFirstCase(file, nodes, id, freq);
-    const CaseFileReader reader(file, file.env->case_delimiter, true);
+    const CaseFileReader reader(file, file.env->case_delimiter, true, kSmallCaseBlockBytes);
     std::string text = LineFor(file, reader.Header(), nodes, id, freq);
     int64_t position = size;
-    if (LastByte(file, size) != '\n') {
+    const char last = LastByte(file, size);
+    if (last != '\n' && last != '\r') {
         Warn<6535>(file.name.c_str());
         text.insert(0, 1, '\n');
         ++position;

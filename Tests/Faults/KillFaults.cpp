@@ -99,11 +99,12 @@ protected:
             if (found == name) continue;
             EXPECT_TRUE(IsTemporary(found)) << found;
             ++temporaries;
-            fs::remove(entry.path());
         }
         EXPECT_LE(temporaries, 1);
         tally.temporaries += temporaries;
         EXPECT_EQ(Saved(w_.net, name), new_text);
+        // What was left went with that save.
+        for (const auto& entry : fs::directory_iterator(folder_)) EXPECT_EQ(entry.path().filename(), name);
     }
 
     World w_;

@@ -214,6 +214,46 @@ TEST_F(CasesetTest, PositionsMustBeThoseOfCases)
               "unknown value 'x' for variable 'B', appears in case on line 3 (char 3) of file 't.cas'");
 }
 
+// Single cases: columns that come twice, lines that end with CR, numbers that are titles too, and where it was.
+TEST_F(CasesetTest, SingleCasesReadAsBlocksDo)
+{
+    Net& net = Make("A:3");
+    Node& a = *FindNode(net, "A");
+    SetStateText(a, 0, &StateText::title, "2", "");
+    SetStateText(a, 1, &StateText::title, "#0", "");
+    SetStateText(a, 2, &StateText::title, "1990", "");
+    const struct {
+        const char* label;
+        const char* text;
+        int warning;
+        int64_t line;
+        const char* findings;
+    } kRows[] = {
+        {"two columns", "A A\n1 2\n", 6521, -1, "1"},
+        {"CR alone", "A B\r// c\r1 0\r", 6522, -1, "1"},
+        {"number before title", "A\n2\n", 0, -1, "2"},
+        {"number of a state before title", "A\n#0\n", 0, -1, "0"},
+        {"title that is no number of a state", "A\r1990", 0, -1, "2"},
+        {"nothing of that name", "// c\r\n// d\rA\n\nx\n", 6515, 5, "*"},
+    };
+    for (const auto& row : kRows) {
+        SCOPED_TRACE(row.label);
+        double position = FIRST_CASE_POSN;
+        EXPECT_TRUE(ReadNetFindings2_bn(&position, Memory(row.text), DONT_ADD_NEW, &net.nodes, nullptr, nullptr));
+        EXPECT_EQ(Findings(), row.findings);
+        int64_t line = -1;
+        const report_vx* record = GetError_vx(env_, WARNING_SEVERITY, 0, nullptr);
+        if (record != nullptr) EXPECT_STREQ(ErrorFile_vx(record, &line), "t.cas");
+        EXPECT_EQ(Taken(WARNING_SEVERITY), row.warning);
+        EXPECT_EQ(line, row.line);
+    }
+    SetNodeKind_bn(&a, UTILITY_NODE);
+    double position = FIRST_CASE_POSN;
+    EXPECT_FALSE(ReadNetFindings2_bn(&position, Memory("A\n\n1\n"), DONT_ADD_NEW, &net.nodes, nullptr, nullptr));
+    EXPECT_EQ(Taken(), 6034);
+    EXPECT_EQ(message_, "findings are not allowed for utility nodes (node 'A'), on line 3, in file 't.cas'");
+}
+
 TEST_F(CasesetTest, NodesAreAddedFromColumns)
 {
     const char* text = "IDnum,A,Color,Count,Size\n1,0,dark red,2,1.5\n2,1,green,*,-3\n3,*,dark red,0,7\n";

@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 
 #include "talora/Findings.h"
+#include "talora/JsonMembers.h"
 #include "talora/NetFile.h"
 #include "talora/Text.h"
 #include "talora/Values.h"
@@ -92,7 +93,10 @@ private:
     std::vector<node_bn*> ChooseNodes(const net_bn* net) const
     {
         std::vector<node_bn*> nodes;
-        for (const std::string& name : node_names_) nodes.push_back(FindNode(net, name));
+        for (const std::string& name : node_names_) {
+            node_bn* const node = FindNode(net, name);
+            if (std::find(nodes.begin(), nodes.end(), node) == nodes.end()) nodes.push_back(node);
+        }
         if (!node_names_.empty()) return nodes;
         nodes = ToVector(GetNetNodes2_bn(net, nullptr));
         std::erase_if(nodes, [](const node_bn* node) { return !HasBeliefs(node); });
@@ -152,15 +156,16 @@ private:
     static void AddNode(Json& beliefs, Json& expected, node_bn* node, const prob_bn* vector)
     {
         const char* name = GetNodeName_bn(node);
-        Json& states = beliefs[name] = Json::object();
+        Json& states = AddMember(beliefs, name, Json::object());
         const int num_states = GetNodeNumberStates_bn(node);
         for (state_bn state = 0; state < num_states; ++state)
-            states[StateName(node, state)] = Probability(vector[state]);
+            AddMember(states, StateName(node, state), Probability(vector[state]));
         if (!GetNodeLevels_bn(node)) return;
         double sd = 0;
         const double mean = GetNodeExpectedValue_bn(node, &sd);
         const bool exists = !RealOrNull(mean).is_null();
-        expected[name] = {{"mean", RealOrNull(mean)}, {"sd", exists ? RealOrNull(sd) : Json(nullptr)}};
+        AddMember(expected, name,
+                  {{"mean", RealOrNull(mean)}, {"sd", exists ? RealOrNull(sd) : Json(nullptr)}});
     }
 
     static std::string Heading(const net_bn* net, double log_probability)

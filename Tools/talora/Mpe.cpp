@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "talora/Findings.h"
+#include "talora/JsonMembers.h"
 #include "talora/NetFile.h"
 #include "talora/Pages.h"
 #include "talora/Text.h"
@@ -50,8 +51,14 @@ public:
             html_.Write(session, ConfigurationsPage(net, nodes, BestUpTo(session, net, list, asked)));
         DeleteNodeList_bn(list);
         Json& configuration = session.Field("configuration") = Json::object();
-        for (size_t i = 0; i < nodes.size(); ++i)
-            if (setting[i] >= 0) configuration[GetNodeName_bn(nodes[i])] = StateName(nodes[i], setting[i]);
+        for (size_t i = 0; i < nodes.size(); ++i) {
+            if (setting[i] < 0) continue;
+            const std::string name = GetNodeName_bn(nodes[i]), state = StateName(nodes[i], setting[i]);
+            if (node_names_.empty())
+                AddMember(configuration, name, state);
+            else
+                configuration[name] = state;  // may be named twice
+        }
         session.Field("nth") = nth_;
         session.Field("probability") = RealOrNull(std::exp(log_probability));
         session.Field("log_probability") = RealOrNull(log_probability);

@@ -18,8 +18,8 @@ namespace talora {
 namespace {
 
 constexpr size_t kPollBytes = 1 << 20;
-constexpr size_t kFreeInheritance = 1 << 20;  // bytes of statements inherited, and per byte of the file
-constexpr size_t kInheritancePerByte = 16;
+constexpr size_t kFreeOfFewBytes = 1 << 20;  // bytes or entries that repeat others, and per byte of the file
+constexpr size_t kMadePerByte = 16;
 
 // The text without a byte-order mark; wide text comes back in narrow.
 std::string_view PlainText(std::string_view bytes, std::string& narrow)
@@ -32,7 +32,12 @@ std::string_view PlainText(std::string_view bytes, std::string& narrow)
     return narrow;
 }
 
-// Reads on only if the person wants to, where the format is not the one that this version writes.
+[[noreturn]] void FailInheriting(const DefineNode& define)
+{
+    FailOutOfMemory("to inherit the statements of >-node %s", define.name.c_str());
+}
+
+// Reads on only if the user wants to, where the format is not the one that this version writes.
 void CheckFormatVersion(int version, const FilePlace& place)
 {
     if (version == 1) return;
@@ -72,13 +77,31 @@ Net* ReadNet(const Stream& stream, const ReadNetOptions& options)
     return net;
 }
 
+void CheckNetReads(const Net& net, std::string_view text, const Stream& stream)
+{
+    std::string reason;
+    try {
+        DeleteNet(NetReader(text, stream, {.is_check = true}).Read());
+        return;
+    } catch (const Unwind& unwind) {
+        if (HasCondition(*unwind.record, ABORTED_CND)) throw;
+        reason = MessageOf(*unwind.record);
+        ClearReport(unwind.record);
+    } catch (const OutOfMemory&) {
+        return;  // the work is to be saved first of all
+    } catch (const std::bad_alloc&) {
+        return;
+    }
+    Fail<7253>(net.name.c_str(), reason.c_str());
+}
+
 NetReader::NetReader(std::string_view contents, const Stream& stream, const ReadNetOptions& options)
     : text(contents, stream.name.c_str()),
       stream_(stream),
       options_(options),
       size_(contents.size()),
       next_poll_(kPollBytes),
-      progress_("Reading net")
+      progress_(options.is_check ? "Checking file" : "Reading net")
 {
     if (options_.single_pass) options_.inherit_in_first_pass = true;
 }
@@ -133,7 +156,7 @@ Net* NetReader::Read()
 void NetReader::ReadBnet()
 {
     const std::string name = ReadName("net");
-    net_ = NewNet(*stream_.env, name);
+    net_ = NewNet(*stream_.env, name, !options_.is_check);
     const std::string title = "net '" + name + "'";
     if (!text.TryRead('{')) FailAt<2916>(text.PlaceOf(text.At()), title.c_str());
     const size_t start = text.At();
@@ -164,7 +187,7 @@ void NetReader::ReadStatement(std::string_view word, size_t word_at)
         return;
     }
     const int field = FindNetField(word);
-    if (field < 0) return SkipUnknown(word, word_at, ("net '" + net_->name + "'").c_str());
+    if (field < 0) return SkipUnknown(word, word_at, "net", net_->name);
     const auto index = static_cast<size_t>(field);
     const char* const keyword = kNetFields[index].keyword;
     if (!text.TryRead('=')) FailAt<2922>(text.PlaceOf(word_at), keyword);
@@ -219,9 +242,15 @@ void NetReader::NeedSemicolonAtEnd(const char* what, const std::string& name)
     if (!text.TryRead(';')) FailAt<2925>(text.PlaceOf(text.At()), what, name.c_str());
 }
 
-void NetReader::SkipUnknown(std::string_view word, size_t word_at, const char* owner)
+void NetReader::SkipUnknown(std::string_view word, size_t word_at, const char* what, const std::string& name)
 {
-    text.context = std::string(", while reading ") + owner;
+    // A file of millions of them takes no longer than one that is read.
+    if (IsMuted(3291)) {
+        text.SkipValue();
+        text.TryRead(';');
+        return;
+    }
+    text.context = std::string(", while reading ") + what + " '" + name + "'";
     WarnAt<3291>(text.PlaceOf(word_at), text.Peek() == '=' ? "field" : "object", std::string(word).c_str());
     text.context.clear();
     text.SkipValue();
@@ -316,6 +345,9 @@ void NetReader::ReadNode(const char* what, int kind)
     ReadDefineList(what, node->name.c_str(), reader.defines);
     ReadNodeBlock(reader);
     if (kind == DISCONNECTED_NODE) node->kind = kind;
+    if (node->kind == DISCONNECTED_NODE) TakeOriginalParent(*node);
+    if (node->kind == DISCONNECTED_NODE && !node->links.empty())
+        FailAt<2939>(text.PlaceOf(reader.parents_at));
     if (!reader.put_off.empty()) put_off_.push_back(std::move(reader));
 }
 
@@ -330,6 +362,9 @@ void NetReader::ReadDefineList(const char* what, const char* name, std::vector<c
         defines.push_back(define);  // named twice it gives nothing more
         if (!text.TryRead(',') && text.Peek() != ')') FailAt<3297>(text.PlaceOf(text.At()));
     }
+    // A list of thousands of names, each of them for the same few nodes, gives no more than these.
+    std::unordered_set<const DefineNode*> seen;
+    std::erase_if(defines, [&](const DefineNode* define) { return !seen.insert(define).second; });
 }
 
 const DefineNode* NetReader::FindDefine(std::string_view name) const
@@ -355,6 +390,7 @@ void NetReader::ReadNodeBlock(NodeReader& reader)
     }
     const size_t end = text.At();
     if (!options_.inherit_in_first_pass) Inherit(reader);
+    InheritUserFields(reader);
     EndNode(reader);
     text.GoTo(end);
     NeedSemicolonAtEnd("node", reader.node.name);
@@ -368,7 +404,7 @@ void NetReader::ReadNodeStatement(NodeReader& reader, std::string_view word, siz
     }
     if (word == "user") return ReadSection(reader.node.text, false);
     const int field = FindNodeField(word);
-    if (field < 0) return SkipUnknown(word, word_at, ("node '" + reader.node.name + "'").c_str());
+    if (field < 0) return SkipUnknown(word, word_at, "node", reader.node.name);
     const NodeFieldDef& def = kNodeFields[field];
     if (!text.TryRead('=')) FailAt<2922>(text.PlaceOf(word_at), def.keyword);
     if (def.read == nullptr) {
@@ -410,6 +446,9 @@ bool NetReader::IsRepeated(NodeReader& reader, int field)
 bool NetReader::IsReady(const NodeReader& reader, int field) const
 {
     if (InSecondPass()) return true;
+    // Vectors over time need the number of their entries, which may be stated behind the nodes.
+    const bool needs_dimensions = field == NODE_DELAYS || field == NODE_PERSIST || field == NODE_POSITION;
+    if (needs_dimensions && !net_fields_read_[NET_NUMDIMENSIONS]) return false;
     switch (kNodeFields[field].needs) {
         case Needs::NOTHING:
         case Needs::NAMES:
@@ -439,10 +478,8 @@ void NetReader::ReadNodeField(NodeReader& reader, int field)
     bool done = false;
     if (IsReady(reader, field)) {
         if (field == NODE_PARENTS) reader.parents_at = statement.value_at;
-        text.context.assign(", while reading field `")
-            .append(kNodeFields[field].keyword)
-            .append("` of node '");
-        text.context.append(reader.node.name).append("'");
+        text.context.assign(", while reading field `").append(kNodeFields[field].keyword);
+        text.context.append("` of node '").append(reader.node.name).append("'");
         done = kNodeFields[field].read(reader);
         text.context.clear();
     }
@@ -465,13 +502,57 @@ void NetReader::Inherit(NodeReader& reader)
             text.GoTo(statement.value_at);
             ReadNodeField(reader, statement.field);
             reader.inherited[index] = options_.inherit_in_first_pass;
-            // A few bytes must not call for gigabytes by inheriting a large statement many times.
-            inherited_bytes_ += text.At() - statement.value_at;
-            if (inherited_bytes_ > kFreeInheritance + kInheritancePerByte * here)
-                FailOutOfMemory("to inherit the statements of >-node %s", define->name.c_str());
+            if (!CountMade(text.At() - statement.value_at)) FailInheriting(*define);
         }
     }
     text.GoTo(here);
+}
+
+// A few bytes must not call for gigabytes, as by inheriting a large statement many times.
+bool NetReader::CountMade(size_t count)
+{
+    num_made_ += count;
+    return num_made_ <= kFreeOfFewBytes + kMadePerByte * size_;
+}
+
+// User fields of the define nodes that the node has none of its own of that name; another kind of section if
+// it has none at all.
+void NetReader::InheritUserFields(NodeReader& reader)
+{
+    if (reader.defines.empty()) return;
+    const size_t here = text.At();
+    Description& own = reader.node.text;
+    for (const DefineNode* define : reader.defines) {
+        for (const size_t section_at : define->user_sections) {
+            text.GoTo(section_at);
+            Description inherited;
+            ReadSection(inherited, false);
+            if (!CountMade(text.At() - section_at)) FailInheriting(*define);
+            std::unordered_set<std::string_view> names;
+            for (const UserField& field : own.user_fields) names.insert(field.name);
+            std::erase_if(inherited.user_fields, [&](const UserField& f) { return names.contains(f.name); });
+            names.clear();
+            own.user_fields.insert(own.user_fields.end(), inherited.user_fields.begin(),
+                                   inherited.user_fields.end());
+            if (!own.user_section.empty() || inherited.user_section.empty()) continue;
+            own.user_section = std::move(inherited.user_section);
+            own.user_name = std::move(inherited.user_name);
+        }
+    }
+    text.GoTo(here);
+}
+
+// The user field that our writer adds to a disconnected node is none of the user's.
+void NetReader::TakeOriginalParent(Node& node)
+{
+    std::vector<UserField>& fields = node.text.user_fields;
+    const auto found = std::find_if(fields.begin(), fields.end(), [](const UserField& field) {
+        return field.name == kOriginalParentField && IsLegalName(field.value);
+    });
+    if (found == fields.end()) return;
+    node.disconnected_from = std::move(found->value);
+    fields.erase(found);
+    if (fields.empty() && node.text.user_section.empty()) node.text.user_name.clear();
 }
 
 // Settles what depends on which statements there were, then takes up those put off within the block.
@@ -533,9 +614,10 @@ void NetReader::ReadDefine()
         const int field = FindNodeField(word);
         if (field < 0 || text.Peek() != '=') {
             if (word != "visual" && word != "user") {
-                SkipUnknown(word, word_at, title.c_str());
+                SkipUnknown(word, word_at, "node", define.name);
                 continue;
             }
+            if (word == "user") define.user_sections.push_back(text.At());
         } else if (has(field)) {
             WarnAt<2924>(text.PlaceOf(word_at), kNodeFields[field].keyword, "node", define.name.c_str());
         } else if (text.TryRead('=') && kNodeFields[field].read != nullptr && field != NODE_NAME) {
@@ -550,6 +632,11 @@ void NetReader::ReadDefine()
     for (const DefineNode* base : bases)
         for (const Statement& statement : base->statements)
             if (!has(statement.field)) define.statements.push_back(statement);
+    for (const DefineNode* base : bases)
+        define.user_sections.insert(define.user_sections.end(), base->user_sections.begin(),
+                                    base->user_sections.end());
+    std::unordered_set<size_t> seen;  // a base may come in by several ways
+    std::erase_if(define.user_sections, [&](size_t at) { return !seen.insert(at).second; });
     std::rotate(define.statements.begin(), define.statements.begin() + num_own, define.statements.end());
     NeedSemicolonAtEnd("define node", define.name);
     std::string name = define.name;

@@ -35,10 +35,15 @@ struct ReadNetOptions {
     // Statements of define nodes are applied at the head of the block, not at its end, where a node's own
     // statements have precedence.
     bool inherit_in_first_pass = false;
+    // The text is only looked at: its net joins no list that others see.
+    bool is_check = false;
 };
 
 // The net that the stream holds; its caller owns it.  Polls the halt flag every megabyte or so.
 Net* ReadNet(const Stream& stream, const ReadNetOptions& options);
+
+// Fails (7253) if the text, which is what the net is to be saved as, could not be read again.
+void CheckNetReads(const Net& net, std::string_view text, const Stream& stream);
 
 // The format version in the header line of a text; 0 if it gives none.  kNoVersion: it is no text net file.
 constexpr int kNoVersion = INT32_MIN;
@@ -66,7 +71,7 @@ struct NodeReader {
     bool states_are_known = false;  // a statement gave their number
     int num_delays = -1;            // link vectors read, or input names, while there is no parents statement
     int num_inputs = -1;
-    size_t parents_at = 0;
+    size_t parents_at = 0;  // the list of its parents
 
     Tokenizer& Text();
     const char* Name() const { return node.name.c_str(); }
@@ -77,6 +82,7 @@ struct NodeReader {
 struct DefineNode {
     std::string name;
     std::vector<Statement> statements;  // at most one per field
+    std::vector<size_t> user_sections;  // where their names begin
 };
 
 class NetReader {
@@ -94,6 +100,8 @@ public:
     const DefineNode* FindDefine(std::string_view name) const;
     void Poll();  // now and then in long statements
     size_t BytesLeft() const { return size_ - text.At(); }
+    // Counts what a few bytes of the file call for; false when it gets far more than the file is large.
+    bool CountMade(size_t count);
     std::vector<int> mark_by_node;  // scratch of list readers; all zero between uses
 
     // A name that must be legal; what is "node", "state", ... for the message.
@@ -117,11 +125,13 @@ private:
     bool IsReady(const NodeReader& node, int field) const;
     void ReadNodeField(NodeReader& node, int field);
     void Inherit(NodeReader& node);
+    void InheritUserFields(NodeReader& node);
+    void TakeOriginalParent(Node& node);
     void EndNode(NodeReader& node);
     void TakeUp(NodeReader& node);  // statements put off
     void ReadSection(Description& text, bool visual);
     void ReadNodeSet();
-    void SkipUnknown(std::string_view word, size_t word_at, const char* owner);
+    void SkipUnknown(std::string_view word, size_t word_at, const char* what, const std::string& name);
     void SecondPass();
     void CheckNoCycle();
     void NeedSemicolonAfter(const char* keyword);                        // of a statement
@@ -140,7 +150,7 @@ private:
     std::vector<char> blocks_read_;  // by node index
     std::unordered_map<std::string, DefineNode> defines_;
     std::unordered_set<std::string> node_set_names_;
-    size_t inherited_bytes_ = 0;
+    size_t num_made_ = 0;  // bytes inherited, entries of tables by condition
 };
 
 inline Tokenizer& NodeReader::Text()

@@ -75,8 +75,28 @@ std::vector<std::string> ReadTexts(NetReader& reader)
 std::vector<double> ReadReals(NetReader& reader)
 {
     std::vector<double> reals;
-    ReadList(reader, [&](bool empty) { reals.push_back(empty ? UndefDbl() : reader.text.ReadReal()); });
+    ReadList(reader, [&](bool empty) {
+        Tokenizer& t = reader.text;
+        if (!empty && t.Peek() == '"') {  // ("") is a list of one empty item
+            const std::string item = t.ReadQuoted();
+            if (!item.empty()) FailAt<4002>(t.Place(), item.substr(0, 40).c_str());
+            empty = true;
+        }
+        reals.push_back(empty ? UndefDbl() : t.ReadReal());
+    });
     return reals;
+}
+
+// Each number is the float nearest to what is written.
+std::vector<float> ReadFloats(NetReader& reader)
+{
+    std::vector<float> floats;
+    ReadList(reader, [&](bool) {
+        float value;
+        if (!reader.text.TryReadFloat(value)) value = static_cast<float>(reader.text.ReadReal());
+        floats.push_back(value);
+    });
+    return floats;
 }
 
 // The value of a statement of one word; the warning names what is none of the words.
@@ -300,12 +320,11 @@ void NeedParents(NodeReader& r, const char* keyword)
     FailAt<2941>(r.Text().Place(), keyword, "parents");
 }
 
-// A vector of numbers in its parentheses, one for each dimension of the net, as one text: "1, 0".  All
-// zeros are the same as none.  False, with a warning, if it is none.
-bool TryReadVector(NodeReader& r, std::string& text, int& count)
+// A vector of numbers in its parentheses, one for each dimension of the net, as one text: "1, 0".  False,
+// with a warning, if it is none.
+bool TryReadVector(NodeReader& r, bool is_delay, std::string& text, int& count)
 {
     Tokenizer& t = r.Text();
-    bool all_zero = true;
     text.clear();
     for (count = 0;; ++count) {
         if (t.Peek() == '"') {
@@ -321,12 +340,11 @@ bool TryReadVector(NodeReader& r, std::string& text, int& count)
                 WarnAt<3026>(t.Place(), "name");
             return false;
         }
-        all_zero = all_zero && value == 0;
+        if (is_delay && value < 0) FailAt<7252>(t.Place(), std::string(word).c_str());
         if (count > 0) text += ", ";
         text += word;
         if (t.TryRead(',')) continue;
         ++count;
-        if (all_zero) text.clear();
         if (t.TryRead(')')) return true;
         WarnAt<2966>(t.PlaceOf(t.At()), t.PeekText().c_str());
         return false;
@@ -343,7 +361,7 @@ bool ReadVector(NodeReader& r, int field, std::string& target)
     int count = 0;
     if (!t.TryRead('(')) {
         WarnAt<2965>(t.PlaceOf(t.At()));
-    } else if (TryReadVector(r, value, count)) {
+    } else if (TryReadVector(r, false, value, count)) {
         if (count == net.num_dimensions)
             target = std::move(value);
         else if (field == NODE_PERSIST)
@@ -388,7 +406,7 @@ bool Delays(NodeReader& r)
         if (!t.TryRead('(')) FailAt<2959>(t.PlaceOf(t.At()));
         int count = 0;
         vectors.emplace_back();
-        if (!TryReadVector(r, vectors.back(), count)) faulty();
+        if (!TryReadVector(r, true, vectors.back(), count)) faulty();
         if (vectors.size() == 1) first_count = count;
         if (count != first_count) FailAt<2961>(t.Place(), first_count, count);
         if (count != net.num_dimensions) FailAt<2963>(t.Place(), count, net.num_dimensions, net.name.c_str());
@@ -402,7 +420,10 @@ bool Delays(NodeReader& r)
     NeedParents(r, "delays");
     std::vector<Link> links = r.node.links;
     if (vectors.size() != links.size()) FailAt<2937>(t.Place(), r.num_delays, static_cast<int>(links.size()));
-    for (size_t i = 0; i < links.size(); ++i) links[i].delay = std::move(vectors[i]);
+    for (size_t i = 0; i < links.size(); ++i) {
+        links[i].delay = std::move(vectors[i]);
+        if (!IsDelayed(links[i])) links[i].delay.clear();  // all zeros are the same as none
+    }
     Change(r.node, r.node.links, std::move(links), NO_EFFECT, "read net");
     return true;
 }
@@ -443,7 +464,7 @@ int StateOfWord(const Node& node, std::string_view word)
 void EnterState(NodeReader& r, int state, const char* word)
 {
     NodeFinding& finding = r.node.finding;
-    const bool other_value = !IsUndef(finding.value) && StateOfValue(r.node, finding.value) != state;
+    const bool other_value = !IsUndef(finding.value) && !HoldsValue(r.node, state, finding.value);
     if (other_value || IsRuledOut(finding, state) || (finding.state >= 0 && finding.state != state))
         FailAt<4139>(r.Text().Place(), word, "node");
     finding.state = state;
@@ -452,15 +473,12 @@ void EnterState(NodeReader& r, int state, const char* word)
 void EnterRealValue(NodeReader& r, double value)
 {
     NodeFinding& finding = r.node.finding;
-    const std::vector<double>& levels = r.node.states.levels;
-    const int state = HasStates(r.node) && !levels.empty() ? StateOfValue(r.node, value) : UNDEF_STATE;
-    bool in_range = !IsUndef(value);
-    if (HasStates(r.node))
-        in_range = in_range && state >= 0;
-    else if (levels.size() == 2)
-        in_range =
-            in_range && value >= std::min(levels[0], levels[1]) && value <= std::max(levels[0], levels[1]);
-    if (!in_range) FailAt<2974>(r.Text().Place(), value);
+    const bool has_levels = HasStates(r.node) && !r.node.states.levels.empty();
+    int state = has_levels ? StateOfValue(r.node, value) : UNDEF_STATE;
+    // Of several states with this level it is the one that was stated.
+    if (has_levels && HoldsValue(r.node, finding.state, value)) state = finding.state;
+    const bool in_range = HasStates(r.node) ? state >= 0 : IsInRange(r.node, value);
+    if (IsUndef(value) || !in_range) FailAt<2974>(r.Text().Place(), value);
     if (state >= 0 && ((finding.state >= 0 && finding.state != state) || IsRuledOut(finding, state)))
         FailAt<2975>(r.Text().Place(), value);
     finding.value = value;
@@ -495,8 +513,7 @@ bool Value(NodeReader& r)
 
 bool Likelihood(NodeReader& r)
 {
-    std::vector<float> likelihood;
-    ReadList(r.reader, [&](bool) { likelihood.push_back(static_cast<float>(r.Text().ReadReal())); });
+    const std::vector<float> likelihood = ReadFloats(r.reader);
     if (likelihood.empty() || likelihood.size() != static_cast<size_t>(r.node.states.num_states))
         FailAt<2971>(r.Text().Place(), static_cast<int>(likelihood.size()), r.node.states.num_states, "node");
     for (const float entry : likelihood) {
@@ -535,8 +552,7 @@ bool Finding(NodeReader& r)
 
 bool Belief(NodeReader& r)
 {
-    std::vector<float> beliefs;
-    ReadList(r.reader, [&](bool) { beliefs.push_back(static_cast<float>(r.Text().ReadReal())); });
+    std::vector<float> beliefs = ReadFloats(r.reader);
     const bool are_finite =
         std::all_of(beliefs.begin(), beliefs.end(), [](float b) { return std::isfinite(b); });
     if (!are_finite) return true;  // no file could hold them, and updating gives better ones

@@ -157,10 +157,13 @@ void TableReader::Read(ReadEntry&& read_entry, EndRow&& end_row)
 }
 
 // An entry that is no plain number: a word behind '@', or a fault.
-std::string_view ReadEscape(Tokenizer& t, const TableReader& table, int64_t index, const char* node)
+// @param of_states  the table has states as entries: @any and @uniform may stand for all of them
+std::string_view ReadEscape(Tokenizer& t, const TableReader& table, int64_t index, const char* node,
+                            bool of_states = false)
 {
     const std::string_view word = t.ReadWord();
     if (word == "@undef" || word == "@imposs") return word;
+    if (of_states && FindWord(kEscapeWords, word) != nullptr) return word;
     if (word.empty() && (t.AtEnd() || t.Peek() == ';')) FailAt<2993>(t.PlaceOf(t.At()));
     const std::string shown = word.empty() ? t.PeekText() : std::string(word.substr(0, 40));
     const std::string where = table.Where(index);
@@ -184,11 +187,13 @@ double ReadRealEntry(Tokenizer& t, const TableReader& table, int64_t index, cons
     if (ParseReal(word, value)) return value;
     if (word == "INFINITY") return InfinityDbl();
     if (word == "-INFINITY") return -InfinityDbl();
+    if (word == "undef") return UndefDbl();
+    if (word == "imposs") return ImpossibleDbl();
     t.GoTo(start);
     const std::string escape(ReadEscape(t, table, index, node));
     if (escape[0] != '@')
         FailEntry(t, table, index, node, "'" + escape.substr(0, 40) + "' is not a valid number");
-    return UndefDbl();
+    return escape == "@imposs" ? ImpossibleDbl() : UndefDbl();
 }
 
 // Room for as many entries as the text can still hold.
@@ -256,7 +261,8 @@ bool NumCases(NodeReader& r)
     Reserve(r, experience, table.NumEntries(), r.reader.BytesLeft());
     table.Read(
         [&](int64_t index) {
-            const double value = ReadRealEntry(r.Text(), table, index, r.Name());
+            double value = ReadRealEntry(r.Text(), table, index, r.Name());
+            if (value == ImpossibleDbl()) value = UndefDbl();  // there are no cases of what cannot occur
             if (!IsUndef(value) && value < 0)
                 FailEntry(r.Text(), table, index, r.Name(), "negative number of cases");
             experience.push_back(value);
@@ -278,8 +284,11 @@ bool HoldsReals(NodeReader& r)
         const std::string_view word = t.ReadWord();
         if (word.starts_with('@')) continue;
         double value;
-        if (!word.empty())
-            reals = reals || ParseReal(word, value) || word == "INFINITY" || word == "-INFINITY";
+        const bool is_word_for_number =
+            word == "INFINITY" || word == "-INFINITY" || word == "undef" || word == "imposs";
+        // A state may be called INFINITY.
+        if (!word.empty() && FindState(r.node, word) < 0)
+            reals = reals || is_word_for_number || ParseReal(word, value);
         break;
     }
     t.GoTo(start);
@@ -307,9 +316,8 @@ private:
 
 int32_t ReadStateEntry(NodeReader& r, const TableReader& table, int64_t index, const StateIndex& states)
 {
-    const std::string_view word = ReadEscape(r.Text(), table, index, r.Name());
-    if (word == "@undef") return UNDEF_STATE;
-    if (word == "@imposs") return IMPOSS_STATE;
+    const std::string_view word = ReadEscape(r.Text(), table, index, r.Name(), true);
+    if (const EnumWord* escape = FindWord(kEscapeWords, word)) return escape->value;
     const int32_t state = states.Find(word);
     double number;
     if (state >= 0) return state;
@@ -338,7 +346,7 @@ bool IsByCondition(NodeReader& r)
 }
 
 // Reads "(state, state, ...)", one state for each parent; EVERY_STATE for @any.
-std::vector<int> ReadCondition(NodeReader& r)
+std::vector<int> ReadCondition(NodeReader& r, const std::vector<StateIndex>& parents)
 {
     Tokenizer& t = r.Text();
     const auto& links = r.node.links;
@@ -352,7 +360,8 @@ std::vector<int> ReadCondition(NodeReader& r)
         if (index >= links.size()) FailAt<2554>(t.Place(), r.Name(), num_parents, shown.c_str());
         if (word.empty()) FailAt<2553>(t.PlaceOf(t.At()), Ordinal(static_cast<int64_t>(index) + 1).c_str());
         const Node& parent = *links[index].parent;
-        const int state = word == "@any" ? int{EVERY_STATE} : FindState(parent, word);
+        const int named = parents.empty() ? FindState(parent, word) : parents[index].Find(word);
+        const int state = word == "@any" ? int{EVERY_STATE} : named;
         if (state == UNDEF_STATE) FailAt<2550>(t.Place(), parent.name.c_str(), shown.c_str());
         condition.push_back(state);
         if (!t.TryRead(',') && t.Peek() != ')') FailAt<3297>(t.PlaceOf(t.At()));
@@ -362,40 +371,93 @@ std::vector<int> ReadCondition(NodeReader& r)
     return condition;
 }
 
-bool Matches(const Node& node, const std::vector<int>& condition, int64_t row)
-{
-    for (size_t i = node.links.size(); i-- > 0;) {
-        const int count = node.links[i].parent->states.num_states;
-        if (condition[i] != EVERY_STATE && condition[i] != row % count) return false;
-        row /= count;
+// The states that conditions give, by their rows.  Each parent with more than one state has one entry more
+// than it has states: the last is for @any.  So conditions of any number take one step each, and then one
+// step for every entry and parent hands those for @any on to the states.
+class ConditionTable {
+public:
+    explicit ConditionTable(const Node& node)
+    {
+        for (const Link& link : node.links) {
+            const int count = link.parent->states.num_states;
+            wheels_.push_back({count, count > 1 ? count + 1 : 1});
+            size_ *= static_cast<size_t>(wheels_.back().places);
+        }
+        first_.assign(size_, kNone);
     }
-    return true;
+    // Earlier conditions take precedence.
+    void Add(const std::vector<int>& condition, int32_t state)
+    {
+        size_t at = 0;
+        for (size_t i = 0; i < wheels_.size(); ++i) {
+            const Wheel& wheel = wheels_[i];
+            const int place = condition[i] != EVERY_STATE ? condition[i] : wheel.places - 1;
+            at = at * static_cast<size_t>(wheel.places) + static_cast<size_t>(place);
+        }
+        first_[at] = std::min(first_[at], static_cast<uint32_t>(states_.size()));
+        states_.push_back(state);
+    }
+    // Rows that no condition meets are undefined.
+    TableVector<int32_t> Rows();
+
+private:
+    struct Wheel {
+        int count, places;
+    };
+    static constexpr uint32_t kNone = UINT32_MAX;
+
+    std::vector<Wheel> wheels_;  // the last one turns fastest
+    size_t size_ = 1;
+    TableVector<uint32_t> first_;  // the first condition for these states
+    std::vector<int32_t> states_;  // of each condition
+};
+
+TableVector<int32_t> ConditionTable::Rows()
+{
+    // One parent after the other, the last one first: what holds for @any holds for each of its states.  Only
+    // entries for states go on, so that the table shrinks to its rows.
+    size_t inner = 1;  // entries behind one place of the wheel, already without those for @any
+    size_t outer = size_;
+    for (size_t i = wheels_.size(); i-- > 0;) {
+        const auto count = static_cast<size_t>(wheels_[i].count);
+        const auto places = static_cast<size_t>(wheels_[i].places);
+        outer /= places;
+        for (size_t block = 0; block < outer; ++block) {
+            const uint32_t* const from = first_.data() + block * places * inner;
+            const uint32_t* const any = from + (places - 1) * inner;
+            uint32_t* const to = first_.data() + block * count * inner;
+            for (size_t k = 0; k < count * inner; ++k) to[k] = std::min(from[k], any[k % inner]);
+        }
+        inner *= count;
+    }
+    TableVector<int32_t> rows(inner, UNDEF_STATE);
+    for (size_t row = 0; row < inner; ++row)
+        if (first_[row] != kNone) rows[row] = states_[first_[row]];
+    return rows;
 }
 
-// Earlier conditions take precedence; rows that no condition meets are undefined.
 void ReadByCondition(NodeReader& r, TableReader& table)
 {
-    constexpr int64_t kMaxRows = 1 << 14;  // the whole table comes of a few bytes, and each goes through it
-    if (table.NumEntries() > kMaxRows) FailOutOfMemory("to read table of >-node %s", r.Name());
+    constexpr int64_t kMaxRows = 1 << 14;  // the whole table comes of a few bytes
+    constexpr int64_t kManyConditions = 100;
+    if (table.NumEntries() > kMaxRows || !r.reader.CountMade(static_cast<size_t>(table.NumEntries())))
+        FailOutOfMemory("to read table of >-node %s", r.Name());
     Tokenizer& t = r.Text();
-    TableVector<int32_t> states(static_cast<size_t>(table.NumEntries()), UNDEF_STATE);
-    std::vector<bool> set(states.size());
+    ConditionTable conditions(r.node);
+    std::vector<StateIndex> parents;  // once it is worth while
     const StateIndex names(r.node);
-    size_t num_conditions = 0;
+    int64_t num_conditions = 0;
     do {
-        if (++num_conditions > states.size()) FailAt<2996>(t.PlaceOf(t.At()));
-        const std::vector<int> condition = ReadCondition(r);
+        if (++num_conditions > table.NumEntries()) FailAt<2996>(t.PlaceOf(t.At()));
+        if (num_conditions == kManyConditions)
+            for (const Link& link : r.node.links) parents.emplace_back(*link.parent);
+        const std::vector<int> condition = ReadCondition(r, parents);
         if (t.Peek() != ':') FailAt<2995>(t.PlaceOf(t.At()));
         t.GoTo(t.At() + 1);
-        const int32_t state = ReadStateEntry(r, table, 0, names);
-        for (size_t row = 0; row < states.size(); ++row)
-            if (!set[row] && Matches(r.node, condition, static_cast<int64_t>(row))) {
-                states[row] = state;
-                set[row] = true;
-            }
+        conditions.Add(condition, ReadStateEntry(r, table, 0, names));
         r.reader.Poll();
     } while (t.TryRead(','));
-    r.node.tables.func_states = std::move(states);
+    r.node.tables.func_states = conditions.Rows();
 }
 
 }  // namespace

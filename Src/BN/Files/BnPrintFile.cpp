@@ -4,6 +4,7 @@
 #include <charconv>
 #include <cmath>
 
+#include "BN/Files/BnParse.h"
 #include "BN/Files/NetContainer.h"
 #include "BN/Files/NetFields.h"
 #include "BN/Model/BnProbs.h"
@@ -49,7 +50,7 @@ void AppendReal(std::string& out, double value)
     else if (value == -InfinityDbl())
         out += "-INFINITY";
     else
-        out += FormatReal15(value);
+        out += FormatReal(value);
 }
 
 void AppendEntry(std::string& out, float value)
@@ -67,6 +68,8 @@ void AppendEntry(std::string& out, double value)
     char digits[32];
     if (IsUndef(value))
         out += "@undef";
+    else if (value == ImpossibleDbl())
+        out += "@imposs";
     else if (std::abs(value) == InfinityDbl())
         AppendReal(out, value);
     else
@@ -133,12 +136,11 @@ bool IsVector(const std::string& text)
     return true;
 }
 
-// The time dimensions of a net: those it states, or those of the vectors that its nodes hold.
+// The time dimensions that a net is saved with: those it states, or more if its nodes hold longer vectors.
 size_t NumDimensions(const Net& net)
 {
     auto count = static_cast<size_t>(std::max(0, net.num_dimensions));
     for (const Node* node : net.nodes.nodes) {
-        if (count > 0) break;
         for (const Link& link : node->links)
             if (IsVector(link.delay)) count = std::max(count, CountOf(link.delay));
         if (IsVector(node->persist)) count = std::max(count, CountOf(node->persist));
@@ -147,10 +149,22 @@ size_t NumDimensions(const Net& net)
     return count;
 }
 
-bool PrintVector(ValuePrinter& p, const std::string& vector)
+// A vector with one entry for each dimension.  The number of dimensions may have been changed after the
+// vector was set; zeros in the others change nothing of what it says.
+void AppendVector(ValuePrinter& p, const Node& node, const char* keyword, std::string vector)
 {
-    if (!IsVector(vector) || CountOf(vector) != p.num_dimensions) return false;
+    const size_t count = CountOf(vector);
+    for (size_t i = count; i < p.num_dimensions; ++i) vector += i > 0 ? ", 0" : "0";
+    if (count > 0 && count < p.num_dimensions)
+        Warn<7250>(keyword, node.name.c_str(), vector.c_str(), node.net->name.c_str(),
+                   static_cast<int>(p.num_dimensions));
     p.out += "(" + vector + ")";
+}
+
+bool PrintVector(ValuePrinter& p, const Node& node, const char* keyword, const std::string& vector)
+{
+    if (!IsVector(vector)) return false;
+    AppendVector(p, node, keyword, vector);
     return true;
 }
 
@@ -159,8 +173,25 @@ bool PrintVector(ValuePrinter& p, const std::string& vector)
 void ValuePrinter::Flush(size_t keep_below)
 {
     if (out.size() <= keep_below || write == nullptr) return;
+    const bool was_in_table = in_table;
+    BeginTable(out.size());
     (*write)(out);
     out.clear();
+    taken = 0;
+    in_table = was_in_table;
+}
+
+// What comes now, from this place of the text on, is left out of the text without tables.
+void ValuePrinter::BeginTable(size_t at)
+{
+    if (all_but_tables != nullptr && !in_table) all_but_tables->append(out, taken, at - taken);
+    in_table = true;
+}
+
+void ValuePrinter::EndTable()
+{
+    taken = out.size();
+    in_table = false;
 }
 
 // ---- Fields of the net ----
@@ -306,7 +337,9 @@ bool Units(ValuePrinter& p, const Node& node)
 bool Kind(ValuePrinter& p, const Node& node)
 {
     // Without a statement, a node that says nothing of a variable is read as a note.
-    const bool is_variable = node.states.type != VarType::UNKNOWN || HasStates(node) || !node.links.empty();
+    const bool is_variable = node.states.type != VarType::UNKNOWN || HasStates(node) || !node.links.empty() ||
+                             !node.states.levels.empty() || !node.equation.empty() ||
+                             !node.tables.func_reals.empty() || !IsUndef(node.finding.value);
     if (node.kind == UNKNOWN_KIND && !is_variable) return false;
     if (node.kind == DISCONNECTED_NODE) return false;  // the word `param` tells it
     return PrintWord(p, WordFor(kKindWords, node.kind));
@@ -400,6 +433,33 @@ void RowPrinter::Print(ValuePrinter& p, AppendRow&& append_row)
     }
 }
 
+// What no file can hold: a table is no better for being saved.
+[[noreturn]] void FailEntry(const Node& node, const char* table, const std::string& fault)
+{
+    const std::string reason = std::string("`") + table + "` of node '" + node.name + "' " + fault;
+    Fail<7253>(node.net->name.c_str(), reason.c_str());
+}
+
+void CheckReal(const Node& node, const char* table, double value)
+{
+    if (!std::isfinite(value)) FailEntry(node, table, "has an entry that is not a number");
+}
+
+// A row of probabilities as the reader would take it.
+void CheckRow(const Node& node, const float* row, size_t count)
+{
+    float least = 0, sum = 0;
+    for (size_t i = 0; i < count; ++i) {
+        least = std::min(least, row[i]);
+        sum += row[i];
+    }
+    if (least >= 0 && std::isfinite(sum)) return;
+    const uint32_t problems = CheckProbs(row, static_cast<int>(count)) & (PROBS_MIXED | PROBS_NEGATIVE);
+    if (problems != 0) FailEntry(node, "probs", DescribeProbs(problems, true));
+    if (!std::all_of(row, row + count, [](float entry) { return std::isfinite(entry); }))
+        FailEntry(node, "probs", "has an entry that is not a number");
+}
+
 // Entries of a table that are written need about twelve bytes each.
 void CheckTable(const Node& node, size_t entries, double expected)
 {
@@ -409,13 +469,22 @@ void CheckTable(const Node& node, size_t entries, double expected)
 }
 
 template <class T>
-bool PrintRows(ValuePrinter& p, const Node& node, const TableVector<T>& table)
+bool PrintRows(ValuePrinter& p, const Node& node, const char* keyword, const TableVector<T>& table)
 {
     if (table.empty()) return false;
     RowPrinter rows(node, false);
     CheckTable(node, table.size(), rows.NumRows());
-    rows.Print(p, [&](int64_t row) { AppendEntry(p.out, table[static_cast<size_t>(row)]); });
+    rows.Print(p, [&](int64_t row) {
+        const T value = table[static_cast<size_t>(row)];
+        CheckReal(node, keyword, value);
+        AppendEntry(p.out, value);
+    });
     return true;
+}
+
+bool IsNoNumber(double value)
+{
+    return IsUndef(value) || value == ImpossibleDbl();
 }
 
 }  // namespace
@@ -423,12 +492,23 @@ bool PrintRows(ValuePrinter& p, const Node& node, const TableVector<T>& table)
 bool FuncTable(ValuePrinter& p, const Node& node)
 {
     const auto& states = node.tables.func_states;
-    if (states.empty()) return PrintRows(p, node, node.tables.func_reals);
+    const auto& reals = node.tables.func_reals;
+    if (states.empty()) {
+        if (!HasStates(node) || !std::all_of(reals.begin(), reals.end(), IsNoNumber))
+            return PrintRows(p, node, "functable", reals);
+        // The first entry tells that it is no table of states.
+        const size_t start = p.out.size();
+        if (!PrintRows(p, node, "functable", reals)) return false;
+        p.out.erase(p.out.find('@', start), 1);
+        return true;
+    }
+    if (!reals.empty()) Warn<7254>(node.name.c_str());
     RowPrinter rows(node, false);
     CheckTable(node, states.size(), rows.NumRows());
     rows.Print(p, [&](int64_t row) {
         const int32_t state = states[static_cast<size_t>(row)];
-        p.out += state >= 0 ? StateWord(node, state) : state == IMPOSS_STATE ? "@imposs" : "@undef";
+        if (state >= talora::NumStates(node)) FailEntry(node, "functable", "has a state that there is not");
+        p.out += state >= 0 ? StateWord(node, state) : WordFor(kEscapeWords, state);
     });
     return true;
 }
@@ -442,6 +522,7 @@ bool Probs(ValuePrinter& p, const Node& node)
     CheckTable(node, probs.size(), rows.NumRows() * static_cast<double>(num_states));
     rows.Print(p, [&](int64_t row) {
         const float* const entries = probs.data() + static_cast<size_t>(row) * num_states;
+        CheckRow(node, entries, num_states);
         for (size_t s = 0; s < num_states; ++s) {
             if (s > 0) p.out += ", ";
             AppendEntry(p.out, entries[s]);
@@ -452,7 +533,9 @@ bool Probs(ValuePrinter& p, const Node& node)
 
 bool NumCases(ValuePrinter& p, const Node& node)
 {
-    return PrintRows(p, node, node.tables.experience);
+    for (const double count : node.tables.experience)
+        if (count < 0 && !IsUndef(count)) FailEntry(node, "numcases", "has a negative number of cases");
+    return PrintRows(p, node, "numcases", node.tables.experience);
 }
 
 bool ExperBase(ValuePrinter& p, const Node& node)
@@ -474,27 +557,22 @@ bool Dirty(ValuePrinter& p, const Node& node)
 
 bool Delays(ValuePrinter& p, const Node& node)
 {
-    const auto is_delayed = [&](const Link& link) {
-        return IsVector(link.delay) && CountOf(link.delay) == p.num_dimensions;
-    };
-    if (std::none_of(node.links.begin(), node.links.end(), is_delayed)) return false;
+    const auto has_delay = [](const Link& link) { return IsVector(link.delay); };
+    if (std::none_of(node.links.begin(), node.links.end(), has_delay)) return false;
     AppendList(p.out, node.links.size(), [&](size_t i) {
-        if (is_delayed(node.links[i])) {
-            p.out += "(" + node.links[i].delay + ")";
-            return;
-        }
-        AppendList(p.out, p.num_dimensions, [&](size_t) { p.out += '0'; });
+        const Link& link = node.links[i];
+        AppendVector(p, node, "delays", has_delay(link) ? link.delay : std::string());
     });
     return true;
 }
 
 bool Persist(ValuePrinter& p, const Node& node)
 {
-    return PrintVector(p, node.persist);
+    return PrintVector(p, node, "persist", node.persist);
 }
 bool Position(ValuePrinter& p, const Node& node)
 {
-    return PrintVector(p, node.position);
+    return PrintVector(p, node, "position", node.position);
 }
 bool Title(ValuePrinter& p, const Node& node)
 {
@@ -519,8 +597,10 @@ bool WhenChanged(ValuePrinter& p, const Node& node)
 
 bool Evidence(ValuePrinter& p, const Node& node)
 {
-    // A value that has the state tells it too.
-    if (node.finding.state < 0 || !IsUndef(node.finding.value)) return false;
+    // A value that has the state tells it too, unless several states have it as their level.
+    const NodeFinding& finding = node.finding;
+    if (finding.state < 0) return false;
+    if (!IsUndef(finding.value) && StateOfValue(node, finding.value) == finding.state) return false;
     p.out += StateWord(node, node.finding.state);
     return true;
 }
@@ -556,18 +636,21 @@ namespace {
 
 // KEYWORD = value; unless the value is the default.
 template <class Def, class Object>
-void PrintStatement(ValuePrinter& p, const Def& def, const Object& object, const char* indent)
+void PrintStatement(ValuePrinter& p, const Def& def, const Object& object, const char* indent,
+                    bool is_table = false)
 {
     const size_t start = p.out.size();
+    if (is_table) p.BeginTable(start);
     p.out.append(indent).append(def.keyword).append(" = ");
     p.comment.clear();
     if (!def.write(p, object)) {
         p.out.resize(start);
-        return;
+    } else {
+        p.out += ';';
+        if (!p.comment.empty()) p.out.append("\t// ").append(p.comment);
+        p.out += '\n';
     }
-    p.out += ';';
-    if (!p.comment.empty()) p.out.append("\t// ").append(p.comment);
-    p.out += '\n';
+    if (is_table) p.EndTable();
 }
 
 void PrintSections(ValuePrinter& p, const Description& text, const std::string& indent)
@@ -594,18 +677,28 @@ void PrintNode(ValuePrinter& p, const Node& node)
 {
     p.out += node.kind == DISCONNECTED_NODE ? "\n\tparam " : "\n\tnode ";
     p.out += node.name + " {\n";
-    for (const int field : kNodeOrder) PrintStatement(p, kNodeFields[field], node, "\t\t");
-    PrintSections(p, node.text, "\t\t");
+    for (const int field : kNodeOrder) {
+        const bool is_table = kNodeFields[field].needs == Needs::TABLE;
+        PrintStatement(p, kNodeFields[field], node, "\t\t", is_table);
+    }
+    if (node.kind == DISCONNECTED_NODE && !node.disconnected_from.empty()) {
+        Description text = node.text;
+        text.user_fields.push_back({kOriginalParentField, node.disconnected_from});
+        PrintSections(p, text, "\t\t");
+    } else {
+        PrintSections(p, node.text, "\t\t");
+    }
     p.out += "\t};\n";
     p.Flush(kPieceBytes);
 }
 
 }  // namespace
 
-void PrintNet(const Net& net, const std::function<void(std::string_view)>& write)
+void PrintNet(const Net& net, const std::function<void(std::string_view)>& write, std::string* all_but_tables)
 {
     ValuePrinter p;
     p.write = &write;
+    p.all_but_tables = all_but_tables;
     p.num_dimensions = NumDimensions(net);
     Progress progress("Writing net");
     p.out = "// ~->[DNET-1]->~\n\nbnet " + net.name + " {\n";
@@ -640,12 +733,19 @@ void WriteNet(const Net& net, Stream& stream)
     const bool is_binary = FileTypeByName(stream.name) == "TALA";
     if (!is_binary && password.IsSet()) Warn<6854>();
     ByteSink sink(stream, is_binary && password.IsSet());
+    // What was written is read again before it takes the place of the old file.  The entries of tables, of
+    // which there may be a great many, are checked as they are written.
+    std::string text;
     if (is_binary) {
         NetPacker packer(net, password);
-        PrintNet(net, [&](std::string_view piece) { packer.Add(piece); });
+        PrintNet(
+            net, [&](std::string_view piece) { packer.Add(piece); }, &text);
+        CheckNetReads(net, text, stream);
         packer.WriteTo(sink);
     } else {
-        PrintNet(net, [&](std::string_view piece) { sink.Write(piece); });
+        PrintNet(
+            net, [&](std::string_view piece) { sink.Write(piece); }, &text);
+        CheckNetReads(net, text, stream);
     }
     sink.Commit();
 }

@@ -6,6 +6,7 @@
 #include <new>
 #include <string>
 
+#include "Basic/Environ.h"
 #include "Basic/Error.h"
 #include "Basic/LittleEndian.h"
 #include "Basic/Progress.h"
@@ -36,6 +37,11 @@ constexpr size_t kSizeBytes = 4;                  // of the checksum and the siz
 constexpr uint64_t kMaxText = uint64_t{1} << 40;  // larger is surely an error
 // Deflate makes at most 1032 bytes of one (a match of 258 in two bits); the slack is for tiny files.
 constexpr uint64_t kMaxExpansion = 1032, kSlack = 64 * 1024;
+// A file may expand so far without a question.  Only tables of a great many equal rows get beyond; what we
+// write is stored in part instead, so that reading a small file never takes long without the user's consent.
+constexpr uint64_t kFreeText = 16 << 20, kUsualExpansion = 32;
+constexpr uint64_t kWrittenExpansion = 30;
+constexpr size_t kDeflatePiece = 256 * 1024;
 // Memory taken on the word of the stated size alone: text that expands as usual is inflated in place.
 constexpr size_t kTrusted = 1 << 20, kTrustedPerByte = 16;
 
@@ -102,6 +108,7 @@ public:
 private:
     size_t Inflate(char* room, size_t size);
     void InflateText(const std::function<void(std::string_view)>& check_start);
+    void AskAboutExpansion() const;
     void CheckEnd();
     [[noreturn]] void FailTooSmall();
     [[noreturn]] void FailSize(unsigned stated);
@@ -164,11 +171,23 @@ void GzipReader::InflateText(const std::function<void(std::string_view)>& check_
         const auto* const bytes = reinterpret_cast<const Bytef*>(piece);
         result_.crc = static_cast<uint32_t>(crc32(result_.crc, bytes, static_cast<uInt>(got)));
         text.SetSize(text.Size() + got);
-        if (piece == text.Data() && stated >= kLarge) check_start(text.View());
+        if (piece == text.Data() && stated >= kLarge) {
+            check_start(text.View());
+            AskAboutExpansion();
+        }
         if (IsHalted()) FailWith<3605>(ABORTED_CND);
         if (got < room) break;
     }
     text.Data()[text.Size()] = '\0';
+}
+
+void GzipReader::AskAboutExpansion() const
+{
+    const uint64_t size = cursor_.bytes.size();
+    if (stated_size_ <= kFreeText + kUsualExpansion * size) return;
+    if (AskQuestion("This file expands to an unusual size, as a damaged or malicious one may. Read it?",
+                    "Read,Cancel", "Cancel") == 1)
+        FailAt<7256>(place_, static_cast<long long>(stated_size_), static_cast<long long>(size));
 }
 
 void GzipReader::FailTooSmall()
@@ -266,10 +285,27 @@ void GzipWriter::Deflate(int flush)
     } while (zlib_.avail_out == 0 || (flush == Z_FINISH && code != Z_STREAM_END));
 }
 
+// Stores text as it is where the member has become too small for what it holds.
+void GzipWriter::ChooseLevel()
+{
+    const bool stores = text_size_ > kFreeText + kWrittenExpansion * member_.Size();
+    if (stores == stores_) return;
+    stores_ = stores;
+    zlib_.avail_in = 0;
+    Deflate(Z_BLOCK);  // what is pending, with the old level
+    MakeRoom(kPiece);
+    zlib_.next_out = reinterpret_cast<Bytef*>(member_.Data() + member_.Size());
+    zlib_.avail_out = static_cast<uInt>(kPiece);
+    const int code = deflateParams(&zlib_, stores ? Z_NO_COMPRESSION : kLevel, Z_DEFAULT_STRATEGY);
+    if (code != Z_OK && code != Z_BUF_ERROR) Fail<6848>();
+    member_.SetSize(member_.Size() + kPiece - zlib_.avail_out);
+}
+
 void GzipWriter::Add(std::string_view text)
 {
     while (!text.empty()) {
-        const std::string_view piece = text.substr(0, kMaxCall);
+        const std::string_view piece = text.substr(0, kDeflatePiece);
+        ChooseLevel();
         const auto* const bytes = reinterpret_cast<const Bytef*>(piece.data());
         crc_ = static_cast<uint32_t>(crc32(crc_, bytes, static_cast<uInt>(piece.size())));
         text_size_ += piece.size();

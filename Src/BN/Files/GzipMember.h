@@ -34,6 +34,7 @@ public:
 private:
     explicit GzipWriter(const char* title);
     void Deflate(int flush);
+    void ChooseLevel();
     void Append(std::string_view bytes);
     void MakeRoom(size_t bytes);
 
@@ -41,6 +42,7 @@ private:
     ByteBuffer member_;
     uint64_t text_size_ = 0;
     uint32_t crc_ = 0;
+    bool stores_ = false;  // without compressing
     const char* title_;
 };
 

@@ -147,7 +147,7 @@ void CheckField(int number, uint64_t stored, uint64_t found, const FilePlace& pl
         WarnAt<6852>(place, number, static_cast<long long>(stored), static_cast<long long>(found));
 }
 
-// The password for a file: fixed, the stream's, or the person's.
+// The password for a file: fixed, the stream's, or one that the user is asked for.
 Secret PasswordFor(const CipherDef& cipher, const Stream& stream)
 {
     if (!cipher.needs_password) return Secret(kSimplePassword);
@@ -155,6 +155,15 @@ Secret PasswordFor(const CipherDef& cipher, const Stream& stream)
         stream.password.IsSet() ? stream.password : AskPassword("This file is encrypted.  Enter password:");
     if (!password.IsSet()) FailWith<6858>(FILE_CND, stream.name.c_str());
     return password;
+}
+
+// A file of the fixed password opens whatever password is given.  Whoever gives one relies on it, and expects
+// that the net is saved with it again.
+void MindSimple(const Stream& stream, Secret& password)
+{
+    if (stream.password.IsSet() && stream.password.Text() == kSimplePassword) return;
+    Warn<7255>(stream.name.c_str());
+    if (stream.password.IsSet()) password = stream.password;
 }
 
 // The gzip member of an encrypted file, and the password that opened it.
@@ -175,6 +184,7 @@ ByteBuffer Decrypt(const NetContainer& file, std::string_view bytes, const Strea
     CheckMemory(static_cast<double>(sealed.size()), "for decrypting file");
     FileKeys keys;
     DeriveKeys(block, password.Text(), keys);
+    if (!cipher->needs_password) MindSimple(stream, password);
     return Unseal(*cipher, keys, block, bytes.substr(0, bytes.size() - sealed.size()), sealed, place);
 }
 

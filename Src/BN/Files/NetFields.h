@@ -94,6 +94,9 @@ struct NodeFieldDef {
     bool (*write)(ValuePrinter&, const Node&);
 };
 
+// The user field in which a file keeps the original parent that a disconnected node stands for.
+constexpr char kOriginalParentField[] = "Talora_original_parent";
+
 extern const NetFieldDef kNetFields[NUM_NET_FIELDS];
 extern const NodeFieldDef kNodeFields[NUM_NODE_FIELDS];
 

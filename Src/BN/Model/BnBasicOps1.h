@@ -57,6 +57,8 @@ int ReconnectLinks(Node& child);
 void RenameInStandIns(const Node& parent,
                       std::string_view name);  // before the parent of cut links is renamed
 void CheckParentIndex(const Node& child, int index);
+// Deletes a node that stood for a parent that was cut away, once its last child is gone.
+void RemoveStandInIfUnused(Node& node);
 
 // ---- Node sets ----
 void AddToNodeSet(Node& node, std::string_view set);

@@ -103,13 +103,13 @@ Node* OriginalParent(const Node& stand_in)
     return found == net.nodes.nodes.end() ? nullptr : *found;
 }
 
+}  // namespace
+
 void RemoveStandInIfUnused(Node& node)
 {
     if (node.kind == DISCONNECTED_NODE && !node.disconnected_from.empty() && node.children.nodes.empty())
         DeleteNode(node);
 }
-
-}  // namespace
 
 void RenameInStandIns(const Node& parent, std::string_view name)
 {

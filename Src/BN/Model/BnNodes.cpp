@@ -82,8 +82,12 @@ void DeleteNode(Node& node)
                "remove link");
         Change(*orphaned.child, orphaned.child->tables, std::move(orphaned.tables), RETABLES, "remove link");
     }
+    std::vector<Node*> stand_ins;
+    for (const Link& link : node.links)
+        if (link.parent->kind == DISCONNECTED_NODE) stand_ins.push_back(link.parent);
     Change(node, node.links, std::vector<Link>(), RELINKS | RESTRUCTURES, "remove links");
     RemoveNode(node, "delete node");
+    for (Node* stand_in : stand_ins) RemoveStandInIfUnused(*stand_in);
 }
 
 void RenameNode(Node& node, std::string_view name)

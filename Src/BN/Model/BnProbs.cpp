@@ -322,7 +322,9 @@ namespace {
 int32_t FunctionState(const Node& node, size_t row)
 {
     const NodeTables& tables = node.tables;
-    return tables.func_states.empty() ? StateOfValue(node, tables.func_reals[row]) : tables.func_states[row];
+    if (!tables.func_states.empty()) return tables.func_states[row];
+    if (tables.func_reals[row] == ImpossibleDbl()) return IMPOSS_STATE;
+    return StateOfValue(node, tables.func_reals[row]);
 }
 
 size_t NumFunctionRows(const Node& node)

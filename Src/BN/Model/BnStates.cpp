@@ -259,9 +259,13 @@ void ChangeLevels(Node& node, std::vector<double> levels)
     NodeFinding finding = node.finding;
     // A function that gives values leads to other states, and its potential has to be made again.
     Change(node, node.states.levels, std::move(levels), RETABLES, "set levels");
-    if (IsUndef(finding.value) || !HasStates(node)) return;
-    finding.state = StateOfValue(node, finding.value);
-    if (finding.state < 0) finding = NodeFinding();
+    if (IsUndef(finding.value)) return;
+    if (HasStates(node)) {
+        finding.state = StateOfValue(node, finding.value);
+        if (finding.state < 0) finding = NodeFinding();
+    } else if (!IsInRange(node, finding.value)) {
+        finding = NodeFinding();
+    }
     Change(node, node.finding, std::move(finding), REFINDS, "set levels");
 }
 

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cmath>
+#include <functional>
 #include <iterator>
 
 #include "BN/Model/BnElimOrder.h"
@@ -51,7 +52,14 @@ constexpr uint64_t kLabelEnd = UINT64_C(999999999999999000);
 
 bool IsDelayed(const Link& link)
 {
-    return link.delay.find_first_of("123456789") != std::string::npos;
+    // A digit behind the "e" of a number does not count: 0e5 is zero.
+    bool in_exponent = false;
+    for (const char c : link.delay) {
+        if (c == 'e' || c == 'E') in_exponent = true;
+        if (c == ',') in_exponent = false;
+        if (!in_exponent && c >= '1' && c <= '9') return true;
+    }
+    return false;
 }
 
 const std::string& StateName(const Node& node, int state)
@@ -113,16 +121,28 @@ int StateOfValue(const Node& node, double value)
         return found == levels.end() ? int(UNDEF_STATE) : int(found - levels.begin());
     }
     if (levels.size() != size_t(num_states) + 1) return UNDEF_STATE;
-    // An interval holds its first threshold; the last one holds both of its ends.
+    // An interval holds its first threshold; the last one holds both of its ends.  The thresholds are in
+    // order (Knuth 1973, section 6.2.1): the interval is the one before the first threshold beyond the value.
     const bool rising = levels.front() <= levels.back();
-    for (int state = 0; state < num_states; ++state) {
-        const double low = levels[state], high = levels[state + 1];
-        const bool is_last = state + 1 == num_states;
-        if (rising ? value >= low && (value < high || (is_last && value == high))
-                   : value <= low && (value > high || (is_last && value == high)))
-            return state;
-    }
-    return UNDEF_STATE;
+    const auto beyond = rising ? std::upper_bound(levels.begin(), levels.end(), value)
+                               : std::upper_bound(levels.begin(), levels.end(), value, std::greater<>());
+    if (beyond == levels.begin()) return UNDEF_STATE;
+    if (beyond != levels.end()) return int(beyond - levels.begin()) - 1;
+    return value == levels.back() ? num_states - 1 : int(UNDEF_STATE);
+}
+
+bool IsInRange(const Node& node, double value)
+{
+    const std::vector<double>& levels = node.states.levels;
+    return levels.size() != 2 ||
+           (value >= std::min(levels[0], levels[1]) && value <= std::max(levels[0], levels[1]));
+}
+
+bool HoldsValue(const Node& node, int state, double value)
+{
+    const std::vector<double>& levels = node.states.levels;
+    if (!IsDiscrete(node)) return StateOfValue(node, value) == state;
+    return !IsUndef(value) && state >= 0 && state < int(levels.size()) && levels[state] == value;
 }
 
 const char* KindTerm(int kind)
@@ -348,7 +368,7 @@ void PrepareOwnedList(NodeList& list, environ_vx* env, RecursiveLock* lock)
 
 }  // namespace
 
-Net* NewNet(environ_vx& env, std::string_view name)
+Net* NewNet(environ_vx& env, std::string_view name, bool is_listed)
 {
     RecursiveLock* lock = NewObjectLock();
     Net* net = nullptr;
@@ -361,6 +381,7 @@ Net* NewNet(environ_vx& env, std::string_view name)
         PrepareOwnedList(net->nodes, &env, lock);
         PrepareOwnedList(net->elim_order, &env, lock);
         if (CallLocks* call = ThisThread().locks) call->Adopt(lock);
+        if (!is_listed) return net;
         std::lock_guard guard(env.mutex);
         env.nets.push_back(net);  // from here on others see it
     } catch (...) {

@@ -267,6 +267,10 @@ std::string StateWord(const Node& node, int state);
 double StateValue(const Node& node, int state);
 // The state whose interval or level holds a value; UNDEF_STATE if none does.
 int StateOfValue(const Node& node, double value);
+// Whether a node without states may have the value: between its two levels, if it has them.
+bool IsInRange(const Node& node, double value);
+// Whether the state's interval or level holds the value; several states may have one level.
+bool HoldsValue(const Node& node, int state, double value);
 
 const char* KindTerm(int kind);  // for messages: "nature", "decision", ...
 
@@ -292,7 +296,8 @@ std::vector<Node*> TopologicalOrder(const Net& net);
 void ValidateNet(Net& net);
 
 // ---- Making and deleting records ----
-Net* NewNet(environ_vx& env, std::string_view name);
+// @param is_listed  among the nets of the environment; the others are seen by their maker alone
+Net* NewNet(environ_vx& env, std::string_view name, bool is_listed = true);
 void DeleteNet(Net* net) noexcept;
 Node* NewNodeRecord(Net& net);          // belongs to no list yet
 void ReleaseNode(Node* node) noexcept;  // the record alone

@@ -57,6 +57,13 @@ constexpr EnumWord kDirtyWords[] = {
     {"TRUE", int(EqnDirty::DIRTY)},
     {"MAYBE", int(EqnDirty::MAYBE)},
 };
+// What a table states for a row instead of a state.
+constexpr EnumWord kEscapeWords[] = {
+    {"@undef", UNDEF_STATE},
+    {"@imposs", IMPOSS_STATE},
+    {"@any", EVERY_STATE},
+    {"@uniform", UNIFORM_STATE},
+};
 constexpr EnumWord kBoolWords[] = {{"TRUE", 1}, {"FALSE", 0}};
 
 }  // namespace talora

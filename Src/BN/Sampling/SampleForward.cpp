@@ -363,6 +363,7 @@ bool ForwardSampler::Engine::DrawNode(size_t at, RandomState& random)
             if (drawn.num_states > 0) states[at] = static_cast<int>(NextUniform(random) * drawn.num_states);
             return true;
         case DrawKind::REAL_TABLE:
+            if (drawn.node->tables.func_reals[RowOf(drawn)] == ImpossibleDbl()) return false;
             StoreValue(at, drawn.node->tables.func_reals[RowOf(drawn)]);
             return true;
         case DrawKind::EQUATION:

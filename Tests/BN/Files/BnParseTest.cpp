@@ -120,6 +120,8 @@ TEST_F(BnParseTest, FaultsOfNodeStatements)
         {"delay lengths", "parents = (P, Q); delays = ((1), (1, 2));", {2961}, false},
         {"delay dimensions", "parents = (P); delays = ((1, 2));", {2963}, false},
         {"delay no number", "parents = (P); delays = ((x));", {3026, 2938}, false},
+        {"negative delay", "parents = (P); delays = ((-1));", {7252}, false},
+        {"disconnected behind its parents", "parents = (P); kind = DISCONNECTED;", {2939}, false},
         {"delays fine", "parents = (P, A); delays = ((0), (1));", {}, true},
         {"persist dimensions", "persist = (1, 2);", {2967}, true},
         {"position dimensions", "position = (1, 2);", {2968}, true},

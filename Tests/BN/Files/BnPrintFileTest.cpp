@@ -118,6 +118,39 @@ TEST_F(BnPrintFileTest, WrittenTextIsStable)
          "numdimensions = 2; node A {}; node B {parents = (A, B); delays = ((0, 0), (1, 0)); position = (1, 2);};",
          "delays = ((0, 0), (1, 0));"},
         {"impossible and missing", "node A {states = (x, y); probs = (@undef, 0.5);};", "(@undef, 0.5);"},
+        {"one undefined level", "node A {discrete = TRUE; states = (a); levels = (\"\");};",
+         "levels = (\"\");"},
+        {"level of 17 digits",
+         "node A {discrete = FALSE; levels = (0, 0.30000000000000004); value = 0.30000000000000004;};",
+         "levels = (0, 0.30000000000000004);"},
+        {"level of 15 digits", "node A {discrete = FALSE; levels = (0.1, 1e5);};", "levels = (0.1, 100000);"},
+        {"numbers that cannot be",
+         "node P {states = (a, b);}; node A {discrete = FALSE; parents = (P); functable = (@imposs, 2);};",
+         "(@imposs,\t// a\n\t\t\t 2);\t// b\n"},
+        {"no number at all", "node A {states = (x); levels = (2); functable = (undef);};",
+         "\n\t\t\tundef;\n"},
+        {"every state",
+         "node P {states = (a, b);}; node A {states = (INFINITY, y); parents = (P); functable = (@any, @uniform);};",
+         "(@any,\t// a\n\t\t\t @uniform);\t// b\n"},
+        {"state called infinity", "node A {states = (INFINITY, y); functable = INFINITY;};",
+         "functable = \n\t\t\tINFINITY;\n"},
+        {"two states of one level", "node A {states = (a, b); levels = (1, 1); evidence = b; value = 1;};",
+         "evidence = b;\n\t\tvalue = 1;"},
+        {"zero delay", "numdimensions = 1; node A {}; node B {parents = (A); delays = ((0e5));};",
+         "parents = (A);\n\t};"},
+        {"dimensions behind the nodes",
+         "node A {}; node B {parents = (A, B); delays = ((0), (2)); persist = (0);}; numdimensions = 1;",
+         "delays = ((0), (2));\n\t\tpersist = (0);"},
+        {"original parent",
+         "param S {user UserFields {u = \"1\"; Talora_original_parent = \"A\";};}; node B {parents = (S);};",
+         "user UserFields {\n\t\t\tu = \"1\";\n\t\t\tTalora_original_parent = \"A\";\n\t\t};"},
+        {"note with an equation", "node A {kind = UNKNOWN_KIND; equation = \"A = 1\";};",
+         "kind = UNKNOWN_KIND;"},
+        {"fields of define nodes",
+         "define node T {user F {x = \"1\"; y = \"2\";};}; define node U (T) {user G {z = \"3\";};}; node A (U, T) {user H {y = \"9\";};};",
+         "user H {\n\t\t\ty = \"9\";\n\t\t\tz = \"3\";\n\t\t\tx = \"1\";\n\t\t};"},
+        {"least float", "node A {states = (x, y); probs = (1e-45, 1); likelihood = (1e-45, 3.4028235e38);};",
+         "likelihood = (1e-45, 3.4028235e+38);"},
         {"short floats", "node A {states = (x, y, z); probs = (0.1000000001, 0.123456789, .77654321);};",
          "(0.1, 0.12345679, 0.7765432);"},
         {"verbatim section", "user U {a = 1; b {\"};\"} // c };\n\t};",
@@ -148,6 +181,61 @@ TEST_F(BnPrintFileTest, WrittenTextIsStable)
         EXPECT_EQ(Rewritten(), written);
         DeleteNet_bn(net);
     }
+}
+
+// What cannot be saved as it is, is reported.
+TEST_F(BnPrintFileTest, LossesAreReported)
+{
+    const auto last = [this] {
+        const report_vx* error = GetError_vx(env_, WARNING_SEVERITY, 0, nullptr);
+        const int number = error == nullptr ? 0 : -ErrorNumber_vx(error);
+        ClearErrors_vx(env_, INTERNAL_SEVERITY);
+        return number;
+    };
+    node_bn* a = Add("A", "yes,no");
+    AddLink_bn(a, Add("B", "x,y"));
+    node_bn* b = GetNodeNamed_bn("B", net_);
+    const level_bn levels[] = {1, 2};
+    SetNodeLevels_bn(b, 2, levels);
+    SetNodeInputDelay_bn(b, 0, "-1");
+    EXPECT_EQ(last(), 7251);
+    SetNodeInputDelay_bn(b, 0, "1");
+    SetNetNumDimensions_bn(net_, 2);
+    WriteNet_bn(net_, stream_);
+    EXPECT_EQ(last(), 7250);
+    EXPECT_NE(std::string(GetStreamContents_vx(stream_, nullptr)).find("delays = ((1, 0));"),
+              std::string::npos);
+    SetNetNumDimensions_bn(net_, 1);
+    const state_bn yes[] = {0};
+    SetNodeFuncReal_bn(b, yes, 1);
+    SetNodeFuncState_bn(b, yes, 1);
+    WriteNet_bn(net_, stream_);
+    EXPECT_EQ(last(), 7254);
+    // The file stays what it was.
+    const std::string before = GetStreamContents_vx(stream_, nullptr);
+    ArgumentChecking_vx(CHECK_HANDLES, env_);
+    const prob_bn odd[] = {-0.5f, 1.5f};
+    SetNodeProbs_bn(a, nullptr, odd);
+    EXPECT_EQ(last(), 0);
+    WriteNet_bn(net_, stream_);
+    EXPECT_EQ(last(), 7253);
+    EXPECT_EQ(GetStreamContents_vx(stream_, nullptr), before);
+    DeleteNodeTables_bn(a);
+    SetNetTitle_bn(net_, std::string((16 << 20) + 1, 'x').c_str());
+    WriteNet_bn(net_, stream_);
+    EXPECT_EQ(last(), 7253);
+}
+
+// A value that a new range leaves out goes, as one does that is in no interval any more.
+TEST_F(BnPrintFileTest, RangesBoundValues)
+{
+    node_bn* c = NewNode_bn("C", 0, net_);
+    EnterNodeValue_bn(c, 7);
+    const level_bn wide[] = {0, 10}, narrow[] = {5, 0};
+    SetNodeLevels_bn(c, 0, wide);
+    EXPECT_EQ(GetNodeValueEntered_bn(c), 7);
+    SetNodeLevels_bn(c, 0, narrow);
+    EXPECT_FALSE(HasNodeFinding_bn(c));
 }
 
 TEST_F(BnPrintFileTest, FilesAreWrittenAndRead)
