@@ -11,6 +11,7 @@
 
 #include "Basic/Environ.h"
 #include "Basic/Memory.h"
+#include "Basic/Steps.h"
 
 namespace {
 
@@ -241,7 +242,10 @@ stream_vx* NewStreamOf(std::string_view bytes, const char* name, const char* pas
 net_bn* ReadNetOf(std::string_view bytes, const char* name, const char* password)
 {
     stream_vx* const stream = NewStreamOf(bytes, name, password);
+    talora::steps_taken = 0;
     net_bn* const net = ReadNet_bn(stream, NO_WINDOW);
+    Check(talora::steps_taken <= talora::MostSteps(bytes.size()),
+          "reading takes steps by the size of its input");
     DeleteStream_vx(stream);
     return net;
 }

@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "Basic/Memory.h"
+#include "Basic/Steps.h"
 #include "Basic/Text.h"
 
 namespace talora {
@@ -117,6 +118,7 @@ int64_t Tokenizer::LineOf(size_t at)
 {
     const auto count = [this](size_t from, size_t to) {
         int64_t breaks = 0;
+        CountSteps(to - from);
         for (const char* p = begin_ + from; p < begin_ + to; ++p)
             breaks += *p == '\n' || (*p == '\r' && p[1] != '\n');
         return breaks;
@@ -197,6 +199,7 @@ std::string_view Tokenizer::ReadWord()
     token_ = at_;
     if (word.size() > kMaxWord) FailAt<4102>(Place(), word.data(), word.size(), kMaxWord);
     at_ = word_end;
+    CountSteps(1 + word.size());
     return word;
 }
 
@@ -273,6 +276,7 @@ std::string Tokenizer::ReadQuoted()
         else if (*p != '\n')
             out += c;  // a CR that is not part of a line end
     }
+    CountSteps(static_cast<uint64_t>(p - at_));
     at_ = p;
     return out;
 }
@@ -434,6 +438,12 @@ void Tokenizer::Skip(const std::string_view* next_word)
     const Skipping skipping(*this);
     // Only the depth is kept: brackets of one kind may close those of another in what is skipped.
     int depth = 0;
+    struct Count {  // however it ends
+        const char* const& at;
+        const char* const start = at;
+        ~Count() { CountSteps(static_cast<uint64_t>(at - start)); }
+    };
+    const Count count{at_};
     for (;;) {
         const char c = Peek();
         if (at_ >= end_) return;
@@ -476,6 +486,7 @@ std::string_view Tokenizer::ReadBody(const char* what)
         const char* const word_end = WordEnd(at_, end_);
         at_ = word_end > at_ ? word_end : at_ + 1;
     }
+    CountSteps(At() - start);
     return Text(start, static_cast<size_t>(at_++ - begin_));
 }
 

@@ -13,6 +13,7 @@
 
 #include "Basic/Error.h"
 #include "Basic/Parser.h"
+#include "Basic/Steps.h"
 
 namespace talora {
 
@@ -58,6 +59,7 @@ int64_t LineAt(const CaseBytes& bytes, int64_t position)
             last = block[i];
         }
         position -= static_cast<int64_t>(got);
+        CountSteps(got);
     }
     return lines;
 }
@@ -403,6 +405,7 @@ bool CaseFileReader::NextLine(CaseLine& line)
     }
     if (at_ == end_) return false;
     const size_t begin = at_;
+    CountSteps(end - begin + 1);
     at_ = end < end_ ? end + 1 : end_;
     if (end + 1 < end_ && block_[end] == '\r' && block_[end + 1] == '\n') ++at_;
     line.text = {block_.data() + begin, end - begin};

@@ -311,7 +311,7 @@ FoundCase ReadFindings(Stream& file, Net& net, std::vector<Node*> nodes, int64_t
     }
     if (position == 0) file.next_case = 0;
     // Of the case that follows the one read last the line is known, so that a message need not count.
-    const int64_t line_number = position == file.next_case ? file.next_case_line : 0;
+    const int64_t line_number = position == std::abs(file.next_case) ? file.next_case_line : 0;
     CaseFileReader reader(file, net.env->case_delimiter, position == 0, kSmallCaseBlockBytes);
     const std::vector<Node*> added = AddMissingNodes(file, net, reader.Header(), mode);
     nodes.insert(nodes.end(), added.begin(), added.end());

@@ -9,6 +9,7 @@
 #include "Basic/Error.h"
 #include "Basic/Names.h"
 #include "Basic/Parser.h"
+#include "Basic/Steps.h"
 #include "Basic/Text.h"
 
 namespace talora {
@@ -102,6 +103,7 @@ int CaseValues::FindName(const Node& node, std::string_view text)
     }
     int state = FindState(node, text);
     const int num_texts = static_cast<int>(node.states.texts.size());
+    CountSteps(node.states.texts.size());
     for (int i = 0; state < 0 && i < num_texts; ++i)
         if (!StateName(node, i).empty() && EqualNoCase(StateName(node, i), text)) state = i;
     return state;

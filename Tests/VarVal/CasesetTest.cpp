@@ -214,7 +214,8 @@ TEST_F(CasesetTest, PositionsMustBeThoseOfCases)
               "unknown value 'x' for variable 'B', appears in case on line 3 (char 3) of file 't.cas'");
 }
 
-// Single cases: columns that come twice, lines that end with CR, numbers that are titles too, and where it was.
+// Single cases: columns that come twice, lines that end with CR, numbers that are titles too, and where it
+// was.
 TEST_F(CasesetTest, SingleCasesReadAsBlocksDo)
 {
     Net& net = Make("A:3");
@@ -239,7 +240,8 @@ TEST_F(CasesetTest, SingleCasesReadAsBlocksDo)
     for (const auto& row : kRows) {
         SCOPED_TRACE(row.label);
         double position = FIRST_CASE_POSN;
-        EXPECT_TRUE(ReadNetFindings2_bn(&position, Memory(row.text), DONT_ADD_NEW, &net.nodes, nullptr, nullptr));
+        EXPECT_TRUE(
+            ReadNetFindings2_bn(&position, Memory(row.text), DONT_ADD_NEW, &net.nodes, nullptr, nullptr));
         EXPECT_EQ(Findings(), row.findings);
         int64_t line = -1;
         const report_vx* record = GetError_vx(env_, WARNING_SEVERITY, 0, nullptr);
@@ -249,7 +251,8 @@ TEST_F(CasesetTest, SingleCasesReadAsBlocksDo)
     }
     SetNodeKind_bn(&a, UTILITY_NODE);
     double position = FIRST_CASE_POSN;
-    EXPECT_FALSE(ReadNetFindings2_bn(&position, Memory("A\n\n1\n"), DONT_ADD_NEW, &net.nodes, nullptr, nullptr));
+    EXPECT_FALSE(
+        ReadNetFindings2_bn(&position, Memory("A\n\n1\n"), DONT_ADD_NEW, &net.nodes, nullptr, nullptr));
     EXPECT_EQ(Taken(), 6034);
     EXPECT_EQ(message_, "findings are not allowed for utility nodes (node 'A'), on line 3, in file 't.cas'");
 }

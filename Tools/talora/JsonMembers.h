@@ -2,10 +2,13 @@
 // added by [], which takes minutes for a node of a hundred thousand states.
 #pragma once
 
+#include <nlohmann/json.hpp>
 #include <string>
 #include <utility>
 
 #include "talora/Session.h"
+
+namespace command {
 
 // Adds a member whose name the object does not have yet.
 inline Json& AddMember(Json& object, std::string name, Json value)
@@ -14,3 +17,5 @@ inline Json& AddMember(Json& object, std::string name, Json value)
     members.emplace_back(std::move(name), std::move(value));
     return members.back().second;
 }
+
+}  // namespace command

@@ -9,10 +9,12 @@
 #include <algorithm>
 #include <climits>
 #include <cmath>
+#include <set>
 #include <unordered_map>
 
 #include "BN/Files/BnParse.h"
 #include "BN/Model/BnProbs.h"
+#include "Basic/Steps.h"
 #include "Basic/Text.h"
 
 namespace talora {
@@ -150,6 +152,7 @@ void TableReader::Read(ReadEntry&& read_entry, EndRow&& end_row)
         if (left_in_row == 0) {
             end_row(i / row_size_);
             left_in_row = row_size_;
+            CountSteps(static_cast<uint64_t>(row_size_));
             reader_.reader.Poll();
         }
         CloseAndReopen(i + 1);
@@ -371,68 +374,72 @@ std::vector<int> ReadCondition(NodeReader& r, const std::vector<StateIndex>& par
     return condition;
 }
 
-// The states that conditions give, by their rows.  Each parent with more than one state has one entry more
-// than it has states: the last is for @any.  So conditions of any number take one step each, and then one
-// step for every entry and parent hands those for @any on to the states.
+// The rows that a list of conditions gives, the first that fits a row having precedence.
+//
+// Rows are divided by the states of one parent after the other, each part taking along the conditions that
+// may still fit.  A part is done when its first condition leaves all other parents open.  No condition is
+// kept twice, so that few can go along into every part.
 class ConditionTable {
 public:
-    explicit ConditionTable(const Node& node)
-    {
-        for (const Link& link : node.links) {
-            const int count = link.parent->states.num_states;
-            wheels_.push_back({count, count > 1 ? count + 1 : 1});
-            size_ *= static_cast<size_t>(wheels_.back().places);
-        }
-        first_.assign(size_, kNone);
-    }
-    // Earlier conditions take precedence.
-    void Add(const std::vector<int>& condition, int32_t state)
-    {
-        size_t at = 0;
-        for (size_t i = 0; i < wheels_.size(); ++i) {
-            const Wheel& wheel = wheels_[i];
-            const int place = condition[i] != EVERY_STATE ? condition[i] : wheel.places - 1;
-            at = at * static_cast<size_t>(wheel.places) + static_cast<size_t>(place);
-        }
-        first_[at] = std::min(first_[at], static_cast<uint32_t>(states_.size()));
-        states_.push_back(state);
-    }
-    // Rows that no condition meets are undefined.
-    TableVector<int32_t> Rows();
+    explicit ConditionTable(const Node& node) : node_(node) {}
+    void Add(const std::vector<int>& condition, int32_t state);
+    TableVector<int32_t> Rows(size_t num_rows) const;
 
 private:
-    struct Wheel {
-        int count, places;
+    struct Rule {
+        std::vector<int> states;  // of the parents that have more than one, or EVERY_STATE
+        size_t open_from = 0;     // from here on it is EVERY_STATE
+        int32_t state = UNDEF_STATE;
     };
-    static constexpr uint32_t kNone = UINT32_MAX;
+    using Rules = std::vector<const Rule*>;
+    void Fill(size_t parent, const Rules& rules, int32_t* to, size_t count) const;
 
-    std::vector<Wheel> wheels_;  // the last one turns fastest
-    size_t size_ = 1;
-    TableVector<uint32_t> first_;  // the first condition for these states
-    std::vector<int32_t> states_;  // of each condition
+    const Node& node_;
+    std::vector<int> counts_;  // states of these parents
+    std::set<std::vector<int>> seen_;
+    std::vector<Rule> rules_;
 };
 
-TableVector<int32_t> ConditionTable::Rows()
+void ConditionTable::Add(const std::vector<int>& condition, int32_t state)
 {
-    // One parent after the other, the last one first: what holds for @any holds for each of its states.  Only
-    // entries for states go on, so that the table shrinks to its rows.
-    size_t inner = 1;  // entries behind one place of the wheel, already without those for @any
-    size_t outer = size_;
-    for (size_t i = wheels_.size(); i-- > 0;) {
-        const auto count = static_cast<size_t>(wheels_[i].count);
-        const auto places = static_cast<size_t>(wheels_[i].places);
-        outer /= places;
-        for (size_t block = 0; block < outer; ++block) {
-            const uint32_t* const from = first_.data() + block * places * inner;
-            const uint32_t* const any = from + (places - 1) * inner;
-            uint32_t* const to = first_.data() + block * count * inner;
-            for (size_t k = 0; k < count * inner; ++k) to[k] = std::min(from[k], any[k % inner]);
-        }
-        inner *= count;
+    Rule rule;
+    rule.state = state;
+    std::vector<int> counts;
+    for (size_t i = 0; i < condition.size(); ++i) {
+        const int count = NumStates(*node_.links[i].parent);
+        if (count == 1) continue;
+        counts.push_back(count);
+        rule.states.push_back(condition[i]);
+        if (condition[i] != EVERY_STATE) rule.open_from = rule.states.size();
     }
-    TableVector<int32_t> rows(inner, UNDEF_STATE);
-    for (size_t row = 0; row < inner; ++row)
-        if (first_[row] != kNone) rows[row] = states_[first_[row]];
+    counts_.swap(counts);
+    if (seen_.insert(rule.states).second) rules_.push_back(std::move(rule));
+}
+
+void ConditionTable::Fill(size_t parent, const Rules& rules, int32_t* to, size_t count) const
+{
+    CountSteps(rules.size());
+    if (rules.empty()) return;
+    if (rules[0]->open_from <= parent) {
+        std::fill(to, to + count, rules[0]->state);
+        return;
+    }
+    const size_t part = count / static_cast<size_t>(counts_[parent]);
+    for (int state = 0; state < counts_[parent]; ++state, to += part) {
+        Rules fitting;
+        for (const Rule* rule : rules)
+            if (rule->states[parent] == EVERY_STATE || rule->states[parent] == state) fitting.push_back(rule);
+        Fill(parent + 1, fitting, to, part);
+    }
+}
+
+// Rows that no condition fits are undefined.
+TableVector<int32_t> ConditionTable::Rows(size_t num_rows) const
+{
+    TableVector<int32_t> rows(num_rows, UNDEF_STATE);
+    Rules rules;
+    for (const Rule& rule : rules_) rules.push_back(&rule);
+    Fill(0, rules, rows.data(), num_rows);
     return rows;
 }
 
@@ -457,7 +464,7 @@ void ReadByCondition(NodeReader& r, TableReader& table)
         conditions.Add(condition, ReadStateEntry(r, table, 0, names));
         r.reader.Poll();
     } while (t.TryRead(','));
-    r.node.tables.func_states = conditions.Rows();
+    r.node.tables.func_states = conditions.Rows(static_cast<size_t>(table.NumEntries()));
 }
 
 }  // namespace

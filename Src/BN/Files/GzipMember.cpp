@@ -10,6 +10,7 @@
 #include "Basic/Error.h"
 #include "Basic/LittleEndian.h"
 #include "Basic/Progress.h"
+#include "Basic/Steps.h"
 
 namespace talora {
 
@@ -171,6 +172,7 @@ void GzipReader::InflateText(const std::function<void(std::string_view)>& check_
         const auto* const bytes = reinterpret_cast<const Bytef*>(piece);
         result_.crc = static_cast<uint32_t>(crc32(result_.crc, bytes, static_cast<uInt>(got)));
         text.SetSize(text.Size() + got);
+        CountSteps(got);
         if (piece == text.Data() && stated >= kLarge) {
             check_start(text.View());
             AskAboutExpansion();

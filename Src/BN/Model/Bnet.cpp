@@ -11,6 +11,7 @@
 #include "BN/Model/BnProbs.h"
 #include "Basic/Error.h"
 #include "Basic/Names.h"
+#include "Basic/Steps.h"
 
 namespace talora {
 
@@ -89,6 +90,7 @@ bool HasStateNames(const Node& node)
 int FindState(const Node& node, std::string_view name)
 {
     if (name.empty()) return UNDEF_STATE;
+    CountSteps(node.states.texts.size());
     for (size_t state = 0; state < node.states.texts.size(); ++state)
         if (node.states.texts[state].name == name) return int(state);
     return UNDEF_STATE;
