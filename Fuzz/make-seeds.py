@@ -217,6 +217,45 @@ def write(target, files):
         (folder / name).write_bytes(contents)
 
 
+# One small net in each format of another program, with what that format has of its own.
+FOREIGN = {
+    "bif": 'network n { property a = "b"; }\nvariable A { type discrete [ 2 ] { yes, no }; property label = x; }\n'
+           'variable "B c" { type discrete [2] { 0, 1 }; }\nprobability ( A ) { default 0.25 0.75; }\n'
+           'probability ( "B c" | A ) { (yes) .1, .9; (*) : 1 0; }\n',
+    "xml": '<?xml version="1.0"?><BIF VERSION="0.3"><NETWORK><NAME>n</NAME><VARIABLE TYPE="decision"><NAME>D</NAME>'
+           '<OUTCOME>a</OUTCOME><OUTCOME>b</OUTCOME><PROPERTY>fast = D[1,2]</PROPERTY></VARIABLE>'
+           '<VARIABLE TYPE="utility"><NAME>U</NAME><OUTCOME>0</OUTCOME></VARIABLE><DEFINITION><FOR>U</FOR>'
+           '<GIVEN>D</GIVEN><TABLE>1 <!-- x --> -2.5</TABLE></DEFINITION></NETWORK></BIF>',
+    "net": 'class C { inputs = (); node A { states = ("a" "b" "c"); subtype = interval; state_values = (-infinity 0 1 5);'
+           ' position = (1 2); } % x\nutility U { label = "\\"u\\""; } potential (A | ) { data = (1 2 1); experience = 3; }'
+           ' potential (U | A) { data = (1 2 3); } }',
+    "xdsl": '<smile version="1.0" id="n"><nodes><cpt id="A"><state id="x"/><state id="y"/><probabilities>0.5 0.5'
+            '</probabilities></cpt><noisymax id="B"><state id="x"/><state id="y"/><parents>A</parents><strengths>1 0'
+            '</strengths><parameters>.5 .5 0 1 .1 .9</parameters></noisymax><deterministic id="C"><state id="u"/>'
+            '<state id="v"/><parents>B</parents><resultingstates>v u</resultingstates></deterministic></nodes>'
+            '<extensions><genie name="t"><submodel id="S"><node id="A"><name>a</name><position>0 0 4 4</position>'
+            '</node></submodel></genie></extensions></smile>',
+    "dsl": 'net n { HEADER = { ID = n; NAME = "t"; }; node A { TYPE = CPT; PARENTS = (); DEFINITION = { NAMESTATES = (a, b);'
+           ' PROBABILITIES = (0.5, 0.5); }; }; node D { TYPE = LIST; PARENTS = (A); DEFINITION = { NAMECHOICES = (c, d); }; };'
+           ' OBSERVATION_COST = { node A { COSTS = (3); }; }; };',
+    "dsc": 'belief network "n"\nnode A { name: "t"; type: discrete[2] = {"a", "b"}; position: (1, 2); }\n'
+           'node B { type: discrete[2] = {"a", "b"}; }\nprobability (A) { .5, .5; }\n'
+           'probability (B | A) { function: max; (0): .9, .1; (1): .5, .5; }\n',
+    "uai": "c x\nBAYES 2 2 2 2 1 0 # A\n2 0 1 2 .5 .5 4 .1 .9 1 0\n",
+    "xbn": '<ANALYSISNOTEBOOK ROOT="n"><BNMODEL NAME="n"><VARIABLES><VAR NAME="A" XPOS="1" YPOS="2"><STATENAME>a</STATENAME>'
+           '<STATENAME>b</STATENAME></VAR></VARIABLES><DISTRIBUTIONS><DIST TYPE="discrete"><PRIVATE NAME="A"/><DPIS>'
+           '<DPI INDEXES="">.5 .5</DPI></DPIS></DIST></DISTRIBUTIONS></BNMODEL></ANALYSISNOTEBOOK>',
+    "pgmx": '<ProbModelXML formatVersion="0.2.0"><ProbNet type="BayesianNetwork"><Variables><Variable name="A b" '
+            'type="finiteStates" role="chance"><States><State name="x"/><State name="y"/></States></Variable><Variable '
+            'name="B" type="finiteStates" role="chance"><States><State name="x"/><State name="y"/></States></Variable>'
+            '</Variables><Potentials><Potential type="Table"><Variables><Variable name="A b"/></Variables><Values>.5 .5'
+            '</Values></Potential><Potential type="Tree/ADD"><Variables><Variable name="B"/><Variable name="A b"/>'
+            '</Variables><TopVariable name="A b"/><Branches><Branch><States><State name="x"/><State name="y"/></States>'
+            '<Potential type="Uniform"/></Branch></Branches></Potential></Potentials></ProbNet></ProbModelXML>',
+    "jgum": '{"type": "ID", "chance": ["A{x|y}"], "decision": ["D[2]"], "utility": ["U[1]"], "parents": {"A": ["D"], '
+            '"U": ["A"]}, "cpt": {"A": [0.5, 0.5, 1, 0]}, "reward": {"U": [1, 2]}, "properties": {"name": "n"}}',
+}
+write("ForeignNetFuzz", {name: text.encode() for name, text in FOREIGN.items()})
 write("NetTextFuzz", text_nets())
 write("ContainerFuzz", containers())
 write("PayloadFuzz", payloads())

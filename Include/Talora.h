@@ -103,6 +103,12 @@ enum {
 typedef int checking_vx;
 
 enum {
+    LOOKS_LOSS = 1,       /**< only how a net is drawn */
+    INFORMATION_LOSS = 2, /**< something that is known no more, but no answer */
+    ANSWERS_LOSS = 3      /**< beliefs, utilities or decisions differ */
+};
+
+enum {
     BELIEF_UPDATE = 256,
     MESG_LEN_vx = 256,     /**< size of the buffers given to InitTalora2_bn and CloseTalora_bn */
     NO_VISUAL_INFO = 0x10, /**< controls of ReadNet_bn */
@@ -775,16 +781,49 @@ TALORA_API const char* GetStreamName_vx(const stream_vx* stream);
  *  writing files; the target then has what it had. */
 TALORA_API void CopyStream_vx(const stream_vx* source, stream_vx* target);
 
-/** Reads a net from a text file or a binary one, whichever the contents are; the password of an encrypted
- *  file comes from the stream or from the user (SetPasswordHandler_vx).
+/** Reads a net from a file of any format: the text and binary formats of this system, and the net files of
+ *  other programs (GetNthFileFormat_vx), packed with gzip or not.  The format is told by the contents, not by
+ *  the name of the file.  The password of an encrypted file comes from the stream or from the user
+ *  (SetPasswordHandler_vx).
+ *
+ *  Of a file of another program, names that break the rule become legal and unique ones, with the original as
+ *  title; what could not be carried is listed by GetNthStreamLoss_vx.
  *  @param control  NO_VISUAL_INFO, NO_WINDOW, MINIMIZED_WINDOW or REGULAR_WINDOW
- *  @return the new net; NULL with error records if the file cannot be read as a net.  Warnings name what
- *          was skipped. */
+ *  @return the new net; NULL with error records, which name file and line, if the file cannot be read as a
+ *          net (7000: its format is not known).  Warnings name what was skipped. */
 TALORA_API net_bn* ReadNet_bn(stream_vx* stream, int control);
-/** Writes a net: in the binary format if the name of the stream ends with .tala, and else as text (.dne).
+/** Writes a net in the format that the extension of the stream's name shows: binary for .tala, the format of
+ *  another program for one of its extensions (GetNthFileFormat_vx), and else as text (.dne).
  *  A binary file is encrypted if the stream, or else the net, has a password; it is then readable by its
  *  owner only.  A file is replaced as a whole or not at all. */
 TALORA_API void WriteNet_bn(const net_bn* net, stream_vx* stream);
+/** Writes a net in a format of another program, whatever the name of the stream.
+ *  @param format   its name or extension, as GetNthFileFormat_vx lists them, in any case; NULL or empty: as
+ *                  WriteNet_bn.  Error 7037: there is none of this name
+ *  @param options  NULL, empty, or "strict": fail (7039) with nothing written where the format cannot hold
+ *                  something that answers depend on
+ *
+ *  What could not be carried is listed by GetNthStreamLoss_vx.  A net that came from a file of the same format
+ *  gets the names that it had there. */
+TALORA_API void WriteNetAs_bn(const net_bn* net, stream_vx* stream, const char* format, const char* options);
+/** The format, with its version where it has one, of the net that was last read from the stream or written to
+ *  it, such as "XMLBIF 0.3"; NULL before that and after a failure to read. */
+TALORA_API const char* GetStreamFormat_vx(const stream_vx* stream);
+/** One kind of thing that the last net read from the stream, or written to it, lost on the way.
+ *  @param index     from 0; losses come with the gravest first when writing
+ *  @param severity  receives ANSWERS_LOSS, INFORMATION_LOSS or LOOKS_LOSS
+ *  @param what      receives the kind of thing, such as "experience"
+ *  @param nodes     receives the names of the nodes concerned, with ", " between them; valid until the next call
+ *  @param instead   receives what was done instead
+ *
+ *  Each pointer may be NULL.  @return FALSE, with nothing received, behind the last loss. */
+TALORA_API bool_vx GetNthStreamLoss_vx(stream_vx* stream, int index, int* severity, const char** what,
+                                       const char** nodes, const char** instead);
+/** The formats of net files, from index 0: name, extensions (the usual one first, blanks between them), what
+ *  it is, and whether nets are read from it and written to it.  Each pointer may be NULL.
+ *  @return FALSE, with nothing received, behind the last format */
+TALORA_API bool_vx GetNthFileFormat_vx(int index, const char** name, const char** extensions, const char** about,
+                                       bool_vx* can_read, bool_vx* can_write);
 
 /** Password for encrypting the net when it is written as a binary file to a stream without a password;
  *  NULL removes it.  A net read from an encrypted file has that file's password, a copy has its original's.

@@ -315,6 +315,8 @@ Node NodeArg(const py::object& node, const NetPtr& net);
 NetPtr NetOf(const std::vector<Node>& nodes, const char* what);
 
 // A stream, or a path, or bytes (which are read from memory).
+// What the last net read from the stream, or written to it, lost: a list of dictionaries.
+py::list StreamLosses(const StreamPtr& stream);
 StreamPtr StreamArg(const AppPtr& app, const py::object& stream);
 StreamPtr NewMemoryStream(const AppPtr& app, const OptionalText& name);
 

@@ -180,7 +180,8 @@ NetPtr CopyNet(const NetPtr& net, const OptionalText& name, const OptionalText& 
                                   LONG_JOB));
 }
 
-void WriteNet(const NetPtr& net, const py::object& target, const OptionalText& password)
+py::list WriteNet(const NetPtr& net, const py::object& target, const OptionalText& password,
+                  const OptionalText& format, bool strict)
 {
     const StreamPtr stream = StreamArg(net->app, target);
     Run(
@@ -188,9 +189,10 @@ void WriteNet(const NetPtr& net, const py::object& target, const OptionalText& p
         [&] {
             std::lock_guard lock(stream->lock);
             if (password) SetStreamPassword_vx(stream->handle, password->c_str());
-            WriteNet_bn(net->handle, stream->handle);
+            WriteNetAs_bn(net->handle, stream->handle, OrNull(format), strict ? "strict" : nullptr);
         },
         LONG_JOB);
+    return StreamLosses(stream);
 }
 
 void BindLife(NetClass& cls)
@@ -203,10 +205,14 @@ void BindLife(NetClass& cls)
     cls.def("Copy", CopyNet, "name"_a = py::none(), "options"_a = py::none(),
             "A copy of the net.\n\noptions: words out of 'no_nodes', 'no_links', 'no_tables', 'no_visual', "
             "'no_window'.");
-    cls.def(
-        "Write", WriteNet, "target"_a, "password"_a = py::none(),
-        "Writes the net to a path or a Streamer: in the binary format if its name ends with .tala, which a\n"
-        "password encrypts, and else as text (.dne). A file is replaced as a whole or not at all.");
+    constexpr const char* kWrite =
+        "Writes the net to a path or a Streamer: in the format that the extension of its name shows, or in the\n"
+        "one that is named. A password encrypts a binary file (.tala). A file is replaced as a whole or not at all."
+        "\n\nstrict: fail, with nothing written, where answers would change.\nReturns what was lost, as "
+        "Streamer.Losses.";
+    for (const char* name : {"Write", "write"})
+        cls.def(name, WriteNet, "target"_a, "password"_a = py::none(), "format"_a = py::none(),
+                "strict"_a = false, kWrite);
     cls.def_property_readonly(
         "Environ", [](const NetPtr& net) { return net->app; }, "The Application that the net is in.");
     cls.def_property_readonly(

@@ -74,8 +74,44 @@ StreamPtr StreamArg(const AppPtr& app, const py::object& source)
     return Wrap(app, Run(app, [&] { return NewFileStream_vx(name.c_str(), app->env, nullptr); }));
 }
 
+py::list StreamLosses(const StreamPtr& stream)
+{
+    py::list losses;
+    for (int i = 0;; ++i) {
+        int severity = 0;
+        const char *what = nullptr, *nodes = nullptr, *instead = nullptr;
+        const bool has_loss = RunStream(stream, [&](stream_vx* handle) {
+            return GetNthStreamLoss_vx(handle, i, &severity, &what, &nodes, &instead) != 0;
+        });
+        if (!has_loss) return losses;
+        const char* const word = severity == ANSWERS_LOSS       ? "changes answers"
+                                 : severity == INFORMATION_LOSS ? "loses information"
+                                                                : "only looks";
+        py::list names;
+        if (*nodes) names = py::str(nodes).attr("split")(", ");
+        losses.append(
+            py::dict("severity"_a = word, "what"_a = what, "nodes"_a = names, "instead"_a = instead));
+    }
+}
+
+namespace {
+
+py::list FileFormats()
+{
+    py::list formats;
+    const char *name = nullptr, *extensions = nullptr, *about = nullptr;
+    bool_vx reads = 0, writes = 0;
+    for (int i = 0; GetNthFileFormat_vx(i, &name, &extensions, &about, &reads, &writes); ++i)
+        formats.append(py::dict("name"_a = name, "extensions"_a = py::str(extensions).attr("split")(),
+                                "about"_a = about, "read"_a = reads != 0, "written"_a = writes != 0));
+    return formats;
+}
+
+}  // namespace
+
 void BindStreamer(py::module_& module)
 {
+    module.def("_formats", FileFormats);
     py::class_<Stream, StreamPtr> cls(
         module, "Streamer",
         "A file or a piece of memory that nets and cases are read from and written to.\n\n"
@@ -86,6 +122,21 @@ void BindStreamer(py::module_& module)
             return RunStream(stream, [](stream_vx* handle) { return Text(GetStreamName_vx(handle)); });
         },
         "The name of the file.");
+    cls.def_property_readonly(
+        "Format",
+        [](const StreamPtr& stream) -> py::object {
+            const Text format = RunStream(stream, [](stream_vx* handle) {
+                const char* name = GetStreamFormat_vx(handle);
+                return Text(name ? name : "");
+            });
+            if (format.bytes.empty()) return py::none();
+            return py::cast(format);
+        },
+        "The format of the net that was last read or written, such as 'XMLBIF 0.3'; None before that.");
+    cls.def_property_readonly(
+        "Losses", StreamLosses,
+        "What the net that was last read or written lost on the way: a list of dictionaries with severity\n"
+        "('changes answers', 'loses information' or 'only looks'), what, nodes and instead.");
     cls.def_property("Contents", Contents, SetContents, "The bytes of a stream in memory.");
     cls.def_property(
         "Password", nullptr,

@@ -51,6 +51,16 @@ def ReadBNet(source, control=_core.NO_WINDOW, password=None):
     return DefaultApplication().ReadBNet(source, control, password)
 
 
+def read(path, password=None):
+    """Reads a net of any format into the default Application; the format is told by the contents."""
+    return DefaultApplication().ReadBNet(path, _core.NO_WINDOW, password)
+
+
+def formats():
+    """The formats of net files: a list of dictionaries with name, extensions, about, read and written."""
+    return _core._formats()
+
+
 def NewBNet(name="Untitled"):
     """Makes a net in the default Application; see Application.NewBNet."""
     return DefaultApplication().NewBNet(name)

@@ -8,9 +8,11 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "Basic/Environ.h"
 #include "Basic/Handle.h"
+#include "Basic/Loss.h"
 #include "Basic/Memory.h"
 #include "Basic/SafeFile.h"
 #include "Basic/Secret.h"
@@ -25,6 +27,10 @@ struct stream_vx {
     talora::Secret password;     // for what is encrypted
     int64_t next_case = 0;       // where the next case begins, when cases are read one by one
     int64_t next_case_line = 0;  // and its line, 0 if not known
+    // Of the net that was last read or written: its format, "" for none, and what that could not carry.
+    std::string format;
+    std::vector<talora::Loss> losses;
+    std::string loss_nodes;  // given out last
 };
 
 namespace talora {

@@ -2,9 +2,9 @@
 #include <string>
 
 #include "BN/Files/BnParse.h"
-#include "BN/Files/BnPrintFile.h"
 #include "Basic/Stream.h"
 #include "Basic/Text.h"
+#include "Foreign/ForeignFiles.h"
 #include "Talora/APICheck.h"
 
 using namespace talora;
@@ -92,14 +92,65 @@ net_bn* ReadNet_bn(stream_vx* stream, int control)
         ReadNetOptions options;
         options.keep_visual = control != NO_VISUAL_INFO;
         options.inherit_in_first_pass = stream->env->inherit_in_first_pass;
-        return ReadNet(*stream, options);
+        return ReadNetOfAnyFormat(*stream, options);
     });
 }
 
 void WriteNet_bn(const net_bn* net, stream_vx* stream)
 {
     CallApi2(__func__, net, stream, NoResult{}, [&] {
-        WriteNet(*net, *stream);
+        WriteNetInFormat(*net, *stream, "", false);
         return NoResult{};
+    });
+}
+
+void WriteNetAs_bn(const net_bn* net, stream_vx* stream, const char* format, const char* options)
+{
+    CallApi2(__func__, net, stream, NoResult{}, [&] {
+        const std::string words = NarrowText(options);
+        if (!words.empty() && words != "strict") Fail<7050>(words.c_str());
+        WriteNetInFormat(*net, *stream, NarrowText(format), !words.empty());
+        return NoResult{};
+    });
+}
+
+const char* GetStreamFormat_vx(const stream_vx* stream)
+{
+    return CallApi(__func__, stream, static_cast<const char*>(nullptr),
+                   [&] { return stream->format.empty() ? nullptr : stream->format.c_str(); });
+}
+
+bool_vx GetNthStreamLoss_vx(stream_vx* stream, int index, int* severity, const char** what,
+                            const char** nodes, const char** instead)
+{
+    return CallApi(__func__, stream, bool_vx{0}, [&] {
+        if (index < 0) Fail<7051>(index);
+        if (static_cast<size_t>(index) >= stream->losses.size()) return bool_vx{0};
+        const Loss& loss = stream->losses[static_cast<size_t>(index)];
+        if (severity != nullptr) *severity = static_cast<int>(loss.severity);
+        if (what != nullptr) *what = loss.what.c_str();
+        if (nodes != nullptr) {
+            stream->loss_nodes.clear();
+            for (const std::string& node : loss.nodes)
+                stream->loss_nodes += (stream->loss_nodes.empty() ? "" : ", ") + node;
+            *nodes = stream->loss_nodes.c_str();
+        }
+        if (instead != nullptr) *instead = loss.instead.c_str();
+        return bool_vx{1};
+    });
+}
+
+bool_vx GetNthFileFormat_vx(int index, const char** name, const char** extensions, const char** about,
+                            bool_vx* can_read, bool_vx* can_write)
+{
+    return CallEnviron(__func__, nullptr, bool_vx{0}, [&](environ_vx&) {
+        FormatEntry entry;
+        if (!NthFormat(index, entry)) return bool_vx{0};
+        if (name != nullptr) *name = entry.name;
+        if (extensions != nullptr) *extensions = entry.extensions;
+        if (about != nullptr) *about = entry.about;
+        if (can_read != nullptr) *can_read = entry.reads;
+        if (can_write != nullptr) *can_write = entry.writes;
+        return bool_vx{1};
     });
 }

@@ -67,7 +67,6 @@ protected:
     net_bn* net_ = nullptr;
     node_bn *a_ = nullptr, *b_ = nullptr, *c_ = nullptr, *r_ = nullptr;
 
-private:
     void NewNet()
     {
         net_ = NewNet_bn("Test", env_);
@@ -84,6 +83,8 @@ private:
         SetNodeLevels_bn(c_, 3, levels);
         SetNodeStateNames_bn(a_, "yes,no");
     }
+
+private:
     void Restore()
     {
         SetHaltFlag_vx(env_, 0);

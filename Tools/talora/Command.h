@@ -24,6 +24,7 @@ std::unique_ptr<Command> MakeMpe();
 std::unique_ptr<Command> MakeSensitivity();
 std::unique_ptr<Command> MakeTable();
 std::unique_ptr<Command> MakeConvert();
+std::unique_ptr<Command> MakeFormats();
 std::unique_ptr<Command> MakeEquation();
 std::unique_ptr<Command> MakeCalc();
 std::unique_ptr<Command> MakeSimulate();

@@ -73,8 +73,10 @@ public:
 
     void Run(Session& session) override
     {
-        const net_bn* net = ReadNet(session, path_);
+        std::string format;
+        const net_bn* net = ReadNet(session, path_, &format);
         session.Field("net") = GetNetName_bn(net);
+        session.Field("format") = format;
         session.Field("title") = TextOrNull(GetNetTitle_bn(net));
         session.Field("comment") = TextOrNull(GetNetComment_bn(net));
         Json& nodes = session.Field("nodes") = Json::array();
@@ -89,8 +91,8 @@ public:
                             TableColumn(node), Join(parents, 1000)});
         }
         session.Check();
-        session.Print(NetHeading(net) + std::to_string(nodes.size()) + " nodes, " +
-                      std::to_string(num_links) + " links\n\n" + columns.Text());
+        session.Print(NetHeading(net) + "format " + format + ", " + std::to_string(nodes.size()) +
+                      " nodes, " + std::to_string(num_links) + " links\n\n" + columns.Text());
     }
 
 private:

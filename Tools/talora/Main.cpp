@@ -25,7 +25,7 @@ constexpr CommandDef kCommands[] = {
     {"info", "Shows what is in a net: nodes, states, parents, tables", MakeInfo,
      "  talora info Examples/chest-clinic.dne\n"
      "  talora info --json - < net.dne",
-     "net, title, comment, nodes (a list: name, title, kind, type, num_states, states, levels, "
+     "net, format, title, comment, nodes (a list: name, title, kind, type, num_states, states, levels, "
      "parents, table_entries, has_table, has_equation)."},
     {"compile", "Shows the junction tree that queries run on", MakeCompile,
      "  talora compile net.dne --report\n"
@@ -85,7 +85,12 @@ constexpr CommandDef kCommands[] = {
      "  talora convert old.dne new.dne\n"
      "  talora convert net.dne net.tala          compressed\n"
      "  talora convert net.dne net.tala --password-file secret.txt\n"
-     "  talora convert net.dne - | diff net.dne -"},
+     "  talora convert model.xdsl model.bif      and says what was lost\n"
+     "  talora convert model.net - --to xmlbif --strict\n"
+     "  talora convert net.dne - | diff net.dne -",
+     "losses (a list: severity, what, nodes, instead)."},
+    {"formats", "Lists the formats of net files", MakeFormats, "  talora formats\n  talora formats --json",
+     "formats (a list: name, extensions, about, read, written)."},
 };
 
 constexpr const char* kExamples =

@@ -71,6 +71,24 @@ std::string NearestNode(const net_bn* net, const std::string& name)
     return nearest;
 }
 
+void AddLosses(stream_vx* stream, std::vector<Loss>& losses)
+{
+    Loss loss;
+    const char *what = nullptr, *nodes = nullptr, *instead = nullptr;
+    for (int i = 0; GetNthStreamLoss_vx(stream, i, &loss.severity, &what, &nodes, &instead); ++i) {
+        loss.what = what;
+        loss.instead = instead;
+        loss.nodes.clear();
+        const std::string list = nodes;
+        for (size_t at = 0; at < list.size();) {
+            const size_t end = std::min(list.find(", ", at), list.size());
+            loss.nodes.push_back(list.substr(at, end - at));
+            at = end + 2;
+        }
+        losses.push_back(loss);
+    }
+}
+
 }  // namespace
 
 Stream OpenInput(Session& session, const std::string& path)
@@ -87,7 +105,7 @@ Stream OpenInput(Session& session, const std::string& path)
     return stream;
 }
 
-net_bn* ReadNet(Session& session, const std::string& path)
+net_bn* ReadNet(Session& session, const std::string& path, std::string* format, std::vector<Loss>* losses)
 {
     const Stream stream = OpenInput(session, path);
     net_bn* net = ReadNet_bn(stream.get(), NO_WINDOW);
@@ -102,6 +120,9 @@ net_bn* ReadNet(Session& session, const std::string& path)
     // A net that asks to be compiled and cannot be is still a net to look at and to convert.
     session.AcceptErrors();
     session.Check();
+    const char* const found = GetStreamFormat_vx(stream.get());
+    if (format != nullptr && found != nullptr) *format = found;
+    if (losses != nullptr) AddLosses(stream.get(), *losses);
     return net;
 }
 
@@ -113,7 +134,8 @@ net_bn* ReadNetForQuery(Session& session, const std::string& path)
     return net;
 }
 
-void WriteNet(Session& session, net_bn* net, const std::string& path)
+void WriteNet(Session& session, net_bn* net, const std::string& path, const std::string& format, bool strict,
+              std::vector<Loss>* losses)
 {
     const bool to_output = path == "-";
     const Stream stream(to_output ? NewMemoryStream_vx("standard_output.dne", session.env, nullptr)
@@ -124,8 +146,9 @@ void WriteNet(Session& session, net_bn* net, const std::string& path)
         SetPassword(session, stream.get());
     else
         SetNetPassword_bn(net, nullptr);
-    WriteNet_bn(net, stream.get());
+    WriteNetAs_bn(net, stream.get(), format.c_str(), strict ? "strict" : nullptr);
     session.Check();
+    if (losses != nullptr) AddLosses(stream.get(), *losses);
     if (!to_output) return;
     int64_t length = 0;
     const char* contents = GetStreamContents_vx(stream.get(), &length);

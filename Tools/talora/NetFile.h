@@ -17,13 +17,25 @@ using Stream = std::unique_ptr<stream_vx, StreamCloser>;
 // A file, or all of standard input ("-"), to be read with the password given.  Throws CommandFailed.
 Stream OpenInput(Session& session, const std::string& path);
 
-// Reads a net; it lives until the session ends.  Throws CommandFailed.
-net_bn* ReadNet(Session& session, const std::string& path);
+// What a conversion between formats could not carry.
+struct Loss {
+    int severity;
+    std::string what, instead;
+    std::vector<std::string> nodes;
+};
+
+// Reads a net in any format; it lives until the session ends.  Throws CommandFailed.
+// @param format  receives the format, @param losses  what could not be read; unless null
+net_bn* ReadNet(Session& session, const std::string& path, std::string* format = nullptr,
+                std::vector<Loss>* losses = nullptr);
 
 // The same for a net that is only queried: it does not update its beliefs after each finding.
 net_bn* ReadNetForQuery(Session& session, const std::string& path);
 
-void WriteNet(Session& session, net_bn* net, const std::string& path);
+// @param format  "": by the extension  @param strict  fails where answers would change
+// @param losses  what could not be written is added to these
+void WriteNet(Session& session, net_bn* net, const std::string& path, const std::string& format = "",
+              bool strict = false, std::vector<Loss>* losses = nullptr);
 
 // Throws CommandFailed, with the nearest names, when there is no such node.
 node_bn* FindNode(const net_bn* net, const std::string& name);
