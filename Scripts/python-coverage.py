@@ -27,6 +27,7 @@ NOT_NEEDED = {
     "RemoveNthNode_bn": "BNodes is a Python list",
     "GetNetRandomGen_bn": "BNet.RandomGenerator keeps the Python object",
     "GetLearnerRandomGen_bn": "Learner.RandomGen keeps the Python object",
+    "WriteNet_bn": "BNet.Write calls WriteNetAs_bn",
     "SetStreamEncryption_vx": "another name of SetStreamPassword_vx",
 }
 

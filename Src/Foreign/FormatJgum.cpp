@@ -286,7 +286,7 @@ bool TakeFast(ForeignNode& node, std::string_view fast)
     std::string_view name = Trimmed(fast.substr(0, split));
     if (name.ends_with('+')) name.remove_suffix(1);
     node.name = name;
-    if (name.empty()) return false;
+    if (name.empty() || name.ends_with('[') || name.ends_with('{')) return false;
     if (split == fast.size()) {
         node.states = {"0", "1"};
         return true;
