@@ -153,7 +153,7 @@ private:
         if (field == "label") {
             node.title = std::move(value);
         } else if (field == "position") {
-            if (!TakePosition(node, value)) FailAt<7006>(text_.LastPlace(), Shown(value).c_str());
+            if (!TakePosition(node, value)) node.fields.emplace_back(std::move(field), std::move(value));
         } else if (field == kDescription) {
             node.comment = std::move(value);
         } else if (field.starts_with(kStateDescription)) {

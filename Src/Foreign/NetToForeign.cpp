@@ -24,6 +24,18 @@ bool HasDuplicates(const std::vector<std::string>& texts)
                         [&](const auto& text) { return seen.insert(text).second; });
 }
 
+// A user field under a name that means something else to some format gets another.
+std::string FieldName(const std::string& name)
+{
+    constexpr std::string_view kTaken[] = {"title",    "label", "comment", "description",
+                                           "position", "fast",  "states",  "state_values",
+                                           "subtype",  "name",  "type",    "function"};
+    const std::string lower = Lowered(name);
+    const bool is_taken = std::find(std::begin(kTaken), std::end(kTaken), lower) != std::end(kTaken) ||
+                          lower.starts_with("hr_desc") || lower.starts_with("hr_state_");
+    return is_taken ? "field_" + name : name;
+}
+
 std::string FieldOf(const Description& text, std::string_view name)
 {
     for (const UserField& field : text.user_fields)
@@ -82,7 +94,7 @@ private:
         for (const UserField& field : text.user_fields) {
             if (field.name == kOriginalFormat || field.name == kOriginalName) continue;
             if (Holds(HOLDS_NET_FIELDS))
-                result_.fields.emplace_back(field.name, field.value);
+                result_.fields.emplace_back(FieldName(field.name), field.value);
             else
                 Lose(kInformation, "user fields of the net", "");
         }
@@ -236,7 +248,7 @@ private:
                 else
                     Lose(kInformation, "observation costs", node.name);
             } else if (Holds(HOLDS_FIELDS)) {
-                to.fields.emplace_back(field.name, field.value);
+                to.fields.emplace_back(FieldName(field.name), field.value);
             } else {
                 Lose(kInformation, "user fields", node.name);
             }
