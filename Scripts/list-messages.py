@@ -48,7 +48,8 @@ def faults(rows):
 
 def page(rows):
     def cell(text):
-        return "`" + text.replace('\\"', '"').replace("|", "\\|") + "`"
+        shown = text.replace('\\"', '"').replace("|", "\\|")
+        return f"`` {shown} ``" if "`" in shown else f"`{shown}`"
     return INTRODUCTION + "".join(f"| {-number} | {severity} | {cell(text)} |\n"
                                   for number, _, severity, text in rows)
 

@@ -109,4 +109,6 @@ __all__ = [
     "TaloraMemoryError",
     "TaloraWarning",
     *_constants,
+    "formats",
+    "read",
 ]
