@@ -16,6 +16,6 @@ namespace talora {
 Net* ToNet(ForeignNet& foreign, environ_vx& env, bool keep_visual);
 
 // What of a net a format can hold, with the account of the rest.
-ForeignNet FromNet(const Net& net, const Format& format);
+ForeignNet FromNet(const Net& net, const FileFormat& format);
 
 }  // namespace talora

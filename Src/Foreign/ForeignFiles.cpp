@@ -55,7 +55,7 @@ Net* ReadForeign(Stream& stream, std::string_view bytes, const ReadNetOptions& o
     std::string changed;
     const std::string_view text = ToUtf8(bytes, stream.name.c_str(), changed);
     const ForeignSource source{text, stream.name.c_str()};
-    const Format* const format = FormatByContents(text, stream.name);
+    const FileFormat* const format = FormatByContents(text, stream.name);
     if (format == nullptr) FailAt<7000>(source.PlaceAt(0), Shown(stream.name).c_str());
     if (format->read == nullptr) FailAt<7001>(source.PlaceAt(0), format->name);
     ForeignNet foreign;
@@ -93,8 +93,9 @@ void WriteNetInFormat(const Net& net, Stream& stream, std::string_view format_na
 {
     stream.format.clear();
     stream.losses.clear();
-    const Format* const format = format_name.empty() ? FormatByName(stream.name) : FindFormat(format_name);
-    const std::string lower = Lowered(format_name);
+    const FileFormat* const format =
+        format_name.empty() ? FormatByName(stream.name) : FindFormat(format_name);
+    const std::string lower = LowerText(format_name);
     if (format == nullptr && !lower.empty() && lower != "dne" && lower != "tala")
         Fail<7037>(Shown(format_name).c_str());
     if (format == nullptr) {
@@ -124,7 +125,7 @@ bool NthFormat(int index, FormatEntry& entry)
     if (i < own) {
         entry = kOwnFormats[i];
     } else {
-        const Format& format = Formats()[i - own];
+        const FileFormat& format = Formats()[i - own];
         entry = {format.name, format.extensions, format.about, format.read != nullptr,
                  format.write != nullptr};
     }

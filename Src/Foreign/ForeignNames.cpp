@@ -5,21 +5,9 @@
 #include <unordered_set>
 
 #include "Basic/Names.h"
+#include "Basic/Text.h"
 
 namespace talora {
-
-namespace {
-
-bool IsDigit(char c)
-{
-    return c >= '0' && c <= '9';
-}
-bool IsNameChar(char c)
-{
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || IsDigit(c) || c == '_';
-}
-
-}  // namespace
 
 std::string LegalName(std::string_view text)
 {

@@ -66,7 +66,7 @@ std::string FromUtf16(std::string_view bytes, bool big_endian)
 // Whether an XML declaration names one of the one-byte alphabets.
 bool DeclaresLatin(std::string_view bytes)
 {
-    const std::string start = Lowered(bytes.substr(0, 200));
+    const std::string start = LowerText(bytes.substr(0, 200));
     const size_t end = start.find("?>");
     const std::string declaration = start.substr(0, end == std::string::npos ? 0 : end);
     return declaration.find("iso-8859-1") != std::string::npos ||
@@ -183,28 +183,13 @@ bool ParseNumber(std::string_view text, double& value)
 bool ParseLimit(std::string_view text, double& value)
 {
     if (ParseNumber(text, value)) return true;
-    std::string word = Lowered(text);
+    std::string word = LowerText(text);
     const bool is_negative = word.starts_with('-');
     if (is_negative || word.starts_with('+')) word.erase(0, 1);
     if (word != "inf" && word != "infinity") return false;
     value = std::numeric_limits<double>::infinity();
     if (is_negative) value = -value;
     return true;
-}
-
-std::string_view Trimmed(std::string_view text)
-{
-    const size_t first = text.find_first_not_of(kWhiteSpace);
-    if (first == std::string_view::npos) return {};
-    return text.substr(first, text.find_last_not_of(kWhiteSpace) - first + 1);
-}
-
-std::string Lowered(std::string_view text)
-{
-    std::string lower(text);
-    for (char& c : lower)
-        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-    return lower;
 }
 
 std::string Shown(std::string_view text)

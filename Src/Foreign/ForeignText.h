@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Basic/Error.h"
+#include "Basic/Text.h"
 #include "Foreign/ForeignNet.h"
 
 namespace talora {
@@ -37,8 +38,6 @@ bool ParseNumber(std::string_view text, double& value);
 // As ParseNumber, and also "infinity" and "inf" with a sign.
 bool ParseLimit(std::string_view text, double& value);
 
-std::string_view Trimmed(std::string_view text);
-std::string Lowered(std::string_view text);
 // The beginning of a text, for a message.
 std::string Shown(std::string_view text);
 

@@ -164,7 +164,7 @@ std::string XmlRoot(std::string_view text, std::string* attributes)
     if (attributes) *attributes = tag.substr(name_end);
     std::string_view name = tag.substr(0, name_end);
     name.remove_prefix(name.find(':') + 1);
-    return Lowered(name);
+    return LowerText(name);
 }
 
 size_t FindXmlEntry(std::string_view text, size_t table_at, size_t entry)

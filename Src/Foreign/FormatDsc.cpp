@@ -188,7 +188,7 @@ private:
                 rows_.push_back(std::move(row));
         }
         ReserveTable(source_, net_, node, block_at);
-        if (Lowered(function) == "max") return PutMaximum(node, block_at);
+        if (LowerText(function) == "max") return PutMaximum(node, block_at);
         if (!function.empty())
             FailAt<7043>(source_.PlaceAt(block_at), Shown(node.name).c_str(), Shown(function).c_str());
         NumberRowsWithoutIndices(node);

@@ -15,7 +15,7 @@ namespace {
 std::string Plain(std::string_view type)
 {
     std::string plain;
-    for (const char c : Lowered(type))
+    for (const char c : LowerText(type))
         if (c >= 'a' && c <= 'z') plain += c;
     return plain;
 }
@@ -23,7 +23,7 @@ std::string Plain(std::string_view type)
 // Comments are pages of HTML: the text remains, with one blank for each run of blanks.
 std::string WithoutTags(std::string_view html)
 {
-    if (Lowered(html.substr(0, 20)).find("<html") == std::string::npos) return std::string(Trimmed(html));
+    if (LowerText(html.substr(0, 20)).find("<html") == std::string::npos) return std::string(Trimmed(html));
     std::string text;
     bool in_tag = false, after_blank = true;
     for (const char c : html) {
@@ -114,7 +114,7 @@ private:
     {
         xml_.NeedAttribute(variable, "name");
         ForeignNode& node = names_.Add(NameOf(variable), Xml::AtOf(variable));
-        const std::string role = Lowered(Xml::Attribute(variable, "role")),
+        const std::string role = LowerText(Xml::Attribute(variable, "role")),
                           type = Plain(Xml::Attribute(variable, "type"));
         if (role == "decision") node.kind = ForeignKind::DECISION;
         if (role == "utility") node.kind = ForeignKind::UTILITY;
@@ -155,7 +155,7 @@ private:
         Xml::ForEach(links, "Link", [&](pugi::xml_node link) {
             std::vector<int> ends;
             Xml::ForEach(link, "Variable", [&](pugi::xml_node variable) { ends.push_back(Find(variable)); });
-            if (Lowered(Xml::Attribute(link, "directed")) == "false")
+            if (LowerText(Xml::Attribute(link, "directed")) == "false")
                 FailAt<7023>(xml_.PlaceOf(link), "undirected links");
             for (const char* restriction : {"Potential", "RevelationCondition"})
                 if (Xml::Child(link, restriction))
@@ -169,7 +169,7 @@ private:
 
     void ReadPotential(pugi::xml_node potential)
     {
-        const std::string role = Lowered(Xml::Attribute(potential, "role"));
+        const std::string role = LowerText(Xml::Attribute(potential, "role"));
         if (role == "policy")
             return AddLoss(net_.losses, LossSeverity::INFORMATION, "policy", "", "left out");
         std::vector<int> scope;

@@ -24,7 +24,7 @@ public:
             const size_t end = std::min(source_.text.find_first_of("\r\n", text_.At()), source_.text.size());
             text_.GoTo(end);
         }
-        const std::string kind = Lowered(text_.Word());
+        const std::string kind = LowerText(text_.Word());
         if (kind != "bayes" && kind != "markov") text_.FailExpected("BAYES or MARKOV");
         ReadVariables();
         ReadScopes(kind == "markov");

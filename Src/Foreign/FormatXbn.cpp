@@ -50,7 +50,7 @@ private:
     void ReadVariable(pugi::xml_node var)
     {
         ForeignNode& node = names_.Add(xml_.NeedAttribute(var, "NAME"), Xml::AtOf(var));
-        const std::string type = Lowered(Xml::Attribute(var, "TYPE"));
+        const std::string type = LowerText(Xml::Attribute(var, "TYPE"));
         if (!type.empty() && type != "discrete")
             FailAt<7023>(xml_.PlaceOf(var), ("variables of type '" + Shown(type) + "'").c_str());
         Xml::ForEach(var, "STATENAME",
@@ -69,7 +69,7 @@ private:
 
     void ReadTable(pugi::xml_node dist)
     {
-        const std::string type = Lowered(Xml::Attribute(dist, "TYPE"));
+        const std::string type = LowerText(Xml::Attribute(dist, "TYPE"));
         if (!type.empty() && type != "discrete")
             FailAt<7023>(xml_.PlaceOf(dist), ("distributions of type '" + Shown(type) + "'").c_str());
         const pugi::xml_node child = xml_.NeedChild(dist, "PRIVATE");

@@ -56,7 +56,7 @@ private:
     void ReadVariable(pugi::xml_node variable)
     {
         ForeignNode& node = names_.Add(Xml::Text(xml_.NeedChild(variable, "NAME")), Xml::AtOf(variable));
-        const std::string type = Lowered(Xml::Attribute(variable, "TYPE"));
+        const std::string type = LowerText(Xml::Attribute(variable, "TYPE"));
         if (type == "decision")
             node.kind = ForeignKind::DECISION;
         else if (type == "utility")

@@ -15,13 +15,13 @@ constexpr uint32_t kDrawn = HOLDS_TABLES | HOLDS_TITLES | HOLDS_COMMENTS | HOLDS
 
 std::string ExtensionOf(std::string_view file_name)
 {
-    std::string name = Lowered(file_name);
+    std::string name = LowerText(file_name);
     if (name.ends_with(".gz")) name.resize(name.size() - 3);
     const size_t dot = name.find_last_of("./\\");
     return dot == std::string::npos || name[dot] != '.' ? "" : name.substr(dot + 1);
 }
 
-bool HasExtension(const Format& format, std::string_view extension)
+bool HasExtension(const FileFormat& format, std::string_view extension)
 {
     for (const std::string& known : Xml::Words(format.extensions))
         if (known == extension) return true;
@@ -75,7 +75,7 @@ const char* FormatOfText(std::string_view text)
     bool is_first = true;
     while (at < std::min(text.size(), kFar)) {
         const std::string_view first = word();
-        const std::string lower = Lowered(first);
+        const std::string lower = LowerText(first);
         if (is_first) {
             if (lower == "bayes" || lower == "markov") return "UAI";
             if (first == "{") return "JGUM";
@@ -105,9 +105,9 @@ const char* FormatOfText(std::string_view text)
 
 }  // namespace
 
-const std::vector<Format>& Formats()
+const std::vector<FileFormat>& Formats()
 {
-    static const std::vector<Format> kFormats = {
+    static const std::vector<FileFormat> kFormats = {
         {"BIF", "bif", "text interchange format with variable and probability blocks", ReadBif, WriteBif,
          kDrawn, NameRule::NO_QUOTES, NameRule::NO_QUOTES},
         {"XMLBIF", "xml xmlbif bifxml", "the same in XML, version 0.3", ReadXmlBif, WriteXmlBif,
@@ -145,30 +145,30 @@ const std::vector<Format>& Formats()
     return kFormats;
 }
 
-const Format* FindFormat(std::string_view name)
+const FileFormat* FindFormat(std::string_view name)
 {
-    const std::string wanted = Lowered(name);
-    for (const Format& format : Formats())
-        if (Lowered(format.name) == wanted || HasExtension(format, wanted)) return &format;
+    const std::string wanted = LowerText(name);
+    for (const FileFormat& format : Formats())
+        if (LowerText(format.name) == wanted || HasExtension(format, wanted)) return &format;
     return nullptr;
 }
 
-const Format* FormatByName(std::string_view file_name)
+const FileFormat* FormatByName(std::string_view file_name)
 {
     const std::string extension = ExtensionOf(file_name);
-    for (const Format& format : Formats())
+    for (const FileFormat& format : Formats())
         if (HasExtension(format, extension)) return &format;
     return nullptr;
 }
 
-const Format* FormatByContents(std::string_view text, std::string_view file_name)
+const FileFormat* FormatByContents(std::string_view text, std::string_view file_name)
 {
     const size_t first = text.find_first_not_of(" \t\r\n\v\f");
     if (first == std::string_view::npos || text.starts_with(kFileMark)) return nullptr;
     const char* name = text[first] == '<' ? FormatOfXml(text) : FormatOfText(text);
     if (name != nullptr) return FindFormat(name);
     // XML that is broken before its root, or a text whose commentary is long: the name decides.
-    const Format* const by_name = FormatByName(file_name);
+    const FileFormat* const by_name = FormatByName(file_name);
     const bool is_xml = text[first] == '<';
     if (by_name == nullptr || by_name->read == nullptr) return nullptr;
     const std::string_view kind = by_name->name;

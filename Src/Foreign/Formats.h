@@ -46,7 +46,7 @@ enum class NameRule : uint8_t {
     NONE          // numbers only
 };
 
-struct Format {
+struct FileFormat {
     const char* name;        // for people and for choosing it
     const char* extensions;  // without dots, a blank between them; the first is the usual one
     const char* about;
@@ -58,12 +58,12 @@ struct Format {
     NameRule node_names, state_names;
 };
 
-const std::vector<Format>& Formats();
-const Format* FindFormat(std::string_view name);  // whatever its case; null if there is none
+const std::vector<FileFormat>& Formats();
+const FileFormat* FindFormat(std::string_view name);  // whatever its case; null if there is none
 // By the extension of a file name, ".gz" behind it or not.
-const Format* FormatByName(std::string_view file_name);
+const FileFormat* FormatByName(std::string_view file_name);
 // By the contents; the file's name decides only between formats that begin alike.
-const Format* FormatByContents(std::string_view text, std::string_view file_name);
+const FileFormat* FormatByContents(std::string_view text, std::string_view file_name);
 
 // ---- The formats ----
 void ReadBif(const ForeignSource& source, ForeignNet& net);

@@ -30,7 +30,7 @@ std::string FieldName(const std::string& name)
     constexpr std::string_view kTaken[] = {"title",    "label", "comment", "description",
                                            "position", "fast",  "states",  "state_values",
                                            "subtype",  "name",  "type",    "function"};
-    const std::string lower = Lowered(name);
+    const std::string lower = LowerText(name);
     const bool is_taken = std::find(std::begin(kTaken), std::end(kTaken), lower) != std::end(kTaken) ||
                           lower.starts_with("hr_desc") || lower.starts_with("hr_state_");
     return is_taken ? "field_" + name : name;
@@ -45,7 +45,7 @@ std::string FieldOf(const Description& text, std::string_view name)
 
 class Describer {
 public:
-    Describer(const Net& net, const Format& format) : net_(net), format_(format)
+    Describer(const Net& net, const FileFormat& format) : net_(net), format_(format)
     {
         // Back in the format that a net came from, its names are as they were there.
         const bool is_back = FieldOf(net.text, kOriginalFormat) == format.name;
@@ -454,7 +454,7 @@ private:
     }
 
     const Net& net_;
-    const Format& format_;
+    const FileFormat& format_;
     NameRule node_rule_, state_rule_;
     ForeignNet result_;
     std::vector<const Node*> nodes_;
@@ -463,7 +463,7 @@ private:
 
 }  // namespace
 
-ForeignNet FromNet(const Net& net, const Format& format)
+ForeignNet FromNet(const Net& net, const FileFormat& format)
 {
     return Describer(net, format).Run();
 }

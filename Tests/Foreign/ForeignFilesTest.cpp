@@ -111,8 +111,9 @@ TEST_F(ForeignFilesTest, EveryFaultIsTold)
         {7037, [&] { WriteTo(net_, "nonsense"); }},
         {7039, [&] { SetNodeKind_bn(a_, DECISION_NODE), WriteTo(net_, "bif", "strict"); }},
         {7040, net("net { } node A { }")},
-        {7041, xml("<BIF VERSION='0.3'><NETWORK><VARIABLE TYPE='utility'><NAME>U</NAME></VARIABLE><VARIABLE><NAME>A</NAME>"
-                   "<OUTCOME>a</OUTCOME></VARIABLE><DEFINITION><FOR>A</FOR><GIVEN>U</GIVEN></DEFINITION></NETWORK></BIF>")},
+        {7041,
+         xml("<BIF VERSION='0.3'><NETWORK><VARIABLE TYPE='utility'><NAME>U</NAME></VARIABLE><VARIABLE><NAME>A</NAME>"
+             "<OUTCOME>a</OUTCOME></VARIABLE><DEFINITION><FOR>A</FOR><GIVEN>U</GIVEN></DEFINITION></NETWORK></BIF>")},
         {7042, uai("BAYES 1 1000000 1 1 0 2 0.5 0.5")},
         {7043, bif(kBifA + "probability ( B | A ) { property function max; (yes) 0.5, 0.5; }")},
         {7044, uai("MARKOV 2 2 2 1 2 0 1 4 1 2 3 4")},
@@ -192,7 +193,7 @@ TEST_F(ForeignFilesTest, FormatsAreToldByContents)
         {"hello", nullptr},
     };
     for (const auto& c : kCases) {
-        const Format* const format = FormatByContents(c.text, "x.tmp");
+        const FileFormat* const format = FormatByContents(c.text, "x.tmp");
         EXPECT_STREQ(format ? format->name : nullptr, c.format) << c.text;
     }
 }

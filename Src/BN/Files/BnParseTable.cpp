@@ -406,7 +406,7 @@ void ConditionTable::Add(const std::vector<int>& condition, int32_t state)
     rule.state = state;
     std::vector<int> counts;
     for (size_t i = 0; i < condition.size(); ++i) {
-        const int count = NumStates(*node_.links[i].parent);
+        const int count = node_.links[i].parent->states.num_states;
         if (count == 1) continue;
         counts.push_back(count);
         rule.states.push_back(condition[i]);

@@ -121,7 +121,6 @@ std::vector<Node*> CopyNodes(const std::vector<Node*>& nodes, Net& net, const Co
         made[i]->finding = nodes[i]->finding;
     }
     CopyDisconnected(nodes, made);
-    progress.Done();
     return made;
 }
 

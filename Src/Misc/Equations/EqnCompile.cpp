@@ -129,7 +129,6 @@ void CompileChoice(Compiler& c, const Task& task)
 
 // Operators with an instruction of their own take their operands one by one from the left; all else is
 // called.
-void CompileCall(Compiler& c, const Expr& call)
 void CompileCall(Compiler& c, int node)
 {
     const Expr& call = c.eqn.exprs[node];
