@@ -205,7 +205,7 @@ def keywords():
             meaning = meaning.replace("](#", "](net-format.md#")
             rows.append((keyword.lower(), kind, f"| `{keyword}` | {kind} | {'yes' if writer != 'nullptr' else 'no'} | {meaning} |\n"))
     return WRITTEN + ("# Keywords of net files\n\nEvery field that a net file may have, by name. All are read; "
-                      "what is written, and how statements are put together, is told in "
+                      "what is written, and how statements are put together, is described in "
                       "[net-format.md](net-format.md).\n\n| Keyword | Of | Written | Meaning |\n|---|---|---|---|\n"
                       + "".join(row for _, _, row in sorted(rows)))
 

@@ -40,7 +40,7 @@ def main():
         print("Probability of both:", round(net.FindingsProbability, 4))
         net.findings.clear()
 
-        print("What tells most of rain:")
+        print("What is most informative about rain:")
         measurer = talora.Sensitivity(net["Rain"], ["Sprinkler", "Grass"])
         for node in measurer.VaryingNodes:
             print(f"  {node.name}: {measurer.MutualInfo(node):.4f} bits")
