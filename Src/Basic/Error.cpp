@@ -46,7 +46,7 @@ struct ErrorGroup {
     int count = 0;
     int num_droppable = 0;  // below severity "error"
     int num_shown = 0;
-    bool told_of_dropping = false;
+    bool has_reported_dropping = false;
     bool is_silent = false;          // what is raised now is not shown
     report_vx* retired = nullptr;    // cleared by another thread, linked by newer; freed by this one
     std::vector<int> repeats_shown;  // numbers for which "More ..." was shown
@@ -121,7 +121,7 @@ void Free(ErrorGroup& group, report_vx* record) noexcept
 
 void ForgetShown(ErrorGroup& group) noexcept
 {
-    group.told_of_dropping = false;
+    group.has_reported_dropping = false;
     group.num_shown = 0;
     group.repeats_shown.clear();
 }
@@ -282,21 +282,21 @@ void Enlist(report_vx* record)
     LinkNewest(group, record);
 }
 
-void TellWatcher(int number)
+void NotifyWatcher(int number)
 {
     if (const auto watcher = message_watcher.load(std::memory_order_relaxed)) watcher(std::abs(number));
 }
 
 // Adds the one record which reports that records are dropped, when the list first becomes full.
-void TellOfDropping()
+void ReportDropping()
 {
     ErrorGroup& group = Group();
     {
         std::lock_guard guard(ListMutex());  // another thread may be closing an environment
-        if (group.count < kMaxRecordsPerThread || group.told_of_dropping) return;
-        group.told_of_dropping = true;
+        if (group.count < kMaxRecordsPerThread || group.has_reported_dropping) return;
+        group.has_reported_dropping = true;
     }
-    TellWatcher(5623);
+    NotifyWatcher(5623);
     Enlist(NewRecord(
         {.severity = NOTICE_SEV, .number = 5623, .place = {}},
         "more than " + std::to_string(kMaxRecordsPerThread) + " reports: the oldest are being dropped"));
@@ -427,7 +427,7 @@ const char* SeverityWord(Severity severity)
 report_vx* ReportV(const ReportArgs& args, const char* format, va_list values)
 {
     if (args.severity >= ERROR_SEV) ThisThread().failed = true;
-    if ((args.conditions & FROM_FRONT_END_CND) == 0) TellWatcher(args.number);
+    if ((args.conditions & FROM_FRONT_END_CND) == 0) NotifyWatcher(args.number);
     try {
         // 1. Warnings are counted: after kMaxRepeatedWarnings of one number in one call, one more says "More
         // ...".
@@ -440,7 +440,7 @@ report_vx* ReportV(const ReportArgs& args, const char* format, va_list values)
         std::string message =
             (last ? "More warnings of the form: " : "") + std::string(buffer) + PlaceSuffix(args.place);
         // 3. Into the list, then to the handler, which may clear it again.
-        TellOfDropping();
+        ReportDropping();
         report_vx* record = NewRecord(args, std::move(message));
         Enlist(record);
         Show(record);
@@ -490,7 +490,7 @@ void FailOutOfMemoryV(const char* format, va_list values)
 
 report_vx* ReportOutOfMemory(const char* message) noexcept
 {
-    TellWatcher(5622);
+    NotifyWatcher(5622);
     ThisThread().failed = true;
     return ShowMemoryRecord(message, ERROR_SEV);
 }

@@ -83,7 +83,7 @@ struct CaseReader::Engine {
     const Caseset& cases;
     std::vector<Node*> nodes;
     CaseValues values;
-    std::vector<char> told;  // of each source: what is odd about it as a whole
+    std::vector<char> has_warned;  // of each source: what is odd about it as a whole
     int64_t total_bytes = 0;
 
     size_t source = 0;                     // the one that is read
@@ -104,7 +104,7 @@ struct CaseReader::Engine {
     void Rewind();
     void Open();
     void Close();
-    void MatchColumns(bool tell);
+    void MatchColumns(bool warns);
     void FillEntries(UsedColumn& column);
     void Prepare(CaseBlock& block, int most) const;
     void Trim(CaseBlock& block) const;
@@ -118,7 +118,7 @@ struct CaseReader::Engine {
 };
 
 CaseReader::Engine::Engine(const Caseset& from, std::span<Node* const> wanted)
-    : cases(from), nodes(wanted.begin(), wanted.end()), values(*from.env), told(from.sources.size())
+    : cases(from), nodes(wanted.begin(), wanted.end()), values(*from.env), has_warned(from.sources.size())
 {
     has_column.resize(nodes.size());
     block_has_column.resize(nodes.size());
@@ -161,13 +161,13 @@ void CaseReader::Engine::FailHalted() const
 void CaseReader::Engine::Open()
 {
     const CaseSource& from = cases.sources[source];
-    const bool tell = !told[source];
-    told[source] = 1;
-    file = std::make_unique<CaseFileReader>(from, cases.env->case_delimiter, tell);
+    const bool warns = !has_warned[source];
+    has_warned[source] = 1;
+    file = std::make_unique<CaseFileReader>(from, cases.env->case_delimiter, warns);
     splitter = LineSplitter(file->Header().delimiter);
     cases_of_source = 0;
     values.SkipWholeCases(from.skips_misfits);
-    MatchColumns(tell);
+    MatchColumns(warns);
 }
 
 void CaseReader::Engine::Close()
@@ -178,7 +178,7 @@ void CaseReader::Engine::Close()
 }
 
 // Columns by the names of nodes: each node once, unknown names in one warning, nodes not asked for left out.
-void CaseReader::Engine::MatchColumns(bool tell)
+void CaseReader::Engine::MatchColumns(bool warns)
 {
     columns.clear();
     std::fill(has_column.begin(), has_column.end(), 0);
@@ -200,14 +200,14 @@ void CaseReader::Engine::MatchColumns(bool tell)
         }
         const auto index = static_cast<size_t>(node->index);
         if (std::exchange(seen[index], 1)) {
-            if (tell) WarnAt<6521>(RecordPlace(file->Name()), name.c_str(), file->Name().c_str());
+            if (warns) WarnAt<6521>(RecordPlace(file->Name()), name.c_str(), file->Name().c_str());
             continue;
         }
         if (place[index] < 0) continue;
         columns.push_back({i, place[index], EntryTable(), 0});
         has_column[static_cast<size_t>(place[index])] = 1;
     }
-    if (tell && !unknown.empty())
+    if (warns && !unknown.empty())
         WarnAt<6522>(RecordPlace(file->Name()), file->Name().c_str(), net.name.c_str(), unknown.c_str());
     for (UsedColumn& column : columns) FillEntries(column);
 }

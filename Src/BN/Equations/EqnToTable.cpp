@@ -559,7 +559,7 @@ void SetExperiences(Builder& b, int64_t filled, bool fills_empty)
     }
 }
 
-void TellOfUniformRows(const Builder& b, int64_t num_uniform, int64_t num_rows)
+void ReportUniformRows(const Builder& b, int64_t num_uniform, int64_t num_rows)
 {
     if (num_uniform == 0) return;
     const char* const why = b.sampled ? "no nonzero probability was discovered by sampling"
@@ -649,7 +649,7 @@ void EquationToTable(Node& node, int num_samples, bool keep_counts, bool add)
     Change(node, node.tables, std::move(b.tables), RETABLES, "build table from equation");
     if (filled == num_rows && !IsHalted())
         Change(node, node.eqn_dirty, EqnDirty::CLEAN, NO_EFFECT, "build table from equation");
-    TellOfUniformRows(b, num_uniform, num_rows);
+    ReportUniformRows(b, num_uniform, num_rows);
 }
 
 double DrawInInterval(const Node& node, int state, RandomState& random)

@@ -1,3 +1,4 @@
+// Reading a net from text: head, statements of the net, nodes in the order in which they can be read.
 #include "BN/Files/BnParse.h"
 
 #include <algorithm>
@@ -257,7 +258,7 @@ void NetReader::SkipUnknown(std::string_view word, size_t word_at, const char* w
     text.TryRead(';');
 }
 
-// ---- Sections that are kept as they stand ----
+// ---- Sections that are kept unread ----
 
 namespace {
 

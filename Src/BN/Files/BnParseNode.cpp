@@ -6,8 +6,8 @@
 
 #include "BN/Files/BnParse.h"
 #include "BN/Model/BnEdit.h"
-#include "Basic/Names.h"
 #include "BN/Model/Likelihood.h"
+#include "Basic/Names.h"
 
 namespace talora {
 
@@ -415,7 +415,7 @@ bool Delays(NodeReader& r)
     r.num_delays = static_cast<int>(vectors.size());
     if (!r.IsRead(NODE_PARENTS) && r.num_inputs >= 0 && r.num_inputs != r.num_delays)
         FailAt<2964>(t.Place(), r.num_delays, r.num_inputs);
-    // Input names that are still to come tell how many parents there should be.
+    // Input names that are still to come give the number of parents there should be.
     if (!r.IsRead(NODE_PARENTS) && r.state[NODE_INPUTS] == FieldState::GIVEN) return true;
     NeedParents(r, "delays");
     std::vector<Link> links = r.node.links;

@@ -95,7 +95,7 @@ void TableReader::Open()
         groups_ = {total_};
 }
 
-// The first closing parenthesis tells which groups a table of few parentheses has.
+// The first closing parenthesis shows which groups a table of few parentheses has.
 void TableReader::Settle(int64_t count)
 {
     const auto full = static_cast<ptrdiff_t>(sizes_.size());
@@ -276,7 +276,7 @@ bool NumCases(NodeReader& r)
 
 namespace {
 
-// Whether a function table holds numbers: the first entry that is no escape tells.
+// Whether a function table holds numbers: the first entry that is no escape decides.
 bool HoldsReals(NodeReader& r)
 {
     Tokenizer& t = r.Text();

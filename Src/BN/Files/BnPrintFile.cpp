@@ -1,3 +1,4 @@
+// Writing a net as text: a function per field, run over the tables of fields.
 #include "BN/Files/BnPrintFile.h"
 
 #include <algorithm>
@@ -341,7 +342,7 @@ bool Kind(ValuePrinter& p, const Node& node)
                              !node.states.levels.empty() || !node.equation.empty() ||
                              !node.tables.func_reals.empty() || !IsUndef(node.finding.value);
     if (node.kind == UNKNOWN_KIND && !is_variable) return false;
-    if (node.kind == DISCONNECTED_NODE) return false;  // the word `param` tells it
+    if (node.kind == DISCONNECTED_NODE) return false;  // the word `param` implies it
     return PrintWord(p, WordFor(kKindWords, node.kind));
 }
 
@@ -496,7 +497,7 @@ bool FuncTable(ValuePrinter& p, const Node& node)
     if (states.empty()) {
         if (!HasStates(node) || !std::all_of(reals.begin(), reals.end(), IsNoNumber))
             return PrintRows(p, node, "functable", reals);
-        // The first entry tells that it is no table of states.
+        // The first entry shows that it is no table of states.
         const size_t start = p.out.size();
         if (!PrintRows(p, node, "functable", reals)) return false;
         p.out.erase(p.out.find('@', start), 1);
@@ -597,7 +598,7 @@ bool WhenChanged(ValuePrinter& p, const Node& node)
 
 bool Evidence(ValuePrinter& p, const Node& node)
 {
-    // A value that has the state tells it too, unless several states have it as their level.
+    // A value implies the state that holds it, unless several states have it as their level.
     const NodeFinding& finding = node.finding;
     if (finding.state < 0) return false;
     if (!IsUndef(finding.value) && StateOfValue(node, finding.value) == finding.state) return false;

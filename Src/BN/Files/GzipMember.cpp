@@ -1,3 +1,4 @@
+// Members of the gzip format (RFC 1952): packing with zlib, and unpacking with every size checked.
 #include "BN/Files/GzipMember.h"
 
 #include <algorithm>

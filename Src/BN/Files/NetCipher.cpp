@@ -1,3 +1,4 @@
+// Keys, ciphers and key checks of encrypted net files.
 #include "BN/Files/NetCipher.h"
 
 #include <strings.h>

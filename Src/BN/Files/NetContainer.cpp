@@ -1,3 +1,4 @@
+// Binary net files: the readable head, blocks with sizes and checks, the packed text.
 #include "BN/Files/NetContainer.h"
 
 #include <time.h>

@@ -1,3 +1,4 @@
+// The tables of fields of net files, and looking them up.
 #include "BN/Files/NetFields.h"
 
 #include <unordered_map>

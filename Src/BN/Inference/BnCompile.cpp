@@ -1,4 +1,4 @@
-// Compiling a net: checks, the graph, the order, the tree, and what is told of them.
+// Compiling a net: checks, the graph, the order, the tree, and what is reported on them.
 #include "BN/Inference/BnCompile.h"
 
 #include <algorithm>
@@ -71,6 +71,7 @@ bool IsReached(const Node& a, const Node& b)
     Fail<6001>(net.name.c_str(), first.name.c_str());
 }
 
+// No delays, no parents that cannot take part, constants with a known state where a table depends on them.
 void CheckCompilable(const Net& net)
 {
     for (const Node* node : net.nodes.nodes) {
@@ -106,7 +107,7 @@ std::vector<int> TreeParents(const Node& node, const std::vector<int>& variable_
     return parents;
 }
 
-// Numbers the nodes that take part and tells who is whose parent.
+// Numbers the nodes that take part and lists their parents.
 void BuildGraph(const Net& net, CompiledNet& compiled)
 {
     compiled.variable_of.assign(net.nodes.nodes.size(), -1);
@@ -191,6 +192,7 @@ bool HasStrayValue(const Node& node)
                        [&](double value) { return !IsUndef(value) && StateOfValue(node, value) < 0; });
 }
 
+// One warning of each kind, naming the last such node.
 void WarnOfTables(const CompiledNet& compiled)
 {
     const Node *without = nullptr, *incomplete = nullptr, *utility = nullptr, *stray = nullptr;
@@ -218,6 +220,7 @@ std::string BytesInWords(double bytes)
            " " + unit;
 }
 
+// 1. Trees too large to be updated may still be looked at: a warning.
 void CheckMemoryFor(Net& net, const TreeSizes& sizes)
 {
     const double bytes = sizes.under_findings * sizeof(float);
@@ -233,7 +236,7 @@ bool HasStaleTable(const Node& node)
     return node.eqn_dirty == EqnDirty::DIRTY && !node.equation.empty();
 }
 
-// Tables that were built from an equation and may no longer match it are built again if the person wants so.
+// Tables that were built from an equation and may no longer match it are built again if the user wants so.
 void AskAboutStaleTables(Net& net)
 {
     const std::vector<Node*>& nodes = net.nodes.nodes;
@@ -260,7 +263,7 @@ void ReportCompiled(const Net& net, const TreeSizes& sizes)
         Raise<6009, 1>(num_cliques, sizes.with_separators, sizes.under_findings);
 }
 
-// Shows the person what the best order so far will take, under a heading the first time.
+// Shows the user what the best order so far will take, under a heading the first time.
 void ShowRequirements(environ_vx& env, double entries, bool is_first)
 {
     if (!env.message_handler.IsSet()) return;
@@ -335,12 +338,14 @@ void CompileUpTo(Net& net, double most_cost)
     CheckCompilable(net);
     AskAboutStaleTables(net);
     CheckHalt(net);
+    // 2. The graph, and an order that still fits it or a new one.
     std::unique_ptr<CompiledNet, CompiledNetDeleter> compiled(new CompiledNet);
     BuildGraph(net, *compiled);
     CheckElimOrder(net);
     const bool is_found = !net.has_elim_order && compiled->nodes.size() >= 2;
     const std::vector<int> order = net.has_elim_order ? OrderAsNumbers(*compiled, net.elim_order.nodes)
                                                       : FindOrder(net, *compiled, most_cost);
+    // 3. The tree.
     BuildTree(net, std::move(compiled), order);
     if (!is_found) return;
     const DerivedResults derived(net);
@@ -349,6 +354,7 @@ void CompileUpTo(Net& net, double most_cost)
 
 }  // namespace
 
+// 1. What stands against compiling, and tables that may be rebuilt first.
 void CompileNet(Net& net)
 {
     CompileUpTo(net, std::numeric_limits<double>::infinity());
@@ -379,6 +385,7 @@ void OptimizeElimOrder(Net& net, double seconds)
     CompiledNet graph;
     BuildGraph(net, graph);
     CheckElimOrder(net);
+    // The search begins with the stored order, so that the result is never worse.
     if (graph.nodes.size() >= 2) {
         std::vector<int> stored;
         if (net.has_elim_order) stored = OrderAsNumbers(graph, net.elim_order.nodes);
@@ -440,6 +447,7 @@ TreeSizes SizesOf(const Net& net)
     return sizes;
 }
 
+// A line per clique: neighbours, size and members aligned in columns, then the sums.
 std::string JunctionTreeReport(const Net& net)
 {
     const CompiledNet& compiled = NeedCompiled(net);

@@ -1,3 +1,4 @@
+// Beliefs of a few nodes from the part of the net that matters, kept for the next query.
 #include "BN/Inference/BnQuery.h"
 
 #include <cmath>
@@ -57,6 +58,7 @@ void NetQueriesDeleter::operator()(NetQueries* queries) const noexcept
     delete queries;
 }
 
+// 1. The targets as variables of the model.
 const float* QueryBeliefs(Net& net, std::span<Node* const> nodes, double* log_probability)
 {
     // Beliefs of most probable configurations come from the junction tree.  Compiling it discards what the
@@ -72,6 +74,7 @@ const float* QueryBeliefs(Net& net, std::span<Node* const> nodes, double* log_pr
         targets.push_back(variable);
         count += size_t(NumStates(*node));
     }
+    // 2. Beliefs of the most probable configuration need the whole tree.
     if (net.most_probable) return ReadBeliefs(queries, net, nodes, count, log_probability);
     std::vector<TableVector<float>> weights;
     ModelFindings findings = FindingsOf(queries.model, weights);

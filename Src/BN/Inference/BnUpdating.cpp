@@ -12,8 +12,8 @@
 #include "BN/Inference/ImpossibleCondition.h"
 #include "BN/Model/BnProbs.h"
 #include "BN/Model/BnUndo.h"
-#include "BN/Propagation/TreeTables.h"
 #include "BN/Model/Likelihood.h"
+#include "BN/Propagation/TreeTables.h"
 #include "Basic/Error.h"
 #include "Basic/Memory.h"
 #include "Basic/Progress.h"
@@ -79,6 +79,7 @@ void SyncFinding(CompiledNet& compiled, int variable)
     propagation.SetLikelihood(variable, scaled.weights.empty() ? nullptr : scaled.weights.data());
 }
 
+// Findings are handed over only when beliefs are asked for, so many changes cost one update.
 void SyncFindings(CompiledNet& compiled)
 {
     for (int variable : compiled.stale_findings) {
@@ -108,6 +109,7 @@ void MakePropagation(Net& net)
     compiled.stale_findings.clear();
 }
 
+// Only nets that update automatically are compiled without having been asked for it.
 void CompileOnDemand(Net& net)
 {
     if (net.auto_update == 0) Fail<6011>(net.name.c_str());
@@ -121,6 +123,8 @@ void CompileOnDemand(Net& net)
 
 }  // namespace
 
+// The node's own table where all parents are in the tree, else a copy with constants fixed; kept until it
+// changes.
 const float* TreeTable(const CompiledNet& compiled, int variable, MadeTables& made_tables)
 {
     const Node& node = *compiled.nodes[variable];
@@ -283,6 +287,8 @@ bool AreBeliefsUpdated(const Net& net)
            net.compiled->propagation->IsUpdated();
 }
 
+// 1. A tree, and propagation on it. 2. New findings, which may have made tables larger. 3. The update, which
+// goes on where a halted one stopped.
 void UpdateBeliefs(Net& net)
 {
     if (AreBeliefsUpdated(net)) return;
@@ -356,7 +362,7 @@ const float* GetBeliefs(Node& node)
         node.net->compiled->propagation->Belief(variable, node.beliefs.data());
         return node.beliefs.data();
     }
-    // A disconnected node stands alone: what its own finding says, else no preference.
+    // A disconnected node depends on nothing: its own finding, else all states alike.
     CombinedLikelihood(node, node.beliefs.data());
     double sum = 0;
     for (float weight : node.beliefs) sum += weight;
@@ -364,6 +370,7 @@ const float* GetBeliefs(Node& node)
     return node.beliefs.data();
 }
 
+// Mean and deviation of the state values under the beliefs; a node without states has the value entered.
 double ExpectedValue(Node& node, double* std_dev)
 {
     if (std_dev) *std_dev = UndefDbl();

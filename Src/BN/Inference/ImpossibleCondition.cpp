@@ -1,3 +1,4 @@
+// Which parent condition declared impossible is behind findings of probability 0.
 #include "BN/Inference/ImpossibleCondition.h"
 
 #include <algorithm>
@@ -36,6 +37,7 @@ int64_t NumTreeRows(const CompiledNet& compiled, int variable)
     return rows;
 }
 
+// Only tables that have such rows are copied.
 RelaxedTables Relax(const CompiledNet& compiled, const TableSource& table)
 {
     RelaxedTables relaxed;
@@ -73,6 +75,7 @@ int64_t SettledRow(const CompiledNet& compiled, int variable)
     return row;
 }
 
+// The cheap case: findings at all parents of one node select an impossible row.
 ParentCondition FindSettled(const CompiledNet& compiled, const RelaxedTables& relaxed,
                             const TableSource& table)
 {
@@ -141,7 +144,7 @@ struct Cause {
     bool is_settled = false;  // by findings at the parents
 };
 
-// No condition as well where memory is out: that the findings are inconsistent can be said without one.
+// No condition as well where memory is out: the findings can be reported as inconsistent without one.
 Cause FindCause(const CompiledNet& compiled, const TableSource& table)
 {
     try {

@@ -1,3 +1,4 @@
+// Most probable configurations: the mode, its report, and the search for the nth best.
 #include "BN/Inference/MostProbable.h"
 
 #include <algorithm>
@@ -6,8 +7,8 @@
 #include "BN/Inference/BnQuery.h"
 #include "BN/Model/BnEdit.h"
 #include "BN/Model/BnProbs.h"
-#include "BN/Propagation/TreeTables.h"
 #include "BN/Model/Likelihood.h"
+#include "BN/Propagation/TreeTables.h"
 #include "Basic/Error.h"
 #include "Basic/Progress.h"
 #include "Basic/Text.h"
@@ -38,7 +39,7 @@ int CertainState(Node& node, bool* is_tied)
     return first;
 }
 
-// What the tables say of the configuration: its probability, or a marker where an entry is one.
+// The configuration's probability by the tables, or a marker where an entry is one.
 struct TableProduct {
     double probability = 1;
     bool has_impossible = false, has_missing = false;
@@ -134,6 +135,7 @@ void SetMostProbable(Net& net, bool most_probable)
     Change(net, net.most_probable, most_probable, REMODES, "change net MPE");
 }
 
+// 1. Each node's state in a best configuration.
 std::string ReportMostProbable(Net& net)
 {
     if (!net.most_probable) Fail<6801>(net.name.c_str());
@@ -148,6 +150,7 @@ std::string ReportMostProbable(Net& net)
         num_tied += is_tied;
         is_complete &= node->most_probable_state >= 0;
     }
+    // 2. The line of text: ties, entries that are no probabilities, or the product of the table entries.
     if (!is_complete) return "";
     if (num_tied > 1)
         return "Multiple configurations are possible (add artificial \"findings\" to break ties).\n";
@@ -160,6 +163,7 @@ std::string ReportMostProbable(Net& net)
                   product.probability * 100);
 }
 
+// 1. Search on from what was found before.
 double FindConfiguration(Net& net, const std::vector<Node*>* nodes, int nth, state_bn* setting)
 {
     if (nth < 0) Fail<6802>(nth);
@@ -172,6 +176,7 @@ double FindConfiguration(Net& net, const std::vector<Node*>* nodes, int nth, sta
         if (!is_found) Fail<6803>(int(search.found.size()), nth);
         if (!progress.Step(double(search.found.size()) / (nth + 1.0))) FailWith<6800>(ABORTED_CND);
     }
+    // 2. The states of the nodes asked for; constants have theirs, notes none.
     const Configuration& found = search.found[size_t(nth)];
     const std::vector<Node*>& listed = nodes ? *nodes : net.nodes.nodes;
     for (size_t i = 0; i < listed.size(); ++i) {

@@ -55,7 +55,7 @@ void LearnByExpectation(Learner& learner, std::span<Node* const> nodes, const Ca
     bool goes_on = data.Evaluate(tables, &expected, &known.minus_log_likelihood, progress, 0);
     if (goes_on) learner.history.push_back(known);
     for (int i = 0; goes_on && i < learner.max_iters; ++i) {
-        // 1. Tell; stop when little changes.
+        // 1. Report; stop when little changes.
         PrintIteration(i, known);
         if (!IsUndef(known.change) && known.change < learner.tolerance) break;
         if (!progress.Step(fraction(i))) {

@@ -27,6 +27,7 @@ struct Bracket {
     LinePoint low, middle, high;  // middle is the lowest of the three
 };
 
+// 1. Steps back until the function is below its start. 2. Steps forth until it rises again.
 LineStatus FindBracket(const LineFunction& function, double value, double step, Bracket* bracket)
 {
     int points = 0;
@@ -63,6 +64,8 @@ struct BrentState {
     LinePoint x, w, v;  // lowest, second lowest, the one before
     double step = 0, step_before = 0;
 
+    // Brent (1973), chapter 5: p / q is the step to the vertex; it is taken if it is inside and less than
+    // half the step before the last.
     double NextStep(double tolerance)
     {
         const double middle = 0.5 * (a + b);
@@ -88,6 +91,7 @@ struct BrentState {
         return step = kGolden * step_before;
     }
 
+    // The interval shrinks to the side of the lower point; x, w and v stay the lowest three.
     void Take(const LinePoint& u)
     {
         if (u.value <= x.value) {
@@ -109,6 +113,7 @@ struct BrentState {
 
 }  // namespace
 
+// A bracket first, then points until the interval is as small as the tolerance.
 LineStatus MinimizeAlongLine(const LineFunction& function, double value, double step, LinePoint* lowest)
 {
     *lowest = {0, value};
@@ -217,6 +222,7 @@ struct Ascent {
         }
     }
 
+    // The first step has the length of the last one, or about one count's worth in the beginning.
     LineStatus Search(LinePoint* lowest)
     {
         const double length = std::sqrt(Dot(direction, direction));
@@ -243,6 +249,8 @@ int64_t NumFreeParameters(const LearnData& data, size_t num_learned)
     return n;
 }
 
+// beta = g (g - g_old) / g_old^2; below 0, and once per number of parameters, it starts again along the
+// gradient.
 void TurnDirection(Ascent& a, const Vector& old_gradient, double old_square, bool restarts)
 {
     const double square = Dot(a.gradient, a.gradient);
@@ -287,6 +295,7 @@ void LearnByGradient(Learner& learner, std::span<Node* const> nodes, const Cases
     learner.num_cases = data.NumCases();
     Progress progress("doing gradient learning");
     PrintIterationHeader("\nDoing Gradient Ascent Learning, hold down <ctrl> + <mouse button> to stop ...\n");
+    // 1. Start tables and their gradient.
     Ascent a{data, progress, data.PriorCounts()};
     bool goes_on = a.MoveTo(data.StartTables(learner.random_gen)), is_halted = !goes_on;
     a.direction = a.gradient;
@@ -295,6 +304,7 @@ void LearnByGradient(Learner& learner, std::span<Node* const> nodes, const Cases
     if (goes_on) learner.history.push_back(known);
     int num_done = 0;
     for (int i = 0; goes_on && i < learner.max_iters; ++i) {
+        // 2. Iterations, until little changes or the gradient is 0.
         a.fraction = double(i) / std::max(1, learner.max_iters);
         PrintIteration(i, known);
         if (!IsUndef(known.change) && known.change < learner.tolerance) break;
@@ -311,6 +321,7 @@ void LearnByGradient(Learner& learner, std::span<Node* const> nodes, const Cases
         learner.history.push_back(known);
         ++num_done;
     }
+    // 3. What was reached is stored, also after a halt.
     if (is_halted) Notice<6593>();
     if (num_done > 0) StoreLearned(data, std::move(a.tables), a.counts);
 }

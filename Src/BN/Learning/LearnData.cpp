@@ -126,7 +126,7 @@ private:
     std::vector<unsigned char> scratch_;
 };
 
-// A case that tells some nodes by weights.
+// A case that gives some nodes by weights.
 struct SoftRow {
     std::vector<int32_t> states;  // by variable
     std::vector<CaseFindings::Weights> weights;
@@ -202,7 +202,7 @@ struct LearnData::Engine {
     std::vector<int> family_variables;      // of the learned
     std::vector<TableVector<float>> fixed;  // tables of those that are not learned
 
-    std::vector<FamilyCounter> whole_cases;     // by family: cases that tell every node
+    std::vector<FamilyCounter> whole_cases;     // by family: complete cases
     std::vector<FamilyCounter> whole_families;  // by learned family: of the other cases
     bool counts_whole_cases = false;            // every table of the tree is of a family above
     std::vector<char> is_told;                  // by column, by some case
@@ -298,7 +298,7 @@ struct LearnData::Engine {
         if (counting->Width() == 1 && is_kept) order = rows.SortedRows();
     }
 
-    // incomplete[row] is negative for cases that do not tell every node
+    // incomplete[row] is negative for incomplete cases
     void FindIncomplete(const CaseBlock& block, std::vector<int32_t>& incomplete)
     {
         incomplete.assign(size_t(block.num_cases), counts_whole_cases ? 0 : -1);

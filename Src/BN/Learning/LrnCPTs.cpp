@@ -36,7 +36,7 @@ bool CanLearn(const Node& node)
                        [](const Link& link) { return HasStates(*link.parent); });
 }
 
-// A count that is a whole number as far as single-precision tables can tell.
+// A count that is a whole number within single precision.
 double WholeIfExplained(double count)
 {
     const double whole = std::round(count);
@@ -224,7 +224,7 @@ Counts CountsOf(const Node& node, const LearnedFamily& family, std::vector<char>
 
 namespace {
 
-// Leans the rows towards the marginal counts; what tells the cases alone, the experience, stays.
+// Leans the rows towards the marginal counts; the experience, which counts cases alone, stays.
 void Shrink(NodeTables& tables, const LearnedFamily& family, const Counts& counts)
 {
     const int num_states = family.num_states;
@@ -362,13 +362,13 @@ void AddToCount(double& count, double weight, double rounding, const Node& node,
     count = sum < (weight < 0 ? count * rounding : 0) ? 0 : Rounded15(sum);
 }
 
-// What one case tells of the members of a family: a state, weights, or nothing.
+// What one case has for the members of a family: a state, weights, or nothing.
 struct FamilyCase {
     std::vector<int> states;            // by member; negative: see weights
     std::vector<const float*> weights;  // by member; null where nothing is known
 };
 
-// Whether the case tells all members.
+// Whether the case has all members.
 bool TellsAll(const FamilyCase& known)
 {
     for (size_t i = 0; i < known.states.size(); ++i)
@@ -425,7 +425,7 @@ struct CountedFamily {
     TableVector<double> totals;  // by row
     std::vector<char> is_exact;  // by row
     FamilyCounter counter;
-    bool has_columns = false;  // some source tells of all members
+    bool has_columns = false;  // some source has columns for all members
     int64_t num_counted = 0;   // cases that did not go through the counter
 };
 
@@ -464,7 +464,7 @@ struct CountingJob {
     void TakeOne(const CaseBlock& block, int row, bool only_soft, const char* file);
 };
 
-// The case for each family it tells all members of; only_soft: some of them by weights.
+// The case for each family that is complete in it; only_soft: some members by weights.
 void CountingJob::TakeOne(const CaseBlock& block, int row, bool only_soft, const char* file)
 {
     const double weight = degree * block.weights[size_t(row)];
@@ -572,7 +572,7 @@ int64_t LearnByCounting(std::span<Node* const> nodes, const Caseset& cases, doub
         }
     }
 
-    // 2. Tables of the nodes that the cases tell something about.
+    // 2. Tables of the nodes that cases counted for.
     std::vector<LearnedTables> results;
     for (CountedFamily& one : job.families) {
         const Counts& added = one.counter.Total();
@@ -668,7 +668,7 @@ void ReviseByFindings(std::span<Node* const> nodes, double degree)
     std::vector<LearnedTables> results;
     std::vector<std::pair<Node*, RevisedRows>> some_rows;
 
-    // 1. The new rows of every node that the findings tell something about.
+    // 1. The new rows of every node that the findings count for.
     for (Node* node : learned) {
         const LearnedFamily family = FamilyIn(*node, members);
         FamilyCase known;

@@ -91,6 +91,7 @@ void RenumberStates(TableVector<int32_t>& states, const TableCarry& carry)
         if (state >= 0) state = new_state[state];
 }
 
+// Of all tables of the node together, before any of them is made.
 void CheckNewSize(const Node& node, const TableCarry& carry)
 {
     double rows = 1;
@@ -134,6 +135,7 @@ TableCarry IdentityCarry(const Node& node)
     return carry;
 }
 
+// A CPT has the node's own states as its last dimension; the other tables have one entry per row.
 NodeTables CarryTables(const Node& node, const TableCarry& carry)
 {
     const NodeTables& old = node.tables;

@@ -101,6 +101,7 @@ void CheckMemoryForCopy(const std::vector<Node*>& nodes)
 
 std::vector<Node*> CopyNodes(const std::vector<Node*>& nodes, Net& net, const CopyNodesOptions& options)
 {
+    // 1. All copies first, as any of them may be the parent of another.
     CheckMemoryForCopy(nodes);
     if (nodes.size() == 1)
         DescribeStep(net, "copy node %s", nodes[0]->name.c_str());
@@ -137,6 +138,7 @@ Net* CopyNet(const Net& net, std::string_view new_name, environ_vx& env, const C
                 CopyNodes(net.nodes.nodes, *copy, {options.no_links, options.no_tables});
             for (Node* node : made)
                 if (options.no_visual) node->text.visual_section = node->text.visual_name = std::string();
+            // Sets and elimination order name the copies: a copy has its original's place in the net.
             const auto copied = [&](const std::vector<Node*>& nodes) {
                 std::vector<Node*> result;
                 for (const Node* node : nodes) result.push_back(made[node->index]);
@@ -147,6 +149,7 @@ Net* CopyNet(const Net& net, std::string_view new_name, environ_vx& env, const C
             copy->elim_order_found = net.elim_order_found;
             copy->elim_order.nodes = copied(net.elim_order.nodes);
         }
+        // Only now, so that no finding that is copied sets off an update.
         copy->auto_update = net.auto_update;
         copy->most_probable = net.most_probable;
         copy->changed = false;

@@ -10,6 +10,7 @@ namespace talora {
 
 namespace {
 
+// An order that compiling found goes with the structure it was found for; one that was set stays.
 void ForgetFoundOrder(Net& net) noexcept
 {
     if (!net.elim_order_found) return;
@@ -37,6 +38,7 @@ void FillParents(Node& node) noexcept
 
 }  // namespace
 
+// The entry of the index is taken out under the old name and put back under the new one, without memory.
 void BeforeChange(Net& net, Node* node, unsigned effects) noexcept
 {
     if ((effects & RENAMES_NODE) == 0) return;
@@ -60,6 +62,8 @@ void AfterChange(Net& net, Node* node, unsigned effects) noexcept
     net.changed = true;
 }
 
+// 1. Out of the children lists of parents that go. 2. To the end of those of parents that are new. `places`
+// keeps where the node stood, for RelinkBack.
 void Relink(Node& node, std::vector<Link>& links, std::vector<uint32_t>* places) noexcept
 {
     const uint64_t stays = NewLabel(*node.net);
@@ -117,6 +121,7 @@ size_t EraseLink(Node& node, size_t index) noexcept
     return place;
 }
 
+// A node that was taken out comes back to its old place, with its handle alive again.
 void PutIn(Node& node, Net::NodeIndex::node_type&& slot) noexcept
 {
     Net& net = *node.net;
@@ -145,6 +150,7 @@ Net::NodeIndex::node_type TakeOut(Node& node) noexcept
     return slot;
 }
 
+// In doubling steps: a net built link by link takes linear time.
 void ReserveLinks(Node& node, const std::vector<Link>& links)
 {
     const auto grow = [](std::vector<Node*>& list, size_t size) {
@@ -164,6 +170,7 @@ namespace {
 
 // The rows whose entries are others, and `values` for each of them.
 template <class T>
+// A change to the values that are there already is none, and leaves no step of undo.
 void ChangeRows(Node& node, TableVector<T> NodeTables::*table, std::span<const int64_t> rows, const T* values,
                 int64_t count, unsigned effects, const char* what)
 {

@@ -91,7 +91,7 @@ Node* NewStandIn(Node& parent)
 }
 
 // The node that a disconnected one stands for, whatever it is called now; null if it has left the net.  Where
-// a file tells only the name, the node of that name.
+// a file gives only the name, the node of that name.
 Node* OriginalParent(const Node& stand_in)
 {
     const Net& net = *stand_in.net;

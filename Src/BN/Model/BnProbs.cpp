@@ -78,7 +78,7 @@ TableVector<T> NewRowTable(const Node& node, T empty, const char* term)
     return TableVector<T>(size_t(rows), empty);
 }
 
-// The parents of a node with a function table have states to tell rows apart.
+// The parents of a node with a function table have states, by which its rows are numbered.
 void NeedParentsWithStates(const Node& node)
 {
     for (const Link& link : node.links)
@@ -89,6 +89,7 @@ void NeedParentsWithStates(const Node& node)
 
 // ---- Probability vectors ----
 
+// All faults of a row at once, as bits: which of them matter depends on the caller.
 uint32_t CheckProbs(const float* probs, int count)
 {
     uint32_t problems = 0;
@@ -116,6 +117,7 @@ uint32_t CheckProbs(const float* probs, int count)
     return problems;
 }
 
+// The phrases for the bits, in the order in which they matter; brief: the first alone.
 std::string DescribeProbs(uint32_t problems, bool brief)
 {
     std::string text;
@@ -175,6 +177,8 @@ int64_t RowOf(const Node& node, const int* parent_states)
 
 // ---- Probabilities ----
 
+// 1. The rows meant. 2. The vector is checked once. 3. The first row that is set makes the table, with the
+// others missing.
 void SetProbs(Node& node, const int* parent_states, const float* probs)
 {
     if (probs == nullptr) Fail<5113>();
@@ -197,6 +201,7 @@ void SetProbs(Node& node, const int* parent_states, const float* probs)
     ChangeProbs(node, rows, probs, "set probabilities");
 }
 
+// In a whole table, rows of impossible entries may stand beside others.
 void SetTable(Node& node, TableVector<float> probs)
 {
     CheckCanHaveTable(node);
@@ -361,6 +366,7 @@ void FillFunctionRow(int32_t state, int num_states, float* row)
 
 }  // namespace
 
+// The CPT that inference works with: the node's own, or one made from its function table.
 const float* EffectiveProbs(const Node& node, TableVector<float>& scratch)
 {
     if (!node.tables.probs.empty()) return node.tables.probs.data();

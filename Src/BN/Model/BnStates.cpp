@@ -118,6 +118,7 @@ void CheckState(const Node& node, int state)
     if (state < 0 || state >= num_states) Fail<6122>(state, node.name.c_str(), num_states - 1);
 }
 
+// The list of texts is only as long as the last state that has one.
 void SetStateText(Node& node, int state, std::string StateText::*member, std::string text, const char* what)
 {
     CheckState(node, state);
@@ -162,6 +163,7 @@ void SetStateNames(Node& node, const std::vector<std::string>& names)
     Change(node, node.states.texts, std::move(texts), NO_EFFECT, "name states");
 }
 
+// 1. Arguments and memory.
 void AddStates(Node& node, int first, const std::vector<std::string>& names, int count, double cpt_fill)
 {
     NeedDiscrete(node, "add states to");
@@ -176,11 +178,13 @@ void AddStates(Node& node, int first, const std::vector<std::string>& names, int
     CheckMemory(
         double(old_count + count) * (sizeof(int) + sizeof(double) + (has_texts ? sizeof(StateText) : 0)),
         "to add states to >-node '%s' (see >-LimitMemoryUsage_vx)", node.name.c_str());
+    // 2. Where each new state comes from, and all that follows from it, without a change yet.
     if (first == -1) first = old_count;
     std::vector<int> old_state(old_count + count, -1);
     for (int state = 0; state < old_count; ++state) old_state[state < first ? state : state + count] = state;
     NewStates prepared = PrepareStates(node, old_state, cpt_fill == 0 ? 0.0f : MissingProb());
 
+    // 3. Names: all states have one, or none.
     const bool drops_names = HasStateNames(node) && names.empty();
     if (!names.empty()) prepared.states.texts.resize(old_count + count);
     for (size_t i = 0; i < names.size(); ++i) prepared.states.texts[first + i].name = names[i];
@@ -192,6 +196,7 @@ void AddStates(Node& node, int first, const std::vector<std::string>& names, int
     const std::string problem = NamesProblem(all);
     if (!problem.empty()) Fail<6132>(node.name.c_str(), problem.c_str());
     if (drops_names) Warn<6133>(node.name.c_str(), first);
+    // 4. The change.
     DescribeStep(*node.net, "add states to %s", node.name.c_str());
     ApplyStates(node, std::move(prepared), "add states");
 }
@@ -287,6 +292,8 @@ void Rediscretize(Node& node, int num_states, std::vector<double> levels)
 
 }  // namespace
 
+// 1. How many levels go with the states. 2. The levels themselves. 3. The same number of states keeps tables,
+// another one drops them.
 void SetLevels(Node& node, int num_states, const double* values)
 {
     if (num_states < 0) Fail<6139>(node.name.c_str(), num_states);

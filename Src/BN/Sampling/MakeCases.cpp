@@ -158,7 +158,7 @@ int64_t CaseSampler::NumRejected() const
 
 namespace {
 
-void TellAcceptance(const CaseSampler& sampler, int64_t least_rejected)
+void ReportAcceptance(const CaseSampler& sampler, int64_t least_rejected)
 {
     if (sampler.NumRejected() < least_rejected) return;
     const double accepted = static_cast<double>(sampler.NumTries() - sampler.NumRejected());
@@ -188,7 +188,7 @@ void GenerateRandomCase(std::span<Node* const> nodes, int method, double max_tri
     if (nodes.empty()) return;
     Net& net = *nodes[0]->net;
     sampler.Draw(RandomSourceOf(net));
-    TellAcceptance(sampler, static_cast<int64_t>(kManyRejected * kTriesBeforeAsking));
+    ReportAcceptance(sampler, static_cast<int64_t>(kManyRejected * kTriesBeforeAsking));
     for (size_t i = 0; i < nodes.size(); ++i) {
         Node& node = *nodes[i];
         if (node.kind == UTILITY_NODE) continue;  // takes no findings
@@ -253,7 +253,7 @@ int64_t WriteRandomCases(std::span<Node* const> nodes, Stream& file, int64_t num
             break;
     }
     rows.Commit();
-    TellAcceptance(sampler, 1);
+    ReportAcceptance(sampler, 1);
     return written;
 }
 
