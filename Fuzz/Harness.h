@@ -34,7 +34,7 @@ struct ComputingClock {
 void Check(bool condition, const char* promise);
 
 // The environment of the process: made with the first call and never closed.  Its random generator has a
-// fixed seed, files do not tell when they were written, and everything is validated (checking level 4).
+// fixed seed, files do not hold when they were written, and everything is validated (checking level 4).
 environ_vx* Environ();
 
 // Around the work on one input: clears the records of the one before, lets operations run until they are

@@ -172,7 +172,7 @@ void CompareConfiguration(const Case& c, const Answers& answers, int nth)
     for (size_t v = 0; v < setting.size(); ++v)
         Check(setting[v] >= 0 && setting[v] < c.model.NumStates(int(v)), "a configuration has states");
     Check(IsLogOf(log_prob, talora::JointProb(c.model, FindingsOf(c.weights), setting)),
-          "a configuration is as it is said");
+          "a configuration has the probability given");
 }
 
 void Compare(const Case& c)
@@ -263,7 +263,7 @@ void Prepare(Case& c, fuzz::Bytes& bytes)
     }
     Check(fuzz::TakenError() == 0, "a net can be made");
     CompileNet_bn(c.net);
-    // Auto-updating tells at once of a net in which nothing is possible.
+    // Auto-updating reports at once a net in which nothing is possible.
     const int error = fuzz::TakenError();
     if (error != 0) {
         Check(IsContradiction(error), "a net can be compiled");

@@ -26,10 +26,10 @@ std::string PlainFile(std::string_view text, std::string_view member);
 // The same encrypted with the password "p" (of the letter 'S': "simple") and one iteration.
 std::string SealedFile(char letter, uint64_t text_size, std::string_view member);
 
-// A file after mutation with its sizes and checks made right again, as far as its parts can be told.
+// A file after mutation with its sizes and checks made right again, as far as its parts can be found.
 std::string Repaired(std::string_view bytes);
 
-// Where the payload begins, and 0 if that cannot be told.
+// Where the payload begins, and 0 if that cannot be found.
 size_t PayloadAt(std::string_view bytes);
 
 }  // namespace fuzz

@@ -99,7 +99,7 @@ void CheckQuoted(const std::string& text)
 void CheckWide(const std::string& text)
 {
     const std::string wide = WideText(text), narrow = NarrowText(wide.c_str());
-    Check(IsWide(wide.c_str()), "wide text is told by its mark");
+    Check(IsWide(wide.c_str()), "wide text is recognised by its mark");
     const bool has_zero = text.find('\0') != std::string::npos;
     Check(IsPlainText(narrow), "narrow text is UTF-8");
     if (IsPlainText(text)) Check(narrow == text, "text survives being wide");

@@ -19,7 +19,7 @@ def case_bytes(frame):
     if len(rows) > 1:
         raise ValueError("the columns have different lengths")
     count = rows.pop() if rows else 0
-    if "IDnum" not in names:  # its comma tells the delimiter where there is a single column
+    if "IDnum" not in names:  # its comma shows the delimiter where there is a single column
         names.insert(0, "IDnum")
         columns.insert(0, np.arange(count, dtype=np.int64))
     return _write_columns(names, columns, count)

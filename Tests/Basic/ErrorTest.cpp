@@ -25,7 +25,7 @@ protected:
     }
 };
 
-TEST_F(ErrorTest, MarkupInTheWordsOfEachFlavor)
+TEST_F(ErrorTest, MarkupInTheTermsOfEachFlavor)
 {
     struct Row {
         const char* text;

@@ -38,7 +38,7 @@ TEST(MultiThreadTest, LocksExcludeOthersAndLetTheirThreadBackIn)
     ReleaseObjectLock(lock);
 }
 
-TEST(MultiThreadTest, AChangeOfModeWaitsUntilNobodyIsInside)
+TEST(MultiThreadTest, AChangeOfModeWaitsUntilNoCallIsInside)
 {
     std::atomic<int> inside{0};
     std::atomic<bool> stop{false};

@@ -212,7 +212,7 @@ TEST(Undo, TrimsToLimits)
     ClearReports(nullptr, INTERNAL_SEV);
 }
 
-TEST(Undo, TellsWhatWouldBeUndone)
+TEST(Undo, DescribesWhatWouldBeUndone)
 {
     Word word;
     word.list.SetLimits(9, 0);

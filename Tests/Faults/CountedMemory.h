@@ -1,6 +1,6 @@
 // Memory that can be made to fail: operator new of the whole program over malloc, with a countdown.
 //
-// Every block knows its size and stands in a list, so that what a test has left behind can be told, and
+// Every block knows its size and stands in a list, so that what a test has left behind can be found, and
 // freed blocks can be searched for bytes that ought to have been overwritten.  Buffers that the engine takes
 // with realloc count as well.
 #pragma once

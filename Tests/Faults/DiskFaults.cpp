@@ -58,7 +58,7 @@ protected:
         ClearErrors_vx(w.env, INTERNAL_SEVERITY);
     }
 
-    // One record, of a number that tells of files (or of memory where that was out too).
+    // One record, of a number about files (or of memory where that was out too).
     void CheckRecords(const World& w, bool with_memory_fault)
     {
         int errors = 0;
@@ -77,7 +77,7 @@ protected:
                     bool done, bool told_of_rest)
     {
         auto after = FilesIn(folder_);
-        // A file that fails for good can neither be written to nor cut to what it was.
+        // A file that keeps failing can neither be written to nor cut to what it was.
         if (!done && told_of_rest) {
             for (auto& [name, text] : after)
                 if (text.starts_with(before.at(name))) text = before.at(name);
@@ -172,7 +172,7 @@ TEST_P(EveryOperation, GivesARecordAndLeavesTheOldFile)
     }
 }
 
-// While the error is told, memory runs out too, after so many allocations.
+// While the error is reported, memory runs out too, after so many allocations.
 TEST_P(EveryOperation, MayFailWhileMemoryIsOut)
 {
     for (const int64_t allocations : {0, 1, 2, 3, 5, 8}) {
@@ -314,7 +314,7 @@ TEST_F(RealDisk, FolderThatCannotBeSyncedIsWarnedOf)
     EXPECT_EQ(warnings, 2);  // opening the folder, syncing it
 }
 
-TEST_F(RealDisk, FullDeviceIsToldOf)
+TEST_F(RealDisk, FullDeviceIsReported)
 {
     EXPECT_EQ(SaveTo("/dev/full"), -4032);
     EXPECT_EQ(SaveTo("/dev/null"), 0);

@@ -75,7 +75,7 @@ int Sync(int file)
     return active->real.fsync(file);
 }
 
-// A file is closed whatever closing tells.
+// A file is closed whatever closing returns.
 int Close(int file)
 {
     const Trouble trouble = active->Next(Operation::CLOSE);

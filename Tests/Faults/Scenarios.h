@@ -36,7 +36,7 @@ enum ScenarioFlags : unsigned {
     APPENDS = 4,    // adds to World::Path("target")
     CHANGES = 8,    // an edit: run with and without a history of the net
     NO_WORLD = 16,  // makes its own environment
-    FAILS = 32      // is told of an error also when nothing is amiss
+    FAILS = 32      // has an error also without a fault
 };
 
 struct Scenario {

@@ -112,7 +112,7 @@ TEST_F(WeakSpots, DeclarationsTakeLittleMemory)
         EXPECT_TRUE(net != nullptr || Error() != 0);
         if (net) TextOf(net);
         const auto allowed = static_cast<int64_t>((1 << 20) + 16 * row.text.size());
-        // Besides, records of nodes, which take some 1.5 KB each however little is said of them.
+        // Besides, records of nodes, which take some 1.5 KB each however small they are.
         const int64_t nodes = net ? 1500 * int64_t{LengthNodeList_bn(GetNetNodes2_bn(net, nullptr))} : 0;
         EXPECT_LE(PeakBytes() - before, allowed + nodes);
         DeleteNet_bn(net);
@@ -194,7 +194,7 @@ TEST_F(WeakSpots, CompilingAHostileNetStopsOnHalt)
     }
 }
 
-// A failure told of as a warning must count as one when the oldest reports make room.
+// A failure reported as a warning must count as one when the oldest reports make room.
 TEST_F(WeakSpots, FloodDropsWarningsFirst)
 {
     // A net that cannot be compiled, as a constant has no value: a failure becomes a warning.

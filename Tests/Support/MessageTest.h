@@ -1,5 +1,5 @@
-// The fixture of tests that raise messages, one per row of a table: what is wrong, and the number that tells
-// of it.
+// The fixture of tests that raise messages, one per row of a table: what is wrong, and the number that
+// reports it.
 #pragma once
 
 #include <gtest/gtest.h>

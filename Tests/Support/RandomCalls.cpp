@@ -48,7 +48,7 @@ const char* const kLeftOut[] = {
     "SetReproducibleRandom_vx",  //
     "SetMaxKeyIterations_vx",    //
     "ControlConcurrency_vx",     //
-    "TestFaultRecovery_vx",      // raises internal errors when told to
+    "TestFaultRecovery_vx",      // raises internal errors on request
     "SetStreamPassword_vx",      // deriving a key takes long
     "SetStreamEncryption_vx",    //
     "SetNetPassword_bn",         //
@@ -286,7 +286,7 @@ bool IsLeftOut(const char* name)
     return false;
 }
 
-// Functions that are documented to take effect although they complain.
+// Functions that are documented to take effect although they report an error.
 bool DoesSomethingNevertheless(const char* name)
 {
     return strcmp(name, "SetNetAutoUpdate_bn") == 0;
@@ -352,7 +352,7 @@ void* Session::AnyHandle(char letter)
         const std::vector<void*>& seen = seen_[letter];
         if (choice < 240 || (choice < 248 && seen.empty())) return nullptr;
         if (choice < 248) return seen[choice % seen.size()];
-        // The bytes of an environment are told from others by its place in a list, those of the rest by
+        // The bytes of an environment are recognised by its place in a list, those of the rest by
         // their first bytes.
         return foreign_bytes;
     }

@@ -414,7 +414,7 @@ TEST_F(ConcurrencyTest, SharedNetsCopiedBothWays)
             net_bn *a = NewChain(env_, "a", 12), *b = NewChain(env_, "b", 12);
             InThreads(kNumThreads, [&](int i) { Work(NewWorker(i, i % 2 ? a : b, i % 2 ? b : a), end); });
             ExpectSoundInOtherThread({a, b});
-            // All at once.  One of them does it, the others are told that the net is gone.
+            // All at once.  One of them does it, the others fail, as the net is gone.
             std::atomic<int> told{0};
             InThreads(kNumThreads, [&](int) {
                 DeleteNet_bn(a);

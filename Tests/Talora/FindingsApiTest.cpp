@@ -411,7 +411,7 @@ bool_vx Watch(environ_vx* env, const char* title, double fraction, void* data)
     return fraction < w.go_on_until;
 }
 
-TEST_F(FindingsApiTest, LongUpdatesTellAHandlerAndStopOnItsWord)
+TEST_F(FindingsApiTest, LongUpdatesReportAndStopOnRequest)
 {
     constexpr int kNodes = 28;  // every two have a child: their clique takes a second or more
     const prob_bn pair[] = {0.75f, 0.25f, 0.5f, 0.5f, 0.5f, 0.5f, 0.25f, 0.75f};

@@ -37,7 +37,7 @@ TEST(FrameTest, EveryKindOfFaultBecomesItsRecord)
     }
 }
 
-TEST(FrameTest, LowMemoryIsToldBeforeTheWorkStarts)
+TEST(FrameTest, LowMemoryIsReportedBeforeTheWorkStarts)
 {
     TestEnviron env;
     const double limit = talora::MemoryLimit();
@@ -86,7 +86,7 @@ TEST(FrameTest, FloatingPointModeComesBack)
     env.Taken();
 }
 
-TEST(FrameTest, WithoutCheckingNothingIsSaidOfNull)
+TEST(FrameTest, WithoutCheckingNullIsNotReported)
 {
     TestEnviron env;
     const checking_vx level = ArgumentChecking_vx(CHECK_NOTHING, env);

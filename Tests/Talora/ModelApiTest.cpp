@@ -448,7 +448,7 @@ TEST_F(ModelApiTest, FieldsAreApart)
     EXPECT_EQ(TakeError(), 0) << message_;
 }
 
-// A table that may not match its equation is built again when the person at the keyboard says so.
+// A table that may not match its equation is built again when the user says so.
 TEST_F(ModelApiTest, StaleTables)
 {
     static std::string question;
@@ -500,7 +500,7 @@ TEST_F(ModelApiTest, Labels)
     EXPECT_STREQ(label, "#1");
 }
 
-// Lists that belong to a net, a node or a junction tree end with it: who kept one is told so.
+// Lists that belong to a net, a node or a junction tree end with it: using one that was kept is an error.
 TEST_F(ModelApiTest, ListsOfOthersAreRecognisedAsDeleted)
 {
     node_bn *a = Add("A", 2), *b = Add("B", 2, {a}), *c = Add("C", 2, {b});

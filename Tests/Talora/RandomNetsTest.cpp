@@ -236,7 +236,7 @@ std::vector<double> Answer(const RandomModel& model, const std::vector<Finding>&
     if (way.given_order) SetRandomElimOrder(random, net, nodes);
     if (way.auto_update) SetNetAutoUpdate_bn(net, BELIEF_UPDATE);
     if (!way.compiled_last) CompileNet_bn(net);
-    // Auto-updating tells at once of a net in which nothing is possible.
+    // Auto-updating reports at once a net in which nothing is possible.
     bool has_contradiction = false;
     if (const int error = env.Taken()) {
         EXPECT_TRUE(IsContradiction(error)) << env.Message();

@@ -127,7 +127,7 @@ TEST_F(DbCasesTest, OddValuesAreOnlyData)
     EXPECT_EQ(env_.Taken(WARNING_SEVERITY), 0) << env_.Message();
 }
 
-TEST_F(DbCasesTest, FailuresSayWhyAndKeepSecrets)
+TEST_F(DbCasesTest, FailuresReportWhyAndKeepSecrets)
 {
     node_bn* color = Add("Color", 2, "red,blue");
     node_bn* shape = Add("Shape", 2, nullptr);

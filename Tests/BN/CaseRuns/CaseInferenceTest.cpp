@@ -114,7 +114,7 @@ TEST_F(CaseInferenceTest, AsTheNetWithTheSameFindings)
     }
 }
 
-// Trees too large to go by the sixteen: the whole tree and parts of the model take turns, as cases tell of
+// Trees too large to go by the sixteen: the whole tree and parts of the model take turns, as cases set
 // more or fewer variables and of the same as before.
 TEST_F(CaseInferenceTest, PartsOfLargeNets)
 {
@@ -141,7 +141,7 @@ TEST_F(CaseInferenceTest, PartsOfLargeNets)
         const CaseFindings::Weights soft{compiled.variable_of[FindNode(net, "E")->index], weights};
         std::vector<int32_t> states(size_t(n), -1);
         for (int round = 0; round < 40; ++round) {
-            const int kind = int(random_() % 4);  // all told, none, as before, any
+            const int kind = int(random_() % 4);  // all known, none, as before, any
             for (int v = 0; v < n; ++v) {
                 const int state = int(random_() % NumStates(*compiled.nodes[v]));
                 const bool as_before = kind == 2 ? states[v] >= 0 : kind == 0 || (kind == 3 && random_() % 2);

@@ -128,7 +128,7 @@ TEST_F(EqnToTableTest, SampledTablesComeFromTheSeed)
     EXPECT_EQ(Prob(c, 0, 0), 1);
 }
 
-TEST_F(EqnToTableTest, MistakesAreTold)
+TEST_F(EqnToTableTest, MistakesAreReported)
 {
     node_bn* a = Discrete("a", "red,green,blue", 3);
     node_bn* x = Discrete("x", "low,high", 2);

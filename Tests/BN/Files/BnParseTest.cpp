@@ -327,7 +327,7 @@ TEST_F(BnParseTest, MessagesNameThePlace)
     EXPECT_EQ(messages_[0].substr(0, 44), "unterminated quote (\"), starting, on line 4,");
 }
 
-TEST_F(BnParseTest, RepeatedWarningsAreToldOnce)
+TEST_F(BnParseTest, RepeatedWarningsAreReportedOnce)
 {
     std::string body;
     for (int i = 0; i < 1000; ++i) body += "foo = 1;";
@@ -350,7 +350,7 @@ TEST_F(BnParseTest, ReadingCanBeHalted)
     EXPECT_TRUE(env_->nets.empty());
     env_->halt = false;
     EXPECT_NE(ReadNet_bn(stream_, NO_WINDOW), nullptr);
-    // A person who hears of another version may prefer not to read on.
+    // The user is asked about another version and may prefer not to read on.
     SetQuestionHandler_vx(
         env_, [](environ_vx*, const char*, const char*, const char*, void*) { return 1; }, nullptr);
     ClearErrors_vx(env_, INTERNAL_SEVERITY);

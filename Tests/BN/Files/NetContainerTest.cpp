@@ -298,7 +298,7 @@ TEST_F(NetContainerTest, OptionalFieldsOfGzipAreSkipped)
     EXPECT_EQ(number_, 0) << message_;
 }
 
-TEST_F(NetContainerTest, NameAndContentsTellTheKind)
+TEST_F(NetContainerTest, NameAndContentsDecideTheKind)
 {
     const std::string file = Packed(kNetText);
     const struct {
@@ -491,7 +491,7 @@ TEST_F(NetContainerTest, SmallFilesHoldNoLargeTexts)
     SetQuestionHandler_vx(env_, nullptr, nullptr);
 }
 
-TEST_F(NetContainerTest, PersonIsAskedForThePassword)
+TEST_F(NetContainerTest, UserIsAskedForThePassword)
 {
     const std::string file = Sealed(env_, 'B', "secret");
     const password_handler_vx answer = [](environ_vx*, const char* question, char* password, int size,
@@ -628,7 +628,7 @@ TEST_F(NetContainerTest, MemoryThatIsNotToBeHadIsNamed)
     EXPECT_EQ(length, static_cast<int64_t>(plain.size()));
 }
 
-// Files of earlier versions, which are read for ever: never written anew.
+// Files of earlier versions, which stay readable: never written anew.
 TEST_F(NetContainerTest, FilesOfAllVersionsAreRead)
 {
     for (const char* name : {"tiny-plain.tala", "tiny-aes.tala", "tiny-blowfish.tala", "tiny-simple.tala"}) {

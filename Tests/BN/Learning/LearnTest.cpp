@@ -81,7 +81,7 @@ protected:
     learner_bn* learner = nullptr;
 };
 
-TEST_F(LearnTest, CountingTakesWhatACaseTellsOfAWholeFamily)
+TEST_F(LearnTest, CountingTakesCompleteFamilies)
 {
     node_bn* a = AddNode("A");
     node_bn* b = AddNode("B", 3, {a});
@@ -146,7 +146,7 @@ TEST_F(LearnTest, FindingsCountAsOneCase)
     node_bn* a = AddNode("A");
     node_bn* b = AddNode("B", 3, {a});
     EnterFinding_bn(b, 1);
-    ReviseCPTsByFindings_bn(All(), 1);  // tells nothing of A, so nothing of B given A
+    ReviseCPTsByFindings_bn(All(), 1);  // has no value for A, so nothing for B given A
     EXPECT_TRUE(Table(a).empty() && Table(b).empty());
     const prob_bn likelihood[] = {0.25f, 0.75f};
     EnterNodeLikelihood_bn(a, likelihood);
@@ -330,7 +330,7 @@ TEST_F(LearnTest, WeightsForStatesAreLikelihoods)
 
 TEST_F(LearnTest, CasesReadAnewGiveWhatKeptOnesGive)
 {
-    for (const int states_of_b : {3, 300}) {  // more than a byte can tell apart
+    for (const int states_of_b : {3, 300}) {  // more than a byte can number
         SCOPED_TRACE(states_of_b);
         DeleteNet_bn(net);
         net = NewNet_bn("Test", env);
@@ -454,7 +454,7 @@ TEST_F(LearnTest, SettingsAndTheirLimits)
 
 // ---- Search along a line ----
 
-TEST(LineSearchTest, FindsTheMinimumOrSaysWhyNot)
+TEST(LineSearchTest, FindsTheMinimumOrReportsWhyNot)
 {
     const struct {
         const char* label;

@@ -262,8 +262,8 @@ TEST_F(SensitivityRulesTest, Creation)
     EXPECT_EQ(env_.Taken(), 6787);
 }
 
-// Nodes that cannot tell anything measure 0, those that have no states nothing at all.
-TEST_F(SensitivityRulesTest, NodesThatTellNothing)
+// Nodes without influence measure 0, those that have no states nothing at all.
+TEST_F(SensitivityRulesTest, NodesWithoutInfluence)
 {
     node_bn* constant = Add("Constant", {}, {1, 0});
     SetNodeKind_bn(constant, CONSTANT_NODE);
@@ -325,7 +325,7 @@ TEST_F(SensitivityRulesTest, RealValues)
     EXPECT_NEAR(GetVarianceOfReal_bn(sensv, wet_), wet * (1 - wet) * 2.25 * 2.25, 1e-5);
     GetVarianceOfReal_bn(Measurer(wet_), rain_);
     EXPECT_EQ(env_.Taken(), 6786);
-    // A table without numbers for its states is told; it is not before that somebody asks for them.
+    // States without numbers are an error only when a measure of numbers is asked for.
     EXPECT_GT(GetVarianceOfBeliefs_bn(Measurer(wet_), rain_), 0);
 }
 

@@ -34,7 +34,7 @@ TEST(TestRecordTest, ScoresFollowTheirFormulas)
     const Row rows[] = {
         {"certain and right", {{{0, 1}, 1, 1}}, 1, 0, 0, 0, 1},
         {"certain and wrong: infinite loss", {{{0, 1}, 0, 1}}, 1, 1, kInf, 2, 0},
-        {"infinite for good", {{{0, 1}, 0, 1}, {{0.5f, 0.5f}, 0, 1}}, 2, 1, kInf, 2.5, sqrt_half},
+        {"infinite from then on", {{{0, 1}, 0, 1}, {{0.5f, 0.5f}, 0, 1}}, 2, 1, kInf, 2.5, sqrt_half},
         {"uniform over two", {{{0.5f, 0.5f}, 0, 1}}, 1, 0, std::log(2), 0.5, sqrt_half},
         {"uniform over four", {{{0.25f, 0.25f, 0.25f, 0.25f}, 2, 1}}, 1, 1, std::log(4), 0.75, 0.5},
         {"the first of tied states is predicted",

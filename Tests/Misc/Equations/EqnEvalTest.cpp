@@ -256,7 +256,7 @@ TEST(EqnEval, ReadsVariablesAsTheContextWants)
     EXPECT_EQ(NearestLevel(levels, 1e9), 0);
 }
 
-TEST(EqnEval, TellsWhatIsWrong)
+TEST(EqnEval, ReportsWhatIsWrong)
 {
     const struct {
         const char* formula;
