@@ -74,37 +74,32 @@ const char* GetNetName_bn(const net_bn* net)
 
 void SetNetTitle_bn(net_bn* net, const char* title)
 {
-    CallApi(__func__, net,
-            [&] { Change(*net, net->text.title, TextArgument(title), NO_EFFECT, "change title"); });
+    CallSetText(__func__, net, &Description::title, title, "change title");
 }
 
 const char* GetNetTitle_bn(const net_bn* net)
 {
-    return CallApi(__func__, net, static_cast<const char*>(nullptr), [&] { return net->text.title.c_str(); });
+    return CallGetText(__func__, net, &Description::title);
 }
 
 void SetNetComment_bn(net_bn* net, const char* comment)
 {
-    CallApi(__func__, net,
-            [&] { Change(*net, net->text.comment, TextArgument(comment), NO_EFFECT, "change comment"); });
+    CallSetText(__func__, net, &Description::comment, comment, "change comment");
 }
 
 const char* GetNetComment_bn(const net_bn* net)
 {
-    return CallApi(__func__, net, static_cast<const char*>(nullptr),
-                   [&] { return net->text.comment.c_str(); });
+    return CallGetText(__func__, net, &Description::comment);
 }
 
 void SetNetAuthor_bn(net_bn* net, const char* author)
 {
-    CallApi(__func__, net,
-            [&] { Change(*net, net->text.author, TextArgument(author), NO_EFFECT, "change author"); });
+    CallSetText(__func__, net, &Description::author, author, "change author");
 }
 
 const char* GetNetAuthor_bn(const net_bn* net)
 {
-    return CallApi(__func__, net, static_cast<const char*>(nullptr),
-                   [&] { return net->text.author.c_str(); });
+    return CallGetText(__func__, net, &Description::author);
 }
 
 void SetNetLastChange_bn(net_bn* net, const char* who, uint32_t when)
@@ -114,10 +109,7 @@ void SetNetLastChange_bn(net_bn* net, const char* who, uint32_t when)
 
 const char* GetNetLastChange_bn(const net_bn* net, uint32_t* when)
 {
-    return CallApi(__func__, net, static_cast<const char*>(nullptr), [&] {
-        if (when) *when = net->text.when_changed;
-        return net->text.who_changed.c_str();
-    });
+    return CallGetLastChange(__func__, net, when);
 }
 
 void SetNetUserData_bn(net_bn* net, void* data)
@@ -137,15 +129,13 @@ void SetNetUserField_bn(net_bn* net, const char* name, const void* value, int le
 
 const char* GetNetUserField_bn(const net_bn* net, const char* name, int* length, int kind)
 {
-    return CallApi(__func__, net, static_cast<const char*>(nullptr),
-                   [&] { return FindUserField(net->text, name, length, kind); });
+    return CallGetUserField(__func__, net, name, length, kind);
 }
 
 void GetNetNthUserField_bn(const net_bn* net, int index, const char** name, const char** value, int* length,
                            int kind)
 {
-    ClearUserField(name, value, length);
-    CallApi(__func__, net, [&] { NthUserField(net->text, index, name, value, length, kind); });
+    CallNthUserField(__func__, net, index, name, value, length, kind);
 }
 
 void SetNetAutoCompile_bn(net_bn* net, bool_vx auto_compile)

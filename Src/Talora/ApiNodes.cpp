@@ -80,26 +80,22 @@ const char* GetNodeName_bn(const node_bn* node)
 
 void SetNodeTitle_bn(node_bn* node, const char* title)
 {
-    CallApi(__func__, node,
-            [&] { Change(*node, node->text.title, TextArgument(title), NO_EFFECT, "change title"); });
+    CallSetText(__func__, node, &Description::title, title, "change title");
 }
 
 const char* GetNodeTitle_bn(const node_bn* node)
 {
-    return CallApi(__func__, node, static_cast<const char*>(nullptr),
-                   [&] { return node->text.title.c_str(); });
+    return CallGetText(__func__, node, &Description::title);
 }
 
 void SetNodeComment_bn(node_bn* node, const char* comment)
 {
-    CallApi(__func__, node,
-            [&] { Change(*node, node->text.comment, TextArgument(comment), NO_EFFECT, "change comment"); });
+    CallSetText(__func__, node, &Description::comment, comment, "change comment");
 }
 
 const char* GetNodeComment_bn(const node_bn* node)
 {
-    return CallApi(__func__, node, static_cast<const char*>(nullptr),
-                   [&] { return node->text.comment.c_str(); });
+    return CallGetText(__func__, node, &Description::comment);
 }
 
 void SetNodeUnits_bn(node_bn* node, const char* units)
@@ -115,14 +111,12 @@ const char* GetNodeUnits_bn(const node_bn* node)
 
 void SetNodeAuthor_bn(node_bn* node, const char* author)
 {
-    CallApi(__func__, node,
-            [&] { Change(*node, node->text.author, TextArgument(author), NO_EFFECT, "change author"); });
+    CallSetText(__func__, node, &Description::author, author, "change author");
 }
 
 const char* GetNodeAuthor_bn(const node_bn* node)
 {
-    return CallApi(__func__, node, static_cast<const char*>(nullptr),
-                   [&] { return node->text.author.c_str(); });
+    return CallGetText(__func__, node, &Description::author);
 }
 
 void SetNodeLastChange_bn(node_bn* node, const char* who, uint32_t when)
@@ -132,10 +126,7 @@ void SetNodeLastChange_bn(node_bn* node, const char* who, uint32_t when)
 
 const char* GetNodeLastChange_bn(const node_bn* node, uint32_t* when)
 {
-    return CallApi(__func__, node, static_cast<const char*>(nullptr), [&] {
-        if (when) *when = node->text.when_changed;
-        return node->text.who_changed.c_str();
-    });
+    return CallGetLastChange(__func__, node, when);
 }
 
 void SetNodeUserData_bn(node_bn* node, void* data)
@@ -155,15 +146,13 @@ void SetNodeUserField_bn(node_bn* node, const char* name, const void* value, int
 
 const char* GetNodeUserField_bn(const node_bn* node, const char* name, int* length, int kind)
 {
-    return CallApi(__func__, node, static_cast<const char*>(nullptr),
-                   [&] { return FindUserField(node->text, name, length, kind); });
+    return CallGetUserField(__func__, node, name, length, kind);
 }
 
 void GetNodeNthUserField_bn(const node_bn* node, int index, const char** name, const char** value,
                             int* length, int kind)
 {
-    ClearUserField(name, value, length);
-    CallApi(__func__, node, [&] { NthUserField(node->text, index, name, value, length, kind); });
+    CallNthUserField(__func__, node, index, name, value, length, kind);
 }
 
 void SetNodeKind_bn(node_bn* node, nodekind_bn kind)
