@@ -15,6 +15,7 @@ namespace {
 
 constexpr int kLongestBar = 50;
 
+// Two decimals, or two digits where these would show 0.
 std::string Percent(double probability)
 {
     char text[32];
@@ -73,7 +74,9 @@ public:
         net_bn* net = ReadNetForQuery(session, path_);
         const std::vector<node_bn*> nodes = ChooseNodes(net);
         findings_.Enter(session, net);
+        // 1. Few nodes: without a junction tree.
         if (CanAskForFew(net, nodes) && AskForFew(session, net, nodes)) return;
+        // 2. All of them: compiled once, beliefs read from the tree.
         compile_.Compile(session, net);
         AddProbability(session, net);
         Json& beliefs = session.Field("beliefs") = Json::object();
@@ -90,6 +93,7 @@ public:
     }
 
 private:
+    // Those named, each once; without names all that have beliefs.
     std::vector<node_bn*> ChooseNodes(const net_bn* net) const
     {
         std::vector<node_bn*> nodes;
@@ -168,6 +172,7 @@ private:
                   {{"mean", RealOrNull(mean)}, {"sd", exists ? RealOrNull(sd) : Json(nullptr)}});
     }
 
+    // Net, findings and their probability, which may be too small for anything but its logarithm.
     static std::string Heading(const net_bn* net, double log_probability)
     {
         const std::string findings = DescribeFindings(net);

@@ -41,6 +41,7 @@ public:
     }
 
 private:
+    // NAME=VALUE; whether the name is a legal one shows when the formula is read.
     void AddVariable(const std::string& assignment)
     {
         const size_t equals = assignment.find('=');

@@ -17,6 +17,7 @@ caseset_cs* ReadCases(Session& session, const std::vector<std::string>& paths)
     return cases;
 }
 
+// The list is freed with the environment.
 nodelist_bn* ToList(const net_bn* net, const std::vector<node_bn*>& nodes)
 {
     nodelist_bn* list = NewNodeList2_bn(static_cast<int>(nodes.size()), net);

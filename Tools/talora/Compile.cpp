@@ -21,6 +21,7 @@ Json JoinedTo(const net_bn* net, int clique)
     return nullptr;
 }
 
+// One object per clique; the nodes whose tables it holds are added in a second pass over the nodes.
 Json DescribeCliques(const net_bn* net)
 {
     Json cliques = Json::array();
@@ -41,6 +42,7 @@ Json DescribeCliques(const net_bn* net)
     return cliques;
 }
 
+// Sizes in entries, and in megabytes where that matters for memory.
 std::string Summary(const net_bn* net, const Json& cliques, const std::string& order)
 {
     double sum_cliques = 0, sum_all = 0, sum_under_findings = 0, largest = 0;

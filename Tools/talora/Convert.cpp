@@ -12,7 +12,7 @@ namespace command {
 namespace {
 
 // What was lost, gravest first, as a field of the document and in words.
-void TellLosses(Session& session, std::vector<Loss> losses)
+void ReportLosses(Session& session, std::vector<Loss> losses)
 {
     std::stable_sort(losses.begin(), losses.end(),
                      [](const Loss& a, const Loss& b) { return a.severity > b.severity; });
@@ -59,7 +59,7 @@ public:
                     throw CommandFailed("the net was not written, because answers would change: " +
                                         loss.what + " of '" + in_ + "' cannot be read");
         WriteNet(session, net, out_, format_, strict_, &losses);
-        if (out_ != "-") TellLosses(session, std::move(losses));
+        if (out_ != "-") ReportLosses(session, std::move(losses));
     }
 
 private:

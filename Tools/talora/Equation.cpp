@@ -27,6 +27,7 @@ public:
 
     void Run(Session& session) override
     {
+        // 1. What contradicts itself is refused before anything is read.
         if (all_ == !node_name_.empty()) throw WrongUsage("either a node or --all is required");
         if (all_ && !equation_.empty()) throw WrongUsage("--set is for one node");
         if (out_ == "-" && session.options.json)
@@ -37,6 +38,7 @@ public:
                                NewRandomGenerator_vx(session.options.seed.c_str(), session.env, nullptr));
             session.Check();
         }
+        // 2. Tables one by one; the net is written only if all could be built.
         session.Field("nodes") = Json::array();
         for (node_bn* node : Nodes(net)) Build(session, node);
         WriteNet(session, net, out_);
@@ -52,6 +54,7 @@ private:
         return nodes;
     }
 
+    // The equation is checked first, for a message that shows the place of the mistake.
     void Build(Session& session, node_bn* node) const
     {
         const char* const given = equation_.empty() ? nullptr : equation_.c_str();

@@ -137,6 +137,8 @@ void FindingOptions::Enter(Session& session, net_bn* net) const
         {&FindingOptions::likelihoods, EnterLikelihood},
         {&FindingOptions::values, EnterValue},
     };
+    // 1. Findings of the net's file go if that is asked for. 2. A case. 3. The options, kind by kind in a
+    // fixed order.
     if (drop_saved) RetractNetFindings_bn(net);
     session.Check();
     if (!case_file.empty()) EnterCase(session, net, case_file, case_number);
@@ -166,6 +168,7 @@ void CompileOptions::Compile(Session& session, net_bn* net) const
     session.Check();
 }
 
+// One line for headings; constants have a state that is no finding.
 std::string DescribeFindings(const net_bn* net)
 {
     std::string text;

@@ -178,8 +178,8 @@ void WarnOfImpossible(const Net& net, const CaseReader& reader, const CaseBlock&
         if (!beliefs.IsPossible(row)) Warn<6757>(reader.Place(block, row).c_str(), net.name.c_str());
 }
 
-template <class Writer>
 // Block by block, so that memory does not grow with the number of cases.
+template <class Writer>
 double WriteCases(CaseReader& reader, CaseBeliefs& beliefs, const Net& net, Writer& writer)
 {
     Progress progress("Finding beliefs of cases");

@@ -169,8 +169,8 @@ void ChangeLinks(Node& node, std::vector<Link> links, unsigned effects, const ch
 namespace {
 
 // The rows whose entries are others, and `values` for each of them.
-template <class T>
 // A change to the values that are there already is none, and leaves no step of undo.
+template <class T>
 void ChangeRows(Node& node, TableVector<T> NodeTables::*table, std::span<const int64_t> rows, const T* values,
                 int64_t count, unsigned effects, const char* what)
 {

@@ -86,8 +86,8 @@ int FindMap(const Checker& c, int variable_index, int purpose, Make make)
     return map_index;
 }
 
-template <class Make>
 // The value is looked up in a list by the state, instead of being the state itself.
+template <class Make>
 void ReadThrough(const Checker& c, Expr& expr, int purpose, Make make)
 {
     expr.reading = Reading::MAPPED;

@@ -29,6 +29,7 @@ double LnGamma(double x)
 {
     return boost::math::lgamma(x, QuietPolicy());
 }
+// The regularised incomplete gamma functions P (a, x) and Q (a, x).
 double LowerGamma(double a, double x)
 {
     return boost::math::gamma_p(a, x, QuietPolicy());
@@ -37,6 +38,7 @@ double UpperGamma(double a, double x)
 {
     return boost::math::gamma_q(a, x, QuietPolicy());
 }
+// The regularised incomplete beta function and its complement, each computed by itself for its small values.
 double LowerBeta(double a, double b, double x)
 {
     return boost::math::ibeta(a, b, x, QuietPolicy());
@@ -53,11 +55,12 @@ double LnChoose(double n, double k)
 {
     return LnGamma(n + 1) - LnGamma(k + 1) - LnGamma(n - k + 1);
 }
+// By erfc, which keeps its digits far down the tail.
 double NormalBelow(double z)
 {
     return 0.5 * std::erfc(-z / std::numbers::sqrt2);
 }
-// x^a with the limit 1 for a of 0, as logarithms of densities need it at the ends of their support.
+// x ln y with the limit 0 for x of 0, as logarithms of densities need it at the ends of their support.
 double XLogY(double x, double y)
 {
     return x == 0 ? 0.0 : x * std::log(y);
@@ -71,6 +74,7 @@ struct Support {
     bool valid = true;
 };
 
+// Normal (x, mean, sd): exp (-z^2 / 2) / (sd sqrt (2 pi)), z = (x - mean) / sd.
 struct NormalDef : Support {
     double mean, sd;
     explicit NormalDef(const double* a) : mean(a[1]), sd(a[2]) { valid = sd > 0 && std::isfinite(mean); }
@@ -83,6 +87,7 @@ struct NormalDef : Support {
     double Above(double x) const { return NormalBelow((mean - x) / sd); }
 };
 
+// Lognormal (x, mu, sigma): ln x is normal with mean mu and deviation sigma.
 struct LognormalDef : Support {
     double mu, sigma;
     explicit LognormalDef(const double* a) : mu(a[1]), sigma(a[2])
@@ -100,6 +105,7 @@ struct LognormalDef : Support {
     double Above(double x) const { return NormalBelow((mu - std::log(x)) / sigma); }
 };
 
+// Uniform (x, low, high).
 struct UniformDef : Support {
     explicit UniformDef(const double* a)
     {
@@ -111,6 +117,7 @@ struct UniformDef : Support {
     double Above(double x) const { return (high - x) / (high - low); }
 };
 
+// Triangular: rises from `low` to the mode and falls to `high`; either side may have no width.
 struct TriangularDef : Support {
     double mode;
     TriangularDef(double from, double top, double to) : mode(top)
@@ -146,6 +153,7 @@ struct EndsTriangularDef : TriangularDef {
     explicit EndsTriangularDef(const double* a) : TriangularDef(a[1], a[2], a[3]) {}
 };
 
+// Weibull (x, shape, scale): P (X > x) = exp (-(x / scale)^shape).
 struct WeibullDef : Support {
     double shape, scale;
     explicit WeibullDef(const double* a) : shape(a[1]), scale(a[2])
@@ -161,6 +169,7 @@ struct WeibullDef : Support {
     double Above(double x) const { return std::exp(-std::pow(x / scale, shape)); }
 };
 
+// Gamma (x, shape, scale), with mean shape x scale.
 struct GammaDef : Support {
     double shape, scale;
     GammaDef(double shape_given, double scale_given) : shape(shape_given), scale(scale_given)
@@ -177,10 +186,12 @@ struct GammaDef : Support {
     double Below(double x) const { return LowerGamma(shape, x / scale); }
     double Above(double x) const { return UpperGamma(shape, x / scale); }
 };
+// Chi-square (x, df): the gamma distribution with shape df / 2 and scale 2.
 struct ChiSquareDef : GammaDef {
     explicit ChiSquareDef(const double* a) : GammaDef(a[1] / 2, 2) {}
 };
 
+// Beta (x, a, b) between two ends.
 struct BetaDef : Support {
     double a, b, width;
     BetaDef(double a_given, double b_given, double from, double to) : a(a_given), b(b_given), width(to - from)
@@ -203,6 +214,7 @@ struct UnitBetaDef : BetaDef {
 struct EndsBetaDef : BetaDef {
     explicit EndsBetaDef(const double* p) : BetaDef(p[1], p[2], p[3], p[4]) {}
 };
+// Beta-PERT (x, low, mode, high): the beta distribution with a + b = 6 and this mode.
 struct PertDef : BetaDef {
     explicit PertDef(const double* p)
         : BetaDef(1 + 4 * (p[2] - p[1]) / (p[3] - p[1]), 1 + 4 * (p[3] - p[2]) / (p[3] - p[1]), p[1], p[3])
@@ -211,6 +223,7 @@ struct PertDef : BetaDef {
     }
 };
 
+// Exponential (x, rate), with mean 1 / rate.
 struct ExponentialDef : Support {
     double rate;
     explicit ExponentialDef(const double* a) : rate(a[1])
@@ -223,6 +236,7 @@ struct ExponentialDef : Support {
     double Above(double x) const { return std::exp(-rate * x); }
 };
 
+// Distributions of z = (x - location) / scale.
 struct LocationScale : Support {
     double location, scale;
     explicit LocationScale(const double* a) : location(a[1]), scale(a[2])
@@ -232,6 +246,7 @@ struct LocationScale : Support {
     double Standard(double x) const { return (x - location) / scale; }
 };
 
+// Logistic: P (X < x) = 1 / (1 + exp (-z)).
 struct LogisticDef : LocationScale {
     using LocationScale::LocationScale;
     double Density(double x) const
@@ -243,6 +258,7 @@ struct LogisticDef : LocationScale {
     double Above(double x) const { return 1 / (1 + std::exp(Standard(x))); }
 };
 
+// Laplace: exp (-|z|) / (2 scale).
 struct LaplaceDef : LocationScale {
     using LocationScale::LocationScale;
     double Density(double x) const { return std::exp(-std::fabs(Standard(x))) / (2 * scale); }
@@ -258,6 +274,7 @@ struct LaplaceDef : LocationScale {
     }
 };
 
+// Extreme value (Gumbel): P (X < x) = exp (-exp (-z)).
 struct ExtremeValueDef : LocationScale {
     using LocationScale::LocationScale;
     double Density(double x) const
@@ -269,6 +286,7 @@ struct ExtremeValueDef : LocationScale {
     double Above(double x) const { return -std::expm1(-std::exp(-Standard(x))); }
 };
 
+// Cauchy: 1 / (pi scale (1 + z^2)).
 struct CauchyDef : LocationScale {
     using LocationScale::LocationScale;
     double Density(double x) const
@@ -281,6 +299,7 @@ struct CauchyDef : LocationScale {
     double Above(double x) const { return std::atan2(1, Standard(x)) / std::numbers::pi; }
 };
 
+// Levy: above its location only, with P (X < x) = erfc (sqrt (1 / (2 z))).
 struct LevyDef : LocationScale {
     explicit LevyDef(const double* a) : LocationScale(a) { low = location; }
     double Density(double x) const
@@ -293,6 +312,7 @@ struct LevyDef : LocationScale {
     double Above(double x) const { return std::erf(std::sqrt(scale / (2 * (x - location)))); }
 };
 
+// Pareto (x, shape, low): P (X > x) = (low / x)^shape.
 struct ParetoDef : Support {
     double shape;
     explicit ParetoDef(const double* a) : shape(a[1])
@@ -305,6 +325,7 @@ struct ParetoDef : Support {
     double Above(double x) const { return std::pow(low / x, shape); }
 };
 
+// Student's t (x, df). The tail is an incomplete beta function, in the form that does not cancel.
 struct StudentTDef : Support {
     double df;
     explicit StudentTDef(const double* a) : df(a[1]) { valid = df > 0 && std::isfinite(df); }
@@ -322,6 +343,7 @@ struct StudentTDef : Support {
     double Below(double x) const { return Above(-x); }
 };
 
+// F (x, m, n), with m and n degrees of freedom. Tails as for Student's t.
 struct FDef : Support {
     double m, n;
     explicit FDef(const double* a) : m(a[1]), n(a[2])
@@ -347,8 +369,8 @@ struct FDef : Support {
     }
 };
 
-template <class Def>
 // a[0] is the value, the parameters follow.
+template <class Def>
 double ContinuousDensity(const double* a)
 {
     const Def def(a);
@@ -372,6 +394,7 @@ double ContinuousInterval(const double* a, double low, double high)
 
 // ---- Discrete distributions: probability of k, of at most k, of more than k ----
 
+// Bernoulli (k, p): 1 with probability p, else 0.
 struct BernoulliDef : Support {
     double p;
     explicit BernoulliDef(const double* a) : p(a[1])
@@ -384,6 +407,7 @@ struct BernoulliDef : Support {
     double Beyond(double) const { return p; }
 };
 
+// Binomial (k, n, p): successes in n trials. Its tails are incomplete beta functions.
 struct BinomialDef : Support {
     double n, p;
     explicit BinomialDef(const double* a) : n(a[1]), p(a[2])
@@ -400,6 +424,7 @@ struct BinomialDef : Support {
     double Beyond(double k) const { return LowerBeta(k + 1, n - k, p); }
 };
 
+// Discrete uniform (k, low, high): every whole number from low to high.
 struct DiscUniformDef : Support {
     explicit DiscUniformDef(const double* a)
     {
@@ -411,6 +436,7 @@ struct DiscUniformDef : Support {
     double Beyond(double k) const { return (high - k) / (high - low + 1); }
 };
 
+// Hypergeometric (k, draws, successes, population): successes in draws without replacement.
 struct HypergeometricDef : Support {
     double draws, successes, population;
     explicit HypergeometricDef(const double* a) : draws(a[1]), successes(a[2]), population(a[3])
@@ -453,6 +479,7 @@ struct HypergeometricDef : Support {
     double Mode() const { return (draws + 1) * (successes + 1) / (population + 2); }
 };
 
+// Poisson (k, mean). Its tails are incomplete gamma functions.
 struct PoissonDef : Support {
     double mean;
     explicit PoissonDef(const double* a) : mean(a[1])
@@ -465,6 +492,7 @@ struct PoissonDef : Support {
     double Beyond(double k) const { return LowerGamma(k + 1, mean); }
 };
 
+// Negative binomial (k, r, p): failures before the r-th success; r need not be whole.
 struct NegBinomialDef : Support {
     double r, p;
     NegBinomialDef(double r_given, double p_given) : r(r_given), p(p_given)
@@ -481,11 +509,13 @@ struct NegBinomialDef : Support {
     double UpTo(double k) const { return LowerBeta(r, k + 1, p); }
     double Beyond(double k) const { return UpperBeta(r, k + 1, p); }
 };
+// Geometric (k, p): failures before the first success.
 struct GeometricDef : NegBinomialDef {
     explicit GeometricDef(const double* a) : NegBinomialDef(1, a[1]) {}
     double Prob(double k) const { return p * std::pow(1 - p, k); }
 };
 
+// Logarithmic (k, p): -p^k / (k ln (1 - p)), k from 1.
 struct LogarithmicDef : Support {
     double p;
     explicit LogarithmicDef(const double* a) : p(a[1])
@@ -531,8 +561,8 @@ double DiscreteProb(const double* a)
     return builtin::IsWhole(a[0]) && a[0] >= def.low && a[0] <= def.high ? def.Prob(a[0]) : 0.0;
 }
 
-template <class Def>
 // The whole numbers from `low` up to, but without, `high`.
+template <class Def>
 double DiscreteInterval(const double* a, double low, double high)
 {
     const Def def(a);
@@ -628,6 +658,7 @@ EQN_ROUTINE(MultinomialDist)
     }
     if (total == 0) return reason.Set("sum of probability arguments passed to MultinomialDist is 0");
     if (negative || !std::isfinite(total) || a[0] < 0) return kUndefinedEqn;
+    // n! / (k1! k2! ...) x p1^k1 p2^k2 ..., in logarithms; the last count is what the others leave.
     double left = a[0], log_prob = LnGamma(a[0] + 1);
     for (int i = 1; i < count - 1; i += 2) {
         if (!builtin::IsWhole(a[i]))
@@ -693,6 +724,8 @@ double GradedUpTo(const double* a, int count, double level)
 
 }  // namespace
 
+// e, number of states, leak, then cause, state and probability in turns: each true cause raises e to its
+// state.
 EQN_ROUTINE(NoisyOrMulti)
 {
     if (count < 3) return reason.Set("less than 3 arguments to NoisyOrMultiDist");
