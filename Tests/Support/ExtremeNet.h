@@ -8,6 +8,8 @@
 #include <algorithm>
 #include <bit>
 #include <cfloat>
+#include <cmath>
+#include <cstring>
 #include <random>
 #include <string>
 #include <vector>
@@ -122,7 +124,7 @@ public:
     float Weight()
     {
         static constexpr float kWeights[] = {
-            0, 1, 0.5f, 1e-45f, 1.17549421e-38f, 3.4e38f, 0.1f, 0.333333343f, -0.0f, 16777217, 1e-10f};
+            0, 1, 0.5f, 1e-45f, 1.17549421e-38f, 3.4e38f, 0.1f, 0.333333343f, -0.0f, 16777218.0f, 1e-10f};
         return kWeights[Below(std::size(kWeights))];
     }
 

@@ -245,7 +245,9 @@ TEST_F(CasesetTest, SingleCasesReadAsBlocksDo)
         EXPECT_EQ(Findings(), row.findings);
         int64_t line = -1;
         const report_vx* record = GetError_vx(env_, WARNING_SEVERITY, 0, nullptr);
-        if (record != nullptr) EXPECT_STREQ(ErrorFile_vx(record, &line), "t.cas");
+        if (record != nullptr) {
+            EXPECT_STREQ(ErrorFile_vx(record, &line), "t.cas");
+        }
         EXPECT_EQ(Taken(WARNING_SEVERITY), row.warning);
         EXPECT_EQ(line, row.line);
     }

@@ -123,8 +123,9 @@ private:
             cells.push_back(state >= 0 ? StateName(node, state) : state == IMPOSS_STATE ? "impossible" : "?");
         } else {
             const double value = GetNodeFuncReal_bn(node, states.data());
+            const bool impossible = GetNodeFuncState_bn(node, states.data()) == IMPOSS_STATE;
             row["value"] = RealOrNull(value);
-            cells.push_back(Number(value));
+            cells.push_back(impossible ? "impossible" : Number(value));
         }
     }
 

@@ -90,6 +90,7 @@ struct Builder {
     RandomState* random = nullptr;
     RecursiveLock* random_lock = nullptr;  // null for a net's own generator
     NodeTables tables;
+    mutable std::vector<std::pair<double, int>> levels;  // of a discrete output, sorted, with their states
 
     const EqnVariable& Output() const { return eqn.variables[0]; }
 };
@@ -175,6 +176,43 @@ double RunEquation(Builder& b)
     return Run(b.program, b.values.data(), b.stack.data(), b.failure);
 }
 
+// The levels of the output in order, each with the first state that has it.  Every row looks one up.
+const std::vector<std::pair<double, int>>& SortedLevels(const Builder& b)
+{
+    const std::vector<double>& levels = b.Output().levels;
+    if (!b.levels.empty()) return b.levels;
+    for (size_t state = 0; state < levels.size(); ++state)
+        if (!std::isnan(levels[state])) b.levels.emplace_back(levels[state], static_cast<int>(state));
+    std::sort(b.levels.begin(), b.levels.end());
+    const auto same = [](const auto& x, const auto& y) { return x.first == y.first; };
+    b.levels.erase(std::unique(b.levels.begin(), b.levels.end(), same), b.levels.end());
+    return b.levels;
+}
+
+// The first state whose level agrees with a computed value; -1 if none does.
+int StateAtLevel(const Builder& b, double value)
+{
+    const auto& levels = SortedLevels(b);
+    const auto agrees = [&](auto level) { return builtin::AgreesWithin(value, level->first, kLevelRatio); };
+    int state = -1;
+    const auto take = [&](auto level) { state = state < 0 ? level->second : std::min(state, level->second); };
+    // Levels that agree stand together on both sides of the value.
+    const auto at = std::lower_bound(levels.begin(), levels.end(), std::pair(value, 0));
+    for (auto level = at; level != levels.end() && agrees(level); ++level) take(level);
+    for (auto level = at; level != levels.begin() && agrees(level - 1); --level) take(level - 1);
+    return state;
+}
+
+// The state whose level is nearest, the lower of equals; -1 without levels.
+int StateNearLevel(const Builder& b, double value)
+{
+    const auto& levels = SortedLevels(b);
+    if (levels.empty() || std::isnan(value)) return -1;
+    auto at = std::lower_bound(levels.begin(), levels.end(), std::pair(value, 0));
+    if (at == levels.end() || (at != levels.begin() && value - (at - 1)->first <= at->first - value)) --at;
+    return at->second;
+}
+
 // The state of the node that a value of its deterministic equation stands for.
 int StateOfResult(const Builder& b, double value)
 {
@@ -190,12 +228,11 @@ int StateOfResult(const Builder& b, double value)
     }
     // 2. Into states that the equation names, true or false, or stands for by their levels.
     if (b.eqn.result == EqnResult::TRUTH) return StateOfTruth(output, value != 0);
-    if (b.eqn.result == EqnResult::AS_STATE) return NearestLevel(output, value);
+    if (b.eqn.result == EqnResult::AS_STATE) return StateNearLevel(b, value);
     // 3. Numbers: a level, or else the number of a state.
     const bool by_level = b.eqn.result == EqnResult::NUMBER && !output.levels.empty();
-    if (by_level)
-        for (int state = 0; state < output.num_states; ++state)
-            if (builtin::AgreesWithin(value, output.levels[state], kLevelRatio)) return state;
+    const int state = by_level ? StateAtLevel(b, value) : -1;
+    if (state >= 0) return state;
     if (by_level || !builtin::IsWhole(value)) Fail<6411>(name, value, InputText(b).c_str());
     if (value < 0 || value >= output.num_states)
         Fail<6412>(name, output.num_states - 1,

@@ -246,7 +246,12 @@ void SetFuncState(Node& node, const int* parent_states, int state)
 
 int GetFuncState(const Node& node, const int* parent_states)
 {
-    if (node.tables.func_states.empty()) return UNDEF_STATE;
+    if (node.tables.func_states.empty()) {
+        const bool has_values = !node.tables.func_reals.empty();
+        const bool impossible =
+            has_values && node.tables.func_reals[RowOf(node, parent_states)] == ImpossibleDbl();
+        return impossible ? IMPOSS_STATE : UNDEF_STATE;
+    }
     return node.tables.func_states[RowOf(node, parent_states)];
 }
 
@@ -269,7 +274,8 @@ void SetFuncReal(Node& node, const int* parent_states, double value)
 double GetFuncReal(const Node& node, const int* parent_states)
 {
     if (node.tables.func_reals.empty()) return UndefDbl();
-    return node.tables.func_reals[RowOf(node, parent_states)];
+    const double value = node.tables.func_reals[RowOf(node, parent_states)];
+    return value == ImpossibleDbl() ? UndefDbl() : value;
 }
 
 // ---- Experience ----
