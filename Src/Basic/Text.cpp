@@ -5,6 +5,7 @@
 #include <locale.h>
 
 #include <algorithm>
+#include <bit>
 #include <charconv>
 #include <cstdint>
 #include <cstdio>
@@ -250,10 +251,13 @@ std::string FormatReal(double value)
     for (int digits = 15;; ++digits) {
         char* const end =
             std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::general, digits).ptr;
-        // Numbers next to the greatest are rounded up out of range.
+        // Numbers next to the greatest are rounded up out of range.  Bits are compared, as denormal numbers
+        // may count as equal here.
         double back = 0;
         const auto [read_end, error] = std::from_chars(buffer, end, back);
-        if (digits == 17 || (error == std::errc() && back == value)) return {buffer, end};
+        if (digits == 17 ||
+            (error == std::errc() && std::bit_cast<uint64_t>(back) == std::bit_cast<uint64_t>(value)))
+            return {buffer, end};
     }
 }
 

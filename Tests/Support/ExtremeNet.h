@@ -149,7 +149,8 @@ private:
         static constexpr void (ExtremeNet::*kCalls[])() = {
             &ExtremeNet::OfNet,   &ExtremeNet::OfText,   &ExtremeNet::OfStates,    &ExtremeNet::OfLevels,
             &ExtremeNet::OfLinks, &ExtremeNet::OfTables, &ExtremeNet::OfFunctions, &ExtremeNet::OfFindings};
-        if (node_bn* node = AnyNode()) node_ = node;
+        node_ = AnyNode();
+        if (node_ == nullptr) return AddNode();
         (this->*kCalls[Below(std::size(kCalls))])();
         ClearErrors_vx(env_, INTERNAL_SEVERITY);
     }
@@ -377,7 +378,8 @@ inline std::string Difference(const Node& a, const Node& b, int dimensions)
     if (a.equation != b.equation || a.eqn_dirty != b.eqn_dirty) return differs("equation");
     if (Padded(a.persist, dimensions) != b.persist || Padded(a.position, dimensions) != b.position)
         return differs("time");
-    if (a.disconnected_from != b.disconnected_from) return differs("original parent");
+    if (a.kind == DISCONNECTED_NODE && a.disconnected_from != b.disconnected_from)
+        return differs("original parent");
     if (a.finding.state != b.finding.state ||
         std::memcmp(&a.finding.value, &b.finding.value, sizeof(double)) != 0 ||
         !AreSameBits(a.finding.likelihood, b.finding.likelihood))

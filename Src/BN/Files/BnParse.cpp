@@ -548,7 +548,7 @@ void NetReader::TakeOriginalParent(Node& node)
 {
     std::vector<UserField>& fields = node.text.user_fields;
     const auto found = std::find_if(fields.begin(), fields.end(), [](const UserField& field) {
-        return field.name == kOriginalParentField && IsLegalName(field.value);
+        return field.name == kOriginalParentField && (IsLegalName(field.value) || field.value == "*");
     });
     if (found == fields.end()) return;
     node.disconnected_from = std::move(found->value);

@@ -465,7 +465,9 @@ void EnterState(NodeReader& r, int state, const char* word)
 {
     NodeFinding& finding = r.node.finding;
     const bool other_value = !IsUndef(finding.value) && !HoldsValue(r.node, state, finding.value);
-    if (other_value || IsRuledOut(finding, state) || (finding.state >= 0 && finding.state != state))
+    // Of several states with the level that was entered as value, this says which.
+    const bool other_state = finding.state >= 0 && finding.state != state && IsUndef(finding.value);
+    if (other_value || IsRuledOut(finding, state) || other_state)
         FailAt<4139>(r.Text().Place(), word, "node");
     finding.state = state;
 }

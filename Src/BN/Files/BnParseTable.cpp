@@ -424,13 +424,17 @@ void ConditionTable::Fill(size_t parent, const Rules& rules, int32_t* to, size_t
         std::fill(to, to + count, rules[0]->state);
         return;
     }
-    const size_t part = count / static_cast<size_t>(counts_[parent]);
-    for (int state = 0; state < counts_[parent]; ++state, to += part) {
-        Rules fitting;
-        for (const Rule* rule : rules)
-            if (rule->states[parent] == EVERY_STATE || rule->states[parent] == state) fitting.push_back(rule);
-        Fill(parent + 1, fitting, to, part);
+    const auto num_parts = static_cast<size_t>(counts_[parent]);
+    std::vector<Rules> fitting(num_parts);
+    for (const Rule* rule : rules) {
+        const int state = rule->states[parent];
+        if (state >= 0)
+            fitting[static_cast<size_t>(state)].push_back(rule);
+        else
+            for (Rules& part : fitting) part.push_back(rule);
     }
+    const size_t part = count / num_parts;
+    for (size_t i = 0; i < num_parts; ++i) Fill(parent + 1, fitting[i], to + i * part, part);
 }
 
 // Rows that no condition fits are undefined.

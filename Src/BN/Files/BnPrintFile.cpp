@@ -470,7 +470,8 @@ void CheckTable(const Node& node, size_t entries, double expected)
 }
 
 template <class T>
-bool PrintRows(ValuePrinter& p, const Node& node, const char* keyword, const TableVector<T>& table)
+bool PrintRows(ValuePrinter& p, const Node& node, const char* keyword, const TableVector<T>& table,
+               bool first_is_bare = false)
 {
     if (table.empty()) return false;
     RowPrinter rows(node, false);
@@ -478,7 +479,9 @@ bool PrintRows(ValuePrinter& p, const Node& node, const char* keyword, const Tab
     rows.Print(p, [&](int64_t row) {
         const T value = table[static_cast<size_t>(row)];
         CheckReal(node, keyword, value);
+        const size_t start = p.out.size();
         AppendEntry(p.out, value);
+        if (first_is_bare && row == 0) p.out.erase(start, 1);  // the '@'
     });
     return true;
 }
@@ -495,13 +498,9 @@ bool FuncTable(ValuePrinter& p, const Node& node)
     const auto& states = node.tables.func_states;
     const auto& reals = node.tables.func_reals;
     if (states.empty()) {
-        if (!HasStates(node) || !std::all_of(reals.begin(), reals.end(), IsNoNumber))
-            return PrintRows(p, node, "functable", reals);
-        // The first entry shows that it is no table of states.
-        const size_t start = p.out.size();
-        if (!PrintRows(p, node, "functable", reals)) return false;
-        p.out.erase(p.out.find('@', start), 1);
-        return true;
+        // If there is no number to tell that it is no table of states, the first entry does.
+        const bool is_bare = HasStates(node) && std::all_of(reals.begin(), reals.end(), IsNoNumber);
+        return PrintRows(p, node, "functable", reals, is_bare);
     }
     if (!reals.empty()) Warn<7254>(node.name.c_str());
     RowPrinter rows(node, false);

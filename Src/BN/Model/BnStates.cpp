@@ -267,7 +267,9 @@ void ChangeLevels(Node& node, std::vector<double> levels)
     if (IsUndef(finding.value)) return;
     if (HasStates(node)) {
         finding.state = StateOfValue(node, finding.value);
-        if (finding.state < 0) finding = NodeFinding();
+        const bool ruled_out = finding.state >= 0 && !finding.likelihood.empty() &&
+                               finding.likelihood[size_t(finding.state)] == 0;
+        if (finding.state < 0 || ruled_out) finding = NodeFinding();
     } else if (!IsInRange(node, finding.value)) {
         finding = NodeFinding();
     }

@@ -473,7 +473,7 @@ TEST_F(NetContainerTest, SmallFilesHoldNoLargeTexts)
 {
     net_bn* net = Read(kNetText, nullptr, "x.dne");
     const std::string long_text(15 << 20, 'x');
-    SetNetComment_bn(net, long_text.c_str());
+    SetNetTitle_bn(net, long_text.c_str());
     SetNetAuthor_bn(net, long_text.c_str());
     const std::string file = Write(net);
     EXPECT_LT(file.size(), size_t{2} << 20);
