@@ -19,6 +19,7 @@ constexpr double kNoise = 1e-9;
 constexpr double kFreeEntries = 1 << 22;
 constexpr double kFreeStates = 10000;
 
+// No state twice, and none at all only for utilities.
 void CheckStates(const ForeignSource& source, const ForeignNode& node)
 {
     std::unordered_set<std::string_view> seen;
@@ -29,6 +30,7 @@ void CheckStates(const ForeignSource& source, const ForeignNode& node)
         FailAt<7040>(source.PlaceAt(node.at), Shown(node.name).c_str());
 }
 
+// No link twice (with the same delay), and none from a utility.
 void CheckParents(const ForeignSource& source, const ForeignNet& net, const ForeignNode& node)
 {
     std::unordered_set<std::string> seen;
@@ -93,6 +95,7 @@ void CheckCycles(const ForeignSource& source, const ForeignNet& net)
     FailAt<7019>(source.PlaceAt(place), Shown(node.name).c_str());
 }
 
+// The entries of one table, row by row.
 class TableChecker {
 public:
     TableChecker(const ForeignSource& source, const ForeignNet& net, ForeignNode& node)
@@ -121,6 +124,7 @@ private:
         return source_.PlaceAt(TableAt());
     }
 
+    // Complete, no negative entries, and the sum 1 but for what printing rounded.
     void CheckRow(size_t at, size_t width)
     {
         double* const row = node_.table.data() + at;
@@ -327,6 +331,7 @@ struct Affected {
     }
 };
 
+// What a node without a table gets.
 void FillTable(const ForeignSource& source, ForeignNet& net, ForeignNode& node)
 {
     const bool is_utility = node.kind == ForeignKind::UTILITY;

@@ -12,6 +12,7 @@ namespace talora {
 
 namespace {
 
+// Makes the net in stages: nodes, what each holds, links, tables, sets.  A failure deletes what was made.
 class Converter {
 public:
     Converter(ForeignNet& foreign, environ_vx& env, bool keep_visual)
@@ -65,6 +66,7 @@ private:
         }
     }
 
+    // Kind, texts, states, fields and findings of one node.
     void FillNode(ForeignNode& from, Node& node)
     {
         constexpr int kKinds[] = {NATURE_NODE, DECISION_NODE, UTILITY_NODE};
@@ -86,6 +88,7 @@ private:
             node.finding.likelihood.assign(from.likelihood.begin(), from.likelihood.end());
     }
 
+    // Limits make a continuous node with intervals, values a discrete one with levels.
     static void FillStates(const ForeignNode& from, Node& node)
     {
         NodeStates& states = node.states;
@@ -105,6 +108,7 @@ private:
             states.levels.push_back(std::isinf(level) ? (level > 0 ? InfinityDbl() : -InfinityDbl()) : level);
     }
 
+    // Parents in their order; delays along one dimension of time.
     void Link(const ForeignNode& from, Node& node)
     {
         if (from.parents.empty()) return;
@@ -118,6 +122,7 @@ private:
         Change(node, node.links, std::move(links), RELINKS, "read net");
     }
 
+    // Tables are floats in the engine, utilities doubles, certain ones lists of states.
     static void FillTables(ForeignNode& from, Node& node)
     {
         NodeTables& tables = node.tables;
@@ -137,6 +142,7 @@ private:
         TableVector<double>().swap(from.table);
     }
 
+    // A node of a submodel is in the sets of all submodels around it.
     void MakeNodeSets()
     {
         std::vector<std::string> names;

@@ -42,6 +42,7 @@ public:
     }
 
 private:
+    // Name and properties; title and comment are properties by convention.
     void ReadNetwork()
     {
         if (text_.Peek() != '{') net_.name = text_.Name();
@@ -74,6 +75,7 @@ private:
         }
     }
 
+    // The count in brackets may be missing, and an equals sign may stand before the states.
     void ReadType(ForeignNode& node)
     {
         if (!text_.TryWord("discrete")) text_.FailExpected("`discrete`");
@@ -122,6 +124,7 @@ private:
         return {std::string(Trimmed(std::string_view(body).substr(0, split))), std::string(value)};
     }
 
+    // The head names the child and its parents, with or without a bar between them.
     void ReadProbability(size_t block_at)
     {
         text_.Need('(');
@@ -152,6 +155,7 @@ private:
         ReadTable(node, block_at);
     }
 
+    // Rows by the states of the parents, or the whole table at once; `default` fills what has no row.
     void ReadTable(ForeignNode& node, size_t block_at)
     {
         std::optional<RowWriter> rows;
@@ -219,6 +223,7 @@ private:
         text_.Number();  // says that it is none
     }
 
+    // The states of the parents in parentheses, then the own probabilities.
     void ReadRow(ForeignNode& node, RowWriter& rows)
     {
         text_.Need('(');
@@ -244,6 +249,7 @@ private:
         rows.Put(states_, row_, at);
     }
 
+    // The own states vary slowest here.
     void ReadWhole(ForeignNode& node)
     {
         node.table_at = text_.Token();
@@ -272,6 +278,7 @@ private:
 
 // ---- Writing ----
 
+// In quotes where the text is no plain word.
 void AppendWord(std::string& out, std::string_view text)
 {
     const bool is_plain = !text.empty() && text.find_first_of(kNeedsQuotes) == std::string_view::npos;
@@ -312,6 +319,7 @@ void AppendProperties(std::string& out, ForeignNet& net, const ForeignNode& node
     for (const ForeignField& field : node.fields) AppendProperty(out, net, node.name, field);
 }
 
+// Roots as `table`, others row by row: that is what every reader of the format takes.
 void AppendProbability(std::string& out, const ForeignNet& net, const ForeignNode& node)
 {
     out += "probability ( ";

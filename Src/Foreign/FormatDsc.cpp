@@ -92,6 +92,7 @@ private:
         return value;
     }
 
+    // Title, position and states; other attributes become fields.
     void ReadNode()
     {
         text_.Skip();
@@ -130,6 +131,7 @@ private:
             FailAt<7009>(source_.PlaceAt(at), Shown(node.name).c_str(), int(count), int(node.states.size()));
     }
 
+    // The child, then its parents; the block is put off where one of them is declared further on.
     void ReadProbability(size_t block_at)
     {
         text_.Need('(');
@@ -163,6 +165,7 @@ private:
         size_t at;
     };
 
+    // All rows are collected first: what their indices mean may depend on the function that is named.
     void ReadTable(ForeignNode& node, size_t block_at)
     {
         std::string function;
@@ -234,6 +237,7 @@ private:
         }
     }
 
+    // One index for each parent, within its states.
     void CheckIndices(const ForeignNode& node, const Row& row)
     {
         if (row.indices.size() != node.parents.size())
@@ -281,6 +285,7 @@ private:
         node.table = ExpandNoisyMax(net_, node);
     }
 
+    // A row with one parent away from its first state, as what that state contributes by itself.
     void PutContribution(ForeignNode& node, const Row& leak, const Row& row, size_t target)
     {
         constexpr double kRounding = 1e-9;

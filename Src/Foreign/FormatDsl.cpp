@@ -91,6 +91,7 @@ private:
         return std::string(Trimmed(source_.text.substr(from, text_.At() - from)));
     }
 
+    // Texts, costs and properties of the net; settings of the editor are left.
     void ReadNetItem(const std::string& key)
     {
         text_.Need('=');
@@ -146,6 +147,7 @@ private:
         Block([&](const std::string& key) { ReadNodeItem(node, pending, key); });
     }
 
+    // What is not used (fonts, diagnosis marks, documentation) is skipped as a whole, however it is nested.
     void ReadNodeItem(ForeignNode& node, Pending& pending, const std::string& key)
     {
         if (key == "TYPE") {
@@ -182,6 +184,7 @@ private:
         }
     }
 
+    // States and numbers; what the numbers mean follows from the type, which may come later.
     void ReadDefinitionItem(ForeignNode& node, Pending& pending, const std::string& item)
     {
         if (item == "NAMESTATES" || item == "NAMECHOICES") {
@@ -214,6 +217,7 @@ private:
         }
     }
 
+    // Links and tables, once all nodes are there.
     void Define(ForeignNode& node, Pending& pending)
     {
         if (pending.type == "LIST") node.kind = ForeignKind::DECISION;
@@ -284,6 +288,7 @@ void AppendFields(std::string& out, std::string_view indent, const std::vector<F
     out.append(indent).append(" };\n");
 }
 
+// NAME = (a, b, c);
 template <class List, class Append>
 void AppendList(std::string& out, const char* name, const List& list, Append&& append)
 {
@@ -295,6 +300,7 @@ void AppendList(std::string& out, const char* name, const List& list, Append&& a
     out += ");\n";
 }
 
+// One block, in the order in which the reader of the format expects its items.
 void AppendNode(std::string& out, const ForeignNet& net, const ForeignNode& node)
 {
     const char* const type = node.kind == ForeignKind::DECISION  ? "LIST"

@@ -11,6 +11,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
+// The trimmed texts between separators.
 std::vector<std::string_view> Parts(std::string_view text, char separator)
 {
     std::vector<std::string_view> parts;
@@ -40,6 +41,7 @@ bool TakeEven(ForeignNode& node, const std::vector<double>& numbers, bool is_int
     return true;
 }
 
+// States of a numeric node are called after their values or intervals.
 void NameByLevels(ForeignNode& node, bool is_interval)
 {
     if (is_interval)
@@ -50,6 +52,7 @@ void NameByLevels(ForeignNode& node, bool is_interval)
         for (const double level : node.levels) node.states.push_back(NumberText(level));
 }
 
+// [n], [first,last], three or more limits, or [from:to:count].
 bool TakeBrackets(ForeignNode& node, std::string_view inside)
 {
     const bool is_even = inside.find(':') != std::string_view::npos;
@@ -81,6 +84,7 @@ bool TakeBrackets(ForeignNode& node, std::string_view inside)
     return true;
 }
 
+// {label|label...}, which may all be numbers, or {from:to:count}.
 bool TakeBraces(ForeignNode& node, std::string_view inside)
 {
     if (inside.find('|') == std::string_view::npos) {
@@ -183,6 +187,7 @@ private:
     }
     size_t AtOfKey(const char* section, const std::string& name) const { return AtOf(name, AtOf(section)); }
 
+    // One list of nodes in the short notation, all of one kind.
     void ReadNodes(const Json& json, const char* key, ForeignKind kind)
     {
         const auto found = json.find(key);
@@ -205,6 +210,7 @@ private:
         }
     }
 
+    // For each node its parents; decisions list what is known there.
     void ReadParents(const Json& json)
     {
         for (const auto& [name, parents] : ObjectOf(json, "parents").items()) {
@@ -219,6 +225,7 @@ private:
         }
     }
 
+    // Tables and rewards: the own states vary fastest, then the first parent.
     void ReadTables(const Json& json, const char* key)
     {
         for (const auto& [name, table] : ObjectOf(json, key).items()) {

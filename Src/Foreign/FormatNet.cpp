@@ -36,6 +36,7 @@ public:
 private:
     // ---- Blocks ----
 
+    // One block on the top level or in a class.
     void ReadElement()
     {
         const std::string_view word = text_.Word();
@@ -55,6 +56,7 @@ private:
         }
     }
 
+    // One class is a net in another wrapper; several of them would be parts of a net.
     void ReadClass(size_t at)
     {
         if (++num_classes_ > 1) FailAt<7023>(source_.PlaceAt(at), "files of several classes");
@@ -114,6 +116,8 @@ private:
             net_.fields.emplace_back(std::move(field), std::move(value));
     }
 
+    // [discrete | continuous] (node | decision | utility | function) NAME { fields }; false if it begins
+    // otherwise.
     bool TryReadNode(std::string_view word)
     {
         bool is_continuous = false;
@@ -135,6 +139,7 @@ private:
         return true;
     }
 
+    // Fields of other programs are kept as texts.
     void ReadNodeField(ForeignNode& node, std::string field)
     {
         if (field == "states") {
@@ -163,6 +168,7 @@ private:
         }
     }
 
+    // A number, or an infinity in one of its spellings.
     double ReadLimit()
     {
         double value = 0;
@@ -197,6 +203,7 @@ private:
 
     // ---- Potentials ----
 
+    // potential (CHILD | PARENTS) { fields }
     void ReadPotential(size_t block_at)
     {
         text_.Need('(');
@@ -231,6 +238,7 @@ private:
         while (!text_.Try('}')) ReadPotentialField(node, FieldName());
     }
 
+    // The table, the experience behind it, and the expression that it came from, which is kept as a text.
     void ReadPotentialField(ForeignNode& node, std::string field)
     {
         const bool is_dropped = is_dropped_[size_t(&node - net_.nodes.data())];
@@ -372,6 +380,7 @@ std::string LimitText(double value)
     return NumberText(value);
 }
 
+// One block of fields; utilities have no states.
 void AppendNode(std::string& out, const ForeignNode& node)
 {
     constexpr const char* kWords[] = {"node", "decision", "utility"};
@@ -435,6 +444,7 @@ void AppendNested(std::string& out, const ForeignNet& net, const ForeignNode& no
     }
 }
 
+// Links, table and experience.  An expression stands in a comment: the table says the same.
 void AppendPotential(std::string& out, const ForeignNet& net, const ForeignNode& node)
 {
     out += "\npotential (" + node.name;

@@ -110,6 +110,7 @@ private:
 
     // ---- Variables ----
 
+    // What is decided, chosen or valued, with its states; numbers without states cannot be kept.
     void ReadVariable(pugi::xml_node variable)
     {
         xml_.NeedAttribute(variable, "name");
@@ -150,6 +151,7 @@ private:
         });
     }
 
+    // The first end is the parent.  Restrictions say what may be observed when, which changes the answers.
     void ReadLinks(pugi::xml_node links)
     {
         Xml::ForEach(links, "Link", [&](pugi::xml_node link) {
@@ -167,6 +169,7 @@ private:
 
     // ---- Potentials ----
 
+    // The child stands first among the variables, or by itself for a utility; the others are its parents.
     void ReadPotential(pugi::xml_node potential)
     {
         const std::string role = LowerText(Xml::Attribute(potential, "role"));
@@ -192,6 +195,7 @@ private:
             ReadBody(node, potential);
     }
 
+    // By the type of the potential; what stands for no table here is refused.
     void ReadBody(ForeignNode& node, pugi::xml_node potential)
     {
         const std::string type = Plain(Xml::Attribute(potential, "type"));
@@ -274,6 +278,7 @@ private:
         PutLeaf(node, values, leaf_parents, picked, Xml::AtOf(potential));
     }
 
+    // Each branch narrows the states of the variable that is asked for.
     void ReadTree(ForeignNode& node, pugi::xml_node potential, const std::vector<std::vector<char>>& picked,
                   size_t depth)
     {
@@ -297,6 +302,8 @@ private:
         });
     }
 
+    // Values stand with the own states fastest, then the parents that the leaf names, the first of them
+    // first.
     void PutLeaf(ForeignNode& node, const std::vector<double>& values, const std::vector<int>& leaf_parents,
                  const std::vector<std::vector<char>>& picked, size_t at)
     {
@@ -333,6 +340,7 @@ private:
         }
     }
 
+    // One table for each parent, and one for the leak, which may be missing.
     void ReadNoisyMax(ForeignNode& node, pugi::xml_node potential)
     {
         const pugi::xml_node model = xml_.NeedChild(potential, "Model");
@@ -418,6 +426,7 @@ private:
         node.table = net_.nodes[size_t(previous)].table;
     }
 
+    // Of several cases the first is entered.
     void ReadFindings(pugi::xml_node evidence)
     {
         const pugi::xml_node first = Xml::Child(evidence, "EvidenceCase");
@@ -513,6 +522,7 @@ void AppendValues(std::string& out, const std::string& indent, const double* beg
     out += "</Values>\n";
 }
 
+// A table for each parent, then the leak.
 void AppendNoisyMax(std::string& out, const ForeignNet& net, const ForeignNode& node)
 {
     const size_t n = node.states.size();

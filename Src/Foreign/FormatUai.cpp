@@ -38,6 +38,7 @@ private:
         return text_.Integer();
     }
 
+    // Their number, and the number of states of each.  Names there are none.
     void ReadVariables()
     {
         const int64_t count = Count();
@@ -76,6 +77,7 @@ private:
         is_markov_ = is_markov;
     }
 
+    // In the order of the scopes.
     void ReadTables()
     {
         for (ForeignNode* node : order_) {
@@ -90,6 +92,7 @@ private:
         }
     }
 
+    // Whether a factor of a Markov net is the table of its last variable given the others.
     static bool HasUnitRows(const ForeignNode& node)
     {
         constexpr double kPrinted = 1e-4;

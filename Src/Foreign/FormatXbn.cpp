@@ -47,6 +47,7 @@ private:
         return model;
     }
 
+    // States and texts; a full name goes before a description.
     void ReadVariable(pugi::xml_node var)
     {
         ForeignNode& node = names_.Add(xml_.NeedAttribute(var, "NAME"), Xml::AtOf(var));
@@ -67,6 +68,7 @@ private:
         });
     }
 
+    // Rows by the numbers of the parents' states; one without numbers is for all others.
     void ReadTable(pugi::xml_node dist)
     {
         const std::string type = LowerText(Xml::Attribute(dist, "TYPE"));
@@ -96,6 +98,7 @@ private:
         if (by_default) rows.PutDefault(by_default->first, by_default->second);
     }
 
+    // As many as there are parents, or none.
     std::vector<int> ReadIndices(const ForeignNode& node, pugi::xml_node dpi)
     {
         std::vector<int> states;

@@ -62,6 +62,7 @@ public:
     }
 
 private:
+    // Parents may be named before they come, so nodes are declared first and defined when all are there.
     void Declare(pugi::xml_node element)
     {
         ForeignNode& node = names_.Add(xml_.NeedAttribute(element, "id"), Xml::AtOf(element));
@@ -115,6 +116,7 @@ private:
         node.table_at = Xml::TextAt(numbers);
     }
 
+    // One own state for each configuration of the parents.
     void ReadResults(ForeignNode& node, pugi::xml_node results)
     {
         const std::vector<std::string> states = Xml::Words(Xml::Text(results));
@@ -194,6 +196,7 @@ public:
     }
 
 private:
+    // What it costs to observe a node; a cost that depends on other nodes keeps their names.
     void ReadCosts(pugi::xml_node costs)
     {
         Xml::ForEach(costs, "node", [&](pugi::xml_node entry) {
@@ -226,6 +229,7 @@ private:
             AddLoss(net_.losses, LossSeverity::INFORMATION, "comments of links", "", "left out");
     }
 
+    // The name in the drawing is the title; the box gives the centre.
     void ReadDrawnNode(pugi::xml_node drawn, int group)
     {
         const int index = names_.TryFind(Xml::Attribute(drawn, "id"));
@@ -325,6 +329,7 @@ void AppendNoisyMax(std::string& out, const ForeignNet& net, const ForeignNode& 
     out += "\t\t\t<strengths>" + list + "</strengths>\n\t\t\t<parameters>" + numbers + "</parameters>\n";
 }
 
+// The kind of element follows from what the node has: contributions, one state per row, or a table.
 void AppendNode(std::string& out, ForeignNet& net, const ForeignNode& node)
 {
     std::vector<size_t> strengths;
@@ -385,6 +390,7 @@ void AppendDrawnNode(std::string& out, const std::string& indent, const ForeignN
     out += indent + "</node>\n";
 }
 
+// The nodes of a submodel, and the submodels in it.
 void AppendGroup(std::string& out, const ForeignNet& net, int group, size_t depth)
 {
     const std::string indent(3 + depth, '\t');

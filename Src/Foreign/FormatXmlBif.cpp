@@ -53,6 +53,7 @@ private:
             net_.fields.push_back(std::move(field));
     }
 
+    // Kind, states, finding and properties; a count of values stands for states without names.
     void ReadVariable(pugi::xml_node variable)
     {
         ForeignNode& node = names_.Add(Xml::Text(xml_.NeedChild(variable, "NAME")), Xml::AtOf(variable));
@@ -79,6 +80,7 @@ private:
                      [&](pugi::xml_node p) { ReadProperty(node, Split(Xml::Text(p))); });
     }
 
+    // Titles, positions and domains are properties by convention.
     static void ReadProperty(ForeignNode& node, ForeignField field)
     {
         if (field.first == "fast") {
@@ -93,6 +95,7 @@ private:
         }
     }
 
+    // The parents in the order of their elements, the first slowest; decisions have no table.
     void ReadDefinition(pugi::xml_node definition)
     {
         const pugi::xml_node child = xml_.NeedChild(definition, "FOR");

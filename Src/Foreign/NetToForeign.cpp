@@ -74,6 +74,7 @@ private:
         AddLoss(result_.losses, severity, what, node, instead);
     }
 
+    // Name, texts and fields of the net, and what no other format knows.
     void DescribeNet()
     {
         const Description& text = net_.text;
@@ -134,6 +135,7 @@ private:
 
     // ---- Names ----
 
+    // What a node was called in the file that it came from; its name if it came from none.
     static std::string OriginalName(const Node& node)
     {
         const std::string original = FieldOf(node.text, kOriginalName);
@@ -142,6 +144,7 @@ private:
                                                                                       : node.name;
     }
 
+    // The original where the format takes it, else the legal name, with the original as title.
     void NameNodes()
     {
         std::vector<std::string> names;
@@ -166,6 +169,7 @@ private:
         }
     }
 
+    // The title of a state is its original name where the name was made from it, and a title else.
     void NameStates(const Node& node, ForeignNode& to)
     {
         const int num_states = NumStates(node);
@@ -216,6 +220,7 @@ private:
         if (!node.persist.empty() || !node.position.empty()) Lose(kAnswers, "persistence", node.name);
     }
 
+    // Comments, position and user fields.
     void DescribeTexts(const Node& node, ForeignNode& to)
     {
         const Description& text = node.text;
@@ -255,6 +260,7 @@ private:
         }
     }
 
+    // Limits of intervals and values of states, with the engine's infinities as those of the hardware.
     void DescribeLevels(const Node& node, ForeignNode& to)
     {
         const std::vector<double>& levels = node.states.levels;
@@ -272,6 +278,7 @@ private:
 
     // ---- Links and tables ----
 
+    // Parents that the format can hold; tables lose the dimensions of the others.
     void DescribeLinks(const Node& node, ForeignNode& to)
     {
         std::vector<char> is_kept;
@@ -295,6 +302,7 @@ private:
         DescribeTables(node, to, is_kept);
     }
 
+    // Utilities and probabilities in doubles; a decision has none.
     void DescribeTables(const Node& node, ForeignNode& to, const std::vector<char>& is_kept)
     {
         const NodeTables& tables = node.tables;
@@ -352,6 +360,7 @@ private:
         }
     }
 
+    // What stands behind a table: experience, certainty, contributions.
     void DescribeExtras(const Node& node, ForeignNode& to, size_t num_rows)
     {
         const NodeTables& tables = node.tables;
