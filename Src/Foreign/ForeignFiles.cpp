@@ -56,7 +56,9 @@ Net* ReadForeign(Stream& stream, std::string_view bytes, const ReadNetOptions& o
     const std::string_view text = ToUtf8(bytes, stream.name.c_str(), changed);
     const ForeignSource source{text, stream.name.c_str()};
     const FileFormat* const format = FormatByContents(text, stream.name);
-    if (format == nullptr) FailAt<7000>(source.PlaceAt(0), Shown(stream.name).c_str());
+    // No text holds zero bytes, and texts of the engine end with one.
+    if (format == nullptr || text.find('\0') != std::string_view::npos)
+        FailAt<7000>(source.PlaceAt(0), Shown(stream.name).c_str());
     if (format->read == nullptr) FailAt<7001>(source.PlaceAt(0), format->name);
     ForeignNet foreign;
     format->read(source, foreign);

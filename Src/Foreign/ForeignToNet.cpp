@@ -164,8 +164,14 @@ private:
                 if (const auto found = by_name.find(name); found != by_name.end()) name = found->second->name;
     }
 
+    // A field of the file that is called like one of ours gives way to it.
     static void PutField(Description& text, std::string_view name, std::string value)
     {
+        for (UserField& field : text.user_fields)
+            if (field.name == name) {
+                field.value = std::move(value);
+                return;
+            }
         text.user_fields.push_back({std::string(name), std::move(value)});
     }
 
@@ -176,7 +182,7 @@ private:
         for (const ForeignField& field : fields)
             names.push_back(field.first.empty() ? "property" : field.first);
         names = UniqueLegalNames(names);
-        for (size_t i = 0; i < fields.size(); ++i) PutField(text, names[i], fields[i].second);
+        for (size_t i = 0; i < fields.size(); ++i) text.user_fields.push_back({names[i], fields[i].second});
     }
 
     ForeignNet& foreign_;

@@ -2,6 +2,7 @@
 #include <algorithm>
 
 #include "Foreign/ForeignCheck.h"
+#include "Foreign/ForeignXml.h"
 #include "Foreign/Formats.h"
 
 namespace talora {
@@ -353,10 +354,18 @@ void WriteDsl(ForeignNet& net, std::string& out)
     AppendHeader(out, " ", net.name, net.title, net.comment);
     AppendFields(out, " ", net.fields);
     std::string costs;
-    for (const ForeignNode& node : net.nodes)
-        if (!node.cost.empty())
+    for (const ForeignNode& node : net.nodes) {
+        std::vector<double> numbers;
+        for (const std::string& word : Xml::Words(node.cost))
+            ParseNumber(word, numbers.emplace_back(kNoNumber));
+        const bool is_number =
+            std::none_of(numbers.begin(), numbers.end(), [](double n) { return std::isnan(n); });
+        if (!is_number)
+            AddLoss(net.losses, LossSeverity::INFORMATION, "observation costs", node.name, "left out");
+        if (!node.cost.empty() && is_number)
             costs += "   node " + node.name + "\n    {\n     PARENTS = ();\n     COSTS = (" + node.cost +
                      ");\n    };\n";
+    }
     if (!costs.empty()) out += " OBSERVATION_COST =\n  {\n" + costs + "  };\n";
     for (const ForeignNode& node : net.nodes) AppendNode(out, net, node);
     out += "};\n";
