@@ -1108,7 +1108,7 @@ TALORA_API double WriteNetFindings_bn(const nodelist_bn* nodes, stream_vx* file,
 TALORA_API double FindCasePosition_cs(const stream_vx* file, int64_t case_number);
 
 /** Reads one case of a case file into findings of those nodes that have a column; the findings that they
- *  had go.  Undoable; after an error the findings are as they were.
+ *  had go.  Undoable; after an error the net is as it was, and NEXT_CASE_POSN leads behind the case.
  *  @param case_posn  position of the case (FIRST_CASE_POSN, or what an earlier call gave), or NEXT_CASE_POSN
  *                    for the one behind the case that was read last through this stream; receives the
  *                    position of the case, NO_CASE_POSN when there is none left.  Negative: 6543

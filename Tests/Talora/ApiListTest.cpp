@@ -51,11 +51,6 @@ struct Handles : talora::ArgumentMaker {
         environ_vx* const gone_env = NewTaloraEnviron_vx(nullptr, nullptr);
         CloseTalora_bn(gone_env, nullptr);
         live = {{'e', env}, {'N', net}, {'n', node}, {'l', list}};
-        null_entry = NewNodeList2_bn(1, net);
-        dead_entry = NewNodeList2_bn(1, net);
-        node_bn* const dead = NewNode_bn("dead", 2, net);
-        SetNthNode_bn(dead_entry, 0, dead);
-        DeleteNode_bn(dead);
         gone['e'] = gone_env;
         Make(
             'N', [&] { return NewNet_bn("gone", env); }, DeleteNet_bn);
@@ -100,9 +95,11 @@ struct Handles : talora::ArgumentMaker {
 
     void* Handle(char letter, size_t) override
     {
-        if (wrong == Wrong::kDeadEntry || wrong == Wrong::kNullEntry)
-            return letter != 'l' ? live[letter] : wrong == Wrong::kNullEntry ? null_entry : dead_entry;
-        if (!std::exchange(is_first, false) || wrong == Wrong::kNone) return live[letter];
+        if (wrong == Wrong::kDeadEntry && letter == 'l') return dead_entries;
+        if (wrong == Wrong::kNullEntry && letter == 'l') return null_entries;
+        const bool all_live =
+            wrong == Wrong::kNone || wrong == Wrong::kDeadEntry || wrong == Wrong::kNullEntry;
+        if (!std::exchange(is_first, false) || all_live) return live[letter];
         return wrong == Wrong::kNull ? nullptr : wrong == Wrong::kDeleted ? gone[letter] : foreign;
     }
     const char* Text() override { return "x"; }
@@ -115,7 +112,7 @@ struct Handles : talora::ArgumentMaker {
     }
 
     std::map<char, void*> live, gone;
-    nodelist_bn *dead_entry, *null_entry;  // lists with such an entry
+    nodelist_bn *dead_entries = nullptr, *null_entries = nullptr;
     Wrong wrong = Wrong::kNone;
     bool is_first = true;
     const talora::FloatControl* mode = nullptr;  // in which functions are called, if it is given
@@ -192,15 +189,21 @@ TEST(ApiListTest, WrongEntriesOfListsAreRecognised)
         "SetNthNode_bn",  "AddNodeToList_bn",  "RemoveNthNode_bn", "IndexOfNodeInList_bn"};
     TestEnviron env;
     Handles handles(env);
+    net_bn* const net = static_cast<net_bn*>(handles.live['N']);
+    handles.dead_entries = NewNodeList2_bn(0, net);
+    handles.null_entries = NewNodeList2_bn(1, net);
+    node_bn* const dies = NewNode_bn("dies", 2, net);
+    AddNodeToList_bn(dies, handles.dead_entries, 0);
+    DeleteNode_bn(dies);
     int num_checked = 0;
     for (const talora::ApiFunction& function : talora::ApiFunctions()) {
-        const std::string name = function.name;
-        if (std::string(function.arguments).find('l') == std::string::npos || exempt.count(name)) continue;
-        SCOPED_TRACE(name);
+        if (function.types.find('l') == std::string::npos || exempt.count(function.name)) continue;
+        SCOPED_TRACE(function.name);
         ++num_checked;
         for (const Wrong wrong : {Wrong::kDeadEntry, Wrong::kNullEntry}) {
             handles.Call(function, wrong);
-            const bool has_own = name == "SetNetElimOrder_bn" && wrong == Wrong::kNullEntry;
+            const bool has_own =
+                std::string(function.name) == "SetNetElimOrder_bn" && wrong == Wrong::kNullEntry;
             EXPECT_EQ(env.Taken(), has_own ? 3556 : wrong == Wrong::kDeadEntry ? 5152 : 5150);
         }
     }

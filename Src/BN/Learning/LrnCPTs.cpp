@@ -118,51 +118,87 @@ namespace {
 // what is no binary fraction leads back to the number that was there.
 double Rounded15(double value)
 {
-    if (!(value > 0) || value >= 1e15 || value < 1e-15) return value;
+    if (!(value > 0) || value >= 1e15 || value < 1e-7) return value;
     const double scale = std::pow(10, 14 - int(std::floor(std::log10(value))));
-    return scale > 1e22 ? value : std::round(value * scale) / scale;
+    return std::round(value * scale) / scale;
+}
+
+// Counts of a row: each exact, and their total, which is kept apart as the probabilities that a row began
+// with need not add up to 1 to the last digit.
+struct RowOfCounts {
+    ExactSum* counts;
+    ExactSum* total;
+};
+
+constexpr int kSumDoubles = sizeof(ExactSum) / sizeof(double);
+
+// How a row stands in NodeTables::counts: the sums of the states and the total.
+int64_t KeptDoubles(int num_states)
+{
+    return (int64_t(num_states) + 1) * kSumDoubles;
+}
+
+double ShownTotal(const ExactSum& total)
+{
+    return Rounded15(total.high);
 }
 
 // One row of the counts of a node with experience.
 // @param probs  the row of the table, null for none
 // @return whether they are as exact as when they were learned
-bool ReadCounts(const NodeTables& tables, int64_t row, int num_states, const float* probs, double* counts)
+bool ReadRow(const NodeTables& tables, int64_t row, int num_states, const float* probs, RowOfCounts to)
 {
     const double experience = tables.experience[size_t(row)];
-    std::fill(counts, counts + num_states, 0.0);
+    *to.total = {experience, 0};
+    std::fill(to.counts, to.counts + num_states, ExactSum{});
     if (!(experience > 0)) return true;
     if (!tables.counts.empty() && probs != nullptr) {
-        const double* const kept = tables.counts.data() + row * num_states;
-        bool explains = true;
-        for (int s = 0; s < num_states; ++s) explains &= probs[s] == float(kept[s] / experience);
+        const double* const kept = tables.counts.data() + row * KeptDoubles(num_states);
+        const double* const total = kept + num_states * kSumDoubles;
+        bool explains = experience == ShownTotal({total[0], total[1]});
+        for (int s = 0; s < num_states; ++s)
+            explains &= probs[s] == float(kept[s * kSumDoubles] / experience);
         if (explains) {
-            std::copy(kept, kept + num_states, counts);
+            for (int s = 0; s < num_states; ++s)
+                to.counts[s] = {kept[s * kSumDoubles], kept[s * kSumDoubles + 1]};
+            *to.total = {total[0], total[1]};
             return true;
         }
     }
     for (int s = 0; s < num_states; ++s) {
         const double prob = probs == nullptr ? 1.0 / num_states : double(probs[s]);
-        if (prob > 0) counts[s] = WholeIfExplained(prob * experience);
+        if (prob > 0) to.counts[s] = {WholeIfExplained(prob * experience), 0};
     }
     return false;
 }
 
-// A row of tables from counts.  The experience is kept apart from them, as the probabilities that a row
-// began with need not add up to 1 to the last digit.
-void WriteRow(const double* counts, double total, int num_states, float* probs, double* experience)
+void WriteRow(RowOfCounts from, int num_states, float* probs, double* experience)
 {
-    const bool has_counts = std::any_of(counts, counts + num_states, [](double count) { return count > 0; });
-    *experience = has_counts && total > 0 ? Rounded15(total) : 0;
+    const bool has_counts = std::any_of(from.counts, from.counts + num_states,
+                                        [](const ExactSum& count) { return count.high > 0; });
+    if (!has_counts || !(from.total->high > 0)) *from.total = {};
+    *experience = ShownTotal(*from.total);
     for (int s = 0; s < num_states; ++s)
-        probs[s] = *experience > 0 ? float(counts[s] / *experience) : 1.0f / float(num_states);
+        probs[s] = *experience > 0 ? float(from.counts[s].high / *experience) : 1.0f / float(num_states);
 }
 
 // Whether a row of tables gives its counts back without their being kept.
-bool Explains(const double* counts, int num_states, const float* probs, double experience)
+bool Explains(RowOfCounts row, int num_states, const float* probs, double experience)
 {
+    if (row.total->high != experience || row.total->low != 0) return false;
     for (int s = 0; s < num_states; ++s)
-        if (WholeIfExplained(double(probs[s]) * experience) != counts[s]) return false;
+        if (WholeIfExplained(double(probs[s]) * experience) != row.counts[s].high || row.counts[s].low != 0)
+            return false;
     return true;
+}
+
+void KeepRow(RowOfCounts row, int num_states, double* kept)
+{
+    for (int s = 0; s <= num_states; ++s) {
+        const ExactSum& sum = s < num_states ? row.counts[s] : *row.total;
+        kept[s * kSumDoubles] = sum.high;
+        kept[s * kSumDoubles + 1] = sum.low;
+    }
 }
 
 // The tables of a node before counting: a table and its experience.
@@ -184,40 +220,39 @@ NodeTables TablesToCount(const Node& node, const LearnedFamily& family)
 }
 
 // Puts new counts of a row into tables; those that the row would not give back are kept.
-void ReviseRow(NodeTables& tables, const LearnedFamily& family, int64_t row, const double* counts,
-               double total)
+void ReviseRow(NodeTables& tables, const LearnedFamily& family, int64_t row, RowOfCounts counts)
 {
-    CheckTotal(*family.node, total);
+    CheckTotal(*family.node, counts.total->high);
     const int num_states = family.num_states;
     float* const probs = tables.probs.data() + row * num_states;
     double* const experience = &tables.experience[size_t(row)];
-    WriteRow(counts, total, num_states, probs, experience);
+    WriteRow(counts, num_states, probs, experience);
     if (tables.counts.empty() && Explains(counts, num_states, probs, *experience)) return;
     if (tables.counts.empty()) {
-        CheckMemory(double(family.Size()) * sizeof(double), "to learn the >-CPTable of >-node '%s'",
+        const double size = double(family.num_rows) * double(KeptDoubles(num_states));
+        CheckMemory(size * sizeof(double), "to learn the >-CPTable of >-node '%s'",
                     family.node->name.c_str());
-        tables.counts.assign(size_t(family.Size()), 0.0);
+        tables.counts.assign(size_t(size), 0.0);
     }
-    std::copy(counts, counts + num_states, tables.counts.data() + row * num_states);
+    KeepRow(counts, num_states, tables.counts.data() + row * KeptDoubles(num_states));
 }
 
 }  // namespace
 
-Counts CountsOf(const Node& node, const LearnedFamily& family, std::vector<char>* is_exact)
+Counts CountsOf(const Node& node, const LearnedFamily& family)
 {
     CheckMemory(double(family.Size()) * sizeof(double), "to learn the >-CPTable of >-node '%s'",
                 node.name.c_str());
     Counts counts(size_t(family.Size()), 0.0);
-    if (is_exact) is_exact->assign(size_t(family.num_rows), 1);
     if (node.tables.experience.empty()) return counts;
     TableVector<float> scratch;
     const float* const probs = EffectiveProbs(node, scratch);
     const int num_states = family.num_states;
+    std::vector<ExactSum> sums(size_t(num_states) + 1);
     for (int64_t row = 0; row < family.num_rows; ++row) {
-        const bool exact =
-            ReadCounts(node.tables, row, num_states, probs ? probs + row * num_states : nullptr,
-                       counts.data() + row * num_states);
-        if (is_exact) (*is_exact)[size_t(row)] = exact;
+        ReadRow(node.tables, row, num_states, probs ? probs + row * num_states : nullptr,
+                {sums.data(), &sums.back()});
+        for (int s = 0; s < num_states; ++s) counts[size_t(row * num_states + s)] = sums[size_t(s)].high;
     }
     return counts;
 }
@@ -225,18 +260,18 @@ Counts CountsOf(const Node& node, const LearnedFamily& family, std::vector<char>
 namespace {
 
 // Leans the rows towards the marginal counts; the experience, which counts cases alone, stays.
-void Shrink(NodeTables& tables, const LearnedFamily& family, const Counts& counts)
+void Shrink(NodeTables& tables, const LearnedFamily& family, const TableVector<ExactSum>& counts)
 {
     const int num_states = family.num_states;
     std::vector<double> marginal(size_t(num_states), 0.0);
-    for (size_t at = 0; at < counts.size(); ++at) marginal[at % size_t(num_states)] += counts[at];
+    for (size_t at = 0; at < counts.size(); ++at) marginal[at % size_t(num_states)] += counts[at].high;
     const double total = std::accumulate(marginal.begin(), marginal.end(), 0.0);
     for (double& share : marginal) share = total > 0 ? share / total : 1.0 / num_states;
     const double added = num_states;
     for (size_t at = 0; at < counts.size(); ++at) {
         const double row_sum = tables.experience[at / size_t(num_states)];
         tables.probs[at] =
-            float((counts[at] + added * marginal[at % size_t(num_states)]) / (row_sum + added));
+            float((counts[at].high + added * marginal[at % size_t(num_states)]) / (row_sum + added));
     }
     tables.counts = {};
 }
@@ -354,12 +389,14 @@ struct UnlearnPlace {
 
 // Adds to one count, which never goes below 0.  A difference of rounding is none.
 // @param rounding  of the count, relative
-void AddToCount(double& count, double weight, double rounding, const Node& node, double degree,
+void AddToCount(ExactSum& count, double weight, double rounding, const Node& node, double degree,
                 const UnlearnPlace& place)
 {
-    const double sum = count + weight;
-    if (sum < -std::max(kUnlearnTolerance, count * rounding)) FailUnlearning(node, degree, place);
-    count = sum < (weight < 0 ? count * rounding : 0) ? 0 : Rounded15(sum);
+    const double before = count.high;
+    ExactSum sum = count;
+    sum.Add(weight);
+    if (sum.high < -std::max(kUnlearnTolerance, before * rounding)) FailUnlearning(node, degree, place);
+    count = sum.high < (weight < 0 ? before * rounding : 0) ? ExactSum{} : sum;
 }
 
 // What one case has for the members of a family: a state, weights, or nothing.
@@ -421,12 +458,14 @@ struct CountedFamily {
     LearnedFamily family;
     std::vector<int> num_states;  // by member
     NodeTables tables;            // as they were
-    Counts counts;
-    TableVector<double> totals;  // by row
-    std::vector<char> is_exact;  // by row
+    TableVector<ExactSum> counts;
+    TableVector<ExactSum> totals;  // by row
+    std::vector<char> is_exact;    // by row
     FamilyCounter counter;
     bool has_columns = false;  // some source has columns for all members
     int64_t num_counted = 0;   // cases that did not go through the counter
+
+    RowOfCounts Row(int64_t row) { return {counts.data() + row * family.num_states, &totals[size_t(row)]}; }
 };
 
 // The counting of a case set.
@@ -449,8 +488,14 @@ struct CountingJob {
             families.push_back({family, StateCounts(family, members), {}, {}, {}, {}, FamilyCounter(family)});
             CountedFamily& one = families.back();
             one.tables = TablesToCount(*node, family);
-            one.counts = CountsOf(*node, family, &one.is_exact);
-            one.totals = one.tables.experience;
+            CheckMemory(double(family.Size() + family.num_rows) * sizeof(ExactSum),
+                        "to learn the >-CPTable of >-node '%s'", node->name.c_str());
+            one.counts.resize(size_t(family.Size()));
+            one.totals.resize(size_t(family.num_rows));
+            for (int64_t row = 0; row < family.num_rows; ++row)
+                one.is_exact.push_back(ReadRow(one.tables, row, family.num_states,
+                                               one.tables.probs.data() + row * family.num_states,
+                                               one.Row(row)));
         }
     }
     void NoteColumns(const CaseReader& reader)
@@ -486,7 +531,7 @@ void CountingJob::TakeOne(const CaseBlock& block, int row, bool only_soft, const
             const auto in_row = size_t(at / one.family.num_states);
             const double rounding = one.is_exact[in_row] ? kDoubleRounding : kSingleRounding;
             AddToCount(one.counts[size_t(at)], weight * share, rounding, *one.family.node, weight, place);
-            one.totals[in_row] += weight * share;
+            one.totals[in_row].Add(weight * share);
         });
         ++one.num_counted;
     }
@@ -522,14 +567,14 @@ void Revise(CountedFamily& one, const Counts& added, bool shrinks)
 {
     const int num_states = one.family.num_states;
     for (int64_t row = 0; row < one.family.num_rows; ++row) {
-        double* const counts = one.counts.data() + row * num_states;
-        double& total = one.totals[size_t(row)];
+        const RowOfCounts counts = one.Row(row);
         for (int s = 0; s < num_states; ++s) {
-            counts[s] += added[size_t(row * num_states + s)];
-            total += added[size_t(row * num_states + s)];
+            const double more = added[size_t(row * num_states + s)];
+            counts.counts[s].Add(more);
+            counts.total->Add(more);
         }
-        if (total != one.tables.experience[size_t(row)])
-            ReviseRow(one.tables, one.family, row, counts, total);
+        if (ShownTotal(*counts.total) != one.tables.experience[size_t(row)])
+            ReviseRow(one.tables, one.family, row, counts);
     }
     if (shrinks) Shrink(one.tables, one.family, one.counts);
 }
@@ -589,10 +634,10 @@ namespace {
 
 // A row of a table as a case leaves it.
 struct RevisedRow {
-    std::vector<double> counts;
-    double total = 0;
+    std::vector<ExactSum> sums;  // of the states, and the total
     std::vector<float> probs;
     double experience = 0;
+    RowOfCounts Counts() { return {sums.data(), &sums.back()}; }
 };
 using RevisedRows = std::map<int64_t, RevisedRow>;
 
@@ -609,50 +654,52 @@ RevisedRows ReviseRows(const NodeTables& tables, const LearnedFamily& family,
         const auto [place, is_new] = rows.try_emplace(in_row);
         RevisedRow& row = place->second;
         if (is_new) {
-            row.counts.resize(size_t(num_states));
-            const bool exact = ReadCounts(tables, in_row, num_states,
-                                          tables.probs.data() + in_row * num_states, row.counts.data());
+            row.sums.resize(size_t(num_states) + 1);
+            const bool exact =
+                ReadRow(tables, in_row, num_states, tables.probs.data() + in_row * num_states, row.Counts());
             rounding[in_row] = exact ? kDoubleRounding : kSingleRounding;
-            row.total = tables.experience[size_t(in_row)];
         }
-        AddToCount(row.counts[size_t(at % num_states)], degree * share, rounding[in_row], *family.node,
-                   degree, {});
-        row.total += degree * share;
+        AddToCount(row.sums[size_t(at % num_states)], degree * share, rounding[in_row], *family.node, degree,
+                   {});
+        row.sums.back().Add(degree * share);
     });
     for (auto& [in_row, row] : rows) {
-        CheckTotal(*family.node, row.total);
+        CheckTotal(*family.node, row.sums.back().high);
         row.probs.resize(size_t(num_states));
-        WriteRow(row.counts.data(), row.total, num_states, row.probs.data(), &row.experience);
+        WriteRow(row.Counts(), num_states, row.probs.data(), &row.experience);
     }
     return rows;
 }
 
-bool AllExplain(const RevisedRows& rows)
+bool AllExplain(RevisedRows& rows)
 {
-    return std::all_of(rows.begin(), rows.end(), [](const auto& each) {
-        const RevisedRow& row = each.second;
-        return Explains(row.counts.data(), int(row.counts.size()), row.probs.data(), row.experience);
+    return std::all_of(rows.begin(), rows.end(), [](auto& each) {
+        RevisedRow& row = each.second;
+        return Explains(row.Counts(), int(row.probs.size()), row.probs.data(), row.experience);
     });
 }
 
 // Some rows of the tables of a node, which has a table and an experience.
-void StoreRows(Node& node, const RevisedRows& rows, const char* what)
+void StoreRows(Node& node, RevisedRows& rows, const char* what)
 {
-    std::vector<int64_t> in_experience, in_table;
+    std::vector<int64_t> in_experience, in_table, in_counts;
     std::vector<float> probs;
     std::vector<double> counts, experience;
     const int num_states = NumStates(node);
-    for (const auto& [in_row, row] : rows) {
+    const int64_t kept = KeptDoubles(num_states);
+    for (auto& [in_row, row] : rows) {
         in_experience.push_back(in_row);
         in_table.push_back(in_row * num_states);
+        in_counts.push_back(in_row * kept);
         probs.insert(probs.end(), row.probs.begin(), row.probs.end());
-        counts.insert(counts.end(), row.counts.begin(), row.counts.end());
+        counts.resize(counts.size() + size_t(kept));
+        KeepRow(row.Counts(), num_states, counts.data() + counts.size() - kept);
         experience.push_back(row.experience);
     }
     ChangeRuns(node, &NodeTables::probs, in_table, num_states, std::move(probs), RETABLES, what);
     ChangeRuns(node, &NodeTables::experience, in_experience, 1, std::move(experience), NO_EFFECT, what);
     if (!node.tables.counts.empty())
-        ChangeRuns(node, &NodeTables::counts, in_table, num_states, std::move(counts), NO_EFFECT, what);
+        ChangeRuns(node, &NodeTables::counts, in_counts, kept, std::move(counts), NO_EFFECT, what);
 }
 
 }  // namespace
@@ -690,13 +737,13 @@ void ReviseByFindings(std::span<Node* const> nodes, double degree)
             continue;
         }
         if (has_rows) whole = TablesToCount(*node, family);
-        for (const auto& [in_row, row] : rows) ReviseRow(whole, family, in_row, row.counts.data(), row.total);
+        for (auto& [in_row, row] : rows) ReviseRow(whole, family, in_row, row.Counts());
         results.push_back({node, std::move(whole)});
     }
 
     // 2. Into the net.
     StoreTables(std::move(results), kWhat);
-    for (const auto& [node, rows] : some_rows) StoreRows(*node, rows, kWhat);
+    for (auto& [node, rows] : some_rows) StoreRows(*node, rows, kWhat);
 }
 
 void LearnTables(Learner& learner, std::span<Node* const> nodes, const Caseset& cases, double degree)

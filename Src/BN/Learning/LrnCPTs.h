@@ -36,6 +36,22 @@ namespace talora {
 
 using Counts = TableVector<double>;
 
+// A sum in two doubles, of which `low` is below the last digit of `high`: what is added and taken away again
+// leaves no trace.
+//
+// Knuth (1969), The Art of Computer Programming, volume 2, section 4.2.2; Dekker (1971), A floating-point
+// technique for extending the available precision.
+struct ExactSum {
+    double high = 0, low = 0;
+    void Add(double value)
+    {
+        const double sum = high + value, added = sum - high;
+        low += (high - (sum - added)) + (value - added);
+        high = sum + low;
+        low -= high - sum;
+    }
+};
+
 // ---- Families ----
 
 // A node whose table is learned, and its parents.  Columns are places in a list of nodes, that of a reader.
@@ -59,8 +75,7 @@ std::vector<Node*> FamilyMembers(std::span<Node* const> learned);
 LearnedFamily FamilyIn(Node& node, std::span<Node* const> members);
 
 // The counts kept, else probability x experience; zeros without experience.
-// @param is_exact  by row, whether it was kept; null if that does not matter
-Counts CountsOf(const Node& node, const LearnedFamily& family, std::vector<char>* is_exact = nullptr);
+Counts CountsOf(const Node& node, const LearnedFamily& family);
 
 // What a case may count, and the cases of a node together: squares and sums of such numbers stay numbers.
 constexpr double kMostCases = 1e100;

@@ -263,6 +263,12 @@ public:
             for (size_t word = 0; word < num_words_; ++word)
                 bits_[size_t(v) * num_words_ + word] |= family_[word];
     }
+    double NumJoined() const
+    {
+        double joined = 0;
+        for (const uint64_t word : bits_) joined += std::popcount(word);
+        return joined;
+    }
     std::vector<int> NeighboursOf(int v) const
     {
         std::vector<int> neighbours;
@@ -316,6 +322,7 @@ Adjacency MoralGraph(const ModelGraph& graph)
         JoinedPairs pairs(n);
         for (size_t v = 0; v < n; ++v) pairs.JoinAll(family_of(v));
         for (const std::vector<int>& parents : graph.utility_parents) pairs.JoinAll(parents);
+        CheckMemory(pairs.NumJoined() * sizeof(int), "to join the parents of each >-node");
         for (size_t v = 0; v < n; ++v) neighbours[v] = pairs.NeighboursOf(static_cast<int>(v));
         return neighbours;
     }

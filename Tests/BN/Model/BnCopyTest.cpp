@@ -54,6 +54,23 @@ TEST_F(BnCopyTest, NetIsTheSameText)
     EXPECT_EQ(FindNode(*untabled, "C")->tables, NodeTables());
 }
 
+// A call of the interface that fails, as the entry frame runs it: what it has changed is taken back.
+class FailingCall {
+public:
+    FailingCall() : mark_(CallMark()) { ++ThisThread().depth; }
+    ~FailingCall()
+    {
+        RollBackCall(mark_);
+        EndCalls();
+        --ThisThread().depth;
+    }
+    FailingCall(const FailingCall&) = delete;
+    FailingCall& operator=(const FailingCall&) = delete;
+
+private:
+    const uint64_t mark_;
+};
+
 TEST_F(BnCopyTest, NamesOfCopies)
 {
     Make("A B_1 A23456789012345678901234567890");
@@ -67,7 +84,10 @@ TEST_F(BnCopyTest, NamesOfCopies)
     EXPECT_EQ(copy("*"), "x");
     EXPECT_EQ(copy("*"), "x_1");
     ValidateNet(*net_);
-    EXPECT_EQ(ErrorOf([&] { CopyNodes({&(*this)["B_1"], &(*this)["B_1"]}, *net_, {}); }), 6180);
+    {
+        const FailingCall call;
+        EXPECT_EQ(ErrorOf([&] { CopyNodes({&(*this)["B_1"], &(*this)["B_1"]}, *net_, {}); }), 6180);
+    }
     EXPECT_EQ(net_->nodes.nodes.size(), 9u);
 }
 
@@ -102,7 +122,10 @@ TEST_F(BnCopyTest, FailsLate)
     const double limit = MemoryLimit();
     for (const auto& nodes : {std::vector<Node*>{&x, &y}, {&y, &x}}) {
         SetMemoryLimit(double(MemoryInUse()) + 100000);
-        EXPECT_EQ(ErrorOf([&] { CopyNodes(nodes, *net_, {}); }), -1);
+        {
+            const FailingCall call;
+            EXPECT_EQ(ErrorOf([&] { CopyNodes(nodes, *net_, {}); }), -1);
+        }
         SetMemoryLimit(limit);
         EXPECT_EQ(net_->nodes.nodes.size(), 2u);
         ValidateNet(*net_);
