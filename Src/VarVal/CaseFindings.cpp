@@ -313,7 +313,14 @@ FoundCase ReadFindings(Stream& file, Net& net, std::vector<Node*> nodes, int64_t
     // Of the case that follows the one read last the line is known, so that a message need not count.
     const int64_t line_number = position == std::abs(file.next_case) ? file.next_case_line : 0;
     CaseFileReader reader(file, net.env->case_delimiter, position == 0, kSmallCaseBlockBytes);
-    const std::vector<Node*> added = AddMissingNodes(file, net, reader.Header(), mode);
+    std::vector<Node*> added;
+    try {
+        added = AddMissingNodes(file, net, reader.Header(), mode);
+    } catch (const Unwind& failure) {
+        // The whole file was looked through; the next call reads without the nodes that it cannot give.
+        if (!HasCondition(*failure.record, ABORTED_CND)) file.next_case = reader.FirstCase();
+        throw;
+    }
     nodes.insert(nodes.end(), added.begin(), added.end());
     if (file.next_case == 0) WarnOfRepeatedColumns(file, net, reader.Header());
     const bool from_begin = position <= reader.FirstCase();
@@ -332,10 +339,9 @@ FoundCase ReadFindings(Stream& file, Net& net, std::vector<Node*> nodes, int64_t
         return found;
     } catch (const Unwind& failure) {
         // The net is as it was, but whoever goes on comes to the next case and not to this one for ever.  The
-        // place is negative while the nodes that the first case would have added are still to be dealt with.
+        // place is negative while nodes that went again with this case are still to be added.
         if (HasCondition(*failure.record, ABORTED_CND)) throw;
-        const bool is_first = from_begin || file.next_case < 0;
-        file.next_case = is_first ? -reader.BytesTaken() : reader.BytesTaken();
+        file.next_case = added.empty() ? reader.BytesTaken() : -reader.BytesTaken();
         file.next_case_line = reader.NextLineNumber();
         throw;
     }

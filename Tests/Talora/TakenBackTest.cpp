@@ -121,33 +121,49 @@ TEST(TakenBackTest, ABadCaseIsNotReadForEver)
 {
     struct {
         const char* label;
-        bool updates;
+        void (*prepare)(Pair& pair);
+        int add;
         std::vector<int> errors;
         const char* lines;
+        bool adds_node;
     } const files[] = {
-        {"impossible ones", true, {3305, 3305, 0}, "a b\nyes no\nyes no\nno no\n"},
-        {"torn ones; the nodes that the first would have added still come",
-         false,
-         {6524, 6524, 0},
-         "a b c\nyes no\nyes\nno no 1\n"},
+        {"impossible ones",
+         [](Pair& pair) {
+             CompileNet_bn(pair.net);
+             SetNetAutoUpdate_bn(pair.net, BELIEF_UPDATE);
+         },
+         DONT_ADD_NEW,
+         {3305, 3305, 0},
+         "a b\nyes no\nyes no\nno no\n",
+         false},
+        {"torn ones, which tell nothing of new nodes",
+         [](Pair&) {},
+         QUIETLY_ADD_NEW,
+         {6524, 6524, 6524, 0},
+         "a b c\nyes no\nyes\nno no 1\n",
+         false},
+        {"a finding that the node can't have; the new node still comes",
+         [](Pair& pair) { SetNodeKind_bn(pair.b, UTILITY_NODE); },
+         QUIETLY_ADD_NEW,
+         {6034, 0},
+         "a b c\nyes yes 1\nno * 1\n",
+         true},
     };
     for (const auto& given : files) {
         SCOPED_TRACE(given.label);
         TestEnviron env;
         Pair pair(env);
-        CompileNet_bn(pair.net);
-        if (given.updates) SetNetAutoUpdate_bn(pair.net, BELIEF_UPDATE);
+        given.prepare(pair);
         stream_vx* file = FileOf(env, "c.cas", std::string(kCaseHeader) + given.lines);
         double position = FIRST_CASE_POSN;
         for (const int expected : given.errors) {
-            ReadNetFindings2_bn(&position, file, DONT_ADD_NEW + 3 * !given.updates, pair.both, nullptr,
-                                nullptr);
+            ReadNetFindings2_bn(&position, file, given.add, pair.both, nullptr, nullptr);
             EXPECT_EQ(env.Taken(), expected);
             position = NEXT_CASE_POSN;
         }
         EXPECT_EQ(GetNodeFinding_bn(pair.a), 1);
-        EXPECT_EQ(GetNodeNamed_bn("c", pair.net) != nullptr, !given.updates);
-        ReadNetFindings2_bn(&position, file, QUIETLY_ADD_NEW, pair.both, nullptr, nullptr);
+        EXPECT_EQ(GetNodeNamed_bn("c", pair.net) != nullptr, given.adds_node);
+        ReadNetFindings2_bn(&position, file, given.add, pair.both, nullptr, nullptr);
         EXPECT_EQ(position, NO_CASE_POSN);
     }
 }
