@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "BN/Model/Bnet.h"
+#include "Support/Texts.h"
 #include "Talora.h"
 
 namespace {
@@ -39,22 +40,11 @@ protected:
         DeleteStream_vx(stream);
         return net;
     }
-    std::string Written(const net_bn* net)
-    {
-        stream_vx* stream = NewMemoryStream_vx("m.dne", env_, nullptr);
-        WriteNet_bn(net, stream);
-        int64_t length = 0;
-        const std::string text = GetStreamContents_vx(stream, &length);
-        DeleteStream_vx(stream);
-        return text;
-    }
     std::string Rewritten(const std::string& text)
     {
-        stream_vx* stream = NewMemoryStream_vx("m.dne", env_, nullptr);
-        SetStreamContents_vx(stream, text.data(), static_cast<int64_t>(text.size()));
-        net_bn* net = ReadNet_bn(stream, NO_WINDOW);
+        net_bn* net = ReadNet_bn(NewStreamOf(env_, "m.dne", text), NO_WINDOW);
         EXPECT_NE(net, nullptr) << ListErrors_vx(env_, 2, 5);
-        return net ? Written(net) : "";
+        return net ? TextOf(net) : "";
     }
     int NumWarnings()
     {
@@ -85,7 +75,7 @@ TEST_F(NetFilesTest, PublishedNetsComeOutAsTheyWentIn)
         SCOPED_TRACE(entry.path().filename());
         net_bn* net = Read(entry.path());
         ASSERT_NE(net, nullptr);
-        const std::string written = Written(net), original = Contents(entry.path());
+        const std::string written = TextOf(net), original = Contents(entry.path());
         EXPECT_EQ(Rewritten(written), written);
         ++files;
         identical += written == original;
@@ -131,7 +121,7 @@ TEST_F(NetFilesTest, UnusualFormsAreRead)
         net_bn* net = Read(folder_ / "nets" / "forms" / name);
         ASSERT_NE(net, nullptr);
         EXPECT_EQ(NumWarnings(), form["warnings"].get<int>());
-        const std::string written = Written(net);
+        const std::string written = TextOf(net);
         EXPECT_EQ(Rewritten(written), written);
         if (form.contains("same_as"))
             ExpectSameModel(*net, *Read(folder_ / "nets" / form["same_as"].get<std::string>()));
@@ -158,7 +148,7 @@ TEST_F(NetFilesTest, LevelsAreRead)
     const node_bn* volume = talora::FindNode(*net, "STROKEVOLUME");
     EXPECT_EQ(volume->states.type, talora::VarType::CONTINUOUS);
     EXPECT_EQ(volume->states.levels, (std::vector<double>{20, 60, 100.5, 140}));
-    EXPECT_EQ(Written(net), Contents(folder_ / "nets" / "forms" / "alarm_values.dne"));
+    EXPECT_EQ(TextOf(net), Contents(folder_ / "nets" / "forms" / "alarm_values.dne"));
 }
 
 }  // namespace

@@ -107,16 +107,6 @@ void PutFile(const std::filesystem::path& path, const std::string& text)
     std::ofstream(path, std::ios::binary) << text;
 }
 
-std::string TextOf(const net_bn* net)
-{
-    stream_vx* stream = NewMemoryStream_vx("text.dne", GetNetEnviron_bn(net), nullptr);
-    WriteNet_bn(net, stream);
-    const char* contents = GetStreamContents_vx(stream, nullptr);
-    std::string text = contents ? contents : "(could not be written)";
-    DeleteStream_vx(stream);
-    return text;
-}
-
 std::string LargeNetText(int num_nodes)
 {
     std::ostringstream text;
@@ -133,16 +123,9 @@ std::string LargeNetText(int num_nodes)
 
 namespace {
 
-stream_vx* MemoryOf(environ_vx* env, const std::string& text, const char* name)
-{
-    stream_vx* stream = NewMemoryStream_vx(name, env, nullptr);
-    SetStreamContents_vx(stream, text.data(), static_cast<int64_t>(text.size()));
-    return stream;
-}
-
 net_bn* ReadText(environ_vx* env, const char* text)
 {
-    stream_vx* stream = MemoryOf(env, text, "garden.dne");
+    stream_vx* stream = NewStreamOf(env, "garden.dne", text);
     net_bn* net = ReadNet_bn(stream, NO_WINDOW);
     DeleteStream_vx(stream);
     return net;
@@ -154,9 +137,7 @@ std::string PackedGarden(World& w, const char* password)
     stream_vx* stream = NewMemoryStream_vx("garden.tala", w.env, nullptr);
     if (password) SetStreamPassword_vx(stream, password);
     WriteNet_bn(w.net, stream);
-    int64_t length = 0;
-    const char* bytes = GetStreamContents_vx(stream, &length);
-    std::string packed(bytes ? bytes : "", static_cast<size_t>(length));
+    std::string packed = ContentsOf(stream);
     DeleteStream_vx(stream);
     return packed;
 }
@@ -173,7 +154,7 @@ void Updated(World& w)
 }
 void WithCases(World& w)
 {
-    w.stream = MemoryOf(w.env, kGardenCases, "garden.cas");
+    w.stream = NewStreamOf(w.env, "garden.cas", kGardenCases);
     w.cases = NewCaseset_cs("garden", w.env);
     AddFileToCaseset_cs(w.cases, w.stream, 1, nullptr);
 }
@@ -410,9 +391,10 @@ bool AppendCase(World& w)
 }
 const std::vector<Scenario> kScenarios = {
     {"environment", nullptr, OpenAndClose, nullptr, NO_WORLD},
-    {"read text", [](World& w) { w.stream = MemoryOf(w.env, kGardenText, "g.dne"); }, ReadStream, nullptr, 0},
+    {"read text", [](World& w) { w.stream = NewStreamOf(w.env, "g.dne", kGardenText); }, ReadStream, nullptr,
+     0},
     {"read text file", [](World& w) { WithTarget(w, kGardenText); }, ReadStream, nullptr, FILES},
-    {"read container", [](World& w) { w.stream = MemoryOf(w.env, PackedGarden(w, nullptr), "g.tala"); },
+    {"read container", [](World& w) { w.stream = NewStreamOf(w.env, "g.tala", PackedGarden(w, nullptr)); },
      ReadStream, nullptr, 0},
     {"read container file",
      [](World& w) {
@@ -422,7 +404,7 @@ const std::vector<Scenario> kScenarios = {
      ReadStream, nullptr, FILES},
     {"read sealed",
      [](World& w) {
-         w.stream = MemoryOf(w.env, PackedGarden(w, "simple"), "g.tala");
+         w.stream = NewStreamOf(w.env, "g.tala", PackedGarden(w, "simple"));
          SetStreamPassword_vx(w.stream, "simple");
      },
      ReadStream, nullptr, 0},

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "Support/Texts.h"
 #include "Talora.h"
 
 namespace faults {
@@ -53,7 +54,6 @@ void OpenWorld(World& world, const std::filesystem::path& folder);  // environme
 void CloseWorld(World& world);                                      // everything in it
 
 bool NoErrors(environ_vx* env);
-std::string TextOf(const net_bn* net);  // as the net file has it
 std::string FileText(const std::filesystem::path& path);
 void PutFile(const std::filesystem::path& path, const std::string& text);
 

@@ -41,16 +41,9 @@ protected:
     }
     net_bn* Read(const std::string& text)
     {
-        stream_vx* stream = NewMemoryStream_vx("test.dne", env_, nullptr);
-        SetStreamContents_vx(stream, text.data(), int64_t(text.size()));
-        return ReadNet_bn(stream, NO_WINDOW);
+        return ReadNet_bn(NewStreamOf(env_, "test.dne", text), NO_WINDOW);
     }
-    stream_vx* Cases(const std::string& text)
-    {
-        stream_vx* stream = NewMemoryStream_vx("test.cas", env_, nullptr);
-        SetStreamContents_vx(stream, text.data(), int64_t(text.size()));
-        return stream;
-    }
+    stream_vx* Cases(const std::string& text) { return NewStreamOf(env_, "test.cas", text); }
     caseset_cs* Caseset(const std::string& text, const char* options = nullptr)
     {
         caseset_cs* cases = NewCaseset_cs("cases", env_);

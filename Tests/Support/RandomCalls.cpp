@@ -22,6 +22,7 @@
 #include "Support/ApiCalls.h"
 #include "Support/Bytes.h"
 #include "Support/RandomModel.h"
+#include "Support/Texts.h"
 #include "Talora.h"
 
 namespace talora {
@@ -502,12 +503,7 @@ void* Session::Array(ArrayOf entries)
 Snapshot Session::Take(net_bn* net)
 {
     Snapshot snapshot;
-    stream_vx* const stream = NewMemoryStream_vx("x.dne", env_, nullptr);
-    WriteNet_bn(net, stream);
-    int64_t length = 0;
-    const char* const contents = GetStreamContents_vx(stream, &length);
-    snapshot.text.assign(contents ? contents : "", size_t(length));
-    DeleteStream_vx(stream);
+    snapshot.text = TextOf(net);
     if (net->has_elim_order && net->elim_order_found) {  // a result, which comes and goes
         const size_t order = snapshot.text.rfind("\tElimOrder = ");
         if (order != std::string::npos)
@@ -534,8 +530,7 @@ void Session::KeepHistory(net_bn* net)
 
 void Session::Start()
 {
-    stream_vx* const stream = NewMemoryStream_vx("start.dne", env_, nullptr);
-    SetStreamContents_vx(stream, kNetText, sizeof kNetText - 1);
+    stream_vx* const stream = NewStreamOf(env_, "start.dne", kNetText);
     net_bn* const net = ReadNet_bn(stream, NO_WINDOW);
     Check(net != nullptr, "the net to begin with can be read");
     node_bn* const c = NewNode_bn("c", 2, net);
@@ -547,8 +542,7 @@ void Session::Start()
     SetNodeProbs_bn(c, every, even);
     AddNodeToList_bn(c, NewNodeList2_bn(1, net), 0);
     DeleteStream_vx(stream);
-    stream_vx* const cases = NewMemoryStream_vx("m.cas", env_, nullptr);
-    SetStreamContents_vx(cases, kCaseText, sizeof kCaseText - 1);
+    NewStreamOf(env_, "m.cas", kCaseText);
     Check(GetError_vx(nullptr, ERROR_SEVERITY, 0, nullptr) == nullptr, "the start is in order");
     KeepHistory(net);
     state_ = TakeAll();

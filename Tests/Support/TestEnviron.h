@@ -6,6 +6,7 @@
 #include <string>
 
 #include "Basic/FloatMode.h"
+#include "Support/Texts.h"
 #include "Talora.h"
 
 class TestEnviron {

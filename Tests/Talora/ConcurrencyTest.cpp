@@ -708,8 +708,7 @@ TEST_F(ConcurrencyTest, LongChainsNeedLittleStack)
     constexpr int kLength = 100000;
     const std::string text = LongChain(kLength);
     WithLittleStack([&] {
-        stream_vx* stream = NewMemoryStream_vx("chain.dne", env_, nullptr);
-        SetStreamContents_vx(stream, text.data(), int64_t(text.size()));
+        stream_vx* stream = NewStreamOf(env_, "chain.dne", text);
         net_bn* net = ReadNet_bn(stream, NO_WINDOW);
         ASSERT_NE(net, nullptr);
         CompileNet_bn(net);

@@ -50,14 +50,12 @@ struct Work {
     }
     caseset_cs* Cases()
     {
-        stream_vx* file = NewMemoryStream_vx("in.cas", env, nullptr);
         std::string text = "N0\tN1\tN2\tN3\n";
         for (int k = 0; k < 40; ++k)
             text += "#" + std::to_string(k % 2) + "\t" + (k % 5 ? "#" + std::to_string(k % 3) : "*") + "\t#" +
                     std::to_string(k / 3 % 2) + "\t*\n";
-        SetStreamContents_vx(file, text.data(), int64_t(text.size()));
         caseset_cs* cases = NewCaseset_cs("c", env);
-        AddFileToCaseset_cs(cases, file, 1, nullptr);
+        AddFileToCaseset_cs(cases, NewStreamOf(env, "in.cas", text), 1, nullptr);
         return cases;
     }
     double Learn(int method)
@@ -152,11 +150,9 @@ const Job kJobs[] = {
     {"write the net", [](Work& w) { return WriteNet_bn(w.net, w.out), w.Length(); }},
     {"read a net",
      [](Work& w) {
-         stream_vx* file = NewMemoryStream_vx("in.dne", w.env, nullptr);
-         const std::string text =
+         const char* const text =
              "// ~->[DNET-1]->~\nbnet n {\nAutoCompile = TRUE;\nnode a {numstates = 2;};\n};\n";
-         SetStreamContents_vx(file, text.data(), int64_t(text.size()));
-         net_bn* net = ReadNet_bn(file, NO_WINDOW);
+         net_bn* net = ReadNet_bn(NewStreamOf(w.env, "in.dne", text), NO_WINDOW);
          const double compiled = net ? IsNetCompiled_bn(net) : -1;
          DeleteNet_bn(net);
          return compiled;

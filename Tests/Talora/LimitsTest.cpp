@@ -1,7 +1,6 @@
 // The limits of Docs/limits.md: each at n, where it holds, and at n + 1, where it is refused.
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <string>
 #include <vector>
 
@@ -29,8 +28,7 @@ std::string Repeated(std::string_view text, int64_t count)
 
 void ReadNetText(environ_vx* env, const std::string& text)
 {
-    stream_vx* const stream = NewMemoryStream_vx("limit.dne", env, nullptr);
-    SetStreamContents_vx(stream, text.data(), int64_t(text.size()));
+    stream_vx* const stream = NewStreamOf(env, "limit.dne", text);
     DeleteNet_bn(ReadNet_bn(stream, NO_WINDOW));
     DeleteStream_vx(stream);
 }
@@ -44,8 +42,7 @@ void ReadCases(environ_vx* env, const std::string& text)
 {
     net_bn* const net = NewNet_bn("n", env);
     NewNode_bn("a", 2, net);
-    stream_vx* const stream = NewMemoryStream_vx("limit.cas", env, nullptr);
-    SetStreamContents_vx(stream, text.data(), int64_t(text.size()));
+    stream_vx* const stream = NewStreamOf(env, "limit.cas", text);
     double position = FIRST_CASE_POSN;
     ReadNetFindings2_bn(&position, stream, DONT_ADD_NEW, GetNetNodes2_bn(net, nullptr), nullptr, nullptr);
     DeleteStream_vx(stream);
@@ -134,24 +131,6 @@ TEST(LimitsTest, HoldAtTheLimitAndRefuseBeyond)
         const int error = env.Taken();
         EXPECT_EQ(error, row.error) << env.Message();
     }
-}
-
-TEST(LimitsTest, RecordsOfAThread)
-{
-    TestEnviron env;
-    SetReportLimit_vx(env, 0);
-    for (const int extra : {0, 1}) {
-        ClearErrors_vx(env, INTERNAL_SEVERITY);
-        for (int k = 0; k < kMaxRecordsPerThread + extra; ++k)
-            NewError_vx(env, 10, NOTICE_SEVERITY, ("notice " + std::to_string(k)).c_str());
-        int count = 0;
-        for (const report_vx* r = GetError_vx(env, NULL_SEVERITY, 0, nullptr); r;
-             r = GetError_vx(env, NULL_SEVERITY, 0, r))
-            ++count;
-        EXPECT_EQ(count, kMaxRecordsPerThread);
-        EXPECT_EQ(GetError_vx(env, NULL_SEVERITY, -5623, nullptr) != nullptr, extra > 0);
-    }
-    ClearErrors_vx(env, INTERNAL_SEVERITY);
 }
 
 // Tables are refused before memory is taken for them.  Those at the limit would take gigabytes: that it is
@@ -267,19 +246,6 @@ TEST(LimitsTest, Environments)
     EXPECT_NE(again, nullptr);
     CloseTalora_bn(again, nullptr);
     ClearErrors_vx(nullptr, INTERNAL_SEVERITY);
-}
-
-TEST(LimitsTest, TextOfAMessage)
-{
-    TestEnviron env;
-    for (const int extra : {0, 1, 2}) {
-        // The last character has two bytes: it is there whole or not at all.
-        const std::string text = std::string(size_t(kMessageBytes - 3 + extra), 'm') + "\xC3\xA9";
-        NewError_vx(env, 10, NOTICE_SEVERITY, text.c_str());
-        const std::string kept = ErrorMessage_vx(GetError_vx(env, NOTICE_SEVERITY, 0, nullptr));
-        EXPECT_EQ(kept, extra == 0 ? text : text.substr(0, size_t(kMessageBytes - 3 + extra))) << extra;
-        ClearErrors_vx(env, INTERNAL_SEVERITY);
-    }
 }
 
 }  // namespace

@@ -84,15 +84,6 @@ TEST(SameBitsTest, InOtherProcesses)
     EXPECT_EQ(HashInAnotherProcess(), first) << "memory lies at other addresses";
 }
 
-std::string ContentsOf(stream_vx* stream)
-{
-    int64_t length = 0;
-    const char* const contents = GetStreamContents_vx(stream, &length);
-    const std::string bytes(contents ? contents : "", size_t(length));
-    DeleteStream_vx(stream);
-    return bytes;
-}
-
 // A net file, a case file, a report and a formula, with what reading them again gives.
 std::string FilesAndReports(environ_vx* env)
 {
@@ -104,19 +95,12 @@ std::string FilesAndReports(environ_vx* env)
     SetNodeLevels_bn(NewNode_bn("real", 0, net), 3, levels);
     SetNodeEquation_bn(GetNodeNamed_bn("real", net), "P (real | ) = NormalDist (real, 0.5, 1.25)");
     EquationToTable_bn(GetNodeNamed_bn("real", net), 100, 0, 0);
-    stream_vx* stream = NewMemoryStream_vx("net.dne", env, nullptr);
-    WriteNet_bn(net, stream);
-    std::string all = ContentsOf(stream);
-    stream = NewMemoryStream_vx("net.dne", env, nullptr);
-    SetStreamContents_vx(stream, all.data(), int64_t(all.size()));
-    net_bn* const again = ReadNet_bn(stream, NO_WINDOW);
-    DeleteStream_vx(stream);
-    stream = NewMemoryStream_vx("again.dne", env, nullptr);
-    WriteNet_bn(again, stream);
-    all += ContentsOf(stream);
+    std::string all = TextOf(net);
+    net_bn* const again = ReadNet_bn(NewStreamOf(env, "net.dne", all), NO_WINDOW);
+    all += TextOf(again);
     DeleteNet_bn(again);
     CompileNet_bn(net);
-    stream = NewMemoryStream_vx("cases.cas", env, nullptr);
+    stream_vx* const stream = NewMemoryStream_vx("cases.cas", env, nullptr);
     EnterNodeValue_bn(GetNodeNamed_bn("real", net), 0.75);
     WriteNetFindings_bn(GetNetNodes2_bn(net, nullptr), stream, 3, 1.5);
     all += ContentsOf(stream);

@@ -51,9 +51,7 @@ protected:
 
     caseset_cs* Cases(const std::string& lines, double degree = 1)
     {
-        const std::string text = "// ~->[CASE-1]->~\n\n" + lines;
-        stream_vx* stream = NewMemoryStream_vx("cases", env_, nullptr);
-        SetStreamContents_vx(stream, text.data(), int64_t(text.size()));
+        stream_vx* stream = NewStreamOf(env_, "cases", "// ~->[CASE-1]->~\n\n" + lines);
         caseset_cs* cases = NewCaseset_cs("", env_);
         AddFileToCaseset_cs(cases, stream, degree, nullptr);
         return cases;

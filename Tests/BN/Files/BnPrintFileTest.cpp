@@ -4,6 +4,7 @@
 
 #include <filesystem>
 
+#include "Support/Texts.h"
 #include "Talora.h"
 
 namespace {
@@ -23,10 +24,8 @@ protected:
     std::string Written(const net_bn* net)
     {
         WriteNet_bn(net, stream_);
-        int64_t length = 0;
-        const char* text = GetStreamContents_vx(stream_, &length);
         EXPECT_EQ(GetError_vx(env_, WARNING_SEVERITY, 0, nullptr), nullptr) << ListErrors_vx(env_, 2, 5);
-        return std::string(text, static_cast<size_t>(length));
+        return ContentsOf(stream_);
     }
     // What is written is read and written again.
     std::string Rewritten()

@@ -43,8 +43,7 @@ protected:
     // Reads a net from bytes; what came of it is in number_ and message_ (0 and "" without a record).
     net_bn* Read(const std::string& bytes, const char* password = nullptr, const char* name = "x.tala")
     {
-        stream_vx* stream = NewMemoryStream_vx(name, env_, nullptr);
-        SetStreamContents_vx(stream, bytes.data(), static_cast<int64_t>(bytes.size()));
+        stream_vx* stream = NewStreamOf(env_, name, bytes);
         if (password) SetStreamPassword_vx(stream, password);
         net_bn* net = ReadNet_bn(stream, NO_WINDOW);
         number_ = env_.Taken(WARNING_SEVERITY);
@@ -57,9 +56,7 @@ protected:
         stream_vx* stream = NewMemoryStream_vx(name, env_, nullptr);
         if (password) SetStreamPassword_vx(stream, password);
         WriteNet_bn(net, stream);
-        int64_t length = 0;
-        const char* contents = GetStreamContents_vx(stream, &length);
-        const std::string bytes(contents ? contents : "", static_cast<size_t>(length));
+        const std::string bytes = ContentsOf(stream);
         DeleteStream_vx(stream);
         return bytes;
     }

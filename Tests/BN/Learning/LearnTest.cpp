@@ -38,12 +38,7 @@ protected:
         DeleteStream_vx(stream);
         return cases;
     }
-    stream_vx* File(const std::string& text)
-    {
-        stream_vx* stream = NewMemoryStream_vx("t.cas", env, nullptr);
-        SetStreamContents_vx(stream, text.data(), int64_t(text.size()));
-        return stream;
-    }
+    stream_vx* File(const std::string& text) { return NewStreamOf(env, "t.cas", text); }
     static std::vector<float> Table(const node_bn* node)
     {
         int64_t n = 0;

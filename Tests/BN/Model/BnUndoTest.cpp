@@ -73,14 +73,7 @@ protected:
         env_.Taken();
     }
     int LastError() { return env_.Taken(); }
-    std::string Text() const
-    {
-        stream_vx* stream = NewMemoryStream_vx("net.dne", env_, nullptr);
-        WriteNet_bn(net_, stream);
-        std::string text = GetStreamContents_vx(stream, nullptr);
-        DeleteStream_vx(stream);
-        return text;
-    }
+    std::string Text() const { return TextOf(net_); }
     static int Count(const net_bn* net, const char* (*nth)(const net_bn*, int))
     {
         int count = 0;
