@@ -265,10 +265,11 @@ TEST_F(ForeignCorpusTest, RefusesWhatIsDamagedAtItsPlace)
         if (entry.contains("also_right") && entry["also_right"].is_array())
             for (const json& other : entry["also_right"]) is_right = is_right || line == other.get<int64_t>();
         EXPECT_TRUE(is_right) << "line " << line << " for " << entry.dump() << ": " << ErrorMessage_vx(error);
-        if (entry.contains("node"))
+        if (entry.contains("node")) {
             EXPECT_NE(std::string(ErrorMessage_vx(error)).find(entry["node"].get<std::string>()),
                       std::string::npos)
                 << ErrorMessage_vx(error);
+        }
     }
 }
 
@@ -304,10 +305,11 @@ TEST_F(ForeignCorpusTest, NamesWhatIsLost)
                           std::string::npos)
                     << found->nodes;
         }
-        if (entry["must_name"].empty())
+        if (entry["must_name"].empty()) {
             EXPECT_TRUE(std::none_of(losses.begin(), losses.end(), [](const Loss& l) {
                 return l.severity > LOOKS_LOSS;
             })) << (losses.empty() ? "" : losses[0].what);
+        }
         if (!entry["strict_fails"].is_boolean()) continue;
         stream_vx* stream = NewMemoryStream_vx("net", env_, nullptr);
         WriteNetAs_bn(read.net, stream, to.c_str(), "strict");
@@ -412,9 +414,10 @@ TEST_F(ForeignCorpusTest, EveryPairOfFormatsGivesBackWhatItWasGiven)
             }
             std::set<std::string> lost;
             for (const Loss& loss : losses) lost.insert(loss.what);
-            if (!lost.count("decision and utility nodes") && !lost.count("delay"))
+            if (!lost.count("decision and utility nodes") && !lost.count("delay")) {
                 EXPECT_EQ(Portrait(again, lost, read.net, format),
                           Portrait(read.net, lost, read.net, format));
+            }
             // From here on nothing changes any more.
             std::vector<Loss> more;
             const std::string second = Write(again, format, more);

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "Support/TestEnviron.h"
+#include "Support/Texts.h"
 
 namespace {
 
@@ -20,15 +21,6 @@ stream_vx* FileOf(environ_vx* env, const char* name, const std::string& text)
     stream_vx* stream = NewMemoryStream_vx(name, env, nullptr);
     SetStreamContents_vx(stream, text.data(), int64_t(text.size()));
     return stream;
-}
-
-std::string TextOf(const net_bn* net)
-{
-    stream_vx* stream = NewMemoryStream_vx("text.dne", GetNetEnviron_bn(net), nullptr);
-    WriteNet_bn(net, stream);
-    const std::string text = GetStreamContents_vx(stream, nullptr);
-    DeleteStream_vx(stream);
-    return text;
 }
 
 nodelist_bn* ListOf(const net_bn* net, const std::vector<node_bn*>& nodes)

@@ -50,7 +50,7 @@ std::vector<Slice> HeadNames(const std::string& text)
 }
 
 // What stands for a state: its name, else its number.
-std::string StateText(const EqnVariable& variable, const Expr& expr)
+std::string StateAsWritten(const EqnVariable& variable, const Expr& expr)
 {
     const auto state = static_cast<size_t>(expr.state);
     if (state < variable.state_names.size() && !variable.state_names[state].empty())
@@ -77,7 +77,7 @@ std::vector<Replacement> FindReplacements(const Equation& eqn, const std::vector
         const EqnVariable& before = eqn.variables[expr.variable];
         const auto state = static_cast<size_t>(expr.state);
         if (state < before.state_names.size() && eqn.Text(expr.name) == before.state_names[state])
-            found.push_back({expr.name, StateText(now[eqn.sources[expr.variable]], expr)});
+            found.push_back({expr.name, StateAsWritten(now[eqn.sources[expr.variable]], expr)});
         if (expr.owner.length > 0) add_variable(expr.owner, expr.variable);
     }
     std::sort(found.begin(), found.end(),
