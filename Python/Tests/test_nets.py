@@ -24,6 +24,22 @@ class Reading(NetCase):
                 self.app.ReadBNet(path)
             self.assertLess(caught.exception.number, 0)
 
+    def test_nets_of_other_programs(self):
+        net = two_nodes(self.app)
+        net["A"].Title = "The first"
+        with tempfile.TemporaryDirectory() as folder:
+            for row in talora.formats():
+                path = pathlib.Path(folder) / f"net.{row['extensions'][0]}"
+                losses = net.write(path, format=None if row["name"] in ("DNE", "TALA") else row["name"])
+                told = "names of nodes and states" in [loss["what"] for loss in losses]
+                self.assertEqual(told, row["name"] == "UAI", losses)
+                if row["read"]:
+                    np.testing.assert_allclose([n.Table for n in talora.read(path)][1], net["B"].Table, atol=1e-7)
+        stream = self.app.NewMemoryStream("x")
+        stream.Contents = "BAYES 1 2 1 1 0 2 0.25 0.75"
+        self.app.ReadBNet(stream)
+        self.assertEqual((stream.Format, stream.Losses), ("UAI", []))
+
     def test_sources(self):
         text = CLINIC.read_bytes()
         stream = self.app.NewMemoryStream("x.dne")

@@ -290,6 +290,40 @@ class ConvertTest(unittest.TestCase):
             self.assertEqual(os.listdir(folder), [])
 
 
+class ForeignFormatsTest(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = pathlib.Path(folder.name)
+
+    def test_every_command_reads_every_format(self):
+        before = answer("beliefs", CLINIC)["beliefs"]
+        for row in answer("formats")["formats"]:
+            if not row["written"] or row["name"] in ("TALA", "UAI"):
+                continue
+            path = self.folder / f"net.{row['name'].lower()}"
+            self.assertTrue(answer("convert", CLINIC, path, "--to", row["name"])["ok"] or row["name"] == "DNE")
+            if not row["read"]:
+                continue
+            self.assertTrue(answer("info", path)["format"].startswith(row["name"]), row["name"])
+            for node, states in answer("beliefs", path)["beliefs"].items():
+                for mine, theirs in zip(states.values(), before[node].values()):
+                    self.assertAlmostEqual(mine, theirs, delta=1e-6)
+
+    def test_losses_are_told_and_refused_when_strict(self):
+        net = net_text("node A {kind = DECISION; discrete = TRUE; states = (x, y);};\n"
+                       "node B {kind = NATURE; discrete = TRUE; states = (x, y); parents = (A);\n"
+                       "probs = ((0.5, 0.5), (1, 0)); numcases = (3, 4);};\n")
+        path = self.folder / "net.bif"
+        losses = {row["what"]: row for row in answer("convert", "-", path, stdin=net)["losses"]}
+        self.assertEqual(losses["decision and utility nodes"]["severity"], "changes answers")
+        self.assertEqual(losses["experience"], {"severity": "loses information", "what": "experience",
+                                                "nodes": ["B"], "instead": "left out"})
+        path.unlink()
+        self.assertEqual(talora("convert", "-", path, "--strict", stdin=net).returncode, 1)
+        self.assertFalse(path.exists())
+
+
 class BinaryFilesTest(unittest.TestCase):
     def setUp(self):
         folder = tempfile.TemporaryDirectory()

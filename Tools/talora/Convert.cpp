@@ -1,5 +1,6 @@
 // talora convert: a net from one file to another, with an account of what was lost; talora formats: the list.
 #include <algorithm>
+#include <cstdio>
 #include <nlohmann/json.hpp>
 
 #include "talora/Command.h"
@@ -12,7 +13,8 @@ namespace command {
 namespace {
 
 // What was lost, gravest first, as a field of the document and in words.
-void ReportLosses(Session& session, std::vector<Loss> losses)
+// With the net on standard output they go to standard error.
+void ReportLosses(Session& session, std::vector<Loss> losses, bool to_error)
 {
     std::stable_sort(losses.begin(), losses.end(),
                      [](const Loss& a, const Loss& b) { return a.severity > b.severity; });
@@ -28,7 +30,11 @@ void ReportLosses(Session& session, std::vector<Loss> losses)
         for (size_t i = 0; i < loss.nodes.size(); ++i) text += (i ? ", " : " (") + loss.nodes[i];
         text += loss.nodes.empty() ? "\n" : ")\n";
     }
-    if (!session.options.quiet) session.Print(text);
+    if (session.options.quiet) return;
+    if (to_error)
+        fputs(text.c_str(), stderr);
+    else
+        session.Print(text);
 }
 
 class Convert : public Command {
@@ -59,7 +65,7 @@ public:
                     throw CommandFailed("the net was not written, because answers would change: " +
                                         loss.what + " of '" + in_ + "' cannot be read");
         WriteNet(session, net, out_, format_, strict_, &losses);
-        if (out_ != "-") ReportLosses(session, std::move(losses));
+        ReportLosses(session, std::move(losses), out_ == "-");
     }
 
 private:
