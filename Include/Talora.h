@@ -316,7 +316,7 @@ TALORA_API int GetRepeatMode_vx(environ_vx* env);
 
 /** A new net without nodes. Net names need not be unique. */
 TALORA_API net_bn* NewNet_bn(const char* name, environ_vx* env);
-/** Frees a net with its nodes, tables and findings. NULL does nothing. */
+/** Frees a net with its nodes, tables and findings.  Error 5104: NULL. */
 TALORA_API void DeleteNet_bn(net_bn* net);
 /** A copy of a net.
  *  @param env      the environment for the copy, NULL for the original's

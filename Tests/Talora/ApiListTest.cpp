@@ -124,9 +124,8 @@ struct Handles : talora::ArgumentMaker {
 int ExpectedError(const std::string& function, char letter, Wrong wrong)
 {
     static const std::set<std::string> accept_null = {
-        "DeleteNet_bn",           "DeleteNodeList_bn", "DeleteStream_vx",          "DeleteRandomGen_vx",
-        "DeleteCaseset_cs",       "DeleteLearner_bn",  "DeleteDatabaseManager_cs", "DeleteNetTester_bn",
-        "DeleteSensvToFinding_bn"};
+        "DeleteNodeList_bn", "DeleteStream_vx",          "DeleteRandomGen_vx", "DeleteCaseset_cs",
+        "DeleteLearner_bn",  "DeleteDatabaseManager_cs", "DeleteNetTester_bn", "DeleteSensvToFinding_bn"};
     if (wrong == Wrong::kNull && accept_null.count(function)) return 0;
     if (wrong == Wrong::kNull && letter == 'e') return 0;
 #define TALORA_HANDLE(type, kind, kind_letter, of_a_net, alive, null, deleted, damaged, ...) \

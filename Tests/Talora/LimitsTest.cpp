@@ -29,7 +29,7 @@ std::string Repeated(std::string_view text, int64_t count)
 void ReadNetText(environ_vx* env, const std::string& text)
 {
     stream_vx* const stream = NewStreamOf(env, "limit.dne", text);
-    DeleteNet_bn(ReadNet_bn(stream, NO_WINDOW));
+    if (net_bn* net = ReadNet_bn(stream, NO_WINDOW)) DeleteNet_bn(net);
     DeleteStream_vx(stream);
 }
 
@@ -56,7 +56,7 @@ void Calculate(environ_vx* env, const std::string& formula)
 
 void NameNet(environ_vx* env, int64_t n)
 {
-    DeleteNet_bn(NewNet_bn(Repeated("n", n).c_str(), env));
+    if (net_bn* net = NewNet_bn(Repeated("n", n).c_str(), env)) DeleteNet_bn(net);
 }
 void Word(environ_vx* env, int64_t n)
 {

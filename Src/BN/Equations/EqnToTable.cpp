@@ -221,9 +221,8 @@ int StateOfResult(const Builder& b, double value)
     // 1. Into intervals.
     if (!output.discrete) {
         const int interval = FindInterval(output.levels, value);
-        if (interval < 0)
-            Fail<6413>(name, value, *std::min_element(output.levels.begin(), output.levels.end()),
-                       *std::max_element(output.levels.begin(), output.levels.end()), InputText(b).c_str());
+        const auto [lowest, highest] = std::minmax_element(output.levels.begin(), output.levels.end());
+        if (interval < 0) Fail<6413>(name, value, *lowest, *highest, InputText(b).c_str());
         return interval;
     }
     // 2. Into states that the equation names, true or false, or stands for by their levels.
@@ -300,7 +299,9 @@ double ProbOfState(Builder& b, int state)
     if (!b.Output().discrete) {
         const IntervalDraw& draw = b.draws[0][state];
         b.values[0] = Draw(draw, *b.random);
-        width = draw.width;
+        // A table gives probabilities of intervals, anything else a density.
+        const Expr& root = b.eqn.Root();
+        if (root.kind != ExprKind::CALL || root.function->form != NOISY_TABLE_FORM) width = draw.width;
     }
     return CheckProb(b, CheckValue(b, RunEquation(b), state) * width, state);
 }
@@ -356,7 +357,11 @@ double MeanOfSamples(Builder& b)
         sum += CheckValue(b, RunEquation(b), -1);
     }
     const double mean = CheckValue(b, sum / sample, -1);
-    if (HasStates(b.node)) StateOfResult(b, mean);  // there must be one
+    const std::vector<double>& levels = b.Output().levels;
+    if (HasStates(b.node) && FindInterval(levels, mean) < 0) {
+        const auto [lowest, highest] = std::minmax_element(levels.begin(), levels.end());
+        Warn<6413, 1>(b.node.name.c_str(), mean, *lowest, *highest, InputText(b).c_str());
+    }
     return FromIeee(mean);
 }
 

@@ -58,16 +58,22 @@ bool IsReached(const Node& a, const Node& b)
     return false;
 }
 
-// Says why a net with delayed links, the first at this node, can't be compiled: a cycle through one of them,
-// else the delay.
+// A net with delayed links, the first of them at this node, can't be compiled; names a cycle through one, if
+// there is one.
 [[noreturn]] void FailDelayed(const Net& net, const Node& first)
 {
-    constexpr int kMostSearches = 64;  // the message is no worse without the cycle
+    constexpr int kMostSearches = 64;  // of links, each through the net
+    const Node* child = nullptr;
+    const Link* in_cycle = nullptr;
     int num_searches = 0;
     for (const Node* node : net.nodes.nodes)
-        for (const Link& link : node->links)
-            if (IsDelayed(link) && num_searches++ < kMostSearches && IsReached(*node, *link.parent))
-                Fail<7200>(net.name.c_str(), link.parent->name.c_str(), node->name.c_str());
+        for (const Link& link : node->links) {
+            if (in_cycle != nullptr || !IsDelayed(link) || num_searches++ >= kMostSearches) continue;
+            if (!IsReached(*node, *link.parent)) continue;
+            in_cycle = &link;
+            child = node;
+        }
+    if (in_cycle != nullptr) Warn<7200>(in_cycle->parent->name.c_str(), child->name.c_str());
     Fail<6001>(net.name.c_str(), first.name.c_str());
 }
 
