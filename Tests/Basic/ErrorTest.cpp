@@ -40,6 +40,9 @@ TEST_F(ErrorTest, MarkupInTheTermsOfEachFlavor)
         {">-nosuchword x", {"nosuchword x", "nosuchword x", "nosuchword x", "nosuchword x"}},
         {"1>-2, 3 >-", {"12, 3 ", "12, 3 ", "12, 3 ", "12, 3 "}},
         {">-NewNet_bn", {"NewNet_bn", "NewNet_bn", "Application.NewBNet", "NewNet_bn"}},
+        {">-SetCaseFileDelimChar_vx",
+         {"SetCaseFileDelimChar_vx", "SetCaseFileDelimChar_vx", "Application.CaseFileDelimiter",
+          "SetCaseFileDelimChar_vx"}},
         {">-GetError_vx", {"GetError_vx", "GetError_vx", "[that retrieves error report]", "GetError_vx"}},
     };
     for (const Row& row : rows)

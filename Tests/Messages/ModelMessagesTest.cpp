@@ -82,6 +82,25 @@ TEST_F(ModelMessages, OfNodesAndFields)
     const char* name = nullptr;
     ExpectRaised({
         {6111, [&] { NewNode_bn("X", -1, net_); }},
+        {5114, [&] { SetNodeStateName_bn(a_, 0, nullptr); }},
+        {5142, [&] { SetNodeStateNames_bn(a_, ""); }},
+        {5118,
+         [&] {
+             SetNodeStateName_bn(a_, 0,
+                                 "\xFF\xFE"
+                                 "a\0 \0b\0\0");
+             EXPECT_NE(strstr(ErrorMessage_vx(GetError_vx(env_, ERROR_SEVERITY, 0, nullptr)),
+                              "in argument 'state_name', "),
+                       nullptr);
+         }},
+        {2930,
+         [&] {
+             SetInheritInFirstPass_vx(env_, 1);
+             Read(
+                 "// ~->[DNET-1]->~\nbnet N {define node D {title = \"d\";}; node A (D) {title = \"a\";};};");
+             EXPECT_EQ(GetInheritInFirstPass_vx(env_), 1);
+             SetInheritInFirstPass_vx(env_, 0);
+         }},
         {6190, [&] { GetNetNthUserField_bn(net_, -1, &name, &name, nullptr, 0); }},
         {6192, [&] { SetNodeUserField_bn(a_, "f", "v", 1, 3); }},
         {6193, [&] { SetNodeUserField_bn(a_, "f", "v", -2, 0); }},

@@ -177,6 +177,23 @@ TEST_F(FindingRangeTest, ConstantsNeedAValueInEveryOrder)
         }
 }
 
+TEST_F(FindingRangeTest, ValuesAgreeWithTheFunctionOfKnownParents)
+{
+    node_bn *a = Add("a", 2, {}, {0.5f, 0.5f}), *r = NewNode_bn("r", 0, net_);
+    AddLink_bn(a, r);
+    for (const state_bn state : {0, 1}) SetNodeFuncReal_bn(r, &state, 2.5 * state);
+    SetFindingChecking_vx(env_, 1);
+    EnterNodeValue_bn(r, 2.5);
+    EXPECT_EQ(env_.Taken(), 0) << "the parent is not known";
+    RetractNodeFindings_bn(r);
+    EnterFinding_bn(a, 0);
+    EnterNodeValue_bn(r, 2.5);
+    EXPECT_EQ(env_.Taken(), 3307);
+    EnterNodeValue_bn(r, 0);
+    EXPECT_EQ(env_.Taken(), 0) << env_.Message();
+    SetFindingChecking_vx(env_, 0);
+}
+
 TEST_F(FindingRangeTest, CyclesThroughDelaysEnd)
 {
     SetNetNumDimensions_bn(net_, 1);

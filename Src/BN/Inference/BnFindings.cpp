@@ -226,15 +226,32 @@ TableVector<float> ScaledLikelihood(const Node& node, const std::vector<double>&
     return likelihood;
 }
 
-// A new value against the value that stands, for nodes whose value is not one of intervals.
+// The value that a function gives for the parents' states as they are known; undefined if one is not.
+double ValueFromParents(const Node& node)
+{
+    if (node.tables.func_reals.empty()) return UndefDbl();
+    std::vector<int> states;
+    for (const Link& link : node.links) {
+        const Node& parent = *link.parent;
+        const int state = parent.kind == CONSTANT_NODE ? ConstantState(parent)
+                          : parent.finding.state >= 0  ? parent.finding.state
+                                                       : StateFromParents(parent);
+        if (state < 0 || IsDelayed(link)) return UndefDbl();
+        states.push_back(state);
+    }
+    return node.tables.func_reals[size_t(RowOf(node, states.data()))];
+}
+
+// A new value against the value that stands, and against that of a function.
 void CheckValueAgainstOwn(const Node& node, double value)
 {
     const NodeFinding& old = node.finding;
     if (!IsUndef(old.value) && old.value != value)
         FailWith<3306>(INCONSISTENT_FINDING_CND, value, node.name.c_str(), old.value);
-    if (node.links.empty() && node.tables.func_reals.size() == 1 && !IsUndef(node.tables.func_reals[0]) &&
-        node.tables.func_reals[0] != value)
-        FailWith<3307>(INCONSISTENT_FINDING_CND, value, node.name.c_str(), node.tables.func_reals[0]);
+    if (!node.links.empty() && !ChecksModel(*node.net)) return;
+    const double calculated = ValueFromParents(node);
+    if (!IsUndef(calculated) && calculated != value)
+        FailWith<3307>(INCONSISTENT_FINDING_CND, value, node.name.c_str(), calculated);
 }
 
 void CheckValueState(Node& node, double value, int state)
