@@ -299,6 +299,12 @@ TEST(TakenBackTest, DegreesAndWeightsAreBounded)
             SCOPED_TRACE(std::to_string(method) + " " + std::to_string(degree));
             TestEnviron env;
             Pair pair(env);
+            learner_bn* learner = NewLearner_bn(method, env);
+            caseset_cs* plain = NewCaseset_cs("plain", env);
+            AddFileToCaseset_cs(plain, FileOf(env, "plain.cas", std::string(kCaseHeader) + "a b\nyes yes\n"),
+                                1, nullptr);
+            LearnCPTs_bn(learner, pair.both, plain, 0);
+            const int num_iterations = GetLearnerNumIterations_bn(learner);
             CompileNet_bn(pair.net);  // the order that it finds is a result
             const std::string before = TextOf(pair.net);
             EnterFinding_bn(pair.a, 0);
@@ -309,9 +315,10 @@ TEST(TakenBackTest, DegreesAndWeightsAreBounded)
                 FileOf(env, "heavy.cas", std::string(kCaseHeader) + "NumCases a b\n1e200 yes yes\n");
             caseset_cs* cases = NewCaseset_cs("heavy", env);
             AddFileToCaseset_cs(cases, file, 1, nullptr);
-            learner_bn* learner = NewLearner_bn(method, env);
             LearnCPTs_bn(learner, pair.both, cases, 1);
             EXPECT_EQ(env.Taken(), 7302);
+            EXPECT_EQ(GetLearnerNumCases_bn(learner), 1) << "what it learned before";
+            EXPECT_EQ(GetLearnerNumIterations_bn(learner), num_iterations);
             RetractNetFindings_bn(pair.net);
             EXPECT_EQ(TextOf(pair.net), before);
         }

@@ -746,10 +746,10 @@ void ReviseByFindings(std::span<Node* const> nodes, double degree)
     for (auto& [node, rows] : some_rows) StoreRows(*node, rows, kWhat);
 }
 
-void LearnTables(Learner& learner, std::span<Node* const> nodes, const Caseset& cases, double degree)
+namespace {
+
+void LearnByMethod(Learner& learner, std::span<Node* const> nodes, const Caseset& cases, double degree)
 {
-    learner.history.clear();
-    learner.num_cases = 0;
     switch (learner.method) {
         case COUNTING_METHOD:
         case MINDEP_METHOD:
@@ -759,6 +759,22 @@ void LearnTables(Learner& learner, std::span<Node* const> nodes, const Caseset& 
             return LearnByExpectation(learner, nodes, cases, degree);
         default:
             return LearnByGradient(learner, nodes, cases, degree);
+    }
+}
+
+}  // namespace
+
+// A learner that fails tells of what it learned before.
+void LearnTables(Learner& learner, std::span<Node* const> nodes, const Caseset& cases, double degree)
+{
+    std::vector<LearnIteration> history = std::exchange(learner.history, {});
+    const int64_t num_cases = std::exchange(learner.num_cases, 0);
+    try {
+        LearnByMethod(learner, nodes, cases, degree);
+    } catch (...) {
+        learner.history = std::move(history);
+        learner.num_cases = num_cases;
+        throw;
     }
 }
 

@@ -254,6 +254,48 @@ TEST(FindGreedyOrderTest, HaltedSearchesEndInNetOrder)
     ThisThread().env = outer;
 }
 
+// Large families are joined by bits, small ones by lists.
+TEST(FindGreedyOrderTest, MoralGraphsOfAllDensities)
+{
+    for (const int num_parents : {0, 1, 3, 20, 129}) {
+        ModelGraph graph;
+        for (int v = 0; v < 130; ++v) {
+            std::vector<int> parents;
+            for (int p = std::max(0, v - num_parents); p < v; ++p) parents.push_back((p * 7) % v);
+            std::sort(parents.begin(), parents.end());
+            parents.erase(std::unique(parents.begin(), parents.end()), parents.end());
+            graph.variables.push_back({2, false, parents, v});
+        }
+        const SetGraph expected = PlainMoralGraph(graph);
+        const Adjacency found = MoralGraph(graph);
+        for (size_t v = 0; v < found.size(); ++v)
+            EXPECT_TRUE(std::equal(found[v].begin(), found[v].end(), expected[v].begin(), expected[v].end()))
+                << num_parents << " parents, variable " << v;
+    }
+}
+
+// The search of a graph whose cliques are far too large ends long before it is through.
+TEST(FindGreedyOrderTest, EndsAtAGreatestCost)
+{
+    std::mt19937 random(1);
+    ModelGraph graph;
+    for (int v = 0; v < 400; ++v) {
+        std::vector<int> parents;
+        for (int i = 0; i < std::min(v, 4); ++i) parents.push_back(int(random() % unsigned(v)));
+        std::sort(parents.begin(), parents.end());
+        parents.erase(std::unique(parents.begin(), parents.end()), parents.end());
+        graph.variables.push_back({2, false, parents, v});
+    }
+    const GreedySearchResult whole = FindGreedyOrder(graph, NetOrder(graph), nullptr);
+    ASSERT_GT(whole.cost, 1e9);
+    const GreedySearchResult cut = FindGreedyOrder(graph, NetOrder(graph), nullptr, 1e9);
+    EXPECT_TRUE(cut.is_too_costly);
+    EXPECT_TRUE(cut.order.empty());
+    EXPECT_GT(cut.cost, 1e9);
+    EXPECT_LT(cut.cost, whole.cost);
+    EXPECT_FALSE(FindGreedyOrder(graph, NetOrder(graph), nullptr, whole.cost).is_too_costly);
+}
+
 TEST(FindGreedyOrderTest, RefusesFamiliesTooLargeToJoin)
 {
     ModelGraph graph;
