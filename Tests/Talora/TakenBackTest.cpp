@@ -241,6 +241,58 @@ TEST(TakenBackTest, QueriesOfAnUncompiledNetInMostProbableMode)
     for (int i = 0; i < 4; ++i) EXPECT_EQ(beliefs[i], expected[i]) << i;
 }
 
+// A net whose junction tree would take far too much: every job that needs its tables is refused before it
+// takes them.
+TEST(TakenBackTest, TablesFarTooLargeAreRefusedByEveryJob)
+{
+    TestEnviron env;
+    net_bn* const net = NewNet_bn("grid", env);
+    constexpr int kSide = 36;
+    const prob_bn rows[] = {0.6f, 0.4f, 0.3f, 0.7f, 0.2f, 0.8f, 0.55f, 0.45f};
+    std::vector<node_bn*> nodes;
+    for (int i = 0; i < kSide * kSide; ++i) {
+        node_bn* const node = NewNode_bn(("g" + std::to_string(i)).c_str(), 2, net);
+        if (i % kSide > 0) AddLink_bn(nodes.back(), node);
+        if (i >= kSide) AddLink_bn(nodes[size_t(i - kSide)], node);
+        const int num_rows = 1 << LengthNodeList_bn(GetNodeParents_bn(node));
+        for (int row = 0; row < num_rows; ++row) {
+            const state_bn states[] = {num_rows == 4 ? row / 2 : row, row % 2};
+            SetNodeProbs_bn(node, states, rows + 2 * row);
+        }
+        nodes.push_back(node);
+    }
+    CompileNet_bn(net);
+    env.Taken(WARNING_SEVERITY);
+    std::string lines = std::string(kCaseHeader) + "g0 g1\n";
+    for (const char* line : {"#0 #1\n", "#1 *\n"}) lines += line;
+    caseset_cs* const cases = NewCaseset_cs("few", env);
+    AddFileToCaseset_cs(cases, FileOf(env, "few.cas", lines), 1, nullptr);
+    nodelist_bn* const last = ListOf(net, {nodes.back()});
+    std::vector<state_bn> setting(nodes.size());
+    const struct {
+        const char* label;
+        std::function<void()> run;
+    } jobs[] = {
+        {"beliefs", [&] { GetNodeBeliefs_bn(nodes.back()); }},
+        {"query", [&] { QueryBeliefs_bn(last, nullptr); }},
+        {"most probable", [&] { MostProbableConfig_bn(net, setting.data(), 0); }},
+        {"random cases", [&] { GenerateRandomCase_bn(last, TREE_SAMPLING, 1); }},
+        {"test", [&] { TestWithCaseset_bn(NewNetTester_bn(last, NewNodeList2_bn(0, net), -1), cases); }},
+        {"sensitivity",
+         [&] { GetMutualInfo_bn(NewSensvToFinding_bn(nodes.back(), last, ENTROPY_SENSV), nodes[0]); }},
+        {"learning", [&] { LearnCPTs_bn(NewLearner_bn(3, env), last, cases, 1); }},
+    };
+    for (const auto& job : jobs) {
+        SCOPED_TRACE(job.label);
+        const double before = GetMemoryUsage_vx(env);
+        job.run();
+        env.Taken();
+        EXPECT_NE(env.Message().find("because the tables would be vastly too large"), std::string::npos)
+            << env.Message();
+        EXPECT_LT(GetMemoryUsage_vx(env) - before, 1e8);
+    }
+}
+
 // ---- Learning ----
 
 struct Rows {
