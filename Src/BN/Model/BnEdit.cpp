@@ -175,6 +175,13 @@ void ChangeRows(Node& node, TableVector<T> NodeTables::*table, std::span<const i
                 int64_t count, unsigned effects, const char* what)
 {
     const T* const entries = (node.tables.*table).data();
+    if (rows.size() == 1) {  // as most edits are
+        const int64_t first = rows[0] * count;
+        if (!std::equal(values, values + count, entries + first))
+            ChangeRuns(node, table, std::span(&first, 1), count, std::vector<T>(values, values + count),
+                       effects, what);
+        return;
+    }
     std::vector<int64_t> firsts;
     for (const int64_t row : rows)
         if (!std::equal(values, values + count, entries + row * count)) firsts.push_back(row * count);
