@@ -259,7 +259,10 @@ Node* InsertNode(Net& net, std::string_view name, const char* what)
 {
     std::vector<Node*>& nodes = net.nodes.nodes;
     if (nodes.capacity() == nodes.size()) nodes.reserve(2 * nodes.size() + 16);
-    net.node_index.reserve(nodes.size() + 1);
+    // More room than is asked for: to reserve room for one more each time would make the index anew each
+    // time.
+    if (float(nodes.size() + 1) > net.node_index.max_load_factor() * float(net.node_index.bucket_count()))
+        net.node_index.reserve(2 * nodes.size() + 16);
     Node* node = NewNodeRecord(net);
     std::unique_ptr<NodeRecord> record;
     try {
