@@ -298,7 +298,7 @@ void UpdateBeliefs(Net& net)
         MakePropagation(net);
     } else if (!net.compiled->stale_findings.empty()) {
         SyncFindings(*net.compiled);
-        CheckTablesForUpdate(net);
+        if (!net.compiled->propagation->HoldsAllTables()) CheckTablesForUpdate(net);
     }
     Progress progress(kUpdateTitle);
     CheckUpdated(net, net.compiled->propagation->Update(&progress));

@@ -58,9 +58,9 @@ class Progress;
 
 class Propagation {
 public:
-    // In trees of at most small_tree entries observed variables stay in the tables.
+    // Trees of at most small_tree entries are propagated as a whole (SmallTree.h).
     Propagation(const ModelGraph& graph, const JunctionTree& tree, TableSource table,
-                double small_tree = 16384);
+                double small_tree = 50000);
     ~Propagation();
     Propagation(Propagation&&) noexcept;
     Propagation& operator=(Propagation&&) noexcept;
@@ -101,7 +101,8 @@ public:
 
     // ---- Measures. ----
 
-    double Bytes() const;  // held now in potentials and messages
+    double Bytes() const;         // held now in potentials and messages
+    bool HoldsAllTables() const;  // whatever is found out, it needs no more memory
 
     struct Counters {
         int64_t messages = 0;  // computed since the start
@@ -111,9 +112,8 @@ public:
     Counters counters() const;
 
 private:
-    struct Engine;
-    struct Telling;
-    std::unique_ptr<Engine> engine_;
+    struct Parts;
+    std::unique_ptr<Parts> parts_;
 };
 
 }  // namespace talora

@@ -9,6 +9,7 @@
 #include "BN/Propagation/PotTable0.h"
 #include "Basic/Error.h"
 #include "Basic/FloatMode.h"
+#include "Basic/KernelSet.h"
 #include "Basic/Memory.h"
 
 // Vectors are only passed to functions that are compiled into their caller.
@@ -69,10 +70,8 @@ Kernels ChooseKernels()
             set::AddWeighted                                                                            \
     }
 #ifdef TALORA_BATCH_SETS
-    if (__builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512vl") &&
-        __builtin_cpu_supports("avx512dq"))
-        return TALORA_KERNELS(avx512);
-    if (__builtin_cpu_supports("avx2")) return TALORA_KERNELS(avx2);
+    if (ChosenKernelSet() == KernelSet::kAvx512) return TALORA_KERNELS(avx512);
+    if (ChosenKernelSet() == KernelSet::kAvx2) return TALORA_KERNELS(avx2);
 #endif
     return TALORA_KERNELS(plain);
 #undef TALORA_KERNELS

@@ -1,7 +1,9 @@
+// Runs plans of sweeps with the kernels of the chosen instruction set.
 #include <algorithm>
 #include <bit>
 
 #include "BN/Propagation/Sweep.h"
+#include "Basic/KernelSet.h"
 #include "Basic/Progress.h"
 
 #if defined(__x86_64__) && !defined(__clang__)
@@ -69,10 +71,8 @@ struct Kernels {
 Kernels ChooseKernels()
 {
 #ifdef TALORA_SWEEP_SETS
-    if (__builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512vl") &&
-        __builtin_cpu_supports("avx512dq"))
-        return {avx512::Run, avx512::Largest, avx512::Scale};
-    if (__builtin_cpu_supports("avx2")) return {avx2::Run, avx2::Largest, avx2::Scale};
+    if (ChosenKernelSet() == KernelSet::kAvx512) return {avx512::Run, avx512::Largest, avx512::Scale};
+    if (ChosenKernelSet() == KernelSet::kAvx2) return {avx2::Run, avx2::Largest, avx2::Scale};
 #endif
     return {plain::Run, plain::Largest, plain::Scale};
 }

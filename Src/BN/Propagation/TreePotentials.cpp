@@ -1,7 +1,8 @@
+// Potentials of cliques, the memory of tables, plans of sweeps, and what a change of findings touches.
 #include <bit>
 #include <new>
 
-#include "BN/Propagation/PropagateEngine.h"
+#include "BN/Propagation/TreePropagation.h"
 #include "Basic/FloatMode.h"
 
 namespace talora {
@@ -26,7 +27,7 @@ NumberLists CliquesOf(const NumberLists& members, int num_variables)
 
 }  // namespace
 
-Propagation::Engine::Engine(const ModelGraph& g, const JunctionTree& t, TableSource source, double small)
+TreePropagation::TreePropagation(const ModelGraph& g, const JunctionTree& t, TableSource source, double small)
     : graph(&g),
       hubs(AddHubs(g, t)),
       tree(hubs.origin.empty() ? &t : &hubs.tree),
@@ -60,20 +61,20 @@ Propagation::Engine::Engine(const ModelGraph& g, const JunctionTree& t, TableSou
 
 // ---- Structure. ----
 
-void Propagation::Engine::ChooseStaying(bool is_small)
+void TreePropagation::ChooseStaying(bool is_small)
 {
     for (const ModelGraph::Variable& variable : graph->variables)
         always_stays.push_back(is_small && !variable.is_decision);
 }
 
-bool Propagation::Engine::HasBase(int potential) const
+bool TreePropagation::HasBase(int potential) const
 {
     std::span<const int> scope = potential_scope[potential];
     return FullSize(scope) <= kSmallTable &&
            std::all_of(scope.begin(), scope.end(), [&](int v) { return always_stays[size_t(v)]; });
 }
 
-void Propagation::Engine::GroupPotentials()
+void TreePropagation::GroupPotentials()
 {
     std::vector<std::vector<int>> scopes, members;
     for (int i = 0; i < tree->num_cliques(); ++i) {
@@ -95,8 +96,8 @@ void Propagation::Engine::GroupPotentials()
     uses = CliquesOf(potential_scope, int(graph->variables.size()));
 }
 
-void Propagation::Engine::AddToGroups(int variable, std::vector<std::vector<int>>& scopes,
-                                      std::vector<std::vector<int>>& members) const
+void TreePropagation::AddToGroups(int variable, std::vector<std::vector<int>>& scopes,
+                                  std::vector<std::vector<int>>& members) const
 {
     std::vector<int> family = graph->variables[size_t(variable)].parents;
     family.push_back(variable);
@@ -115,7 +116,7 @@ void Propagation::Engine::AddToGroups(int variable, std::vector<std::vector<int>
     members.push_back({variable});
 }
 
-void Propagation::Engine::SortLikeMembers(int clique, std::vector<int>& variables)
+void TreePropagation::SortLikeMembers(int clique, std::vector<int>& variables)
 {
     std::span<const int> order = tree->members[clique];
     for (size_t k = 0; k < order.size(); ++k) axis_of[size_t(order[k])] = int(k);
@@ -123,7 +124,7 @@ void Propagation::Engine::SortLikeMembers(int clique, std::vector<int>& variable
               [&](int a, int b) { return axis_of[size_t(a)] < axis_of[size_t(b)]; });
 }
 
-void Propagation::Engine::ChooseBeliefSources()
+void TreePropagation::ChooseBeliefSources()
 {
     belief_separator.assign(graph->variables.size(), -1);
     for (int i = 1; i < tree->num_cliques(); ++i) {
@@ -143,7 +144,7 @@ void Propagation::Engine::ChooseBeliefSources()
 // ---- Storage. ----
 
 template <class Visit>
-void Propagation::Engine::ForEachTable(Visit visit)
+void TreePropagation::ForEachTable(Visit visit)
 {
     for (int i = 0; i < tree->num_cliques(); ++i) {
         visit(up[size_t(i)], FullSize(tree->separators[i]));
@@ -152,7 +153,7 @@ void Propagation::Engine::ForEachTable(Visit visit)
     for (size_t p = 0; p < potentials.size(); ++p) visit(potentials[p], FullSize(potential_scope[int(p)]));
 }
 
-void Propagation::Engine::PlaceTables()
+void TreePropagation::PlaceTables()
 {
     if (stored) return;
     size_t total = 0;
@@ -183,7 +184,7 @@ void Propagation::Engine::PlaceTables()
     stored = true;
 }
 
-void Propagation::Engine::Resize(Table& t, int64_t count)
+void TreePropagation::Resize(Table& t, int64_t count)
 {
     if (t.large >= 0 && (count > t.capacity || count < t.capacity / 2)) {
         TableVector<float>& own = large[size_t(t.large)];
@@ -199,21 +200,21 @@ void Propagation::Engine::Resize(Table& t, int64_t count)
 
 // ---- Changes. ----
 
-void Propagation::Engine::Touch(int clique, int from)
+void TreePropagation::Touch(int clique, int from)
 {
     inputs[size_t(clique)].Change(from, ++now);
     pending.Insert(clique);
     updated = false;
 }
 
-void Propagation::Engine::ChangeTable(int variable)
+void TreePropagation::ChangeTable(int variable)
 {
     for (int p : uses[variable])
         if (TakesFamily(p, variable)) potentials[size_t(p)].base_is_stale = true;
     TouchPotentials(variable, true);
 }
 
-void Propagation::Engine::TouchPotentials(int variable, bool only_own)
+void TreePropagation::TouchPotentials(int variable, bool only_own)
 {
     for (int p : uses[variable]) {
         if (only_own && !TakesFamily(p, variable)) continue;
@@ -223,13 +224,13 @@ void Propagation::Engine::TouchPotentials(int variable, bool only_own)
     updated = false;
 }
 
-bool Propagation::Engine::TakesFamily(int potential, int variable) const
+bool TreePropagation::TakesFamily(int potential, int variable) const
 {
     std::span<const int> taken = families[potential];
     return std::find(taken.begin(), taken.end(), variable) != taken.end();
 }
 
-void Propagation::Engine::SetPositive(int variable, int state)
+void TreePropagation::SetPositive(int variable, int state)
 {
     int& current = positive[size_t(variable)];
     if (state == current) return;
@@ -247,7 +248,7 @@ void Propagation::Engine::SetPositive(int variable, int state)
     }
 }
 
-void Propagation::Engine::Forget()
+void TreePropagation::Forget()
 {
     for (size_t i = 0; i < inputs.size(); ++i) Touch(int(i), kFromModel);
     for (size_t i = 0; i < inputs.size(); ++i) {
@@ -258,7 +259,7 @@ void Propagation::Engine::Forget()
 
 // ---- Plans. ----
 
-void Propagation::Engine::DescribeClique(int clique)
+void TreePropagation::DescribeClique(int clique)
 {
     if (plans.IsFull()) {
         std::fill(up_plans.begin(), up_plans.end(), nullptr);
@@ -276,7 +277,7 @@ void Propagation::Engine::DescribeClique(int clique)
     output_scopes.clear();
 }
 
-SweepScope Propagation::Engine::ScopeOf(std::span<const int> variables) const
+SweepScope TreePropagation::ScopeOf(std::span<const int> variables) const
 {
     SweepScope scope;
     for (int v : variables)
@@ -284,7 +285,7 @@ SweepScope Propagation::Engine::ScopeOf(std::span<const int> variables) const
     return scope;
 }
 
-void Propagation::Engine::DescribeFactors(int clique, bool with_mate)
+void TreePropagation::DescribeFactors(int clique, bool with_mate)
 {
     auto add = [&](std::span<const int> variables) {
         factor_scopes.push_back(ScopeOf(variables));
@@ -295,7 +296,7 @@ void Propagation::Engine::DescribeFactors(int clique, bool with_mate)
     for (int child : tree->children[clique]) add(tree->separators[child]);
 }
 
-void Propagation::Engine::DescribeDownOutputs(int clique)
+void TreePropagation::DescribeDownOutputs(int clique)
 {
     for (int child : tree->children[clique]) {
         output_scopes.push_back(ScopeOf(tree->separators[child]));
@@ -305,7 +306,7 @@ void Propagation::Engine::DescribeDownOutputs(int clique)
     for (size_t o = 0; o < output_scopes.size(); ++o) output_scopes[o].excluded = first + int(o);
 }
 
-void Propagation::Engine::DescribeSweep(SweepKind kind, int clique, std::span<const int> variables)
+void TreePropagation::DescribeSweep(SweepKind kind, int clique, std::span<const int> variables)
 {
     DescribeClique(clique);
     DescribeFactors(clique, kind != SweepKind::kUp);
@@ -330,7 +331,7 @@ void Propagation::Engine::DescribeSweep(SweepKind kind, int clique, std::span<co
     }
 }
 
-const SweepPlan& Propagation::Engine::UpPlan(int clique)
+const SweepPlan& TreePropagation::UpPlan(int clique)
 {
     const SweepPlan*& plan = up_plans[size_t(clique)];
     if (plan == nullptr) {
@@ -340,7 +341,7 @@ const SweepPlan& Propagation::Engine::UpPlan(int clique)
     return *plan;
 }
 
-const SweepPlan& Propagation::Engine::DownPlan(int clique)
+const SweepPlan& TreePropagation::DownPlan(int clique)
 {
     const SweepPlan*& plan = down_plans[size_t(clique)];
     if (plan == nullptr) {
@@ -350,7 +351,7 @@ const SweepPlan& Propagation::Engine::DownPlan(int clique)
     return *plan;
 }
 
-const SweepPlan& Propagation::Engine::PrivatePlan(int clique)
+const SweepPlan& TreePropagation::PrivatePlan(int clique)
 {
     const SweepPlan*& plan = private_plans[size_t(clique)];
     if (plan == nullptr) {
@@ -362,7 +363,7 @@ const SweepPlan& Propagation::Engine::PrivatePlan(int clique)
 
 // ---- Potentials. ----
 
-UpdateStatus Propagation::Engine::FillPotentials(int clique)
+UpdateStatus TreePropagation::FillPotentials(int clique)
 {
     for (int p : potentials_of[clique]) {
         if (!potentials[size_t(p)].needs_fill) continue;
@@ -374,7 +375,7 @@ UpdateStatus Propagation::Engine::FillPotentials(int clique)
     return UpdateStatus::kUpdated;
 }
 
-std::span<const float> Propagation::Engine::WeightsOf(int variable)
+std::span<const float> TreePropagation::WeightsOf(int variable)
 {
     const std::vector<float>& likelihood = likelihoods[size_t(variable)].scaled;
     const int state = positive[size_t(variable)];
@@ -384,38 +385,42 @@ std::span<const float> Propagation::Engine::WeightsOf(int variable)
     return weights;
 }
 
-int64_t Propagation::Engine::LogScaleOfWeights(int variable) const
+int64_t TreePropagation::LogScaleOfWeights(int variable) const
 {
     return likelihoods[size_t(variable)].exponent * kLogUnits;
 }
 
-void Propagation::Engine::SetLikelihood(int variable, const float* likelihood)
+void TreePropagation::SetLikelihood(int variable, const float* likelihood)
 {
-    Likelihood& current = likelihoods[size_t(variable)];
-    if (likelihood == nullptr && current.given.empty()) return;
+    if (likelihoods[size_t(variable)].Take(likelihood, NumStates(variable))) TouchPotentials(variable, true);
+}
+
+bool Likelihood::Take(const float* weights, int num_states)
+{
+    if (weights == nullptr && given.empty()) return false;
     Likelihood next;
-    if (likelihood != nullptr) {
-        next.given.assign(likelihood, likelihood + NumStates(variable));
-        if (next.given == current.given) return;
+    if (weights != nullptr) {
+        next.given.assign(weights, weights + num_states);
+        if (next.given == given) return false;
         next.scaled = next.given;
         next.scaled.resize(next.given.size() + kSweepPadding);
-        const int exponent = ScaleByExponent(next.scaled.data(), int64_t(next.given.size()));
+        const int power = ScaleByExponent(next.scaled.data(), num_states);
         next.scaled.resize(next.given.size());
-        next.exponent = exponent == kVanished ? 0 : exponent;
+        next.exponent = power == kVanished ? 0 : power;
         for (size_t s = 0; s < next.given.size(); ++s)
             next.is_lossy |= next.scaled[s] == 0 && next.given[s] != 0;
     }
-    current = std::move(next);
-    TouchPotentials(variable, true);
+    *this = std::move(next);
+    return true;
 }
 
-FamilyRequest Propagation::Engine::RequestFor(int variable, bool with_findings)
+FamilyRequest TreePropagation::RequestFor(int variable, bool with_findings)
 {
     const std::span<const float> own = with_findings ? WeightsOf(variable) : std::span<const float>();
     return {graph, variable, table(variable), own.empty() ? nullptr : own.data(), cut, axis_of};
 }
 
-bool Propagation::Engine::Fill(int p)
+bool TreePropagation::Fill(int p)
 {
     ModelPotential& potential = potentials[size_t(p)];
     int64_t count = 1;
@@ -446,7 +451,7 @@ bool Propagation::Engine::Fill(int p)
     return true;
 }
 
-bool Propagation::Engine::FillBase(int p)
+bool TreePropagation::FillBase(int p)
 {
     ModelPotential& potential = potentials[size_t(p)];
     if (!potential.base_is_stale) return true;
@@ -458,7 +463,7 @@ bool Propagation::Engine::FillBase(int p)
     return true;
 }
 
-std::vector<WideNumber> Propagation::Engine::WideWeights(int variable) const
+std::vector<WideNumber> TreePropagation::WideWeights(int variable) const
 {
     const Likelihood& likelihood = likelihoods[size_t(variable)];
     const int state = positive[size_t(variable)];
@@ -474,7 +479,7 @@ std::vector<WideNumber> Propagation::Engine::WideWeights(int variable) const
     return numbers;
 }
 
-bool Propagation::Engine::RepairRange(int p, int64_t* log_scale)
+bool TreePropagation::RepairRange(int p, int64_t* log_scale)
 {
     // 1. The tables of the families without findings, and the weights of the states beside them.
     DescribeClique(potentials[size_t(p)].clique);
@@ -513,7 +518,7 @@ bool Propagation::Engine::RepairRange(int p, int64_t* log_scale)
     return true;
 }
 
-void Propagation::Engine::MultiplyWeights(int p, int variable)
+void TreePropagation::MultiplyWeights(int p, int variable)
 {
     const std::span<const float> own = WeightsOf(variable);
     if (own.empty()) return;
@@ -526,7 +531,7 @@ void Propagation::Engine::MultiplyWeights(int p, int variable)
             for (int64_t i = 0; i < stride; ++i) *entry++ *= weight;
 }
 
-bool Propagation::Engine::FillFromModel(int p, bool with_findings, float* entries)
+bool TreePropagation::FillFromModel(int p, bool with_findings, float* entries)
 {
     DescribeClique(potentials[size_t(p)].clique);
     std::span<const int> taken = families[p];
@@ -537,14 +542,14 @@ bool Propagation::Engine::FillFromModel(int p, bool with_findings, float* entrie
     return MultiplyFamilies(p, with_findings, entries);
 }
 
-uint64_t Propagation::Engine::Compress(uint64_t bits, uint64_t mask)
+uint64_t TreePropagation::Compress(uint64_t bits, uint64_t mask)
 {
     uint64_t compressed = 0;
     for (int k = 0; mask != 0; mask &= mask - 1, ++k) compressed |= (bits >> std::countr_zero(mask) & 1) << k;
     return compressed;
 }
 
-bool Propagation::Engine::MultiplyFamilies(int p, bool with_findings, float* entries)
+bool TreePropagation::MultiplyFamilies(int p, bool with_findings, float* entries)
 {
     family_starts.clear();
     int64_t total = 0;

@@ -1,8 +1,8 @@
-// The inside of Propagation: what it keeps, and the steps of an update.
+// Propagation by messages over a junction tree of any size: what it keeps, and the steps of an update.
 //
-// PropagateTables.cpp holds what belongs to single cliques: their potentials, the memory of tables, the
-// plans of sweeps, and what a change of findings touches.  Propagate.cpp sends messages over the tree and
-// reads beliefs from them.
+// TreePotentials.cpp holds what belongs to single cliques: their potentials, the memory of tables, the
+// plans of sweeps, and what a change of findings touches.  TreePropagation.cpp sends messages over the tree
+// and reads beliefs from them.
 #pragma once
 
 #include <algorithm>
@@ -20,7 +20,16 @@
 
 namespace talora {
 
-struct Propagation::Engine {
+// Weights of states as they were given, and scaled so that the largest is in [0.5, 1).
+struct Likelihood {
+    std::vector<float> given, scaled;  // empty: none
+    int exponent = 0;                  // given = scaled x 2^exponent
+    bool is_lossy = false;             // but for some that floats cannot hold
+
+    bool Take(const float* weights, int num_states);  // null: none.  Whether they are others than before
+};
+
+struct TreePropagation {
     // Scales are added up as whole numbers, so that sums do not depend on the order of changes.
     static constexpr int kLogUnitsExponent = 36;
     static constexpr int64_t kLogUnits = int64_t{1} << kLogUnitsExponent;
@@ -47,13 +56,6 @@ struct Propagation::Engine {
         int64_t base_log_scale = 0;
         bool base_is_stale = true;
         bool base_is_lossy = false;  // a product may have been flushed to 0
-    };
-
-    // Weights of states as they were given, and scaled so that the largest is in [0.5, 1).
-    struct Likelihood {
-        std::vector<float> given, scaled;  // empty: none
-        int exponent = 0;                  // given = scaled x 2^exponent
-        bool is_lossy = false;             // but for some that floats cannot hold
     };
 
     // What a sweep over a clique is for.
@@ -113,7 +115,7 @@ struct Propagation::Engine {
     Progress* progress = nullptr;  // of the update under way
     int clique_at = 0;             // how far that is
     bool is_rising = true;         // the first half: messages go up
-    Counters counts;
+    Propagation::Counters counts;
 
     // Working memory.
     SweepScratch scratch;
@@ -135,7 +137,7 @@ struct Propagation::Engine {
     std::vector<int64_t> family_starts;
     std::vector<int> own_sizes;  // of a potential's axes
 
-    Engine(const ModelGraph& g, const JunctionTree& t, TableSource source, double small);
+    TreePropagation(const ModelGraph& g, const JunctionTree& t, TableSource source, double small);
     int NumStates(int variable) const { return graph->variables[size_t(variable)].num_states; }
     bool IsFree(int variable) const { return NumStates(variable) > 1 && cut[size_t(variable)] < 0; }
 
@@ -175,6 +177,8 @@ struct Propagation::Engine {
     bool TakesFamily(int potential, int variable) const;
     void SetPositive(int variable, int state);
     void Forget();
+    void SetMaximise(bool maximises);
+    double Bytes() const;
 
     // ---- Plans. ----
 
