@@ -729,6 +729,26 @@ TALORA_API const prob_bn* GetNodeBeliefs_bn(node_bn* node);
  *          net is changed or compiled.  NULL after an error (3305: the findings contradict one another) */
 TALORA_API const prob_bn* QueryBeliefs_bn(const nodelist_bn* nodes, double* log_probability);
 
+/** The beliefs of nodes under findings that are handed over as numbers, for one case or many at once: the
+ *  quickest way where findings come from a program.  The net's own findings are neither used nor changed.
+ *  @param known      the nodes that the findings are of, of one net
+ *  @param states     num_cases rows with an entry per node of `known`: its state, or a negative number (like
+ *                    UNDEF_STATE) where it is not known
+ *  @param num_cases  0 or more (7401)
+ *  @param asked      nature or decision nodes with states (6880) of the same net, as those of `known`
+ *  @param beliefs    receives num_cases rows: the entries of one node of `asked` after another
+ *  @param log_probabilities  receives for each case the natural logarithm of the probability of its findings;
+ *                    may be NULL
+ *  A case whose findings contradict one another gets minus infinity (the system's) there, and for beliefs
+ *  entries that are not numbers; that is no error.  Compiles the net if it is not compiled.  What has been
+ *  worked out serves the next call; many cases of a small net are propagated sixteen at a time, which may
+ *  differ from one at a time in the last digits.  O(cases x update).
+ *  After an error (7400: a state is too large; 7402: an array is NULL; ...) nothing has been written, but after
+ *  6582 (halted) the cases before.
+ *  @return the number of cases, or -1 after an error */
+TALORA_API int GetBeliefsOfCases_bn(const nodelist_bn* known, const state_bn* states, int num_cases,
+                                    const nodelist_bn* asked, prob_bn* beliefs, double* log_probabilities);
+
 /** The mean of the node's numeric value under its beliefs: state values, or midpoints of intervals.
  *  @param std_dev  receives the standard deviation; may be NULL.  Undefined without levels. */
 TALORA_API double GetNodeExpectedValue_bn(node_bn* node, double* std_dev);

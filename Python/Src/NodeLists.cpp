@@ -1,5 +1,7 @@
 // BNet: what works on some of its nodes together; BNodes (in _nodes.py) passes itself to these.
 #include <algorithm>
+#include <climits>
+#include <string>
 #include <tuple>
 
 #include "Core.h"
@@ -30,6 +32,34 @@ py::tuple QueryBeliefs(const NetPtr& net, const std::vector<Node>& nodes, bool w
     py::list arrays;
     for (std::vector<float>& beliefs : vectors) arrays.append(ToArray(std::move(beliefs)));
     return py::make_tuple(arrays, log_probability);
+}
+
+using StateArray = py::array_t<int, py::array::c_style | py::array::forcecast>;
+
+py::tuple BeliefsOfCases(const NetPtr& net, const std::vector<Node>& known, const StateArray& states,
+                         const std::vector<Node>& asked)
+{
+    if (states.ndim() != 2 || states.shape(1) != py::ssize_t(known.size()))
+        throw py::value_error("states must be of shape (cases, " + std::to_string(known.size()) + ")");
+    const py::ssize_t num_cases = states.shape(0);
+    if (num_cases > INT_MAX) throw py::value_error("too many cases for one call");
+    const int* const numbers = states.data();
+    auto [beliefs, log_probabilities, row] = Run(
+        net,
+        [&] {
+            const TempList known_list(net, known), asked_list(net, asked);
+            size_t entries = 0;
+            for (const Node& node : asked)
+                entries += size_t(std::max(0, GetNodeNumberStates_bn(node.handle)));
+            std::vector<float> all(size_t(num_cases) * entries);
+            std::vector<double> logarithms(static_cast<size_t>(num_cases));
+            GetBeliefsOfCases_bn(known_list, numbers, int(num_cases), asked_list, all.data(),
+                                 logarithms.data());
+            return std::make_tuple(std::move(all), std::move(logarithms), entries);
+        },
+        LONG_JOB);
+    return py::make_tuple(ToArray(std::move(beliefs), {num_cases, py::ssize_t(row)}),
+                          ToArray(std::move(log_probabilities), {num_cases}));
 }
 
 py::tuple MostProbableSetting(const NetPtr& net, const std::vector<Node>& nodes, int nth)
@@ -158,6 +188,7 @@ void ReviseByCaseFile(const NetPtr& net, const std::vector<Node>& nodes, const p
 void BindNodeLists(NetClass& cls)
 {
     cls.def("_query_beliefs", QueryBeliefs, "nodes"_a, "log_probability"_a);
+    cls.def("_beliefs_of_cases", BeliefsOfCases, "known"_a, "states"_a, "asked"_a);
     cls.def("_most_probable_setting", MostProbableSetting, "nodes"_a, "nth"_a);
     cls.def("_revise_by_findings", ReviseByFindings, "nodes"_a, "degree"_a);
     cls.def("_revise_by_case_file", ReviseByCaseFile, "nodes"_a, "source"_a, "degree"_a);

@@ -191,6 +191,10 @@ class Findings(NetCase):
         few = net.Nodes[1:3].QueryBeliefs()
         np.testing.assert_allclose(few[0], after, atol=1e-6)
         self.assertEqual(set(net.beliefs()), {node.Name for node in net})
+        parts, logarithms = net.Nodes.BeliefsOfCases([[0, 0], [-1, -1]], ["XRay", "Tuberculosis"])
+        place = net.Nodes.IndexOf(net["Tuberculosis"])
+        np.testing.assert_allclose(parts[place], [[1, 0], before], atol=1e-6)
+        self.assertEqual(logarithms[1], 0)
         np.testing.assert_allclose([sum(row.values()) for row in net.beliefs().values()], 1, atol=1e-5)
         with self.assertRaises(talora.FindingError) as caught:
             net["XRay"].EnterFinding("Normal")

@@ -121,6 +121,24 @@ class BNodes(MutableSequence):
         beliefs, logarithm = self._net()._query_beliefs(self._nodes, log_probability)
         return (beliefs, logarithm) if log_probability else beliefs
 
+    def BeliefsOfCases(self, states, known=None):
+        """The beliefs of these nodes under each row of a matrix of states, shape (cases, known nodes): the
+        quickest way to many beliefs. known are the nodes of its columns, by themselves or by name; all nodes
+        of this list if they are not given. Negative numbers mean not known. The findings of the net are
+        neither used nor changed.
+
+        Gives (beliefs, log_probabilities): a list with an array of shape (cases, states), float32, for each
+        node; and the natural logarithm of the probability of each case, -inf and beliefs nan where the
+        findings contradict one another."""
+        columns = self._nodes if known is None else self._net()._nodes_arg(known)
+        beliefs, logarithms = self._net()._beliefs_of_cases(columns, states, self._nodes)
+        parts, first = [], 0
+        for node in self._nodes:
+            end = first + len(node.states)
+            parts.append(beliefs[:, first:end])
+            first = end
+        return parts, logarithms
+
     def GetMostProbableCondition(self, nth=0):
         """The nth most probable condition of these nodes given the findings, 0 the most probable; the other
         nodes take the states that make the whole most probable."""

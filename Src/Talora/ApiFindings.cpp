@@ -1,6 +1,7 @@
 // Interface functions: findings, beliefs and the probability of findings.
 #include <cmath>
 
+#include "BN/CaseRuns/BeliefsOfCases.h"
 #include "BN/Inference/BnFindings.h"
 #include "BN/Inference/BnQuery.h"
 #include "BN/Inference/BnUpdating.h"
@@ -109,6 +110,24 @@ const prob_bn* QueryBeliefs_bn(const nodelist_bn* nodes, double* log_probability
                        Net& net = NetOfAll(nodes);
                        return QueryBeliefs(net, nodes->nodes, log_probability);
                    });
+}
+
+int GetBeliefsOfCases_bn(const nodelist_bn* known, const state_bn* states, int num_cases,
+                         const nodelist_bn* asked, prob_bn* beliefs, double* log_probabilities)
+{
+    return CallApi2(__func__, With(asked, EntriesOf(asked)), known, -1, [&] {
+        CheckListEntries(asked);
+        CheckListEntries(known);
+        if (num_cases < 0) Fail<7401>(num_cases);
+        if (num_cases == 0 || asked->nodes.empty()) return num_cases;
+        if (states == nullptr && !known->nodes.empty()) Fail<7402>("states");
+        if (beliefs == nullptr) Fail<7402>("beliefs");
+        Net& net = NetOfAll(asked);
+        if (!known->nodes.empty() && &NetOfAll(known) != &net)
+            Fail<6881>(known->nodes[0]->name.c_str(), asked->nodes[0]->name.c_str());
+        BeliefsOfCases(net, known->nodes, states, num_cases, asked->nodes, beliefs, log_probabilities);
+        return num_cases;
+    });
 }
 
 double GetNodeExpectedValue_bn(node_bn* node, double* std_dev)

@@ -388,6 +388,58 @@ TEST_F(FindingsApiTest, QueriesAgreeWithBeliefsWhateverChanges)
     DeleteNodeList_bn(nodes);
 }
 
+// A matrix of states against entering each row, few at a time and many (sixteen together); among them cases
+// with nothing known, and an impossible one.
+TEST_F(FindingsApiTest, BeliefsOfCases)
+{
+    CompileNet_bn(net_);
+    nodelist_bn* known = NewNodeList2_bn(2, net_);
+    SetNthNode_bn(known, 0, rain_);
+    SetNthNode_bn(known, 1, wet_);
+    nodelist_bn* asked = NewNodeList2_bn(2, net_);
+    SetNthNode_bn(asked, 0, slip_);
+    SetNthNode_bn(asked, 1, rain_);
+    for (const int num_cases : {9, 90}) {
+        SCOPED_TRACE(num_cases);
+        std::vector<state_bn> states;
+        for (int c = 0; c < num_cases; ++c) {
+            states.push_back(c % 3 - 1);
+            states.push_back(c / 3 % 3 - 1);
+        }
+        std::vector<prob_bn> beliefs(size_t(num_cases) * 4);
+        std::vector<double> logs(static_cast<size_t>(num_cases));
+        ASSERT_EQ(GetBeliefsOfCases_bn(known, states.data(), num_cases, asked, beliefs.data(), logs.data()),
+                  num_cases)
+            << last_message_;
+        for (int c = 0; c < num_cases; ++c) {
+            SCOPED_TRACE(c);
+            if (states[size_t(2 * c)] == 0 && states[size_t(2 * c + 1)] == 1) {  // rain, and the grass is dry
+                EXPECT_TRUE(std::isinf(logs[size_t(c)]));
+                EXPECT_TRUE(std::isnan(beliefs[size_t(4 * c)]));
+                continue;
+            }
+            RetractNetFindings_bn(net_);
+            for (int k = 0; k < 2; ++k)
+                if (const int state = states[size_t(2 * c + k)]; state >= 0)
+                    EnterFinding_bn(k == 0 ? rain_ : wet_, state);
+            EXPECT_NEAR(logs[size_t(c)], LogFindingsProbability_bn(net_), 1e-6);
+            for (int k = 0; k < 4; ++k)
+                EXPECT_NEAR(beliefs[size_t(4 * c + k)], Belief(k < 2 ? slip_ : rain_, k % 2), 1e-6);
+        }
+    }
+    RetractNetFindings_bn(net_);
+    const state_bn large[] = {-1, 2};
+    prob_bn belief[4];
+    EXPECT_EQ(GetBeliefsOfCases_bn(known, large, 1, asked, belief, nullptr), -1);
+    EXPECT_EQ(LastError(), 7400);
+    EXPECT_EQ(GetBeliefsOfCases_bn(known, large, -1, asked, belief, nullptr), -1);
+    EXPECT_EQ(LastError(), 7401);
+    EXPECT_EQ(GetBeliefsOfCases_bn(known, large, 1, asked, nullptr, nullptr), -1);
+    EXPECT_EQ(LastError(), 7402);
+    DeleteNodeList_bn(known);
+    DeleteNodeList_bn(asked);
+}
+
 // What a handler saw of a long update, from within which it tried to read beliefs.
 struct Watched {
     node_bn* node;

@@ -95,13 +95,17 @@ void CheckTablesForUpdate(Net& net)
     if (!CheckTableMemory(net, SizesOf(net))) FailHalted(net);
 }
 
+TableSource TablesOf(CompiledNet& compiled)
+{
+    return [&compiled](int variable) { return TableOf(compiled, variable); };
+}
+
 void MakePropagation(Net& net)
 {
     CompiledNet& compiled = *net.compiled;
     CheckTablesForUpdate(net);
     compiled.propagation =
-        std::make_unique<Propagation>(compiled.propagation_graph, compiled.tree,
-                                      [&compiled](int variable) { return TableOf(compiled, variable); });
+        std::make_unique<Propagation>(compiled.propagation_graph, compiled.tree, TablesOf(compiled));
     compiled.propagation->SetMaximise(net.most_probable);
     for (int variable = 0; variable < int(compiled.nodes.size()); ++variable)
         if (!compiled.nodes[variable]->finding.IsEmpty()) SyncFinding(compiled, variable);
@@ -219,6 +223,7 @@ void TableChanged(Node& node) noexcept
     if (variable < 0) return;
     net.compiled->made_tables.erase(variable);
     if (net.compiled->propagation) net.compiled->propagation->TableChanged(variable);
+    if (net.compiled->case_propagation) net.compiled->case_propagation->TableChanged(variable);
 }
 
 void FindingChanged(Node& node) noexcept
@@ -243,6 +248,7 @@ std::unique_ptr<CompiledNet, CompiledNetDeleter> TakeTree(Net& net) noexcept
     if (net.compiled) {
         CompiledNet& compiled = *net.compiled;
         compiled.propagation.reset();
+        compiled.case_propagation.reset();
         compiled.made_tables.clear();
         compiled.clique_lists = std::vector<OwnedList>();
         compiled.stale_findings.clear();
@@ -285,6 +291,18 @@ bool AreBeliefsUpdated(const Net& net)
 {
     return net.compiled && net.compiled->propagation && net.compiled->stale_findings.empty() &&
            net.compiled->propagation->IsUpdated();
+}
+
+Propagation& CasePropagation(Net& net)
+{
+    CompiledNet& compiled = *net.compiled;
+    CheckConstants(net);
+    if (!compiled.case_propagation) {
+        CheckTablesForUpdate(net);
+        compiled.case_propagation =
+            std::make_unique<Propagation>(compiled.propagation_graph, compiled.tree, TablesOf(compiled));
+    }
+    return *compiled.case_propagation;
 }
 
 // 1. A tree, and propagation on it. 2. New findings, which may have made tables larger. 3. The update, which

@@ -41,7 +41,8 @@ struct CompiledNet {
 
     // The graph as propagation takes it: a node without states counts as having one.
     ModelGraph propagation_graph;
-    std::unique_ptr<Propagation> propagation;  // null until beliefs are first needed
+    std::unique_ptr<Propagation> propagation;       // null until beliefs are first needed
+    std::unique_ptr<Propagation> case_propagation;  // of CasePropagation
     MadeTables made_tables;
 
     std::vector<int> stale_findings;      // variables whose finding the propagation does not know yet
@@ -76,6 +77,10 @@ void UpdateBeliefs(Net& net);
 enum class FailedUpdate { kKeepsFindings, kTakesAllBack };
 void AutoUpdate(Net& net, FailedUpdate failed = FailedUpdate::kKeepsFindings);
 bool AreBeliefsUpdated(const Net& net);
+
+// A propagation of the net's tables that knows nothing of its findings; whoever uses it sets all findings
+// anew.  It is kept as long as the tree.
+Propagation& CasePropagation(Net& net);
 
 // Tries a state of a node of the tree: afterwards BeliefOf gives the beliefs there would be with that
 // finding instead of the node's own.  Findings and update count stay, and the net counts as not updated until
