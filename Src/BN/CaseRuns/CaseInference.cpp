@@ -88,7 +88,7 @@ struct SingleResult {
     std::vector<float> numbers;  // beliefs wanted, then families wanted
 };
 
-struct CaseInference::Engine {
+struct CaseInference::Runs {
     Net& net;
     const CompiledNet& compiled;
     CaseResults wanted;
@@ -113,7 +113,7 @@ struct CaseInference::Engine {
     int num_cases = 0;
 
     // Lays out the numbers that a case is kept by: the beliefs wanted, then the families wanted.
-    Engine(Net& of, const CaseResults& asked) : net(of), compiled(*of.compiled), wanted(asked)
+    Runs(Net& of, const CaseResults& asked) : net(of), compiled(*of.compiled), wanted(asked)
     {
         num_variables = int(compiled.nodes.size());
         tables_used.assign(size_t(num_variables), nullptr);
@@ -332,51 +332,51 @@ struct CaseInference::Engine {
 CaseInference::CaseInference(Net& net, const CaseResults& wanted)
 {
     if (!net.compiled) CompileNet(net);
-    engine_ = std::make_unique<Engine>(net, wanted);
+    runs_ = std::make_unique<Runs>(net, wanted);
 }
 
 CaseInference::~CaseInference() = default;
 
 int CaseInference::Width() const
 {
-    return engine_->batch ? BatchPropagation::kCases : 1;
+    return runs_->batch ? BatchPropagation::kCases : 1;
 }
 
 void CaseInference::Run(std::span<const CaseFindings> cases)
 {
     TALORA_CHECK(!cases.empty() && int(cases.size()) <= Width());
-    engine_->Run(cases);
+    runs_->Run(cases);
 }
 
 double CaseInference::LogProbability(int k) const
 {
-    if (const SingleResult* single = engine_->Single(k)) return single->log_probability;
-    return engine_->batch->LogProbability(k);
+    if (const SingleResult* single = runs_->Single(k)) return single->log_probability;
+    return runs_->batch->LogProbability(k);
 }
 
 void CaseInference::Belief(int k, int variable, float* belief) const
 {
-    const SingleResult* const single = engine_->Single(k);
-    if (single == nullptr) return engine_->batch->Belief(k, variable, belief);
-    const float* const from = single->numbers.data() + engine_->belief_at[size_t(variable)];
-    std::copy_n(from, engine_->compiled.propagation_graph.variables[size_t(variable)].num_states, belief);
+    const SingleResult* const single = runs_->Single(k);
+    if (single == nullptr) return runs_->batch->Belief(k, variable, belief);
+    const float* const from = single->numbers.data() + runs_->belief_at[size_t(variable)];
+    std::copy_n(from, runs_->compiled.propagation_graph.variables[size_t(variable)].num_states, belief);
 }
 
 void CaseInference::AddFamilyCounts(int variable, std::span<const double> weights, double* counts) const
 {
-    engine_->AddFamilyCounts(variable, weights, counts);
+    runs_->AddFamilyCounts(variable, weights, counts);
 }
 
 void CaseInference::TableChanged(int variable)
 {
-    engine_->tables_used[size_t(variable)] = nullptr;
-    engine_->TableChanged(variable);
+    runs_->tables_used[size_t(variable)] = nullptr;
+    runs_->TableChanged(variable);
 }
 
 void CaseInference::UseTable(int variable, const float* probs)
 {
-    engine_->tables_used[size_t(variable)] = probs;
-    engine_->TableChanged(variable);
+    runs_->tables_used[size_t(variable)] = probs;
+    runs_->TableChanged(variable);
 }
 
 }  // namespace talora

@@ -51,8 +51,8 @@ public:
     void UseTable(int variable, const float* probs);
 
 private:
-    struct Engine;
-    std::unique_ptr<Engine> engine_;
+    struct Runs;
+    std::unique_ptr<Runs> runs_;
 };
 
 }  // namespace talora

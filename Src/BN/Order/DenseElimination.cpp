@@ -1,3 +1,4 @@
+// Randomised greedy elimination of graphs held as rows of bits.
 #include "BN/Order/DenseElimination.h"
 
 #include <algorithm>

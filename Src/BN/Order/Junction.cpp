@@ -1,3 +1,4 @@
+// Joins the cliques of a triangulation to a tree.
 #include "BN/Order/Junction.h"
 
 #include <algorithm>

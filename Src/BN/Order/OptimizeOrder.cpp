@@ -1,3 +1,4 @@
+// The anytime search for an elimination order.
 #include "BN/Order/OptimizeOrder.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// The search for an elimination order that is proven to be best.
 #include "BN/Order/OptimizeOrderExact.h"
 
 #include <algorithm>

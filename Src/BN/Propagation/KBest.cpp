@@ -1,3 +1,4 @@
+// Most probable configurations, best first: subproblems in order, each divided when its turn comes.
 #include "BN/Propagation/KBest.h"
 
 #include <algorithm>
@@ -40,7 +41,7 @@ struct Subproblem {
 
 }  // namespace
 
-struct KBestSearch::Engine {
+struct KBestSearch::Search {
     const ModelGraph* graph;
     TableSource table;
     const ModelFindings* findings;
@@ -56,7 +57,7 @@ struct KBestSearch::Engine {
 
     // Fixed variables leave the tables also of small trees: with zeros in their place, messages in which all
     // other states are far better would come out as 0.
-    Engine(const ModelGraph& g, const JunctionTree& tree, TableSource source, const ModelFindings& known,
+    Search(const ModelGraph& g, const JunctionTree& tree, TableSource source, const ModelFindings& known,
            std::span<const int> asked)
         : graph(&g),
           table(std::move(source)),
@@ -258,14 +259,14 @@ struct KBestSearch::Engine {
 
 KBestSearch::KBestSearch(const ModelGraph& graph, const JunctionTree& tree, TableSource table,
                          const ModelFindings& findings, std::span<const int> ranked)
-    : engine_(std::make_unique<Engine>(graph, tree, std::move(table), findings, ranked))
+    : search_(std::make_unique<Search>(graph, tree, std::move(table), findings, ranked))
 {}
 
 KBestSearch::~KBestSearch() = default;
 
 std::optional<Configuration> KBestSearch::Next()
 {
-    return engine_->Next();
+    return search_->Next();
 }
 
 }  // namespace talora

@@ -52,8 +52,8 @@ public:
     std::optional<Configuration> Next();
 
 private:
-    struct Engine;
-    std::unique_ptr<Engine> engine_;
+    struct Search;
+    std::unique_ptr<Search> search_;
 };
 
 }  // namespace talora

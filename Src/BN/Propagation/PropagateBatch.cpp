@@ -1,3 +1,4 @@
+// Sixteen cases at a time through a small tree: layout, both passes, cases that floats do not do for.
 #include "BN/Propagation/PropagateBatch.h"
 
 #include <algorithm>
@@ -145,7 +146,7 @@ struct FamilySource {
 
 }  // namespace
 
-struct BatchPropagation::Engine {
+struct BatchPropagation::Program {
     const ModelGraph* graph;
     const JunctionTree* tree;
     TableSource table;
@@ -174,7 +175,7 @@ struct BatchPropagation::Engine {
     std::vector<double> case_weights;
     TableVector<float> family_table;
 
-    Engine(const ModelGraph& g, const JunctionTree& t, TableSource source, const CaseResults& wanted)
+    Program(const ModelGraph& g, const JunctionTree& t, TableSource source, const CaseResults& wanted)
         : graph(&g), tree(&t), table(std::move(source))
     {
         cliques.resize(size_t(t.num_cliques()));
@@ -542,45 +543,45 @@ bool BatchPropagation::Suits(const ModelGraph& graph, const JunctionTree& tree)
 
 BatchPropagation::BatchPropagation(const ModelGraph& graph, const JunctionTree& tree, TableSource table,
                                    const CaseResults& wanted)
-    : engine_(std::make_unique<Engine>(graph, tree, std::move(table), wanted))
+    : program_(std::make_unique<Program>(graph, tree, std::move(table), wanted))
 {}
 
 BatchPropagation::~BatchPropagation() = default;
 
 void BatchPropagation::TableChanged(int variable)
 {
-    engine_->cliques[size_t(engine_->tree->home[size_t(variable)])].is_stale = true;
+    program_->cliques[size_t(program_->tree->home[size_t(variable)])].is_stale = true;
 }
 
 void BatchPropagation::Run(std::span<const CaseFindings> cases)
 {
     TALORA_CHECK(!cases.empty() && cases.size() <= size_t(kCases));
-    engine_->Run(cases);
+    program_->Run(cases);
 }
 
 bool BatchPropagation::IsWeak(int k) const
 {
-    return engine_->weak[k] != 0;
+    return program_->weak[k] != 0;
 }
 
 double BatchPropagation::LogProbability(int k) const
 {
-    const float mantissa = (*engine_->groups[engine_->total])[k];
-    return std::log(double(mantissa)) + double(engine_->exponents[k]) * M_LN2;
+    const float mantissa = (*program_->groups[program_->total])[k];
+    return std::log(double(mantissa)) + double(program_->exponents[k]) * M_LN2;
 }
 
 void BatchPropagation::Belief(int k, int variable, float* belief) const
 {
-    const size_t b = size_t(engine_->belief_of[size_t(variable)]);
-    const BeliefSource& source = engine_->beliefs[b];
-    const double total = engine_->belief_totals[b * kGroup + size_t(k)];
+    const size_t b = size_t(program_->belief_of[size_t(variable)]);
+    const BeliefSource& source = program_->beliefs[b];
+    const double total = program_->belief_totals[b * kGroup + size_t(k)];
     for (int s = 0; s < source.scope.size; ++s)
-        belief[s] = float(double(engine_->groups[source.table][s][k]) / total);
+        belief[s] = float(double(program_->groups[source.table][s][k]) / total);
 }
 
 void BatchPropagation::AddFamilyCounts(int variable, std::span<const double> weights, double* counts) const
 {
-    engine_->AddFamilyCounts(variable, weights, counts);
+    program_->AddFamilyCounts(variable, weights, counts);
 }
 
 }  // namespace talora

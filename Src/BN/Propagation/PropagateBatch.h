@@ -78,8 +78,8 @@ public:
     void AddFamilyCounts(int variable, std::span<const double> weights, double* counts) const;
 
 private:
-    struct Engine;
-    std::unique_ptr<Engine> engine_;
+    struct Program;
+    std::unique_ptr<Program> program_;
 };
 
 }  // namespace talora

@@ -1,3 +1,4 @@
+// Which part of a model matters for some variables, and its tables cut down to the findings.
 #include "BN/Propagation/RelevantPart.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// Makes plans of sweeps: blocks, loops, and the order of products and sums.
 #include "BN/Propagation/Sweep.h"
 
 #include <algorithm>

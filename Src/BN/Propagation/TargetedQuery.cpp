@@ -1,3 +1,4 @@
+// Beliefs of a few variables from trees of the parts that matter, kept for the next question.
 #include "BN/Propagation/TargetedQuery.h"
 
 #include <algorithm>
@@ -43,7 +44,7 @@ struct Prepared {
 
 }  // namespace
 
-struct TargetedQuery::Engine {
+struct TargetedQuery::Answers {
     const ModelGraph* graph;
     TableSource table;
     std::vector<int> order;        // of the whole model, or none
@@ -239,13 +240,13 @@ struct TargetedQuery::Engine {
 };
 
 TargetedQuery::TargetedQuery(const ModelGraph& graph, TableSource table, std::vector<int> order)
-    : engine_(std::make_unique<Engine>())
+    : answers_(std::make_unique<Answers>())
 {
-    engine_->graph = &graph;
-    engine_->table = std::move(table);
-    engine_->order = std::move(order);
-    engine_->not_looked_at.resize(graph.variables.size());
-    std::iota(engine_->not_looked_at.begin(), engine_->not_looked_at.end(), 0);
+    answers_->graph = &graph;
+    answers_->table = std::move(table);
+    answers_->order = std::move(order);
+    answers_->not_looked_at.resize(graph.variables.size());
+    std::iota(answers_->not_looked_at.begin(), answers_->not_looked_at.end(), 0);
 }
 
 TargetedQuery::~TargetedQuery() = default;
@@ -254,33 +255,33 @@ UpdateStatus TargetedQuery::Ask(std::span<const int> targets, ModelFindings& fin
                                 Progress* progress)
 {
     const DenormalsOff mode;
-    engine_->FindConstrained();
-    findings.constrained = engine_->constrained;
-    return engine_->Ask(targets, findings, wants_probability, progress);
+    answers_->FindConstrained();
+    findings.constrained = answers_->constrained;
+    return answers_->Ask(targets, findings, wants_probability, progress);
 }
 
 void TargetedQuery::Belief(int target, float* belief) const
 {
-    const Prepared& p = engine_->prepared.front();
-    const int state = engine_->observed[size_t(target)];
+    const Prepared& p = answers_->prepared.front();
+    const int state = answers_->observed[size_t(target)];
     if (state < 0) {
         p.propagation->Belief(p.part.targets[size_t(target)], belief);
         return;
     }
-    const int n = engine_->graph->variables[size_t(engine_->asked[size_t(target)])].num_states;
+    const int n = answers_->graph->variables[size_t(answers_->asked[size_t(target)])].num_states;
     std::fill_n(belief, n, 0.0f);
     belief[state] = 1;
 }
 
 void TargetedQuery::JointBelief(std::span<const int> variables, float* joint) const
 {
-    const Prepared& p = engine_->prepared.front();
+    const Prepared& p = answers_->prepared.front();
     std::vector<int> free, counts;
     std::vector<int64_t> strides;
     int64_t size = 1, start = 0, num_free = 1;
     for (size_t k = variables.size(); k-- > 0;) {
         const int v = variables[k], state = p.positive[size_t(v)];
-        const int num_states = std::max(1, engine_->graph->variables[size_t(v)].num_states);
+        const int num_states = std::max(1, answers_->graph->variables[size_t(v)].num_states);
         if (state >= 0) {
             start += state * size;
         } else {
@@ -309,14 +310,14 @@ void TargetedQuery::JointBelief(std::span<const int> variables, float* joint) co
 
 double TargetedQuery::LogProbability() const
 {
-    const Prepared& p = engine_->prepared.front();
-    return (p.part.original.empty() ? 0 : p.propagation->LogProbability()) + engine_->log_fixed;
+    const Prepared& p = answers_->prepared.front();
+    return (p.part.original.empty() ? 0 : p.propagation->LogProbability()) + answers_->log_fixed;
 }
 
 void TargetedQuery::TableChanged(int variable)
 {
-    engine_->not_looked_at.push_back(variable);
-    for (Prepared& p : engine_->prepared) {
+    answers_->not_looked_at.push_back(variable);
+    for (Prepared& p : answers_->prepared) {
         const auto found = std::find(p.part.original.begin(), p.part.original.end(), variable);
         // Filled anew with the next question.
         if (found != p.part.original.end()) p.positive.assign(p.positive.size(), -2);

@@ -42,8 +42,8 @@ public:
     void TableChanged(int variable);
 
 private:
-    struct Engine;
-    std::unique_ptr<Engine> engine_;
+    struct Answers;
+    std::unique_ptr<Answers> answers_;
 };
 
 }  // namespace talora

@@ -1,3 +1,4 @@
+// Puts hubs between large cliques and the children that share few variables with them.
 #include "BN/Propagation/TreeHubs.h"
 
 #include <algorithm>

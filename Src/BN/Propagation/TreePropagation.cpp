@@ -355,11 +355,15 @@ UpdateStatus TreePropagation::Update()
     const DenormalsOff mode;
     PlaceTables();
     vanished_at = -1;
+    // 1. Towards the root.  Every clique comes after its mate, so from the last to the first each has what
+    // its children send before it sends; one whose message comes out as it was before stirs nothing further
+    // on.
     for (int i = pending.Below(tree->num_cliques()); i >= 0; i = pending.Below(i)) {
         clique_at = i;
         const UpdateStatus status = IsUpStale(i) ? SendUp(i) : UpdateStatus::kUpdated;
         if (status != UpdateStatus::kUpdated) return status;
     }
+    // 2. Outwards, in the other order, and the beliefs that no separator holds.
     is_rising = false;
     for (int i = pending.From(0); i >= 0; i = pending.From(i + 1)) {
         clique_at = i;
@@ -368,6 +372,7 @@ UpdateStatus TreePropagation::Update()
         if (status != UpdateStatus::kUpdated) return status;
         pending.Erase(i);
     }
+    // 3. What scaling took out of potentials and messages on the way to the root is the probability.
     log_prob = tree->num_cliques() == 0 ? 0 : LogOf(1, total_log_scale);
     updated = true;
     return UpdateStatus::kUpdated;
@@ -375,16 +380,19 @@ UpdateStatus TreePropagation::Update()
 
 UpdateStatus TreePropagation::CollectTo(int target)
 {
+    // 1. The way from the target to the root.
     way.clear();
     for (int i = target; i >= 0; i = tree->mate[size_t(i)]) way.push_back(i);
     std::vector<bool> on_way(size_t(tree->num_cliques()));
     for (int i : way) on_way[size_t(i)] = true;
+    // 2. Upwards in all that hangs on the way.
     for (int i = pending.Below(tree->num_cliques()); i >= 0; i = pending.Below(i)) {
         if (on_way[size_t(i)] || !IsUpStale(i)) continue;
         clique_at = i;
         const UpdateStatus status = SendUp(i);
         if (status != UpdateStatus::kUpdated) return status;
     }
+    // 3. Down the way, to one child at each step.
     is_rising = false;
     for (size_t k = way.size(); k-- > 1;) {
         clique_at = way[k];
