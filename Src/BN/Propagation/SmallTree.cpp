@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <numeric>
 
 #include "BN/Propagation/PotTable0.h"
 #include "Basic/Error.h"
@@ -113,9 +112,10 @@ SmallSpread SmallTree::SpreadOf(std::span<const int> variables, std::span<const 
     spread.run = last_in;
     if (last_in == stride) return spread;
     // 2. Per entry of the larger table its place in the smaller one, and the other way round.
-    std::vector<uint16_t> places;
-    std::vector<int> state(within.size(), 0);
     const int count = SizeOf(within);
+    std::vector<uint16_t> places;
+    places.reserve(size_t(count));
+    std::vector<int> state(within.size(), 0);
     for (int entry = 0, place = 0; entry < count; ++entry) {
         places.push_back(uint16_t(place));
         for (size_t k = within.size(); k-- > 0;) {
@@ -125,9 +125,11 @@ SmallSpread SmallTree::SpreadOf(std::span<const int> variables, std::span<const 
             state[k] = 0;
         }
     }
+    const size_t each = places.size() / size_t(stride);
     std::vector<uint16_t> from(places.size());
-    std::iota(from.begin(), from.end(), uint16_t(0));
-    std::stable_sort(from.begin(), from.end(), [&](uint16_t a, uint16_t b) { return places[a] < places[b]; });
+    std::vector<size_t> end(static_cast<size_t>(stride));
+    for (size_t s = 0; s < end.size(); ++s) end[s] = s * each;
+    for (size_t entry = 0; entry < places.size(); ++entry) from[end[places[entry]]++] = uint16_t(entry);
     spread.from = int(places_.size());
     places_.insert(places_.end(), from.begin(), from.end());
     // 3. In runs where they are long enough.
@@ -209,6 +211,7 @@ void SmallTree::PlaceTables()
 
 // ---- What is known. ----
 
+// The cliques from there to the root follow in the next update.
 void SmallTree::SetWeights(int variable, const float* weights)
 {
     const size_t v = size_t(variable);
@@ -234,6 +237,8 @@ void SmallTree::Forget()
 
 // ---- Towards the root. ----
 
+// The product of the tables that have their home here, and by how much a row of theirs may exceed 1 (only
+// where a net's own tables do not sum to 1: then the limit of what is too improbable moves up with it).
 void SmallTree::FillPotential(int i)
 {
     Clique& clique = cliques_[size_t(i)];
@@ -327,6 +332,8 @@ void SmallTree::Collect(int i)
     counters_.entries += clique.size;
 }
 
+// Every clique comes after its mate, so from the last to the first each has what its children send.  What was
+// flushed is asked of the processor clique by clique, as tables stay from one update to the next.
 SmallTree::Status SmallTree::Update()
 {
     const DenormalsOff mode;
@@ -365,6 +372,8 @@ const float* SmallTree::Above(int i)
     return clique.above;
 }
 
+// As many floats as the separator has, however large the cliques: the only division there is, made from
+// tables of the same update, so nothing drifts.
 const float* SmallTree::Quotient(int i)
 {
     Clique& clique = cliques_[size_t(i)];
@@ -388,6 +397,7 @@ const float* SmallTree::Entries(int i)
     return clique.entries;
 }
 
+// Where just the members that a clique shares with no other are asked for, its entries are not written.
 const float* SmallTree::Rows(int i)
 {
     if (i == 0) return ProductOf(0);
