@@ -11,6 +11,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "Basic/Digits.h"
+
 namespace talora {
 
 namespace {
@@ -242,7 +244,7 @@ std::string Ordinal(int64_t number)
 std::string FormatReal15(double value)
 {
     char buffer[40];
-    return {buffer, std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::general, 15).ptr};
+    return {buffer, PrintDigits(buffer, buffer + sizeof buffer, value, std::chars_format::general, 15)};
 }
 
 std::string FormatReal(double value)
@@ -250,7 +252,7 @@ std::string FormatReal(double value)
     char buffer[40];
     for (int digits = 15;; ++digits) {
         char* const end =
-            std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::general, digits).ptr;
+            PrintDigits(buffer, buffer + sizeof buffer, value, std::chars_format::general, digits);
         // Numbers next to the greatest are rounded up out of range.  Bits are compared, as denormal numbers
         // may count as equal here.
         double back = 0;
@@ -264,13 +266,13 @@ std::string FormatReal(double value)
 std::string FormatShortest(float value)
 {
     char buffer[40];
-    return {buffer, std::to_chars(buffer, buffer + sizeof buffer, value).ptr};
+    return {buffer, PrintDigits(buffer, buffer + sizeof buffer, value)};
 }
 
 std::string FormatShortest(double value)
 {
     char buffer[40];
-    return {buffer, std::to_chars(buffer, buffer + sizeof buffer, value).ptr};
+    return {buffer, PrintDigits(buffer, buffer + sizeof buffer, value)};
 }
 
 }  // namespace talora

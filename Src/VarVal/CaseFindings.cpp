@@ -217,7 +217,7 @@ NodeFinding FindingOf(const Node& node, const CaseEntry& entry, const CasePlace&
     if (entry.kind != EntryKind::MISSING && entry.kind != EntryKind::MISFIT &&
         (node.kind == UTILITY_NODE || IsDocumentation(node)))
         FailAt<6034>(PlaceToTell(place), KindTerm(node.kind), node.name.c_str());
-    if (entry.kind == EntryKind::LIKELIHOOD && node.kind != NATURE_NODE)
+    if (entry.kind == EntryKind::LIKELIHOOD && node.kind != NATURE_NODE && node.kind != DISCONNECTED_NODE)
         FailAt<6538>(PlaceToTell(place), KindTerm(node.kind), node.name.c_str());
     return finding;
 }

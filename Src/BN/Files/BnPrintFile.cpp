@@ -9,6 +9,7 @@
 #include "BN/Files/NetContainer.h"
 #include "BN/Files/NetFields.h"
 #include "BN/Model/BnProbs.h"
+#include "Basic/Digits.h"
 #include "Basic/Error.h"
 #include "Basic/FileType.h"
 #include "Basic/Memory.h"
@@ -39,7 +40,7 @@ constexpr int kNodeOrder[] = {
 void AppendFloat(std::string& out, float value)
 {
     char digits[32];
-    const auto end = std::to_chars(digits, digits + sizeof digits, value, std::chars_format::general).ptr;
+    const auto end = PrintDigits(digits, digits + sizeof digits, value, std::chars_format::general);
     out.append(digits, end);
 }
 
@@ -74,8 +75,7 @@ void AppendEntry(std::string& out, double value)
     else if (std::abs(value) == InfinityDbl())
         AppendReal(out, value);
     else
-        out.append(digits,
-                   std::to_chars(digits, digits + sizeof digits, value, std::chars_format::general).ptr);
+        out.append(digits, PrintDigits(digits, digits + sizeof digits, value, std::chars_format::general));
 }
 
 // ( item, item, ... ); a single item that is empty is written as "".

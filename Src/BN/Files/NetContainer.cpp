@@ -162,9 +162,9 @@ Secret PasswordFor(const CipherDef& cipher, const Stream& stream)
 // that the net is saved with it again.
 void MindSimple(const Stream& stream, Secret& password)
 {
-    if (stream.password.IsSet() && stream.password.Text() == kSimplePassword) return;
+    if (!stream.password.IsSet() || stream.password.Text() == kSimplePassword) return;
     Warn<7255>(stream.name.c_str());
-    if (stream.password.IsSet()) password = stream.password;
+    password = stream.password;
 }
 
 // The gzip member of an encrypted file, and the password that opened it.
