@@ -185,9 +185,10 @@ std::string_view ReadEscape(Tokenizer& t, const TableReader& table, int64_t inde
 double ReadRealEntry(Tokenizer& t, const TableReader& table, int64_t index, const char* node)
 {
     const size_t start = t.At();
-    const std::string_view word = t.ReadWord();
+    std::string_view word = t.ReadWord();
     double value;
     if (ParseReal(word, value)) return value;
+    if (word.starts_with('@') && word.ends_with(kValueMark)) word = word.substr(1, word.find('_') - 1);
     if (word == "INFINITY") return InfinityDbl();
     if (word == "-INFINITY") return -InfinityDbl();
     if (word == "undef") return UndefDbl();
@@ -285,6 +286,7 @@ bool HoldsReals(NodeReader& r)
     for (;;) {
         if (t.TryRead('(') || t.TryRead(',') || t.TryRead(')')) continue;
         const std::string_view word = t.ReadWord();
+        if (word.starts_with('@') && word.ends_with(kValueMark)) reals = true;
         if (word.starts_with('@')) continue;
         double value;
         const bool is_word_for_number =

@@ -471,17 +471,20 @@ void CheckTable(const Node& node, size_t entries, double expected)
 
 template <class T>
 bool PrintRows(ValuePrinter& p, const Node& node, const char* keyword, const TableVector<T>& table,
-               bool first_is_bare = false)
+               bool of_values = false)
 {
     if (table.empty()) return false;
     RowPrinter rows(node, false);
     CheckTable(node, table.size(), rows.NumRows());
+    const bool infinity_is_state = FindState(node, "INFINITY") >= 0;
     rows.Print(p, [&](int64_t row) {
         const T value = table[static_cast<size_t>(row)];
         CheckReal(node, keyword, value);
-        const size_t start = p.out.size();
-        AppendEntry(p.out, value);
-        if (first_is_bare && row == 0) p.out.erase(start, 1);  // the '@'
+        if (infinity_is_state && std::abs(value) == InfinityDbl())
+            p.out += FormatShortest(value);  // its digits say the same
+        else
+            AppendEntry(p.out, value);
+        if (of_values && row == 0) p.out += kValueMark;
     });
     return true;
 }
@@ -499,8 +502,8 @@ bool FuncTable(ValuePrinter& p, const Node& node)
     const auto& reals = node.tables.func_reals;
     if (states.empty()) {
         // If there is no number to tell that it is no table of states, the first entry does.
-        const bool is_bare = HasStates(node) && std::all_of(reals.begin(), reals.end(), IsNoNumber);
-        return PrintRows(p, node, "functable", reals, is_bare);
+        const bool of_values = HasStates(node) && std::all_of(reals.begin(), reals.end(), IsNoNumber);
+        return PrintRows(p, node, "functable", reals, of_values);
     }
     if (!reals.empty()) Warn<7254>(node.name.c_str());
     RowPrinter rows(node, false);

@@ -64,6 +64,8 @@ constexpr EnumWord kEscapeWords[] = {
     {"@any", EVERY_STATE},
     {"@uniform", UNIFORM_STATE},
 };
+// Ends an escape which shows that a function table without any number is none of states.
+constexpr std::string_view kValueMark = "_value";
 constexpr EnumWord kBoolWords[] = {{"TRUE", 1}, {"FALSE", 0}};
 
 }  // namespace talora

@@ -127,7 +127,7 @@ TEST_F(BnPrintFileTest, WrittenTextIsStable)
          "node P {states = (a, b);}; node A {discrete = FALSE; parents = (P); functable = (@imposs, 2);};",
          "(@imposs,\t// a\n\t\t\t 2);\t// b\n"},
         {"no number at all", "node A {states = (x); levels = (2); functable = (undef);};",
-         "\n\t\t\tundef;\n"},
+         "\n\t\t\t@undef_value;\n"},
         {"every state",
          "node P {states = (a, b);}; node A {states = (INFINITY, y); parents = (P); functable = (@any, @uniform);};",
          "(@any,\t// a\n\t\t\t @uniform);\t// b\n"},

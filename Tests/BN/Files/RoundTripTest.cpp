@@ -30,7 +30,7 @@ TEST(RoundTripTest, NetsWithExtremeFields)
         net_bn* const read = ReadNet_bn(stream, REGULAR_WINDOW);
         EXPECT_EQ(WarningsBut(env, {}), "");
         ASSERT_NE(read, nullptr) << GetStreamContents_vx(stream, nullptr);
-        ASSERT_EQ(Difference(*net, *read), "") << GetStreamContents_vx(stream, nullptr);
+        ASSERT_EQ(Difference(*net, *read), "");
         DeleteStream_vx(stream);
         DeleteNet_bn(read);
         DeleteNet_bn(net);
