@@ -61,6 +61,9 @@ public:
         ChooseNodes();
         NameNodes();
         for (size_t i = 0; i < nodes_.size(); ++i) Describe(*nodes_[i], result_.nodes[i]);
+        for (const Node* node : nodes_)
+            if (renamed_.count(node))
+                Lose(kInformation, "names of nodes and states", node->name, "other names");
         for (size_t i = 0; i < nodes_.size(); ++i) DescribeLinks(*nodes_[i], result_.nodes[i]);
         DescribeGroups();
         return std::move(result_);
@@ -163,7 +166,7 @@ private:
             if (has_title && Holds(HOLDS_TITLES)) to.title = node.text.title;
             const bool is_lost = to.name != OriginalName(node) && to.title != OriginalName(node);
             if (is_lost)
-                Lose(kInformation, "names of nodes and states", node.name, "other names");
+                renamed_.insert(&node);
             else if (has_title && to.title.empty() && node.text.title != OriginalName(node))
                 Lose(kInformation, "titles", node.name);
         }
@@ -191,7 +194,7 @@ private:
                     StateName(node, i).empty() ? "state" + std::to_string(i) : StateName(node, i);
             is_lost = true;
         }
-        if (is_lost) Lose(kInformation, "names of nodes and states", node.name, "other names");
+        if (is_lost) renamed_.insert(&node);
         if (has_titles && Holds(HOLDS_STATE_TITLES)) return;
         if (has_titles) Lose(kInformation, "titles of states", node.name);
         to.state_titles.clear();
@@ -468,6 +471,7 @@ private:
     ForeignNet result_;
     std::vector<const Node*> nodes_;
     std::map<const Node*, int> index_of_;
+    std::unordered_set<const Node*> renamed_;  // those whose own name or states' names are others
 };
 
 }  // namespace
