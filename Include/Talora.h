@@ -842,8 +842,8 @@ TALORA_API bool_vx GetNthStreamLoss_vx(stream_vx* stream, int index, int* severi
 /** The formats of net files, from index 0: name, extensions (the usual one first, blanks between them), what
  *  it is, and whether nets are read from it and written to it.  Each pointer may be NULL.
  *  @return FALSE, with nothing received, behind the last format */
-TALORA_API bool_vx GetNthFileFormat_vx(int index, const char** name, const char** extensions, const char** about,
-                                       bool_vx* can_read, bool_vx* can_write);
+TALORA_API bool_vx GetNthFileFormat_vx(int index, const char** name, const char** extensions,
+                                       const char** about, bool_vx* can_read, bool_vx* can_write);
 
 /** Password for encrypting the net when it is written as a binary file to a stream without a password;
  *  NULL removes it.  A net read from an encrypted file has that file's password, a copy has its original's.

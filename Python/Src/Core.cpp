@@ -1,3 +1,4 @@
+// Ownership, the frame of each call, and conversions between values of Python and of the engine.
 #include "Core.h"
 
 #include <pthread.h>

@@ -91,7 +91,7 @@ struct environ_vx {
     std::atomic<bool> inherit_in_first_pass{false};  // of net files, see BnParse.h
     std::atomic<char> case_delimiter{'\t'};          // of case files that are written: comma, blank or tab
     std::atomic<char> missing_char{'*'};             // of case files; 0 for none
-    std::atomic<bool> always_try_large{false};  // the user wants large tables tried without a question
+    std::atomic<bool> always_try_large{false};       // the user wants large tables tried without a question
     int user_allowed = 4;
     talora::WindowPosition window;
     std::atomic<bool> halt{false};

@@ -1,3 +1,4 @@
+// What nets and nodes share behind the interface: user fields, last change, labels.
 #include "Talora/ApiFields.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// The life of an environment: made ready, locked as a whole, closed with all that is in it.
 #include "Talora/Main.h"
 
 #include <cstdio>

@@ -1,3 +1,4 @@
+// AES in Galois/Counter Mode (NIST SP 800-38D), with the processor's instructions or without tables.
 #include "Misc/Crypto/CryptoGCM.h"
 
 #include <algorithm>
@@ -33,6 +34,7 @@ void PutBigEndian(uint64_t value, uint8_t* bytes)
     for (int i = 0; i < 8; ++i) bytes[i] = static_cast<uint8_t>(value >> (56 - 8 * i));
 }
 
+// A block as one number, its first byte highest: the order in which the standard writes polynomials.
 Wide GetBlock(const uint8_t* bytes)
 {
     return Wide{BigEndian(bytes)} << 64 | BigEndian(bytes + 8);
@@ -75,6 +77,7 @@ Wide PolynomialProduct(uint64_t a, uint64_t b)
 }
 
 // Modulo x^128 + x^7 + x^2 + x + 1.  Bits stand in reverse, so a power of x moves them down.
+// Karatsuba: three products of 64 bits for one of 128, then the reduction.
 Wide Multiply(Wide a, Wide b)
 {
     const auto a_high = static_cast<uint64_t>(a >> 64), a_low = static_cast<uint64_t>(a);
@@ -94,6 +97,7 @@ Wide Multiply(Wide a, Wide b)
 #ifdef TALORA_X86
 
 // A product of 256 bits, the middle of which is not yet added to the rest.
+// Products are added before they are reduced, so several blocks share one reduction.
 struct Product {
     __m128i low, middle, high;
 };
@@ -160,6 +164,7 @@ struct Product {
 
 }  // namespace
 
+// The hash key is the encrypted block of zeros; its powers let as many blocks be reduced at once.
 AesGcm::AesGcm(ByteSpan key, Instructions instructions)
     : aes_(key, instructions),
       has_instructions_(instructions == Instructions::BEST && HasCipherInstructions())
@@ -176,6 +181,7 @@ AesGcm::~AesGcm()
     Wipe(hash_keys_.data(), sizeof hash_keys_);
 }
 
+// GHASH (6.4): a last block that is not whole is filled up with zeros.
 void AesGcm::Hash(Element& sum, ByteSpan bytes) const
 {
     const auto add = [&](const uint8_t* blocks, size_t num_blocks) {
@@ -214,6 +220,7 @@ AesGcm::Block AesGcm::FirstCounter(ByteSpan nonce) const
     return counter;
 }
 
+// 7.1, steps 5 and 6: the hash of both texts and their lengths, XORed with the encrypted first counter.
 GcmTag AesGcm::Tag(const Block& counter, ByteSpan data, ByteSpan sealed) const
 {
     Element sum = 0;
@@ -257,6 +264,7 @@ GcmTag AesGcm::Encrypt(ByteSpan nonce, ByteSpan data, ByteSpan text, uint8_t* ou
     return Tag(counter, data, {out, text.size()});
 }
 
+// The tag comes first: nothing is decrypted that is not authentic.
 bool AesGcm::Decrypt(ByteSpan nonce, ByteSpan data, ByteSpan sealed, const GcmTag& tag, uint8_t* out) const
 {
     if (sealed.size() > kMaxGcmText || data.size() > kMaxGcmData) return false;

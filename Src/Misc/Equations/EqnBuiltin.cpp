@@ -2,11 +2,11 @@
 #include "Misc/Equations/EqnBuiltin.h"
 
 #include <algorithm>
-#include <boost/math/policies/policy.hpp>
 #include <boost/math/special_functions/gamma.hpp>
 #include <cstdarg>
 
 #include "Basic/Text.h"
+#include "Misc/Equations/QuietMath.h"
 
 namespace talora {
 
@@ -29,13 +29,6 @@ namespace builtin {
                 [[maybe_unused]] EqnReason& reason)
 
 namespace {
-
-namespace policies = boost::math::policies;
-using QuietPolicy =
-    policies::policy<policies::domain_error<policies::ignore_error>,
-                     policies::pole_error<policies::ignore_error>,
-                     policies::overflow_error<policies::ignore_error>,
-                     policies::evaluation_error<policies::ignore_error>, policies::promote_double<false>>;
 
 constexpr double kApproxRatio = 0.99998;
 constexpr double kFindRatio = 0.99999;

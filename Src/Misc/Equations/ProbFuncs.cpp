@@ -2,23 +2,17 @@
 #include "Misc/Equations/ProbFuncs.h"
 
 #include <algorithm>
-#include <boost/math/policies/policy.hpp>
 #include <boost/math/special_functions/beta.hpp>
 #include <boost/math/special_functions/expint.hpp>
 #include <boost/math/special_functions/gamma.hpp>
 #include <numbers>
 #include <utility>
 
+#include "Misc/Equations/QuietMath.h"
+
 namespace talora::dist {
 
 namespace {
-
-namespace policies = boost::math::policies;
-using QuietPolicy =
-    policies::policy<policies::domain_error<policies::ignore_error>,
-                     policies::pole_error<policies::ignore_error>,
-                     policies::overflow_error<policies::ignore_error>,
-                     policies::evaluation_error<policies::ignore_error>, policies::promote_double<false>>;
 
 constexpr double kInfinite = std::numeric_limits<double>::infinity();
 constexpr double kRootTwoPi = 2.5066282746310002;
