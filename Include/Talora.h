@@ -802,8 +802,8 @@ TALORA_API const char* GetStreamName_vx(const stream_vx* stream);
 TALORA_API void CopyStream_vx(const stream_vx* source, stream_vx* target);
 
 /** Reads a net from a file of any format: the text and binary formats of this system, and the net files of
- *  other programs (GetNthFileFormat_vx), packed with gzip or not.  The format is told by the contents, not by
- *  the name of the file.  The password of an encrypted file comes from the stream or from the user
+ *  other programs (GetNthFileFormat_vx), packed with gzip or not.  The contents decide which it is, not the
+ *  name of the file.  The password of an encrypted file comes from the stream or from the user
  *  (SetPasswordHandler_vx).
  *
  *  Of a file of another program, names that break the rule become legal and unique ones, with the original as

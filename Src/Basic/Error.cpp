@@ -75,7 +75,7 @@ ErrorGroup& Group()
     return group;
 }
 
-constexpr int kDroppingNumber = -5623;  // the record that tells of records dropped
+constexpr int kDroppingNumber = -5623;  // the record that reports records dropped
 
 // Whether a record goes before those of errors when there are too many.
 bool IsDroppable(const report_vx& record)
@@ -225,7 +225,7 @@ report_vx* UseMemoryRecord(const char* text, Severity severity) noexcept
 }
 
 // Keeps the list within its limit: the oldest record below "error" goes, else the oldest.  The record that
-// tells of this stays.
+// reports this stays.
 void DropOldest(ErrorGroup& group) noexcept
 {
     report_vx* victim = group.oldest;

@@ -9,7 +9,7 @@ namespace talora {
 
 enum class LossSeverity : uint8_t {
     LOOKS = 1,        // only how the net is drawn
-    INFORMATION = 2,  // something that people or other programs know no more
+    INFORMATION = 2,  // something that users or other programs can no longer read
     ANSWERS = 3       // beliefs, utilities or decisions differ
 };
 

@@ -1,4 +1,4 @@
-// Going over the limit of memory where the person has agreed to it.
+// Going over the limit of memory where the user has agreed to it.
 #pragma once
 
 namespace talora {

@@ -123,7 +123,7 @@ SafeFile::SafeFile(std::string path, bool keep_private) : path_(std::move(path))
 }
 
 // Temporaries of a file are called .NAME.0.tmp, .NAME.1.tmp and so on, the lowest that is free.  Whoever
-// writes one holds its lock.  What nobody holds was left by a process that was killed, and goes.
+// writes one holds its lock.  A file without a lock was left by a process that was killed, and goes.
 void SafeFile::OpenTemporary(bool keep_private)
 {
     const size_t slash = target_.rfind('/');

@@ -11,7 +11,7 @@ namespace {
 // A printed row may miss 1 by half of the fourth decimal per state, and by no less than this.
 constexpr double kPrintedRow = 1e-4;
 constexpr double kPrintedEntry = 5e-5;
-// Less than a float can tell: such rows are left alone, so that what was written is read as it was.
+// Below the precision of a float: such rows are left alone, so that what was written is read as it was.
 constexpr double kExactRow = 2e-7;
 // A tiny negative entry is what subtraction left of a zero.
 constexpr double kNoise = 1e-9;

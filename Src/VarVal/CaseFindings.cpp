@@ -188,7 +188,7 @@ std::vector<Node*> AddMissingNodes(Stream& file, Net& net, const CaseFileHeader&
     return added;
 }
 
-// Told once for all cases of a file.
+// Reported once for all cases of a file.
 void WarnOfRepeatedColumns(const Stream& file, const Net& net, const CaseFileHeader& header)
 {
     std::vector<char> seen(net.nodes.nodes.size());
@@ -201,11 +201,11 @@ void WarnOfRepeatedColumns(const Stream& file, const Net& net, const CaseFileHea
 }
 
 // For messages that do not name the place themselves.
-FilePlace PlaceToTell(const CasePlace& place)
+FilePlace PlaceForReport(const CasePlace& place)
 {
-    FilePlace told = RecordPlace(place);
-    told.in_text = false;
-    return told;
+    FilePlace reported = RecordPlace(place);
+    reported.in_text = false;
+    return reported;
 }
 
 NodeFinding FindingOf(const Node& node, const CaseEntry& entry, const CasePlace& place)
@@ -216,9 +216,9 @@ NodeFinding FindingOf(const Node& node, const CaseEntry& entry, const CasePlace&
     finding.likelihood.assign(entry.weights.begin(), entry.weights.end());
     if (entry.kind != EntryKind::MISSING && entry.kind != EntryKind::MISFIT &&
         (node.kind == UTILITY_NODE || IsDocumentation(node)))
-        FailAt<6034>(PlaceToTell(place), KindTerm(node.kind), node.name.c_str());
+        FailAt<6034>(PlaceForReport(place), KindTerm(node.kind), node.name.c_str());
     if (entry.kind == EntryKind::LIKELIHOOD && node.kind != NATURE_NODE && node.kind != DISCONNECTED_NODE)
-        FailAt<6538>(PlaceToTell(place), KindTerm(node.kind), node.name.c_str());
+        FailAt<6538>(PlaceForReport(place), KindTerm(node.kind), node.name.c_str());
     return finding;
 }
 
@@ -338,7 +338,7 @@ FoundCase ReadFindings(Stream& file, Net& net, std::vector<Node*> nodes, int64_t
         file.next_case_line = reader.NextLineNumber();
         return found;
     } catch (const Unwind& failure) {
-        // The net is as it was, but whoever goes on comes to the next case and not to this one for ever.  The
+        // The net is as it was, but reading on comes to the next case and not to this one forever.  The
         // place is negative while nodes that went again with this case are still to be added.
         if (HasCondition(*failure.record, ABORTED_CND)) throw;
         file.next_case = added.empty() ? reader.BytesTaken() : -reader.BytesTaken();

@@ -477,7 +477,7 @@ std::string BytesText(double bytes)
 }
 
 // The user decides about a table that does not fit into the memory limit.  @return whether to go over it;
-// where nobody can be asked the limit holds
+// without a question handler the limit holds
 bool AskForMemory(const Node& node, double bytes)
 {
     if (bytes <= MemoryAvailable()) return false;

@@ -501,7 +501,7 @@ bool FuncTable(ValuePrinter& p, const Node& node)
     const auto& states = node.tables.func_states;
     const auto& reals = node.tables.func_reals;
     if (states.empty()) {
-        // If there is no number to tell that it is no table of states, the first entry does.
+        // If no number shows that it is no table of states, the first entry does.
         const bool of_values = HasStates(node) && std::all_of(reals.begin(), reals.end(), IsNoNumber);
         return PrintRows(p, node, "functable", reals, of_values);
     }

@@ -28,7 +28,7 @@ struct TreeSizes {
     double cliques = 0, with_separators = 0, under_findings = 0;
 };
 TreeSizes SizesOf(const Net& net);  // of a compiled net
-// The tables under the current findings fit into the limit of memory, or this fails; asks the person about
+// The tables under the current findings fit into the limit of memory, or this fails; asks the user about
 // large ones.  @return whether they are wanted
 bool CheckTableMemory(Net& net, const TreeSizes& sizes);
 const CompiledNet& NeedCompiled(const Net& net);  // fails unless the net is compiled

@@ -171,7 +171,7 @@ double ScaledUpperTail(double x)
     return (1 - r * (1 - r * (3 - r * (15 - r * 105)))) / x * std::exp(-kLogRootTwoPi);
 }
 
-// A normal distribution.  Densities are told against that at a reference, by differences of the places, which
+// A normal distribution.  Densities are relative to that at a reference, by differences of the places, which
 // are exact where those of squares are not.
 struct Normal {
     double mean, std_dev;

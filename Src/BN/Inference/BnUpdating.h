@@ -33,7 +33,7 @@ struct CompiledNet {
     std::vector<int> variable_of;        // by node index, -1 for nodes outside the tree
     std::vector<Node*> utilities;        // in the order of graph.utility_parents
     std::vector<Node*> below_constants;  // nodes with constant parents
-    double bytes_agreed = 0;             // of tables: the person has been asked up to here
+    double bytes_agreed = 0;             // of tables: the user has been asked up to here
     bool has_told_full_need = false;
     ModelGraph graph;
     JunctionTree tree;

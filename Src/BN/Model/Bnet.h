@@ -281,7 +281,7 @@ int FindParent(const Node& child, const Node* parent);  // index of the link, -1
 // A fresh label for a graph walk; see the recycling rule at the definition.
 uint64_t NewLabel(Net& net);
 
-// Whether b can be reached from a along links without delay.  O(1) where the ranks tell, at most O(links).
+// Whether b can be reached from a along links without delay.  O(1) where the ranks decide, at most O(links).
 bool IsAncestor(Net& net, const Node& a, const Node& b);
 // A link without delay was made: ranks that it contradicts are no longer used.
 void CheckRanks(const Node& parent, const Node& child) noexcept;
