@@ -115,9 +115,7 @@ const prob_bn* QueryBeliefs_bn(const nodelist_bn* nodes, double* log_probability
 int GetBeliefsOfCases_bn(const nodelist_bn* known, const state_bn* states, int num_cases,
                          const nodelist_bn* asked, prob_bn* beliefs, double* log_probabilities)
 {
-    return CallApi2(__func__, With(asked, EntriesOf(asked)), known, -1, [&] {
-        CheckListEntries(asked);
-        CheckListEntries(known);
+    return CallApi2(__func__, With(asked, EntriesOf(asked), EntriesOf(known)), known, -1, [&] {
         if (num_cases < 0) Fail<7401>(num_cases);
         if (num_cases == 0 || asked->nodes.empty()) return num_cases;
         if (states == nullptr && !known->nodes.empty()) Fail<7402>("states");
