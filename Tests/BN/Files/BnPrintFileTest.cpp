@@ -212,9 +212,10 @@ TEST_F(BnPrintFileTest, LossesAreReported)
     EXPECT_EQ(last(), 7254);
     // The file stays what it was.
     const std::string before = GetStreamContents_vx(stream_, nullptr);
-    ArgumentChecking_vx(CHECK_HANDLES, env_);
+    const checking_vx level = ArgumentChecking_vx(CHECK_HANDLES, env_);
     const prob_bn odd[] = {-0.5f, 1.5f};
     SetNodeProbs_bn(a, nullptr, odd);
+    ArgumentChecking_vx(level, env_);
     EXPECT_EQ(last(), 0);
     WriteNet_bn(net_, stream_);
     EXPECT_EQ(last(), 7253);
