@@ -84,7 +84,7 @@ Net* ReadNetOfAnyFormat(Stream& stream, const ReadNetOptions& options)
         text = unzipped.text.View();
     } else if (IsOwn(text, stream.name)) {
         const std::string start(text.substr(0, 64));
-        Net* const net = ReadNet(stream, options);
+        Net* const net = ReadNet(text, stream, options);
         stream.format = OwnFormat(start);
         return net;
     }

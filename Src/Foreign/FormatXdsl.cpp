@@ -215,7 +215,8 @@ private:
         std::vector<std::pair<pugi::xml_node, int>> blocks = {{genie, -1}};
         bool has_boxes = false;
         for (size_t i = 0; i < blocks.size(); ++i) {
-            const auto [block, group] = blocks[i];
+            const pugi::xml_node block = blocks[i].first;
+            const int group = blocks[i].second;
             Xml::ForEach(block, "node", [&](pugi::xml_node drawn) { ReadDrawnNode(drawn, group); });
             Xml::ForEach(block, "submodel", [&](pugi::xml_node submodel) {
                 net_.groups.push_back(

@@ -204,8 +204,8 @@ TEST_F(WeakSpots, FloodDropsWarningsFirst)
     EXPECT_EQ(Error(WARNING_SEVERITY), 6003);
     ClearErrors_vx(w_.env, INTERNAL_SEVERITY);
     NewError_vx(w_.env, 1, ERROR_SEVERITY, "the error that matters");
-    NewError_vx(w_.env, 2, WARNING_SEVERITY, "a warning");
-    for (int i = 2; i < 10001; ++i) NewError_vx(w_.env, 3, ERROR_SEVERITY, "another error");
+    for (int i = 0; i < 2; ++i) NewError_vx(w_.env, 2, WARNING_SEVERITY, "a warning");
+    for (int i = 3; i < 10001; ++i) NewError_vx(w_.env, 3, ERROR_SEVERITY, "another error");
     EXPECT_NE(GetError_vx(w_.env, ERROR_SEVERITY, 1, nullptr), nullptr);
     EXPECT_EQ(GetError_vx(w_.env, WARNING_SEVERITY, 2, nullptr), nullptr);
     ClearErrors_vx(w_.env, INTERNAL_SEVERITY);

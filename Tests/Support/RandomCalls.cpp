@@ -692,13 +692,10 @@ void Session::CompareBeliefs(net_bn* net)
     const bool failed = GetError_vx(nullptr, ERROR_SEVERITY, 0, nullptr) != nullptr;
     ClearErrors_vx(nullptr, INTERNAL_SEVERITY);
     if (was_halted_ || (total > 0 && total < 1e-20) || total > 1e20) return;
-    if (total == 0) {
-        // Without findings nothing is asked, whatever the tables leave impossible.
-        const bool is_asked =
-            std::any_of(net->nodes.nodes.begin(), net->nodes.nodes.end(), HasNodeFinding_bn);
-        Check(failed || std::isinf(log_prob) || !is_asked, "a contradiction is reported");
-        return;
-    }
+    // Without findings nothing is asked, whatever the tables leave impossible.
+    if (std::none_of(net->nodes.nodes.begin(), net->nodes.nodes.end(), HasNodeFinding_bn))
+        return Check(failed || log_prob == 0, "no findings have the probability 1");
+    if (total == 0) return Check(failed || std::isinf(log_prob), "a contradiction is reported");
     if (std::abs(log_prob - std::log(total)) > 1e-5 * std::max(1.0, std::abs(log_prob))) {
         fprintf(stderr, "log P %.9g, should be %.9g\n", log_prob, std::log(total));
         Check(false, "the probability of findings equals enumeration");

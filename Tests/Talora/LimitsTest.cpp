@@ -212,7 +212,7 @@ TEST(LimitsTest, TablesOfAJunctionTree)
     }
 }
 
-// What nodes inherit may be 1 MB and 16 bytes for every byte read.
+// What nodes inherit may be 1 MB and 16 bytes for every byte of the file.
 TEST(LimitsTest, InheritedStatements)
 {
     TestEnviron env;
@@ -224,13 +224,13 @@ TEST(LimitsTest, InheritedStatements)
         return all + "};\n";
     };
     const std::string without = text(0);
-    const int64_t read = int64_t(without.rfind("};\n};")) + 1;  // up to the end of the last heir
-    const int64_t quotes = 3;                                   // with the blank before
-    const int64_t limit = (1 << 20) + 16 * read - kHeirs * quotes;
+    const int64_t quotes = 3;  // with the blank before
+    const int64_t limit = (1 << 20) + 16 * int64_t(without.size()) - kHeirs * quotes;
     ReadNetText(env, text(limit));
     EXPECT_EQ(env.Taken(), 0) << env.Message();
     ReadNetText(env, text(limit + 1));
-    EXPECT_TRUE(ErrorCategory_vx(MEMORY_CONDITION, GetError_vx(env, ERROR_SEVERITY, 0, nullptr)));
+    EXPECT_TRUE(ErrorCategory_vx(MEMORY_CONDITION, GetError_vx(env, ERROR_SEVERITY, 0, nullptr)))
+        << env.Message();
     EXPECT_NE(env.Taken(), 0);
 }
 

@@ -85,8 +85,8 @@ constexpr CommandDef kCommands[] = {
      "  talora convert old.dne new.dne\n"
      "  talora convert net.dne net.tala          compressed\n"
      "  talora convert net.dne net.tala --password-file secret.txt\n"
-     "  talora convert model.xdsl model.bif      and says what was lost\n"
-     "  talora convert model.net - --to xmlbif --strict\n"
+     "  talora convert net.dne clinic.bif        and says what was lost\n"
+     "  talora convert clinic.bif - --to xmlbif --strict\n"
      "  talora convert net.dne - | diff net.dne -",
      "losses (a list: severity, what, nodes, instead)."},
     {"formats", "Lists the formats of net files", MakeFormats, "  talora formats\n  talora formats --json",

@@ -64,11 +64,16 @@ int NetFileVersion(std::string_view text)
 Net* ReadNet(const Stream& stream, const ReadNetOptions& options)
 {
     const StreamBytes bytes(stream, FileTypeByName(stream.name) == "TALA");
+    return ReadNet(bytes.View(), stream, options);
+}
+
+Net* ReadNet(std::string_view bytes, const Stream& stream, const ReadNetOptions& options)
+{
     std::string narrow;
-    std::string_view text = PlainText(bytes.View(), narrow);
+    std::string_view text = PlainText(bytes, narrow);
     UnpackedNet unpacked;
     if (IsBinaryNet(text, stream.name)) {
-        unpacked = UnpackNet(bytes.View(), stream);
+        unpacked = UnpackNet(bytes, stream);
         CheckFormatVersion(unpacked.version, {.file = stream.name.c_str()});
         text = PlainText(unpacked.text.View(), narrow);
     }

@@ -41,6 +41,8 @@ struct ReadNetOptions {
 
 // The net that the stream holds; its caller owns it.  Polls the halt flag every megabyte or so.
 Net* ReadNet(const Stream& stream, const ReadNetOptions& options);
+// From the bytes of the stream, read before: a pipe can be read only once.
+Net* ReadNet(std::string_view bytes, const Stream& stream, const ReadNetOptions& options);
 
 // Fails (7253) if the text, which is what the net is to be saved as, could not be read again.
 void CheckNetReads(const Net& net, std::string_view text, const Stream& stream);

@@ -75,11 +75,9 @@ size_t HeapBytes(const Node& node) noexcept
 
 namespace {
 
-bool DiscardsTree(const Node* node, unsigned effects)
+bool DiscardsTree(unsigned effects)
 {
-    if (effects & (RESTRUCTURES | UNCOMPILES)) return true;
-    // What a constant node says is built into the tables of the tree.
-    return node != nullptr && node->kind == CONSTANT_NODE && (effects & (RETABLES | REFINDS)) != 0;
+    return (effects & (RESTRUCTURES | UNCOMPILES)) != 0;
 }
 
 }  // namespace
@@ -93,7 +91,7 @@ size_t EditRecord::ResultBytes() const noexcept
 // state that is reached are put in place.
 void EditRecord::Run(bool forwards) noexcept
 {
-    const bool exchanges_tree = DiscardsTree(node_, effects_);
+    const bool exchanges_tree = DiscardsTree(effects_);
     std::unique_ptr<CompiledNet, CompiledNetDeleter> left;
     if (exchanges_tree) left = TakeTree(net_);
     bool left_order = false;
