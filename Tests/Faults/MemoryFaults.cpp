@@ -11,7 +11,7 @@ namespace faults {
 namespace {
 
 constexpr int kOutOfMemory = -5622;
-constexpr int kOthers[] = {-6849, -6407};  // say what the memory was for: compressing, a table
+constexpr int kOthers[] = {-3406, -6849, -6407};  // say what the memory was for: compressing, a table
 
 struct Tally {
     int64_t failed = 0;  // allocations
