@@ -226,7 +226,7 @@ std::string BytesInWords(double bytes)
            " " + unit;
 }
 
-// 1. Trees too large to be updated may still be looked at: a warning.
+// Trees too large to be updated may still be looked at: a warning.
 void CheckMemoryFor(Net& net, const TreeSizes& sizes)
 {
     const double bytes = sizes.under_findings * sizeof(float);
@@ -338,9 +338,12 @@ void DescribeModel(const Net& net, CompiledNet& compiled)
 
 namespace {
 
+// Does nothing for a compiled net.
+// @param most_cost  of an elimination order that is of use, in table entries
 void CompileUpTo(Net& net, double most_cost)
 {
     if (net.compiled) return;
+    // 1. What stands against compiling, and tables that may be rebuilt first.
     CheckCompilable(net);
     AskAboutStaleTables(net);
     CheckHalt(net);
@@ -360,7 +363,6 @@ void CompileUpTo(Net& net, double most_cost)
 
 }  // namespace
 
-// 1. What stands against compiling, and tables that may be rebuilt first.
 void CompileNet(Net& net)
 {
     CompileUpTo(net, std::numeric_limits<double>::infinity());
